@@ -1,0 +1,83 @@
+#include "ostrel/config/cm_IdMapping.h"
+
+#include "ostrel/config/line_tokens.h"
+#include "ostrel/core/trace.h"
+
+namespace {
+
+constexpr const WCHAR *kFile = TEXT("config\\cfg_IdMapping.txt");
+constexpr const WCHAR *kDelimiters = TEXT(" \t\n");
+
+}  // namespace
+
+constinit OS::CAutoPtr<CIDMapping> CIDMapping::s_pInstance;
+
+void CIDMapping::CLineReaderCallback::Begin(int) {}
+
+void CIDMapping::CLineReaderCallback::End() {}
+
+bool CIDMapping::CLineReaderCallback::operator()(int, const WCHAR *line) {
+    CLineReaderTokenCallback fields(line, kDelimiters);
+    Enumerate(fields);
+    if (!fields.m_strToken1.IsEmpty() && !fields.m_strToken2.IsEmpty()) {
+        OSTREL_TRACE(DBG::kLevelValue, TEXT("ID         = %d"), fields.m_nID);
+        OSTREL_TRACE(DBG::kLevelValue, TEXT("Logical ID = %s"), fields.m_strToken1.c_str());
+        OSTREL_TRACE(DBG::kLevelValue, TEXT("Category   = %s"), fields.m_strToken2.c_str());
+        if (m_pMapping != nullptr) {
+            m_pMapping->AddItem(fields.m_nID, fields.m_strToken1, fields.m_strToken2);
+        }
+    }
+    return true;
+}
+
+CIDMapping *CIDMapping::Instance() {
+    if (!s_pInstance) {
+        s_pInstance.reset(new CIDMapping(kFile));
+    }
+    return s_pInstance.get();
+}
+
+CIDMapping::CIDMapping(const WCHAR *file) {
+    CLineReaderCallback callback(this);
+    CINIReader reader;
+    reader.Parse(file, TEXT("r"));
+    reader.Enumerate(callback);
+}
+
+CIDMapping::CIDMapping(const CIDMapping &) = default;
+CIDMapping &CIDMapping::operator=(const CIDMapping &) = default;
+CIDMapping::~CIDMapping() = default;
+
+void CIDMapping::AddItem(int id, const WCHAR *logicalID, const WCHAR *category) {
+    m_items.push_back(
+        OS::CAutoPtr<IDMappingItem>(new IDMappingItem{id, logicalID, category}));
+    IDMappingItem *const item = m_items.back().get();
+    // Files are mostly sorted by ID, and often by name: the end is tried first.
+    m_byID.insert_or_assign(m_byID.end(), id, item);
+    m_byLogicalID.insert_or_assign(m_byLogicalID.end(), item->m_strLogicalID, item);
+}
+
+const WCHAR *CIDMapping::GetID(int id) const {
+    const WCHAR *logicalID = nullptr;
+    const auto found = m_byID.find(id);
+    if (found == m_byID.end()) {
+        OSTREL_TRACE(DBG::kLevelUnmet, TEXT("ID (%d) cannot be found!"), id);
+    } else {
+        logicalID = found->second->m_strLogicalID.c_str();
+    }
+    OSTREL_TRACE(DBG::kLevelValue, TEXT("CIDMapping::GetID() = %s"), logicalID);
+    return logicalID;
+}
+
+int CIDMapping::GetID(const WCHAR *logicalID) const {
+    int id = -1;
+    const OS::x_wstring key(logicalID);
+    const auto found = m_byLogicalID.find(key);
+    if (found == m_byLogicalID.end()) {
+        OSTREL_TRACE(DBG::kLevelUnmet, TEXT("ID (%s) cannot be found!"), logicalID);
+    } else {
+        id = found->second->m_nID;
+    }
+    OSTREL_TRACE(DBG::kLevelValue, TEXT("CIDMapping::GetID() = %d"), id);
+    return id;
+}

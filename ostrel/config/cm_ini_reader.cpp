@@ -1,0 +1,95 @@
+#include "ostrel/config/cm_ini_reader.h"
+
+#include <cerrno>
+#include <memory>
+
+#include "ostrel/core/trace.h"
+#include "ostrel/platform/crt_text.h"
+#include "ostrel/platform/file.h"
+
+namespace {
+
+// The longest piece of a line, with its NUL.
+constexpr int kReadCharacters = 4096;
+
+struct CloseFile {
+    void operator()(std::FILE *file) const { std::fclose(file); }
+};
+
+}  // namespace
+
+CINIReader::CIterateEachTokenCallback::~CIterateEachTokenCallback() = default;
+
+bool CINIReader::CIterateEachTokenCallback::IsComment(const WCHAR *token,
+                                                      const WCHAR *commentChars) const {
+    return wcscspn(token, commentChars) == 0;
+}
+
+const WCHAR *CINIReader::CIterateEachTokenCallback::GetLineContent() const {
+    return m_pszLine;
+}
+
+const WCHAR *CINIReader::CIterateEachTokenCallback::GetDelimiter() const {
+    return m_pszDelimiter;
+}
+
+CINIReader::CIterateEachLineCallback::~CIterateEachLineCallback() = default;
+
+void CINIReader::CIterateEachLineCallback::Enumerate(CIterateEachTokenCallback &tokens) {
+    auto *const line = const_cast<WCHAR *>(tokens.GetLineContent());
+    const WCHAR *const delimiters = tokens.GetDelimiter();
+    const WCHAR *const end = line + wcslen(line);
+
+    WCHAR *token = wcstok(line, delimiters);
+    for (int counter = 0; token != nullptr && token < end; ++counter) {
+        OSTREL_TRACE(DBG::kLevelValue, TEXT("Token = %s, Counter = %d"), token, counter);
+        if (!tokens(counter, token)) {
+            break;
+        }
+        WCHAR *const next = token + wcslen(token) + 1;
+        token = next < end ? wcstok(next, delimiters) : nullptr;
+    }
+}
+
+CINIReader::CINIReader() = default;
+CINIReader::CINIReader(const CINIReader &) = default;
+CINIReader &CINIReader::operator=(const CINIReader &) = default;
+CINIReader::~CINIReader() = default;
+
+bool CINIReader::Parse(const WCHAR *pszFile, const WCHAR *pszMode) {
+    OSTREL_TRACE(DBG::kLevelEntry, TEXT("CINIReader::Parse(pszFile = %s)"), pszFile);
+    std::unique_ptr<std::FILE, CloseFile> file(_wfopen(pszFile, pszMode));
+    if (file == nullptr) {
+        OSTREL_RAISE_SYSTEM(errno);
+    }
+
+    WCHAR piece[kReadCharacters];
+    while (fgetws(piece, kReadCharacters, file.get()) != nullptr) {
+        const std::size_t characters = wcslen(piece) + 1;
+        const std::uint32_t used = m_text.BytesUsed();
+        m_text.Append(reinterpret_cast<const unsigned char *>(piece),
+                      static_cast<std::uint32_t>(characters * sizeof(WCHAR)));
+        m_lineOffsets.push_back(static_cast<int>(used / sizeof(WCHAR)));
+    }
+    file.reset();
+
+    const int streams = _flushall();
+    OSTREL_TRACE(DBG::kLevelValue, TEXT("There were %d streams flushed"), streams);
+    OSTREL_TRACE(DBG::kLevelExit, TEXT("CINIReader::Parse(pszFile = %s), [REUTRN=%d]"), pszFile, 1);
+    return true;
+}
+
+void CINIReader::Enumerate(CIterateEachLineCallback &callback) {
+    OSTREL_TRACE(DBG::kLevelEntry, "CINIReader::Enumerate()");
+    callback.Begin(static_cast<int>(m_lineOffsets.size()));
+    const auto *const start = reinterpret_cast<const WCHAR *>(m_text.GetBuffer());
+    int index = 0;
+    for (const int offset : m_lineOffsets) {
+        if (!callback(index, start + offset)) {
+            break;
+        }
+        ++index;
+    }
+    callback.End();
+    OSTREL_TRACE(DBG::kLevelExit, "CINIReader::Enumerate()");
+}

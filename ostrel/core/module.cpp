@@ -1,0 +1,42 @@
+#include "ostrel/core/module.h"
+
+#include "ostrel/platform/module.h"
+
+// When the library is loaded it declines notifications of threads. Nothing else happens then.
+
+#ifdef _WIN32
+
+namespace {
+HINSTANCE s_module = nullptr;
+}
+
+HINSTANCE OS::module_handle() noexcept {
+    return s_module;
+}
+
+BOOL WINAPI DllMain(HINSTANCE module, DWORD reason, LPVOID) {
+    if (reason == DLL_PROCESS_ATTACH) {
+        s_module = module;
+        DisableThreadLibraryCalls(module);
+    }
+    return TRUE;
+}
+
+#else
+
+// Where the linker has put the library's own file header: the address at which it is loaded.
+extern "C" __attribute__((visibility("hidden"))) char __ehdr_start;
+
+HINSTANCE OS::module_handle() noexcept {
+    return reinterpret_cast<HINSTANCE>(&__ehdr_start);
+}
+
+namespace {
+
+[[gnu::constructor]] void on_load() {
+    DisableThreadLibraryCalls(OS::module_handle());
+}
+
+}  // namespace
+
+#endif

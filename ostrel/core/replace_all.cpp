@@ -1,0 +1,221 @@
+#include "ostrel/core/replace_all.h"
+
+#include <algorithm>
+#include <cstring>
+#include <functional>
+#include <stdexcept>
+#include <vector>
+
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
+
+namespace OS::detail {
+namespace {
+
+#ifdef __SSE2__
+
+// A block of 16 bytes as characters.
+template <class Char>
+struct Block {
+    static constexpr std::size_t kCount = 16 / sizeof(Char);
+
+    static __m128i Fill(Char c) {
+        if constexpr (sizeof(Char) == 1) {
+            return _mm_set1_epi8(static_cast<char>(c));
+        } else {
+            return _mm_set1_epi16(static_cast<short>(c));
+        }
+    }
+
+    // sizeof(Char) bits for each character of `text` that equals the one that `filled` is full of.
+    static unsigned Equal(const Char *text, __m128i filled) {
+        const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i *>(text));
+        const __m128i equal =
+            sizeof(Char) == 1 ? _mm_cmpeq_epi8(block, filled) : _mm_cmpeq_epi16(block, filled);
+        return static_cast<unsigned>(_mm_movemask_epi8(equal));
+    }
+};
+
+#endif
+
+// Calls on_hit(position) for each occurrence from left to right, none overlapping another, until it
+// gives false. It may write to what lies in front of the end of the hit.
+template <class Char, class OnHit>
+void for_each_hit(const Char *text, std::size_t length, std::basic_string_view<Char> search,
+                  OnHit on_hit) {
+    const std::size_t width = search.size();
+    if (width > length) {
+        return;
+    }
+    const Char first = search.front();
+    const Char last = search.back();
+    const auto inner_equal = [&](std::size_t at) {
+        return width <= 2 ||
+               std::memcmp(text + at + 1, search.data() + 1, (width - 2) * sizeof(Char)) == 0;
+    };
+    const std::size_t end = length - width + 1;  // hits begin in front of it
+    std::size_t at = 0;
+
+#ifdef __SSE2__
+    using Block = Block<Char>;
+    const __m128i firsts = Block::Fill(first);
+    const __m128i lasts = Block::Fill(last);
+    while (at + Block::kCount <= end) {
+        std::size_t next = at + Block::kCount;
+        std::size_t from = at;
+        unsigned mask =
+            Block::Equal(text + at, firsts) & Block::Equal(text + at + width - 1, lasts);
+        while (mask != 0) {
+            const auto bit = static_cast<unsigned>(__builtin_ctz(mask));
+            mask &= ~(((1u << sizeof(Char)) - 1) << bit);
+            const std::size_t hit = at + bit / sizeof(Char);
+            if (hit >= from && inner_equal(hit)) {
+                if (!on_hit(hit)) {
+                    return;
+                }
+                from = hit + width;
+            }
+        }
+        at = std::max(next, from);
+    }
+#endif
+
+    while (at < end) {
+        if (text[at] == first && text[at + width - 1] == last && inner_equal(at)) {
+            if (!on_hit(at)) {
+                return;
+            }
+            at += width;
+        } else {
+            ++at;
+        }
+    }
+}
+
+// Copies short pieces of one text to another, 16 bytes at a time where both have room behind the
+// piece; what is written too much there is written again by the next piece.
+template <class Char>
+class PieceWriter {
+public:
+    PieceWriter(Char *out, std::size_t size) : m_out(out), m_end(out + size) {}
+
+    void Put(const Char *piece, std::size_t count, const Char *piece_end) {
+#ifdef __SSE2__
+        constexpr std::size_t kBlock = Block<Char>::kCount;
+        if (count <= 4 * kBlock && static_cast<std::size_t>(m_end - m_out) >= count + kBlock &&
+            static_cast<std::size_t>(piece_end - piece) >= count + kBlock) {
+            for (std::size_t done = 0; done < count; done += kBlock) {
+                _mm_storeu_si128(reinterpret_cast<__m128i *>(m_out + done),
+                                 _mm_loadu_si128(reinterpret_cast<const __m128i *>(piece + done)));
+            }
+            m_out += count;
+            return;
+        }
+#else
+        (void)piece_end;
+#endif
+        std::memcpy(m_out, piece, count * sizeof(Char));
+        m_out += count;
+    }
+
+private:
+    Char *m_out;
+    Char *m_end;
+};
+
+// The result is no longer than the text: it is written over it.
+template <class Char>
+std::uint64_t replace_in_place(std::basic_string<Char> *text, std::basic_string_view<Char> search,
+                               std::basic_string_view<Char> replacement, std::uint64_t limit) {
+    Char *const begin = text->data();
+    const bool moves = replacement.size() != search.size();
+    std::size_t written = 0;
+    std::size_t read = 0;
+    std::uint64_t count = 0;
+    const auto take = [&](std::size_t upto) {
+        if (moves) {
+            std::memmove(begin + written, begin + read, (upto - read) * sizeof(Char));
+        }
+        written += upto - read;
+        read = upto;
+    };
+    for_each_hit(begin, text->size(), search, [&](std::size_t hit) {
+        take(hit);
+        std::memcpy(begin + written, replacement.data(), replacement.size() * sizeof(Char));
+        written += replacement.size();
+        read = hit + search.size();
+        return ++count < limit;
+    });
+    take(text->size());
+    text->resize(written);
+    return count;
+}
+
+// The result is longer than the text: the hits are found first, so that it is laid out once.
+template <class Char>
+std::uint64_t replace_growing(std::basic_string<Char> *text, std::basic_string_view<Char> search,
+                              std::basic_string_view<Char> replacement, std::uint64_t limit) {
+    std::vector<std::size_t> hits;
+    for_each_hit(text->data(), text->size(), search, [&](std::size_t hit) {
+        hits.push_back(hit);
+        return hits.size() < limit;
+    });
+    if (hits.empty()) {
+        return 0;
+    }
+    const std::size_t growth = replacement.size() - search.size();
+    if (growth > (text->max_size() - text->size()) / hits.size()) {
+        throw std::length_error("FindAndReplaceAll");
+    }
+    std::basic_string<Char> result;
+    result.resize(text->size() + hits.size() * growth);
+
+    PieceWriter<Char> writer(result.data(), result.size());
+    std::basic_string<Char> padded(replacement);
+    padded.append(16, Char());
+    const Char *const padded_end = padded.data() + padded.size();
+    const Char *const end = text->data() + text->size();
+    const Char *read = text->data();
+    for (const std::size_t hit : hits) {
+        const Char *const at = text->data() + hit;
+        writer.Put(read, static_cast<std::size_t>(at - read), end);
+        writer.Put(padded.data(), replacement.size(), padded_end);
+        read = at + search.size();
+    }
+    writer.Put(read, static_cast<std::size_t>(end - read), end);
+    *text = std::move(result);
+    return hits.size();
+}
+
+template <class Char>
+bool lies_inside(std::basic_string_view<Char> part, const std::basic_string<Char> &text) {
+    const std::less<const Char *> before;
+    return !before(part.data(), text.data()) && !before(text.data() + text.size(), part.data());
+}
+
+template <class Char>
+std::uint64_t replace(std::basic_string<Char> *text, std::basic_string_view<Char> search,
+                      std::basic_string_view<Char> replacement, std::uint64_t limit) {
+    if (lies_inside(search, *text) || lies_inside(replacement, *text)) {
+        const std::basic_string<Char> own_search(search);
+        const std::basic_string<Char> own_replacement(replacement);
+        return replace<Char>(text, own_search, own_replacement, limit);
+    }
+    return replacement.size() <= search.size() ? replace_in_place(text, search, replacement, limit)
+                                               : replace_growing(text, search, replacement, limit);
+}
+
+}  // namespace
+
+std::uint64_t replace_all(std::string *text, std::string_view search, std::string_view replacement,
+                          std::uint64_t limit) {
+    return replace(text, search, replacement, limit);
+}
+
+std::uint64_t replace_all(std::basic_string<WCHAR> *text, std::basic_string_view<WCHAR> search,
+                          std::basic_string_view<WCHAR> replacement, std::uint64_t limit) {
+    return replace(text, search, replacement, limit);
+}
+
+}  // namespace OS::detail

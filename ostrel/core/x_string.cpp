@@ -1,0 +1,185 @@
+#include "ostrel/core/x_string.h"
+
+#include <cctype>
+#include <cstdarg>
+#include <limits>
+
+#include "ostrel/core/format.h"
+#include "ostrel/core/replace_all.h"
+#include "ostrel/platform/crt_text.h"
+
+namespace OS {
+namespace {
+
+// What differs between the twins.
+template <class Char>
+struct Twin;
+
+template <>
+struct Twin<WCHAR> {
+    static constexpr std::uint64_t kMostReplacements = std::numeric_limits<std::uint64_t>::max();
+
+    static int CompareNoCase(const WCHAR *left, const WCHAR *right) {
+        return _wcsicmp(left, right);
+    }
+    static WCHAR ToUpper(WCHAR c) { return towupper(c); }
+    static bool IsSpaceLeft(WCHAR c) { return iswspace(c) != 0; }
+    static bool IsSpaceRight(WCHAR c) { return iswspace(c) != 0; }
+};
+
+template <>
+struct Twin<char> {
+    static constexpr std::uint64_t kMostReplacements = 4999;
+
+    static int CompareNoCase(const char *left, const char *right) { return _stricmp(left, right); }
+    static char ToUpper(char c) {
+        return static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    }
+    static bool IsSpaceLeft(char c) {
+        const auto byte = static_cast<unsigned char>(c);
+        return byte < 0x80 && iswspace(static_cast<WCHAR>(byte)) != 0;
+    }
+    static bool IsSpaceRight(char c) {
+        const auto byte = static_cast<unsigned char>(c);
+        return byte < 0x80 && std::isspace(byte) != 0;
+    }
+};
+
+}  // namespace
+
+template <class Self, class Char>
+const Self &x_string_members<Self, Char>::operator=(const Char *text) {
+    if (text != nullptr) {
+        this->assign(text);
+    } else {
+        this->clear();
+    }
+    return self();
+}
+
+template <class Self, class Char>
+int x_string_members<Self, Char>::CompareNoCase(const Char *text) const noexcept {
+    return text != nullptr ? Twin<Char>::CompareNoCase(this->c_str(), text) : -1;
+}
+
+template <class Self, class Char>
+Self &x_string_members<Self, Char>::operator+=(const Char *text) {
+    if (text != nullptr) {
+        std_string::append(text);
+    }
+    return self();
+}
+
+template <class Self, class Char>
+Self &x_string_members<Self, Char>::operator+=(Char character) {
+    this->push_back(character);
+    return self();
+}
+
+template <class Self, class Char>
+Self &x_string_members<Self, Char>::replace(std::uint64_t position, std::uint64_t count,
+                                            const Self &text) {
+    std_string::replace(position, count, text, 0, npos);
+    return self();
+}
+
+template <class Self, class Char>
+Self x_string_members<Self, Char>::substr(std::uint64_t position, std::uint64_t count) const {
+    return Self(std_string::substr(position, count));
+}
+
+template <class Self, class Char>
+std::uint64_t x_string_members<Self, Char>::FindAndReplace(const x_string &search,
+                                                           const x_string &replacement,
+                                                           std::uint64_t start) {
+    const std::uint64_t found = this->find(search, start);
+    if (found == npos) {
+        return npos;
+    }
+    const std::uint64_t length = replacement.size();  // before it changes, if it is this string
+    std_string::replace(found, search.size(), replacement);
+    return found + length;
+}
+
+template <class Self, class Char>
+bool x_string_members<Self, Char>::FindAndReplaceAll(const x_string &search,
+                                                     const x_string &replacement) {
+    constexpr std::uint64_t limit = Twin<Char>::kMostReplacements;
+    constexpr bool bounded = limit != std::numeric_limits<std::uint64_t>::max();
+    if (search.empty()) {
+        if (bounded) {
+            std_string front;
+            for (std::uint64_t i = 0; i < limit; ++i) {
+                front += replacement;
+            }
+            this->insert(0, front);
+        }
+        return !bounded;
+    }
+    const std::uint64_t count = detail::replace_all(this, search, replacement, limit);
+    return !bounded || count < limit;
+}
+
+template <class Self, class Char>
+void x_string_members<Self, Char>::ToUpper() noexcept {
+    for (Char *at = this->data(); *at != 0; ++at) {
+        *at = Twin<Char>::ToUpper(*at);
+    }
+}
+
+template <class Self, class Char>
+void x_string_members<Self, Char>::TrimLeft() {
+    const Char *const begin = this->c_str();
+    const Char *at = begin;
+    while (Twin<Char>::IsSpaceLeft(*at)) {
+        ++at;
+    }
+    if (at != begin) {
+        this->erase(0, static_cast<std::size_t>(at - begin));
+        this->resize(std::char_traits<Char>::length(this->c_str()));
+    }
+}
+
+template <class Self, class Char>
+void x_string_members<Self, Char>::TrimRight() {
+    std::size_t length = this->size();
+    while (length > 0 && Twin<Char>::IsSpaceRight((*this)[length - 1])) {
+        --length;
+    }
+    this->resize(length);
+    this->resize(std::char_traits<Char>::length(this->c_str()));
+}
+
+template <class Self, class Char>
+void x_string_members<Self, Char>::Format(const Char *format, ...) {
+    std::va_list args;
+    va_start(args, format);
+    struct End {
+        std::va_list &list;
+        ~End() { va_end(list); }
+    } end{args};
+    detail::format_text(this, format, args);
+}
+
+template <class Self, class Char>
+Self x_string_members<Self, Char>::join(const std_string &left, const Char *right) {
+    const std::size_t length = right != nullptr ? std::char_traits<Char>::length(right) : 0;
+    Self joined;
+    joined.reserve(left.size() + length);
+    static_cast<std_string &>(joined).append(left);
+    static_cast<std_string &>(joined).append(right, length);
+    return joined;
+}
+
+template class x_string_members<x_wstring, WCHAR>;
+template class x_string_members<x_astring, char>;
+
+bool XWSTRICMP::operator()(const x_wstring &left, const x_wstring &right) const noexcept {
+    return _wcsicmp(left.c_str(), right.c_str()) > 0;
+}
+
+bool XASTRICMP::operator()(const x_astring &left, const x_astring &right) const noexcept {
+    return _stricmp(left.c_str(), right.c_str()) > 0;
+}
+
+}  // namespace OS

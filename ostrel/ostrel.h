@@ -1,0 +1,15 @@
+#ifndef OSTREL_OSTREL_H
+#define OSTREL_OSTREL_H
+
+// Every public header of the library.
+
+#include "ostrel/config/cm_IdMapping.h"
+#include "ostrel/config/cm_ini_reader.h"
+#include "ostrel/config/line_tokens.h"
+#include "ostrel/core/acc_buffer.h"
+#include "ostrel/core/auto_ptr.h"
+#include "ostrel/core/exception.h"
+#include "ostrel/core/handles.h"
+#include "ostrel/core/x_string.h"
+
+#endif  // OSTREL_OSTREL_H

@@ -1,0 +1,50 @@
+#ifndef OSTREL_PLATFORM_CHARSET_H
+#define OSTREL_PLATFORM_CHARSET_H
+
+// Internal. Conversion between bytes in a code page and UTF-16, for the calls of the layer that
+// need it. Nothing is refused: what is broken or has no counterpart is replaced, by U+FFFD in
+// UTF-16 and UTF-8, by the charset's own substitute elsewhere.
+
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "ostrel/platform/types.h"
+
+namespace platform {
+
+inline constexpr unsigned kCodePageUtf8 = 65001;
+
+// The system code page, worked out once for the process; see GetACP.
+unsigned system_code_page();
+
+std::u16string to_wide(std::string_view bytes, unsigned code_page = system_code_page());
+std::string to_narrow(std::u16string_view text, unsigned code_page = system_code_page());
+
+// Decodes a text that arrives in blocks, which may be cut anywhere, also within a character.
+class StreamDecoder {
+public:
+    explicit StreamDecoder(unsigned code_page);
+    ~StreamDecoder();
+    StreamDecoder(const StreamDecoder &) = delete;
+    StreamDecoder &operator=(const StreamDecoder &) = delete;
+
+    // Units that Decode may store for `count` bytes, what it kept from the block before included.
+    static constexpr std::size_t Capacity(std::size_t count) { return count + 8; }
+
+    // Decodes the `count` bytes of a block into `units`, which holds Capacity(count), and gives the
+    // number of units stored. `last` says that no block follows: a character that is cut there is
+    // broken.
+    std::size_t Decode(const char *bytes, std::size_t count, bool last, WCHAR *units);
+
+private:
+    struct Converter;
+    std::unique_ptr<Converter> m_converter;  // null for UTF-8
+    char m_pending[4];                       // the start of a UTF-8 character
+    std::size_t m_pendingCount = 0;
+};
+
+}  // namespace platform
+
+#endif  // OSTREL_PLATFORM_CHARSET_H

@@ -1,0 +1,187 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <mutex>
+#include <unordered_map>
+
+#include "ostrel/platform/crt_text.h"
+#include "ostrel/platform/file.h"
+#include "ostrel/platform/host_path.h"
+#include "ostrel/platform/stream.h"
+
+namespace {
+
+using platform::OpenMode;
+using platform::Stream;
+
+// Which of the host's streams are the layer's. A thread remembers the last one that it asked for,
+// since a file is read by many calls in a row; `m_closed` tells it when that may have gone.
+class OpenStreams {
+public:
+    static OpenStreams &Instance() {
+        static OpenStreams *const streams = new OpenStreams;  // outlives every static object
+        return *streams;
+    }
+
+    void Add(std::FILE *file, Stream *stream) {
+        const std::lock_guard lock(m_mutex);
+        m_streams.emplace(file, stream);
+    }
+
+    void Remove(const Stream *stream) {
+        const std::lock_guard lock(m_mutex);
+        for (auto it = m_streams.begin(); it != m_streams.end(); ++it) {
+            if (it->second == stream) {
+                m_streams.erase(it);
+                m_closed.fetch_add(1, std::memory_order_release);
+                return;
+            }
+        }
+    }
+
+    // Null for a stream that is not of _wfopen.
+    Stream *Find(std::FILE *file) {
+        struct Last {
+            std::FILE *file = nullptr;
+            Stream *stream = nullptr;
+            std::uint64_t closed = 0;
+        };
+        thread_local Last last;
+        const std::uint64_t closed = m_closed.load(std::memory_order_acquire);
+        if (last.file != file || last.closed != closed) {
+            const std::lock_guard lock(m_mutex);
+            const auto found = m_streams.find(file);
+            last = {file, found != m_streams.end() ? found->second : nullptr, closed};
+        }
+        return last.stream;
+    }
+
+    int Count() {
+        const std::lock_guard lock(m_mutex);
+        return static_cast<int>(m_streams.size());
+    }
+
+private:
+    std::mutex m_mutex;
+    std::unordered_map<std::FILE *, Stream *> m_streams;
+    std::atomic<std::uint64_t> m_closed{0};
+};
+
+Stream *stream_of(void *cookie) {
+    return static_cast<Stream *>(cookie);
+}
+
+ssize_t read_cookie(void *cookie, char *bytes, std::size_t room) {
+    return stream_of(cookie)->ReadBytes(bytes, room);
+}
+
+ssize_t write_cookie(void *cookie, const char *bytes, std::size_t count) {
+    try {
+        return stream_of(cookie)->WriteBytes(bytes, count) ? static_cast<ssize_t>(count) : 0;
+    } catch (const std::bad_alloc &) {
+        errno = ENOMEM;
+        return 0;
+    }
+}
+
+int close_cookie(void *cookie) {
+    const std::unique_ptr<Stream> stream(stream_of(cookie));
+    OpenStreams::Instance().Remove(stream.get());
+    return stream->Close();
+}
+
+std::FILE *open_stream(const WCHAR *path, const WCHAR *mode_text) {
+    const std::optional<OpenMode> mode = OpenMode::Parse(mode_text);
+    if (!mode || *path == 0) {
+        errno = EINVAL;
+        return nullptr;
+    }
+    const std::optional<std::string> host = platform::host_path(path);
+    if (!host) {
+        errno = ENOENT;
+        return nullptr;
+    }
+    std::unique_ptr<Stream> stream = Stream::Open(host->c_str(), *mode);
+    if (stream == nullptr) {
+        return nullptr;
+    }
+    const char host_mode[] = {mode->access, mode->update ? '+' : '\0', '\0'};
+    std::FILE *const file =
+        fopencookie(stream.get(), host_mode, {read_cookie, write_cookie, nullptr, close_cookie});
+    if (file == nullptr) {
+        return nullptr;
+    }
+    Stream *const owned_by_file = stream.release();
+    try {
+        OpenStreams::Instance().Add(file, owned_by_file);
+    } catch (...) {
+        std::fclose(file);
+        throw;
+    }
+    return file;
+}
+
+}  // namespace
+
+std::FILE *_wfopen(const WCHAR *path, const WCHAR *mode) noexcept {
+    if (path == nullptr || mode == nullptr) {
+        errno = EINVAL;
+        return nullptr;
+    }
+    try {
+        return open_stream(path, mode);
+    } catch (const std::bad_alloc &) {
+        errno = ENOMEM;
+        return nullptr;
+    }
+}
+
+WCHAR *fgetws(WCHAR *buffer, int count, std::FILE *file) noexcept {
+    Stream *const stream = file != nullptr ? OpenStreams::Instance().Find(file) : nullptr;
+    if (buffer == nullptr || count < 1 || stream == nullptr || !stream->Reads()) {
+        errno = EINVAL;
+        return nullptr;
+    }
+    const auto room = static_cast<std::size_t>(count) - 1;
+    const std::size_t length = stream->ReadLine(buffer, room);
+    if (length == 0 && room > 0) {
+        return nullptr;
+    }
+    buffer[length] = 0;
+    return buffer;
+}
+
+int _flushall() noexcept {
+    constexpr int kStandardStreams = 3;
+    std::fflush(nullptr);
+    return kStandardStreams + OpenStreams::Instance().Count();
+}
+
+int _wremove(const WCHAR *path) noexcept {
+    if (path == nullptr) {
+        errno = EINVAL;
+        return -1;
+    }
+    try {
+        const std::optional<std::string> host = platform::host_path(path);
+        struct stat facts;
+        if (!host || host->empty()) {
+            errno = ENOENT;
+            return -1;
+        }
+        if (lstat(host->c_str(), &facts) != 0) {
+            return -1;
+        }
+        if (S_ISDIR(facts.st_mode) || (S_ISREG(facts.st_mode) && (facts.st_mode & S_IWUSR) == 0)) {
+            errno = EACCES;
+            return -1;
+        }
+        return unlink(host->c_str());
+    } catch (const std::bad_alloc &) {
+        errno = ENOMEM;
+        return -1;
+    }
+}

@@ -1,0 +1,242 @@
+#include "ostrel/platform/crt_text.h"
+
+#include <unicode/uchar.h>
+
+#include <cerrno>
+#include <climits>
+
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
+
+#ifdef __has_feature
+#define OSTREL_ADDRESS_SANITIZER __has_feature(address_sanitizer)
+#elif defined(__SANITIZE_ADDRESS__)
+#define OSTREL_ADDRESS_SANITIZER 1
+#else
+#define OSTREL_ADDRESS_SANITIZER 0
+#endif
+
+namespace {
+
+constexpr char16_t to_lower(char16_t c) {
+    return c >= u'A' && c <= u'Z' ? static_cast<char16_t>(c + 0x20) : c;
+}
+
+template <class Char>
+constexpr char16_t unit(Char c) {
+    return static_cast<std::make_unsigned_t<Char>>(c);
+}
+
+constexpr char16_t unit(WCHAR c) {
+    return c;
+}
+
+template <class Char>
+int compare_no_case(const Char *left, const Char *right) {
+    if (left == nullptr || right == nullptr) {
+        errno = EINVAL;
+        return INT_MAX;
+    }
+    for (;; ++left, ++right) {
+        const char16_t a = unit(*left);
+        const char16_t b = unit(*right);
+        if (a != b && to_lower(a) != to_lower(b)) {
+            return to_lower(a) - to_lower(b);
+        }
+        if (a == 0) {
+            return 0;
+        }
+    }
+}
+
+// A set of characters that answers for ASCII without a search.
+class CharacterSet {
+public:
+    explicit CharacterSet(const WCHAR *members) : m_members(members) {
+        for (; *members != 0; ++members) {
+            if (*members < 128) {
+                m_ascii[*members / 64] |= std::uint64_t{1} << (*members % 64);
+            } else {
+                m_beyondAscii = true;
+            }
+        }
+    }
+
+    bool Has(WCHAR c) const {
+        if (c < 128) {
+            return (m_ascii[c / 64] >> (c % 64)) & 1;
+        }
+        if (m_beyondAscii) {
+            for (const WCHAR *p = m_members; *p != 0; ++p) {
+                if (*p == c) {
+                    return true;
+                }
+            }
+        }
+        return false;
+    }
+
+private:
+    const WCHAR *m_members;
+    std::uint64_t m_ascii[2] = {0, 0};
+    bool m_beyondAscii = false;
+};
+
+thread_local WCHAR *t_nextToken = nullptr;
+
+}  // namespace
+
+int _wcsicmp(const WCHAR *left, const WCHAR *right) noexcept {
+    return compare_no_case(left, right);
+}
+
+int _stricmp(const char *left, const char *right) noexcept {
+    return compare_no_case(left, right);
+}
+
+// Reads whole aligned blocks, which never reach into a page that the text does not touch; a checked
+// build, which would see the bytes around the text, reads character by character.
+#if defined(__SSE2__) && !OSTREL_ADDRESS_SANITIZER
+std::size_t wcslen(const WCHAR *text) noexcept {
+    const auto address = reinterpret_cast<std::uintptr_t>(text);
+    const auto *block = reinterpret_cast<const __m128i *>(address & ~std::uintptr_t{15});
+    const __m128i zero = _mm_setzero_si128();
+    const auto zeros = [zero](const __m128i *at) {
+        return static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi16(_mm_load_si128(at), zero)));
+    };
+    unsigned found = zeros(block) >> (address & 15) << (address & 15);
+    while (found == 0) {
+        found = zeros(++block);
+    }
+    const auto end =
+        reinterpret_cast<std::uintptr_t>(block) + static_cast<unsigned>(__builtin_ctz(found));
+    return (end - address) / sizeof(WCHAR);
+}
+#else
+std::size_t wcslen(const WCHAR *text) noexcept {
+    std::size_t length = 0;
+    while (text[length] != 0) {
+        ++length;
+    }
+    return length;
+}
+#endif
+
+std::size_t wcscspn(const WCHAR *text, const WCHAR *set) noexcept {
+    const CharacterSet members(set);
+    std::size_t length = 0;
+    while (text[length] != 0 && !members.Has(text[length])) {
+        ++length;
+    }
+    return length;
+}
+
+int _wtoi(const WCHAR *text) noexcept {
+    if (text == nullptr) {
+        errno = EINVAL;
+        return 0;
+    }
+    while (iswspace(*text)) {
+        ++text;
+    }
+    const bool negative = *text == u'-';
+    if (negative || *text == u'+') {
+        ++text;
+    }
+    const std::int64_t limit = negative ? -std::int64_t{INT_MIN} : INT_MAX;
+    std::int64_t value = 0;
+    for (; *text >= u'0' && *text <= u'9'; ++text) {
+        value = value * 10 + (*text - u'0');
+        if (value > limit) {
+            errno = ERANGE;
+            value = limit;
+            break;
+        }
+    }
+    return static_cast<int>(negative ? -value : value);
+}
+
+WCHAR *wcstok(WCHAR *text, const WCHAR *delimiters) noexcept {
+    if (text == nullptr) {
+        text = t_nextToken;
+    }
+    if (text == nullptr || delimiters == nullptr) {
+        errno = EINVAL;
+        return nullptr;
+    }
+    const CharacterSet set(delimiters);
+    while (*text != 0 && set.Has(*text)) {
+        ++text;
+    }
+    WCHAR *end = text;
+    while (*end != 0 && !set.Has(*end)) {
+        ++end;
+    }
+    t_nextToken = end;
+    if (end == text) {
+        return nullptr;
+    }
+    if (*end != 0) {
+        *end = 0;
+        t_nextToken = end + 1;
+    }
+    return text;
+}
+
+int platform_iswspace(WCHAR character) noexcept {
+    if (character < 0x80) {
+        return character == 0x20 || (character >= 0x09 && character <= 0x0D);
+    }
+    return character == 0x85 || (U_MASK(u_charType(character)) & U_GC_Z_MASK) != 0;
+}
+
+void _wsplitpath(const WCHAR *path, WCHAR *drive, WCHAR *directory, WCHAR *name,
+                 WCHAR *extension) noexcept {
+    struct Part {
+        WCHAR *buffer;
+        std::size_t size;
+        const WCHAR *begin;
+        const WCHAR *end;
+    };
+    Part parts[] = {{drive, _MAX_DRIVE, path, path},
+                    {directory, _MAX_DIR, path, path},
+                    {name, _MAX_FNAME, path, path},
+                    {extension, _MAX_EXT, path, path}};
+    bool fits = path != nullptr;
+    if (path == nullptr) {
+        errno = EINVAL;
+    } else {
+        const WCHAR *const rest = path[0] != 0 && path[1] == u':' ? path + 2 : path;
+        const WCHAR *file = rest;
+        const WCHAR *dot = nullptr;
+        const WCHAR *end = rest;
+        for (; *end != 0; ++end) {
+            if (*end == u'\\' || *end == u'/') {
+                file = end + 1;
+                dot = nullptr;
+            } else if (*end == u'.') {
+                dot = end;
+            }
+        }
+        const WCHAR *const stem = dot != nullptr ? dot : end;
+        const WCHAR *const cuts[] = {path, rest, file, stem, end};
+        for (std::size_t i = 0; i < 4; ++i) {
+            parts[i].begin = cuts[i];
+            parts[i].end = cuts[i + 1];
+            fits = fits && static_cast<std::size_t>(cuts[i + 1] - cuts[i]) < parts[i].size;
+        }
+        if (!fits) {
+            errno = ERANGE;
+        }
+    }
+    for (const Part &part : parts) {
+        if (part.buffer != nullptr) {
+            WCHAR *out = part.buffer;
+            for (const WCHAR *p = part.begin; fits && p != part.end; ++p) {
+                *out++ = *p;
+            }
+            *out = 0;
+        }
+    }
+}

@@ -1,0 +1,64 @@
+#ifndef OSTREL_PLATFORM_FILE_H
+#define OSTREL_PLATFORM_FILE_H
+
+// Files: the runtime's streams and removal.
+//
+// Paths. '\' and '/' both separate. "C:" is the host's root directory, another letter the host
+// directory that the environment variable OSTREL_DRIVE_<letter> names; without it that drive does
+// not exist. A path without a drive that begins with a separator begins at the host's root, any
+// other at the current directory. Host names are UTF-8; a byte that is not part of valid UTF-8
+// travels as the unit U+DC80 + (byte - 0x80). A path that no host file can have (another lone
+// surrogate) is not found. Names are case-sensitive.
+
+#include "ostrel/platform/types.h"
+
+#ifdef _WIN32
+
+#include <cstdio>
+#include <cwchar>
+
+#else
+
+#include <cstdio>
+
+// Opens a stream.
+//
+// `mode` is one of the letters r, w, a, then any of: + (both directions), b or t (binary or text;
+// text is the default), x (behind w: the file must not exist), c n N S R T (hints, without
+// effect), and with r, instead of b, ", ccs=UTF-8", ", ccs=UTF-16LE" or ", ccs=UNICODE". Leading
+// blanks are skipped.
+//
+// A text stream reads CR LF as LF and ends at a Ctrl-Z (0x1A); a lone CR stays. It writes LF as
+// CR LF. Its characters are those of the system code page (GetACP), of UTF-8 or of UTF-16 by the
+// ccs= part; a byte order mark at the start wins over that part and is skipped, as is a UTF-8 mark
+// without one. UNICODE without a mark is UTF-16LE.
+//
+// The stream is a stream of the host: fclose closes it, fread, fgets, fwrite and their kin take
+// bytes (with the line ends of a text stream turned, and not decoded). One stream is read by
+// fgetws or by those, not by both, and has no position calls.
+//
+// Result: the stream, or null with errno: ENOENT, EACCES (no permission, or a directory), EEXIST,
+// EINVAL for a null or empty path or mode or one that does not read as above, or what else the
+// host's open gives.
+OSTREL_PLATFORM_API std::FILE *_wfopen(const WCHAR *path, const WCHAR *mode) noexcept;
+
+// Reads `count` - 1 characters at most, up to and including the next line feed, and puts a NUL
+// behind them. Text is decoded; a broken sequence gives U+FFFD for each of its maximal parts. On a
+// binary stream two bytes make a character, low byte first.
+//
+// Result: `buffer`, or null at the end of the file, on a read error, or with errno EINVAL for a
+// stream that is not of _wfopen or does not read, a null buffer or a `count` below 1.
+OSTREL_PLATFORM_API WCHAR *fgetws(WCHAR *buffer, int count, std::FILE *stream) noexcept;
+
+// Writes out what the process's streams hold back. Result: the number of open streams: those of
+// _wfopen, and the three that every process starts with.
+OSTREL_PLATFORM_API int _flushall() noexcept;
+
+// Removes a file. Result: 0, or -1 with errno: EACCES for a directory and for a file that is
+// read-only (its owner has no write permission), ENOENT, EINVAL for a null path, or what else the
+// host's unlink gives.
+OSTREL_PLATFORM_API int _wremove(const WCHAR *path) noexcept;
+
+#endif
+
+#endif  // OSTREL_PLATFORM_FILE_H

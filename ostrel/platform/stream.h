@@ -1,0 +1,88 @@
+#ifndef OSTREL_PLATFORM_STREAM_H
+#define OSTREL_PLATFORM_STREAM_H
+
+// Internal. What stands behind a stream of _wfopen: the open file, the line ends and the decoding.
+
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <string_view>
+
+#include "ostrel/platform/charset.h"
+#include "ostrel/platform/types.h"
+
+namespace platform {
+
+// A mode string, taken apart.
+struct OpenMode {
+    enum class Encoding { kSystem, kUtf8, kUtf16, kBinary };
+
+    char access = 'r';  // r, w or a
+    bool update = false;
+    bool exclusive = false;
+    bool find_mark = false;  // a ccs= part was given: a byte order mark decides
+    Encoding encoding = Encoding::kSystem;
+
+    bool Reads() const { return access == 'r' || update; }
+    bool Writes() const { return access != 'r' || update; }
+    bool Binary() const { return encoding == Encoding::kBinary; }
+
+    // Nothing when the text is no mode of file.h.
+    static std::optional<OpenMode> Parse(std::u16string_view text);
+};
+
+class Stream {
+public:
+    // Opens the file, or gives null with errno.
+    static std::unique_ptr<Stream> Open(const char *path, const OpenMode &mode);
+    ~Stream();
+    Stream(const Stream &) = delete;
+    Stream &operator=(const Stream &) = delete;
+
+    bool Reads() const { return m_mode.Reads(); }
+
+    // Reads `room` characters at most, through the next line feed. Result: the characters stored;
+    // 0 at the end and on an error.
+    std::size_t ReadLine(WCHAR *line, std::size_t room);
+
+    // Bytes as a narrow call of the host wants them. Result: the bytes stored, 0 at the end, -1
+    // with errno on an error.
+    std::ptrdiff_t ReadBytes(char *bytes, std::size_t room);
+
+    // Result: false with errno on an error.
+    bool WriteBytes(const char *bytes, std::size_t count);
+
+    // Closes the file; its result. Nothing else may follow.
+    int Close();
+
+private:
+    static constexpr std::size_t kBlock = 32 * 1024;
+
+    Stream(int file, const OpenMode &mode);
+
+    bool FillBytes();
+    void SkipMark();
+    bool FillUnits();
+    std::size_t DecodeText();
+    std::size_t DecodePairs();
+    void Stop();
+
+    int m_file;
+    OpenMode m_mode;
+    bool m_started = false;     // the first block has been read
+    bool m_ended = false;       // the file has no more
+    bool m_heldReturn = false;  // a block of units ended with a CR
+
+    std::size_t m_bytePos = 0;
+    std::size_t m_byteEnd = 0;
+    std::size_t m_unitPos = 0;
+    std::size_t m_unitEnd = 0;
+    std::optional<StreamDecoder> m_decoder;  // made when the encoding is known
+
+    char m_bytes[kBlock];
+    WCHAR m_units[StreamDecoder::Capacity(kBlock)];
+};
+
+}  // namespace platform
+
+#endif  // OSTREL_PLATFORM_STREAM_H

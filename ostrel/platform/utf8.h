@@ -1,0 +1,34 @@
+#ifndef OSTREL_PLATFORM_UTF8_H
+#define OSTREL_PLATFORM_UTF8_H
+
+// Internal. UTF-8 to UTF-16 and back, after the Unicode Standard: a surrogate, an overlong form or
+// a value above U+10FFFF is broken, and each maximal part of a broken sequence becomes one U+FFFD
+// (section 3.9, "Substitution of Maximal Subparts"). A run of ASCII is converted 16 at a time.
+
+#include <cstddef>
+
+#include "ostrel/platform/types.h"
+
+namespace platform {
+
+// Bytes of a character that begins with this byte, by that byte alone; 1 for one that begins none.
+constexpr std::size_t utf8_length(unsigned char lead) {
+    return lead < 0xC2 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : lead < 0xF5 ? 4 : 1;
+}
+
+// How far a character at `bytes` is sound: the number of bytes, `available` at most, that can stand
+// at the start of a character. The character is whole when this equals utf8_length(bytes[0]).
+std::size_t utf8_sound_length(const unsigned char *bytes, std::size_t available);
+
+// Decodes `count` bytes. `units` holds `count` units or more. Unless `last`, a character that is
+// cut at the end is left. `consumed` receives the number of bytes taken. Result: the units stored.
+std::size_t utf8_to_utf16(const char *bytes, std::size_t count, bool last, WCHAR *units,
+                          std::size_t *consumed);
+
+// Encodes `count` units; a lone surrogate becomes U+FFFD. `bytes` holds 3 * `count`. Result: the
+// bytes stored.
+std::size_t utf16_to_utf8(const WCHAR *units, std::size_t count, char *bytes);
+
+}  // namespace platform
+
+#endif  // OSTREL_PLATFORM_UTF8_H
