@@ -220,6 +220,10 @@ public:
         return left + right.c_str();
     }
     template <class Other, std::enable_if_t<detail::is_base_text<Other, Self, std_string>, int> = 0>
+    friend Self operator+(Self &&left, Other &&right) {
+        return std::move(left += right.c_str());
+    }
+    template <class Other, std::enable_if_t<detail::is_base_text<Other, Self, std_string>, int> = 0>
     friend Self operator+(Other &&left, const Self &right) {
         return Self(std_string(std::forward<Other>(left))) + right.c_str();
     }
@@ -242,7 +246,9 @@ public:
         return *this;
     }
     const x_wstring &operator=(x_wstring &&text) noexcept {
-        assign(std::move(text));
+        if (this != &text) {
+            assign(std::move(text));
+        }
         return *this;
     }
 };
@@ -260,7 +266,9 @@ public:
         return *this;
     }
     const x_astring &operator=(x_astring &&text) noexcept {
-        assign(std::move(text));
+        if (this != &text) {
+            assign(std::move(text));
+        }
         return *this;
     }
 };

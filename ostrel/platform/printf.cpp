@@ -1,18 +1,16 @@
 #include "ostrel/platform/printf.h"
 
 #include <algorithm>
-#include <array>
 #include <bit>
 #include <cerrno>
-#include <charconv>
 #include <climits>
-#include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <string>
 #include <string_view>
 
 #include "ostrel/platform/charset.h"
+#include "ostrel/platform/printf_number.h"
 
 namespace platform {
 namespace {
@@ -99,31 +97,6 @@ private:
     std::uint64_t m_lost = 0;
 };
 
-// A flag's bit is its distance from the blank: to recognise one takes a subtraction and a shift.
-constexpr unsigned flag_bit(char flag) {
-    return 1U << (flag - ' ');
-}
-
-constexpr unsigned kBlank = flag_bit(' ');
-constexpr unsigned kAlternate = flag_bit('#');
-constexpr unsigned kPlus = flag_bit('+');
-constexpr unsigned kLeft = flag_bit('-');
-constexpr unsigned kZero = flag_bit('0');
-constexpr unsigned kFlags = kBlank | kAlternate | kPlus | kLeft | kZero;
-
-enum class Size { kDefault, kByte, kShort, kLong, kInt64 };
-
-// What stands between the % and the letter of a conversion.
-struct Options {
-    unsigned flags = 0;
-    Size size = Size::kDefault;
-    std::int64_t width = 0;
-    std::int64_t precision = -1;  // -1: none
-
-    bool Has(unsigned flag) const { return (flags & flag) != 0; }
-    bool HasPrecision() const { return precision >= 0; }
-};
-
 // The conversions before which F is the far modifier.
 constexpr std::string_view kFarConversions = "sScCdiouxXpegGfn";
 
@@ -144,31 +117,31 @@ std::int64_t read_number(const Char *&at) {
 
 // Steps over the modifiers; of several that contradict each other the last counts.
 template <typename Char>
-const Char *read_modifiers(const Char *at, Size &size) {
+const Char *read_modifiers(const Char *at, PrintSize &size) {
     for (;; ++at) {
         switch (*at) {
             case 'h':
-                size = size == Size::kShort ? Size::kByte : Size::kShort;
+                size = size == PrintSize::kShort ? PrintSize::kByte : PrintSize::kShort;
                 break;
             case 'l':
-                size = size == Size::kLong ? Size::kInt64 : Size::kLong;
+                size = size == PrintSize::kLong ? PrintSize::kInt64 : PrintSize::kLong;
                 break;
             case 'w':
-                size = Size::kLong;
+                size = PrintSize::kLong;
                 break;
             case 'I':
-                size = Size::kInt64;
+                size = PrintSize::kInt64;
                 if (at[1] == '6' && at[2] == '4') {
                     at += 2;
                 } else if (at[1] == '3' && at[2] == '2') {
-                    size = Size::kDefault;
+                    size = PrintSize::kDefault;
                     at += 2;
                 }
                 break;
             case 'j':
             case 'z':
             case 't':
-                size = Size::kInt64;
+                size = PrintSize::kInt64;
                 break;
             case 'L':
             case 'N':
@@ -185,276 +158,12 @@ const Char *read_modifiers(const Char *at, Size &size) {
     }
 }
 
-// A printed number. Its characters stand in one piece, [begin, end); what may have to be put
-// between them is said by number: zeros before the digits, where padding with zeros goes too, and
-// zeros before the exponent.
-struct Number {
-    explicit Number(char *text) : begin(text), digits(text), exponent(text), end(text) {}
-
-    char *begin;
-    char *digits;
-    char *exponent;
-    char *end;
-    std::int64_t leading_zeros = 0;
-    std::int64_t trailing_zeros = 0;
-
-    // `from` is where there is room for a prefix.
-    void SetDigits(char *from, char *to) {
-        begin = digits = from;
-        exponent = end = to;
-    }
-
-    void SetExponent(const char *text, std::size_t length) {
-        std::memmove(exponent, text, length);
-        end = exponent + length;
-    }
-
-    void AddPrefix(char character) { *--begin = character; }
-
-    void AddSign(bool negative, const Options &options) {
-        if (negative) {
-            AddPrefix('-');
-        } else if (options.Has(kPlus)) {
-            AddPrefix('+');
-        } else if (options.Has(kBlank)) {
-            AddPrefix(' ');
-        }
-    }
-};
-
-constexpr std::size_t kPrefix = 3;  // a sign, 0x
-constexpr char kLowerDigits[] = "0123456789abcdef";
-constexpr char kUpperDigits[] = "0123456789ABCDEF";
-
-// The digits of an unsigned 64-bit number, in octal at most.
-constexpr std::size_t kIntegerText = 22;
-
-void write_integer(std::uint64_t value, unsigned conversion, char *text, Number &number) {
-    if (conversion == 'd') {
-        number.SetDigits(text, std::to_chars(text, text + kIntegerText, value).ptr);
-        return;
-    }
-    const int bits = conversion == 'o' ? 3 : 4;
-    const char *const digits = conversion == 'X' ? kUpperDigits : kLowerDigits;
-    char *first = text + kIntegerText;
-    do {
-        *--first = digits[value & ((1U << bits) - 1)];
-        value >>= bits;
-    } while (value != 0);
-    number.SetDigits(first, text + kIntegerText);
-}
-
-// A double has at most 309 digits before the point, 1074 decimals that are not zero, and 767 digits
-// between the first and the last one that is not zero. What a precision asks beyond is zeros.
-constexpr std::int64_t kMostDecimals = 1074;
-constexpr std::int64_t kMostDigits = 767;
-constexpr std::size_t kDoubleText = 309 + 1 + kMostDecimals + 1;
-
-char *text_end(char *text) {
-    return text + kDoubleText;
-}
-
-constexpr unsigned kMantissaBits = 52;
-constexpr std::uint64_t kMantissaMask = (std::uint64_t{1} << kMantissaBits) - 1;
-constexpr int kExponentMask = 0x7FF;
-
-// A finite double that is not negative: mantissa * 2^exponent.
-struct Binary {
-    explicit Binary(double value) {
-        const auto bits = std::bit_cast<std::uint64_t>(value);
-        const int biased = static_cast<int>(bits >> kMantissaBits) & kExponentMask;
-        mantissa = (bits & kMantissaMask) | (std::uint64_t{biased != 0} << kMantissaBits);
-        exponent = std::max(biased, 1) - 1075;
-    }
-
-    std::uint64_t mantissa;
-    int exponent;
-};
-
-__extension__ using Uint128 = unsigned __int128;
-
-constexpr int kShortDecimals = 17;
-constexpr auto kPowersOf10 = [] {
-    std::array<std::uint64_t, kShortDecimals + 1> powers{1};
-    for (std::size_t i = 1; i < powers.size(); ++i) {
-        powers[i] = powers[i - 1] * 10;
-    }
-    return powers;
-}();
-
-// Whether write_short_fixed is for this value; most are of this size.
-bool is_short(double value, int decimals) {
-    return decimals <= kShortDecimals && value < 0x1p52 && (value >= 0x1p-12 || value == 0);
-}
-
-// Writes such a value in integer arithmetic, which is exact: it is mantissa / 2^shift with a shift
-// of 1 to 64 (of any for 0), so that what is behind the point is a whole number of 2^-64. Times a
-// power of ten below 2^64 this has 128 bits: the decimals above, and below the rest that decides
-// the rounding.
-char *write_short_fixed(double value, int decimals, char *text) {
-    const Binary binary(value);
-    const int shift = std::min(-binary.exponent, 64);
-    const std::uint64_t scale = kPowersOf10[static_cast<std::size_t>(decimals)];
-    std::uint64_t whole = binary.mantissa >> 1 >> (shift - 1);
-    const Uint128 product = Uint128{binary.mantissa << (64 - shift)} * scale;
-    auto fraction = static_cast<std::uint64_t>(product >> 64);
-
-    constexpr std::uint64_t kHalf = std::uint64_t{1} << 63;
-    const auto rest = static_cast<std::uint64_t>(product);
-    const std::uint64_t odd = (decimals == 0 ? whole : fraction) & 1;
-    if (rest > kHalf - odd) {
-        ++fraction;
-    }
-    if (fraction == scale) {
-        fraction = 0;
-        ++whole;
-    }
-    char *const point = std::to_chars(text, text_end(text), whole).ptr;
-    if (decimals == 0) {
-        return point;
-    }
-    // Written with a 1 before it, the fraction keeps its leading zeros; the point replaces the 1.
-    char *const end = std::to_chars(point, text_end(text), scale + fraction).ptr;
-    *point = '.';
-    return end;
-}
-
-void write_fixed(double value, const Options &options, char *text, Number &number) {
-    const auto decimals = static_cast<int>(std::min(options.precision, kMostDecimals));
-    char *end =
-        is_short(value, decimals)
-            ? write_short_fixed(value, decimals, text)
-            : std::to_chars(text, text_end(text), value, std::chars_format::fixed, decimals).ptr;
-    if (decimals == 0 && options.Has(kAlternate)) {
-        *end++ = '.';
-    }
-    number.SetDigits(text, end);
-    number.trailing_zeros = options.precision - decimals;
-}
-
-// The exponent of a number in the form that %e prints: e, a sign, two digits or three.
-struct Exponent {
-    char text[8];
-    std::size_t length;
-
-    int Value() const {
-        int value = 0;
-        std::from_chars(text + 2, text + length, value);
-        return text[1] == '-' ? -value : value;
-    }
-};
-
-// Writes one digit, a point and `decimals` digits. Result: the end.
-char *write_mantissa(double value, int decimals, bool capital, char *text, Exponent &exponent) {
-    char *const most = text + 1 + 1 + kMostDigits + sizeof exponent.text;
-    char *const end = std::to_chars(text, most, value, std::chars_format::scientific, decimals).ptr;
-    const char *const letter = end[-4] == 'e' ? end - 4 : end - 5;
-    exponent.length = static_cast<std::size_t>(end - letter);
-    std::memcpy(exponent.text, letter, exponent.length);
-    exponent.text[0] = capital ? 'E' : 'e';
-    text[1] = '.';  // none without decimals
-    return text + 2 + decimals;
-}
-
-void write_scientific(double value, bool capital, const Options &options, char *text,
-                      Number &number) {
-    const auto decimals = static_cast<int>(std::min(options.precision, kMostDigits - 1));
-    Exponent exponent;
-    char *const end = write_mantissa(value, decimals, capital, text, exponent);
-    number.SetDigits(text, decimals == 0 && !options.Has(kAlternate) ? end - 1 : end);
-    number.SetExponent(exponent.text, exponent.length);
-    number.trailing_zeros = options.precision - decimals;
-}
-
-void write_general(double value, bool capital, const Options &options, char *text, Number &number) {
-    constexpr int kLeastFixed = -4;  // the least exponent that is not written
-    const std::int64_t precision = std::max<std::int64_t>(options.precision, 1);
-    const auto digits = static_cast<int>(std::min(precision, kMostDigits));
-    Exponent exponent;
-    char *first = text - kLeastFixed;  // room for zeros before it
-    char *end = write_mantissa(value, digits - 1, capital, first, exponent);
-
-    const int places = exponent.Value();
-    const bool fixed = places >= kLeastFixed && places < precision;
-    if (fixed && places > 0) {
-        std::memmove(first + 1, first + 2, static_cast<std::size_t>(places));
-        first[1 + places] = '.';
-    } else if (fixed && places < 0) {
-        first[1] = first[0];
-        first += places;
-        std::memset(first, '0', static_cast<std::size_t>(1 - places));
-        first[1] = '.';
-    }
-    if (options.Has(kAlternate)) {
-        number.trailing_zeros = precision - digits;
-    } else {
-        while (end[-1] == '0') {
-            --end;
-        }
-        end -= end[-1] == '.' ? 1 : 0;
-    }
-    number.SetDigits(first, end);
-    if (!fixed) {
-        number.SetExponent(exponent.text, exponent.length);
-    }
-}
-
-void write_hexadecimal(double value, bool capital, const Options &options, char *text,
-                       Number &number) {
-    constexpr int kMostHexDigits = kMantissaBits / 4;
-    Binary binary(value);
-    const auto decimals =
-        static_cast<int>(std::min<std::int64_t>(options.precision, kMostHexDigits));
-    const int dropped = (kMostHexDigits - decimals) * 4;
-    if (dropped > 0) {
-        const std::uint64_t half = std::uint64_t{1} << (dropped - 1);
-        const std::uint64_t odd = binary.mantissa >> dropped & 1;
-        binary.mantissa += half - 1 + odd;  // a carry goes into the first digit
-    }
-
-    const char *const digits = capital ? kUpperDigits : kLowerDigits;
-    char *end = text;
-    *end++ = digits[binary.mantissa >> kMantissaBits];
-    if (decimals > 0 || options.Has(kAlternate)) {
-        *end++ = '.';
-    }
-    for (int i = 1; i <= decimals; ++i) {
-        *end++ = digits[binary.mantissa >> (kMostHexDigits - i) * 4 & 0xF];
-    }
-    number.SetDigits(text, end);
-    number.trailing_zeros = options.precision - decimals;
-    number.AddPrefix(capital ? 'X' : 'x');
-    number.AddPrefix('0');
-
-    const int exponent = value == 0 ? 0 : binary.exponent + static_cast<int>(kMantissaBits);
-    *end++ = capital ? 'P' : 'p';
-    *end++ = exponent < 0 ? '-' : '+';
-    number.end = std::to_chars(end, text_end(text), std::abs(exponent)).ptr;
-}
-
-// The name of what is no finite number. A NaN is signalling while the first bit of its mantissa is
-// clear; the negative NaN with that bit alone is what an invalid operation gives.
-std::string_view special_name(std::uint64_t bits, bool capital) {
-    constexpr std::uint64_t kQuiet = std::uint64_t{1} << (kMantissaBits - 1);
-    const std::uint64_t mantissa = bits & kMantissaMask;
-    if (mantissa == 0) {
-        return capital ? "INF" : "inf";
-    }
-    if ((mantissa & kQuiet) == 0) {
-        return capital ? "NAN(SNAN)" : "nan(snan)";
-    }
-    if (mantissa == kQuiet && bits >> 63 != 0) {
-        return capital ? "NAN(IND)" : "nan(ind)";
-    }
-    return capital ? "NAN" : "nan";
-}
-
 template <typename Char>
 constexpr Char kNull[] = {'(', 'n', 'u', 'l', 'l', ')', 0};
 
 // The length of a text that need not be terminated within its first `limit` characters.
 template <typename Char>
-std::size_t bounded_length(const Char *text, const Options &options) {
+std::size_t bounded_length(const Char *text, const PrintOptions &options) {
     if (!options.HasPrecision()) {
         return std::char_traits<Char>::length(text);
     }
@@ -482,6 +191,7 @@ public:
     int Print(const Char *format) {
         try {
             if (format == nullptr || !PrintParts(format)) {
+                m_sink.Terminate();
                 errno = EINVAL;
                 return -1;
             }
@@ -513,7 +223,7 @@ private:
                 m_sink.Put(format++, 1);
                 continue;
             }
-            Options options;
+            PrintOptions options;
             format = ReadOptions(format, options);
             if (!Convert(Code(*format++), options)) {  // the NUL at the end is no conversion
                 return false;
@@ -528,7 +238,7 @@ private:
         return va_arg(m_arguments, Value);
     }
 
-    const Char *ReadOptions(const Char *at, Options &options) {
+    const Char *ReadOptions(const Char *at, PrintOptions &options) {
         if (*at < 'A') {  // before the letters
             for (unsigned bit; (bit = Code(*at) - ' ') <= '0' - ' ' && (kFlags >> bit & 1); ++at) {
                 options.flags |= 1U << bit;
@@ -539,7 +249,7 @@ private:
         return read_modifiers(at, options.size);
     }
 
-    void ReadWidth(const Char *&at, Options &options) {
+    void ReadWidth(const Char *&at, PrintOptions &options) {
         if (*at != '*') {
             options.width = read_number(at);
             return;
@@ -552,7 +262,7 @@ private:
         }
     }
 
-    void ReadPrecision(const Char *&at, Options &options) {
+    void ReadPrecision(const Char *&at, PrintOptions &options) {
         if (*at != '.') {
             return;
         }
@@ -564,7 +274,7 @@ private:
         options.precision = std::max(Next<int>(), -1);
     }
 
-    bool Convert(unsigned conversion, Options &options) {
+    bool Convert(unsigned conversion, PrintOptions &options) {
         constexpr bool kWide = sizeof(Char) == sizeof(WCHAR);
         switch (conversion) {
             case 's':
@@ -612,45 +322,45 @@ private:
         }
     }
 
-    std::int64_t NextSigned(Size size) {
+    std::int64_t NextSigned(PrintSize size) {
         switch (size) {
-            case Size::kInt64:
+            case PrintSize::kInt64:
                 return Next<std::int64_t>();
-            case Size::kShort:
+            case PrintSize::kShort:
                 return static_cast<std::int16_t>(Next<int>());
-            case Size::kByte:
+            case PrintSize::kByte:
                 return static_cast<std::int8_t>(Next<int>());
             default:
                 return Next<int>();
         }
     }
 
-    std::uint64_t NextUnsigned(Size size) {
+    std::uint64_t NextUnsigned(PrintSize size) {
         switch (size) {
-            case Size::kInt64:
+            case PrintSize::kInt64:
                 return Next<std::uint64_t>();
-            case Size::kShort:
+            case PrintSize::kShort:
                 return static_cast<std::uint16_t>(Next<unsigned>());
-            case Size::kByte:
+            case PrintSize::kByte:
                 return static_cast<std::uint8_t>(Next<unsigned>());
             default:
                 return Next<unsigned>();
         }
     }
 
-    void PrintSigned(const Options &options) {
+    void PrintSigned(const PrintOptions &options) {
         const std::int64_t value = NextSigned(options.size);
         const auto bits = static_cast<std::uint64_t>(value);
         char text[kPrefix + kIntegerText];
-        Number number(text + kPrefix);
+        PrintedNumber number(text + kPrefix);
         WriteInteger(value < 0 ? 0 - bits : bits, 'd', options, number);
         number.AddSign(value < 0, options);
         PutNumber(number, options, !options.HasPrecision());
     }
 
-    void PrintUnsigned(std::uint64_t value, unsigned conversion, const Options &options) {
+    void PrintUnsigned(std::uint64_t value, unsigned conversion, const PrintOptions &options) {
         char text[kPrefix + kIntegerText];
-        Number number(text + kPrefix);
+        PrintedNumber number(text + kPrefix);
         WriteInteger(value, conversion, options, number);
         if (options.Has(kAlternate)) {
             if (conversion == 'o' && number.leading_zeros == 0 &&
@@ -664,8 +374,8 @@ private:
         PutNumber(number, options, !options.HasPrecision());
     }
 
-    static void WriteInteger(std::uint64_t value, unsigned conversion, const Options &options,
-                             Number &number) {
+    static void WriteInteger(std::uint64_t value, unsigned conversion, const PrintOptions &options,
+                             PrintedNumber &number) {
         if (value != 0 || options.precision != 0) {
             write_integer(value, conversion, number.begin, number);
         }
@@ -673,15 +383,15 @@ private:
             std::max<std::int64_t>(options.precision - (number.end - number.digits), 0);
     }
 
-    void PrintDouble(unsigned conversion, bool capital, Options &options) {
+    void PrintDouble(unsigned conversion, bool capital, PrintOptions &options) {
         const double value = Next<double>();
         const auto bits = std::bit_cast<std::uint64_t>(value);
         const bool negative = bits >> 63 != 0;
         const double magnitude = std::bit_cast<double>(bits << 1 >> 1);
         char buffer[kPrefix + kDoubleText];
         char *const text = buffer + kPrefix;
-        Number number(text);
-        if ((static_cast<int>(bits >> kMantissaBits) & kExponentMask) == kExponentMask) {
+        PrintedNumber number(text);
+        if (!is_finite(bits)) {
             const std::string_view name = special_name(bits, capital);
             number.SetDigits(text, std::copy(name.begin(), name.end(), text));
             number.AddSign(negative, options);
@@ -705,7 +415,8 @@ private:
         PutNumber(number, options, true);
     }
 
-    void PutNumber(const Number &number, const Options &options, bool may_pad_with_zeros) {
+    void PutNumber(const PrintedNumber &number, const PrintOptions &options,
+                   bool may_pad_with_zeros) {
         const std::int64_t zeros = number.leading_zeros + number.trailing_zeros;
         const std::int64_t padding = options.width - (number.end - number.begin) - zeros;
         if (padding <= 0 && zeros == 0) {
@@ -735,10 +446,10 @@ private:
     }
 
     // A string or one character, wide or narrow unless a modifier says which.
-    void PrintText(bool single, bool wide, Options &options) {
-        if (options.size == Size::kLong || options.size == Size::kInt64) {
+    void PrintText(bool single, bool wide, PrintOptions &options) {
+        if (options.size == PrintSize::kLong || options.size == PrintSize::kInt64) {
             wide = true;
-        } else if (options.size == Size::kShort || options.size == Size::kByte) {
+        } else if (options.size == PrintSize::kShort || options.size == PrintSize::kByte) {
             wide = false;
         }
         if (wide == (sizeof(Char) == sizeof(WCHAR))) {
@@ -749,7 +460,7 @@ private:
     }
 
     template <typename Argument>
-    void PrintText(bool single, Options &options) {
+    void PrintText(bool single, PrintOptions &options) {
         if (single) {
             const auto character = static_cast<Argument>(Next<int>());
             PutText(&character, 1, false, options);
@@ -763,30 +474,30 @@ private:
         PutText(text, length, static_cast<std::int64_t>(length) == options.precision, options);
     }
 
-    void PutText(const Char *text, std::size_t length, bool /*cut*/, const Options &options) {
-        PutPadded(length, options, [&] { m_sink.Put(text, length); });
+    void PutText(const Char *text, std::size_t length, bool /*cut*/, const PrintOptions &options) {
+        PutPadded(text, length, options);
     }
 
     // ASCII is the same in every system code page; anything else goes through the converter.
-    void PutText(const Other *text, std::size_t length, bool cut, const Options &options) {
+    void PutText(const Other *text, std::size_t length, bool cut, const PrintOptions &options) {
         using Unsigned = std::make_unsigned_t<Other>;
         if (std::all_of(text, text + length, [](Other unit) { return Unsigned(unit) < 0x80; })) {
-            PutPadded(length, options, [&] { m_sink.Put(text, length); });
+            PutPadded(text, length, options);
             return;
         }
         const int saved_errno = errno;
         const auto converted = Twin<Char>::Convert({text, length}, cut);
         errno = saved_errno;
-        PutText(converted.data(), converted.size(), cut, options);
+        PutPadded(converted.data(), converted.size(), options);
     }
 
-    template <typename PutFunction>
-    void PutPadded(std::size_t length, const Options &options, PutFunction put) {
+    template <typename Source>
+    void PutPadded(const Source *text, std::size_t length, const PrintOptions &options) {
         const std::int64_t padding = options.width - static_cast<std::int64_t>(length);
         if (!options.Has(kLeft)) {
             Fill(options.Has(kZero) ? '0' : ' ', padding);
         }
-        put();
+        m_sink.Put(text, length);
         if (options.Has(kLeft)) {
             Fill(' ', padding);
         }

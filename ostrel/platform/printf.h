@@ -57,7 +57,7 @@
 // An unknown conversion (%% with options between is one), a format that ends within one, a null
 // `format` or a null `buffer` with a `count` other than 0 give -1 with errno EINVAL, memory that is
 // missing for the conversion of a string gives -1 with ENOMEM; what was printed before stays in the
-// buffer. Never writes past `count`.
+// buffer, with a NUL behind it if there is room. Never writes past `count`.
 OSTREL_PLATFORM_API int _vsnwprintf(WCHAR *buffer, std::size_t count, const WCHAR *format,
                                     std::va_list args);
 OSTREL_PLATFORM_API int _vsnprintf(char *buffer, std::size_t count, const char *format,

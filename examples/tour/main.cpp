@@ -1,0 +1,51 @@
+// The tour: the families of Ostrel at work on real input, one station after the other.
+
+#include <cstdio>
+#include <cstring>
+#include <exception>
+
+#include "ostrel/core/exception.h"
+#include "tour.h"
+#include "wexlog/wexlog.h"
+
+namespace {
+
+struct Station {
+    const char *title;
+    void (*show)();
+};
+
+constexpr Station kStations[] = {
+    {"ID mapping: one table, asked both ways", id_mapping_station},
+};
+
+int show_all() {
+    for (const Station &station : kStations) {
+        std::printf("\n== %s\n\n", station.title);
+        station.show();
+        std::fflush(stdout);
+    }
+    return 0;
+}
+
+}  // namespace
+
+int main(int count, char **arguments) {
+    for (int i = 1; i < count; ++i) {
+        if (std::strcmp(arguments[i], "--trace") != 0) {
+            std::fprintf(stderr, "usage: tour [--trace]\n");
+            return 2;
+        }
+        DBG::AddErrorStreamSink();
+    }
+    try {
+        return show_all();
+    } catch (const OS::CException &failure) {
+        OS::x_astring text;
+        text.Format("%S", failure.GetErrorMsgEx().c_str());
+        std::fprintf(stderr, "tour: %s\n", text.c_str());
+    } catch (const std::exception &failure) {
+        std::fprintf(stderr, "tour: %s\n", failure.what());
+    }
+    return 1;
+}

@@ -1,0 +1,9 @@
+#ifndef EXAMPLES_TOUR_TOUR_H
+#define EXAMPLES_TOUR_TOUR_H
+
+// The stations of the tour, in the order in which they are shown. Each prints what it does; all of
+// them read the files of examples/data, which is the current directory then.
+
+void id_mapping_station();
+
+#endif  // EXAMPLES_TOUR_TOUR_H

@@ -1,0 +1,146 @@
+#include "wexlog/sinks.h"
+
+#include <fcntl.h>
+#include <spdlog/details/log_msg.h>
+#include <spdlog/sinks/rotating_file_sink.h>
+#include <spdlog/sinks/stdout_sinks.h>
+#include <spdlog/sinks/syslog_sink.h>
+
+#include <chrono>
+#include <cstdio>
+#include <memory>
+#include <string_view>
+#include <utility>
+
+namespace DBG::detail {
+namespace {
+
+constexpr char kPattern[] = "%Y-%m-%d %H:%M:%S.%e [%t] %v";
+
+void AppendCharacter(char32_t code, std::string &out) {
+    const auto put = [&out](char32_t byte) { out.push_back(static_cast<char>(byte)); };
+    if (code < 0x80) {
+        put(code);
+        return;
+    }
+    if (code < 0x800) {
+        put(0xC0 | (code >> 6));
+    } else {
+        if (code < 0x10000) {
+            put(0xE0 | (code >> 12));
+        } else {
+            put(0xF0 | (code >> 18));
+            put(0x80 | ((code >> 12) & 0x3F));
+        }
+        put(0x80 | ((code >> 6) & 0x3F));
+    }
+    put(0x80 | (code & 0x3F));
+}
+
+// Appends `text` as UTF-8 that stays within one line.
+void AppendOneLine(std::basic_string_view<WCHAR> text, std::string &out) {
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        char32_t code = text[i];
+        if (code == '\r' || code == '\n') {
+            out += code == '\r' ? "\\r" : "\\n";
+            continue;
+        }
+        if (code >= 0xD800 && code < 0xE000) {
+            const bool paired = code < 0xDC00 && i + 1 < text.size() && text[i + 1] >= 0xDC00 &&
+                                text[i + 1] < 0xE000;
+            code = paired ? 0x10000 + ((code - 0xD800) << 10) + (text[++i] - 0xDC00u) : 0xFFFD;
+        }
+        AppendCharacter(code, out);
+    }
+}
+
+std::string Body(const Line &line) {
+    std::string body = std::to_string(line.level) + ' ';
+    AppendOneLine(line.file, body);
+    body += '(' + std::to_string(line.line) + ") ";
+    body.reserve(body.size() + line.text.size());
+    AppendOneLine(line.text, body);
+    return body;
+}
+
+void Write(spdlog::sinks::sink &sink, const Line &line) {
+    spdlog::level::level_enum level = spdlog::level::debug;
+    if (line.level == kLevelFailure) {
+        level = spdlog::level::err;
+    } else if (line.level == kLevelUnmet) {
+        level = spdlog::level::warn;
+    }
+    const std::string body = Body(line);
+    sink.log(spdlog::details::log_msg(spdlog::string_view_t(), level, body));
+    sink.flush();
+}
+
+// A file that is opened anew after a failure. The file sink that it stands on must not be used
+// again once it has thrown: it may have no open file, which it does not check.
+class ReopenedFile {
+public:
+    ReopenedFile(std::string path, std::size_t maxBytes, std::size_t olderFiles)
+        : m_path(std::move(path)), m_maxBytes(maxBytes), m_olderFiles(olderFiles) {
+        Open();
+    }
+
+    void WriteLine(const Line &line) {
+        if (m_file == nullptr) {
+            // An attempt that fails takes a while, and the thread that traces waits for it.
+            if (Clock::now() < m_nextAttempt) {
+                return;
+            }
+            m_nextAttempt = Clock::now() + kPause;
+            Open();
+        }
+        try {
+            Write(*m_file, line);
+        } catch (...) {
+            m_file = nullptr;
+            m_nextAttempt = Clock::now() + kPause;
+            throw;
+        }
+    }
+
+private:
+    using Clock = std::chrono::steady_clock;
+    static constexpr std::chrono::seconds kPause{1};
+
+    void Open() {
+        spdlog::file_event_handlers handlers;
+        handlers.after_open = [](const std::string &, std::FILE *file) {
+            // The file is no business of the programs that this process starts.
+            fcntl(fileno(file), F_SETFD, FD_CLOEXEC);
+        };
+        m_file = std::make_unique<spdlog::sinks::rotating_file_sink_mt>(
+            m_path, m_maxBytes, m_olderFiles, false, handlers);
+        m_file->set_pattern(kPattern);
+    }
+
+    const std::string m_path;
+    const std::size_t m_maxBytes;
+    const std::size_t m_olderFiles;
+    std::unique_ptr<spdlog::sinks::rotating_file_sink_mt> m_file;
+    Clock::time_point m_nextAttempt;
+};
+
+}  // namespace
+
+SinkFunction MakeErrorStreamSink() {
+    const auto sink = std::make_shared<spdlog::sinks::stderr_sink_mt>();
+    sink->set_pattern(kPattern);
+    return [sink](const Line &line) { Write(*sink, line); };
+}
+
+SinkFunction MakeFileSink(std::string path, std::size_t maxBytes, std::size_t olderFiles) {
+    const auto file = std::make_shared<ReopenedFile>(std::move(path), maxBytes, olderFiles);
+    return [file](const Line &line) { file->WriteLine(line); };
+}
+
+SinkFunction MakeSystemLogSink(std::string program) {
+    const auto sink = std::make_shared<spdlog::sinks::syslog_sink_mt>(std::move(program), LOG_PID,
+                                                                      LOG_USER, false);
+    return [sink](const Line &line) { Write(*sink, line); };
+}
+
+}  // namespace DBG::detail

@@ -1,0 +1,209 @@
+#include "wexlog/wexlog.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstdarg>
+#include <cstddef>
+#include <cstdlib>
+#include <memory>
+#include <string_view>
+#include <utility>
+
+#include "ostrel/platform/error.h"
+#include "wexlog/formatted_text.h"
+#include "wexlog/sink_list.h"
+#include "wexlog/sinks.h"
+
+namespace DBG {
+namespace {
+
+using detail::FormattedText;
+using detail::SinkFunction;
+using detail::SinkList;
+
+constexpr std::size_t kEnvironmentMaxBytes = 10 * 1024 * 1024;
+constexpr std::size_t kEnvironmentOlderFiles = 2;
+
+// The kinds that any sink wants. All, until the environment has been read: the first line goes on
+// to Sinks() whatever its kind.
+constinit std::atomic<Kinds> g_wanted{kAllKinds};
+
+bool IsWanted(int level) {
+    return (g_wanted.load(std::memory_order_relaxed) & detail::KindOf(level)) != 0;
+}
+
+Kinds KindsNamed(std::string_view words) {
+    constexpr std::pair<std::string_view, Kinds> kNames[] = {
+        {"value", kValue}, {"entry", kEntry}, {"exit", kExit},    {"failure", kFailure},
+        {"unmet", kUnmet}, {"other", kOther}, {"all", kAllKinds},
+    };
+    constexpr std::string_view kSeparators = ", \t";
+    Kinds kinds = 0;
+    for (std::size_t end = 0; end < words.size();) {
+        const std::size_t begin = words.find_first_not_of(kSeparators, end);
+        if (begin == words.npos) {
+            break;
+        }
+        end = std::min(words.find_first_of(kSeparators, begin), words.size());
+        for (const auto &[name, kind] : kNames) {
+            if (name == words.substr(begin, end - begin)) {
+                kinds |= kind;
+            }
+        }
+    }
+    return kinds;
+}
+
+SinkFunction MakeEnvironmentSink() {
+    const char *const path = std::getenv("WEXLOG_FILE");
+    if (path != nullptr && *path != '\0') {
+        try {
+            return detail::MakeFileSink(path, kEnvironmentMaxBytes, kEnvironmentOlderFiles);
+        } catch (...) {
+            // Whoever asks for lines and names a wrong file should see them, not wonder.
+        }
+    }
+    return detail::MakeErrorStreamSink();
+}
+
+std::unique_ptr<SinkList> MakeSinks() {
+    auto sinks = std::make_unique<SinkList>(g_wanted);
+    const char *const level = std::getenv("WEXLOG_LEVEL");
+    const Kinds kinds = level == nullptr ? 0 : KindsNamed(level);
+    if (kinds != 0) {
+        sinks->Add(MakeEnvironmentSink(), kinds);
+    } else {
+        sinks->PublishWanted();
+    }
+    return sinks;
+}
+
+// The sinks of the process, with that of the environment. Never destroyed, since static destructors
+// trace too. Throws std::bad_alloc; the next call tries again.
+SinkList &Sinks() {
+    static SinkList *const sinks = MakeSinks().release();
+    return *sinks;
+}
+
+// Traced code looks at its errors behind the line.
+class KeptErrors {
+public:
+    KeptErrors() noexcept : m_errno(errno), m_lastError(GetLastError()) {}
+    ~KeptErrors() {
+        SetLastError(m_lastError);
+        errno = m_errno;
+    }
+    KeptErrors(const KeptErrors &) = delete;
+    KeptErrors &operator=(const KeptErrors &) = delete;
+
+private:
+    const int m_errno;
+    const DWORD m_lastError;
+};
+
+void Send(Line line, const WCHAR *format, std::va_list args) {
+    const FormattedText<WCHAR> text(format, args);
+    line.text = text.View();
+    Sinks().Dispatch(line);
+}
+
+void SendPrinted(const Line &line, const WCHAR *format, ...) {
+    std::va_list args;
+    va_start(args, format);
+    Send(line, format, args);
+    va_end(args);
+}
+
+void Send(const Line &line, const char *format, std::va_list args) {
+    const FormattedText<char> text(format, args);
+    const std::string_view bytes = text.View();
+    SendPrinted(line, TEXT("%.*hs"), static_cast<int>(bytes.size()), bytes.data());
+}
+
+template <class Char>
+void Trace(const Line &line, const Char *format, std::va_list args) noexcept {
+    if (SinkList::InSink()) {
+        return;
+    }
+    const KeptErrors errors;
+    try {
+        Sinks();  // reads the environment, which may want less than the line's kind
+        if (IsWanted(line.level)) {
+            Send(line, format, args);
+        }
+    } catch (...) {
+        // No memory: the line is lost.
+    }
+}
+
+Line MakeLine(HINSTANCE module, int level, const WCHAR *file, int line) {
+    return {module, level, file == nullptr ? TEXT("") : file, line, {}};
+}
+
+template <class Make>
+SinkId AddMade(Make make, Kinds kinds) noexcept {
+    try {
+        return Sinks().Add(make(), kinds);
+    } catch (...) {
+        return 0;
+    }
+}
+
+}  // namespace
+
+void DebugLogEx(HINSTANCE module, int level, const WCHAR *file, int line, const WCHAR *format,
+                ...) {
+    if (!IsWanted(level)) {
+        return;
+    }
+    std::va_list args;
+    va_start(args, format);
+    Trace(MakeLine(module, level, file, line), format, args);
+    va_end(args);
+}
+
+void DebugLogEx(HINSTANCE module, int level, const WCHAR *file, int line, const char *format, ...) {
+    if (!IsWanted(level)) {
+        return;
+    }
+    std::va_list args;
+    va_start(args, format);
+    Trace(MakeLine(module, level, file, line), format, args);
+    va_end(args);
+}
+
+SinkId AddSink(std::function<void(const Line &)> function, Kinds kinds) {
+    if (!function) {
+        return 0;
+    }
+    return AddMade([&function] { return std::move(function); }, kinds);
+}
+
+SinkId AddErrorStreamSink(Kinds kinds) {
+    return AddMade(detail::MakeErrorStreamSink, kinds);
+}
+
+SinkId AddFileSink(const char *path, std::size_t maxBytes, std::size_t olderFiles, Kinds kinds) {
+    if (path == nullptr || *path == '\0') {
+        return 0;
+    }
+    return AddMade([=] { return detail::MakeFileSink(path, maxBytes, olderFiles); }, kinds);
+}
+
+SinkId AddSystemLogSink(const char *program, Kinds kinds) {
+    if (program == nullptr) {
+        return 0;
+    }
+    return AddMade([=] { return detail::MakeSystemLogSink(program); }, kinds);
+}
+
+void RemoveSink(SinkId sink) {
+    try {
+        Sinks().Remove(sink);
+    } catch (...) {
+        // No list could be made, so there is no sink.
+    }
+}
+
+}  // namespace DBG
