@@ -1,5 +1,8 @@
 #include "ostrel/config/cm_IdMapping.h"
 
+#include <utility>
+
+#include "ostrel/config/item_order.h"
 #include "ostrel/config/line_tokens.h"
 #include "ostrel/core/trace.h"
 
@@ -24,7 +27,8 @@ bool CIDMapping::CLineReaderCallback::operator()(int, const WCHAR *line) {
         OSTREL_TRACE(DBG::kLevelValue, TEXT("Logical ID = %s"), fields.m_strToken1.c_str());
         OSTREL_TRACE(DBG::kLevelValue, TEXT("Category   = %s"), fields.m_strToken2.c_str());
         if (m_pMapping != nullptr) {
-            m_pMapping->AddItem(fields.m_nID, fields.m_strToken1, fields.m_strToken2);
+            m_pMapping->Store(fields.m_nID, std::move(fields.m_strToken1),
+                              std::move(fields.m_strToken2));
         }
     }
     return true;
@@ -37,24 +41,41 @@ CIDMapping *CIDMapping::Instance() {
     return s_pInstance.get();
 }
 
+// The items of the whole file come first, and the maps are filled when the text is gone: that is
+// faster than to search for the place of each line, and takes less memory at its peak.
 CIDMapping::CIDMapping(const WCHAR *file) {
-    CLineReaderCallback callback(this);
-    CINIReader reader;
-    reader.Parse(file, TEXT("r"));
-    reader.Enumerate(callback);
+    {
+        CLineReaderCallback callback(this);
+        CINIReader reader;
+        reader.Parse(file, TEXT("r"));
+        reader.Enumerate(callback);
+    }
+    FillMaps();
 }
 
 CIDMapping::CIDMapping(const CIDMapping &) = default;
 CIDMapping &CIDMapping::operator=(const CIDMapping &) = default;
 CIDMapping::~CIDMapping() = default;
 
+IDMappingItem *CIDMapping::Store(int id, OS::x_wstring logicalID, OS::x_wstring category) {
+    m_items.push_back(OS::CAutoPtr<IDMappingItem>(
+        new IDMappingItem{id, std::move(logicalID), std::move(category)}));
+    return m_items.back().get();
+}
+
+void CIDMapping::FillMaps() {
+    for (IDMappingItem *const item : OS::detail::order_by_id(m_items)) {
+        m_byID.insert_or_assign(m_byID.end(), item->m_nID, item);
+    }
+    for (IDMappingItem *const item : OS::detail::order_by_logical_id(m_items)) {
+        m_byLogicalID.insert_or_assign(m_byLogicalID.end(), item->m_strLogicalID, item);
+    }
+}
+
 void CIDMapping::AddItem(int id, const WCHAR *logicalID, const WCHAR *category) {
-    m_items.push_back(
-        OS::CAutoPtr<IDMappingItem>(new IDMappingItem{id, logicalID, category}));
-    IDMappingItem *const item = m_items.back().get();
-    // Files are mostly sorted by ID, and often by name: the end is tried first.
-    m_byID.insert_or_assign(m_byID.end(), id, item);
-    m_byLogicalID.insert_or_assign(m_byLogicalID.end(), item->m_strLogicalID, item);
+    IDMappingItem *const item = Store(id, logicalID, category);
+    m_byID[id] = item;
+    m_byLogicalID[item->m_strLogicalID] = item;
 }
 
 const WCHAR *CIDMapping::GetID(int id) const {

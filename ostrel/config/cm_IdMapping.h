@@ -67,6 +67,9 @@ private:
         CIDMapping *m_pMapping;
     };
 
+    IDMappingItem *Store(int id, OS::x_wstring logicalID, OS::x_wstring category);
+    void FillMaps();
+
     static OS::CAutoPtr<CIDMapping> s_pInstance;
 
     std::vector<OS::CAutoPtr<IDMappingItem>> m_items;  // all of them, in order of addition

@@ -20,6 +20,10 @@ template <class Char>
 struct Block {
     static constexpr std::size_t kCount = 16 / sizeof(Char);
 
+    static __m128i Load(const Char *text) {
+        return _mm_loadu_si128(reinterpret_cast<const __m128i *>(text));
+    }
+
     static __m128i Fill(Char c) {
         if constexpr (sizeof(Char) == 1) {
             return _mm_set1_epi8(static_cast<char>(c));
@@ -28,13 +32,51 @@ struct Block {
         }
     }
 
-    // sizeof(Char) bits for each character of `text` that equals the one that `filled` is full of.
-    static unsigned Equal(const Char *text, __m128i filled) {
-        const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i *>(text));
-        const __m128i equal =
-            sizeof(Char) == 1 ? _mm_cmpeq_epi8(block, filled) : _mm_cmpeq_epi16(block, filled);
-        return static_cast<unsigned>(_mm_movemask_epi8(equal));
+    // All bits of each character that is equal in the two.
+    static __m128i Equal(__m128i one, __m128i other) {
+        return sizeof(Char) == 1 ? _mm_cmpeq_epi8(one, other) : _mm_cmpeq_epi16(one, other);
     }
+};
+
+// The places in a text where the first and the last character of what is searched both stand,
+// looked for a block at a time.
+template <class Char>
+class CandidateFinder {
+public:
+    using Blocks = Block<Char>;
+
+    explicit CandidateFinder(std::basic_string_view<Char> search)
+        : m_first(Blocks::Fill(search.front())),
+          m_last(Blocks::Fill(search.back())),
+          m_distance(search.size() - 1) {}
+
+    // sizeof(Char) bits for each place of the block at `text`.
+    unsigned Mask(const Char *text) const {
+        return static_cast<unsigned>(_mm_movemask_epi8(Places(text)));
+    }
+
+    // The first of `blocks` blocks at `text` that has one, or `blocks`.
+    std::size_t FirstBlock(const Char *text, std::size_t blocks) const {
+        std::size_t at = 0;
+        for (; at + 2 <= blocks; at += 2) {
+            const Char *const pair = text + at * Blocks::kCount;
+            const __m128i one = Places(pair);
+            if (_mm_movemask_epi8(_mm_or_si128(one, Places(pair + Blocks::kCount))) != 0) {
+                return _mm_movemask_epi8(one) != 0 ? at : at + 1;
+            }
+        }
+        return at < blocks && Mask(text + at * Blocks::kCount) == 0 ? blocks : at;
+    }
+
+private:
+    __m128i Places(const Char *text) const {
+        return _mm_and_si128(Blocks::Equal(Blocks::Load(text), m_first),
+                             Blocks::Equal(Blocks::Load(text + m_distance), m_last));
+    }
+
+    __m128i m_first;
+    __m128i m_last;
+    std::size_t m_distance;
 };
 
 #endif
@@ -58,15 +100,17 @@ void for_each_hit(const Char *text, std::size_t length, std::basic_string_view<C
     std::size_t at = 0;
 
 #ifdef __SSE2__
-    using Block = Block<Char>;
-    const __m128i firsts = Block::Fill(first);
-    const __m128i lasts = Block::Fill(last);
-    while (at + Block::kCount <= end) {
-        std::size_t next = at + Block::kCount;
+    constexpr std::size_t kBlock = Block<Char>::kCount;
+    const CandidateFinder<Char> finder(search);
+    while (at + kBlock <= end) {
+        const std::size_t blocks = (end - at) / kBlock;
+        const std::size_t found = finder.FirstBlock(text + at, blocks);
+        at += found * kBlock;
+        if (found == blocks) {
+            break;
+        }
         std::size_t from = at;
-        unsigned mask =
-            Block::Equal(text + at, firsts) & Block::Equal(text + at + width - 1, lasts);
-        while (mask != 0) {
+        for (unsigned mask = finder.Mask(text + at); mask != 0;) {
             const auto bit = static_cast<unsigned>(__builtin_ctz(mask));
             mask &= ~(((1u << sizeof(Char)) - 1) << bit);
             const std::size_t hit = at + bit / sizeof(Char);
@@ -77,7 +121,7 @@ void for_each_hit(const Char *text, std::size_t length, std::basic_string_view<C
                 from = hit + width;
             }
         }
-        at = std::max(next, from);
+        at = std::max(at + kBlock, from);
     }
 #endif
 
