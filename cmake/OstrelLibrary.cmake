@@ -35,13 +35,14 @@ function(ostrel_library name)
     FILES ${arg_HEADERS})
   target_compile_features(${name} PUBLIC cxx_std_17)
   target_link_libraries(${name} PUBLIC ${arg_DEPENDS} PRIVATE ${arg_LINK})
-  target_link_options(${name} PRIVATE -Wl,--no-undefined -Wl,--as-needed)
+  target_link_options(${name} PRIVATE -Wl,--as-needed)
+  if(NOT OSTREL_SANITIZE)  # whose symbols only the program has
+    target_link_options(${name} PRIVATE -Wl,--no-undefined)
+  endif()
   set_target_properties(${name} PROPERTIES
     LINKER_LANGUAGE CXX
+    INSTALL_RPATH "$ORIGIN"
     EXPORT_NAME ${arg_EXPORT_NAME}
     VERSION ${PROJECT_VERSION}
     SOVERSION ${PROJECT_VERSION_MAJOR})
-  if(OSTREL_SANITIZE)
-    set_target_properties(${name} PROPERTIES LINK_OPTIONS "-Wl,--as-needed")
-  endif()
 endfunction()
