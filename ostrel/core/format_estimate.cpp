@@ -97,9 +97,6 @@ bool takes_wide(Char letter, Modifier modifier) {
     return own_width == (sizeof(Char) == sizeof(WCHAR));
 }
 
-// The number of characters that "%*.*f" makes of the value with that width and with six digits more
-// than the precision. It is worked out where rounding can't carry into a further digit, and printed
-// elsewhere.
 int count_fixed(const char *format, ...) {
     std::va_list args;
     va_start(args, format);
@@ -108,23 +105,32 @@ int count_fixed(const char *format, ...) {
     return count;
 }
 
+std::uint64_t count_digits(std::uint64_t number) {
+    std::uint64_t digits = 1;
+    for (; number >= 10; number /= 10) {
+        ++digits;
+    }
+    return digits;
+}
+
+// The number of characters that "%*.*f" makes of the value with that width and with six digits more
+// than the precision. It is worked out where rounding can't carry into a further digit, and printed
+// elsewhere, as for 9.9999999999.
 std::uint64_t fixed_item(const Conversion &conversion, double value) {
-    constexpr double kExactDigits = 1e15;
+    constexpr double kExactWhole = 1e15;
     const double magnitude = std::fabs(value);
-    const std::uint64_t digits = conversion.precision + 6;
-    if (magnitude < kExactDigits) {
+    const std::uint64_t decimals = conversion.precision + 6;
+    if (magnitude < kExactWhole) {
         const auto whole = static_cast<std::uint64_t>(magnitude);
-        if (magnitude - static_cast<double>(whole) < 0.5) {
-            std::uint64_t length = (std::signbit(value) ? 1 : 0) + 2 + digits;
-            for (std::uint64_t rest = whole / 10; rest != 0; rest /= 10) {
-                ++length;
-            }
-            return std::max(length, conversion.width);
+        const std::uint64_t digits = count_digits(whole);
+        if (digits == count_digits(whole + 1)) {
+            const std::uint64_t sign = std::signbit(value) ? 1 : 0;
+            return std::max(sign + digits + 1 + decimals, conversion.width);
         }
     }
     constexpr std::uint64_t kMost = std::numeric_limits<int>::max();
     const int length = count_fixed("%*.*f", static_cast<int>(conversion.width),
-                                   static_cast<int>(std::min(digits, kMost)), value);
+                                   static_cast<int>(std::min(decimals, kMost)), value);
     return length >= 0 ? static_cast<std::uint64_t>(length) : kMost;
 }
 
