@@ -7,8 +7,12 @@
 #include <spdlog/sinks/syslog_sink.h>
 
 #include <chrono>
+#include <csignal>
 #include <cstdio>
+#include <ctime>
+#include <filesystem>
 #include <memory>
+#include <stdexcept>
 #include <string_view>
 #include <utility>
 
@@ -37,12 +41,30 @@ void AppendCharacter(char32_t code, std::string &out) {
     put(0x80 | (code & 0x3F));
 }
 
+// What would end a line, or give a terminal orders.
+bool IsControl(char32_t code) {
+    return (code < 0x20 && code != '\t') || (code >= 0x7F && code < 0xA0) || code == 0x2028 ||
+           code == 0x2029;
+}
+
+void AppendEscape(char32_t code, std::string &out) {
+    if (code == '\r' || code == '\n') {
+        out += code == '\r' ? "\\r" : "\\n";
+        return;
+    }
+    constexpr char kDigits[] = "0123456789abcdef";
+    out += "\\u";
+    for (int shift = 12; shift >= 0; shift -= 4) {
+        out += kDigits[code >> shift & 0xF];
+    }
+}
+
 // Appends `text` as UTF-8 that stays within one line.
 void AppendOneLine(std::basic_string_view<WCHAR> text, std::string &out) {
     for (std::size_t i = 0; i < text.size(); ++i) {
         char32_t code = text[i];
-        if (code == '\r' || code == '\n') {
-            out += code == '\r' ? "\\r" : "\\n";
+        if (IsControl(code)) {
+            AppendEscape(code, out);
             continue;
         }
         if (code >= 0xD800 && code < 0xE000) {
@@ -63,6 +85,37 @@ std::string Body(const Line &line) {
     return body;
 }
 
+// A pipe that nobody reads and a file that may not grow send a signal, which would end the program.
+// Within this scope it is held off, and dropped if the scope has caused it.
+class NoWriteSignals {
+public:
+    NoWriteSignals() noexcept {
+        sigemptyset(&m_signals);
+        sigaddset(&m_signals, SIGPIPE);
+        sigaddset(&m_signals, SIGXFSZ);
+        sigset_t pending;
+        sigpending(&pending);
+        for (const int signal : {SIGPIPE, SIGXFSZ}) {
+            if (sigismember(&pending, signal) == 1) {
+                sigdelset(&m_signals, signal);  // somebody else's
+            }
+        }
+        pthread_sigmask(SIG_BLOCK, &m_signals, &m_before);
+    }
+    ~NoWriteSignals() {
+        constexpr timespec kAtOnce{};
+        while (sigtimedwait(&m_signals, nullptr, &kAtOnce) > 0) {
+        }
+        pthread_sigmask(SIG_SETMASK, &m_before, nullptr);
+    }
+    NoWriteSignals(const NoWriteSignals &) = delete;
+    NoWriteSignals &operator=(const NoWriteSignals &) = delete;
+
+private:
+    sigset_t m_signals;
+    sigset_t m_before;
+};
+
 void Write(spdlog::sinks::sink &sink, const Line &line) {
     spdlog::level::level_enum level = spdlog::level::debug;
     if (line.level == kLevelFailure) {
@@ -71,6 +124,7 @@ void Write(spdlog::sinks::sink &sink, const Line &line) {
         level = spdlog::level::warn;
     }
     const std::string body = Body(line);
+    const NoWriteSignals quiet;
     sink.log(spdlog::details::log_msg(spdlog::string_view_t(), level, body));
     sink.flush();
 }
@@ -107,6 +161,12 @@ private:
     static constexpr std::chrono::seconds kPause{1};
 
     void Open() {
+        // To open a pipe would wait for its reader.
+        const std::filesystem::file_status status = std::filesystem::status(m_path);
+        if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status) &&
+            !std::filesystem::is_character_file(status)) {
+            throw std::runtime_error("no file to trace to");
+        }
         spdlog::file_event_handlers handlers;
         handlers.after_open = [](const std::string &, std::FILE *file) {
             // The file is no business of the programs that this process starts.

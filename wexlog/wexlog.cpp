@@ -1,5 +1,7 @@
 #include "wexlog/wexlog.h"
 
+#include <pthread.h>
+
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
@@ -121,12 +123,25 @@ void Send(const Line &line, const char *format, std::va_list args) {
     SendPrinted(line, TEXT("%.*hs"), static_cast<int>(bytes.size()), bytes.data());
 }
 
+// A thread that is cancelled within a sink would unwind through calls that do not throw.
+class NoCancellation {
+public:
+    NoCancellation() noexcept { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &m_before); }
+    ~NoCancellation() { pthread_setcancelstate(m_before, nullptr); }
+    NoCancellation(const NoCancellation &) = delete;
+    NoCancellation &operator=(const NoCancellation &) = delete;
+
+private:
+    int m_before = PTHREAD_CANCEL_ENABLE;
+};
+
 template <class Char>
 void Trace(const Line &line, const Char *format, std::va_list args) noexcept {
     if (SinkList::InSink()) {
         return;
     }
     const KeptErrors errors;
+    const NoCancellation uncancelled;
     try {
         Sinks();  // reads the environment, which may want less than the line's kind
         if (IsWanted(line.level)) {

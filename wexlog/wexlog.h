@@ -8,8 +8,8 @@
 // any of these functions:
 //
 //   WEXLOG_LEVEL   the kinds of line that are wanted: "all", or names of the list
-//                  value,entry,exit,failure,unmet,other, separated by commas or blanks. Unset or
-//                  empty: none. A word that is no kind is passed over.
+//                  value,entry,exit,failure,unmet,other, separated by commas or blanks, in
+//                  small letters. Unset or empty: none. A word that is no kind is passed over.
 //   WEXLOG_FILE    the file to which they are added, 10 MiB at most and two older ones beside it
 //                  (name.1.ext and name.2.ext). Unset, empty or impossible to open: standard error.
 //
@@ -20,14 +20,17 @@
 //
 //   2026-11-24 15:16:51.123 [4711] 272 .\cm_ini_reader.cpp(42) CINIReader::Enumerate()
 //
-// It stays one line: CR and LF in the text are written as \r and \n. A lone surrogate is written as
-// U+FFFD. The system log gets the part behind the thread.
+// It stays one line, and gives a terminal no orders: CR and LF in the text are written as \r and
+// \n, other control characters but the tab, U+2028 and U+2029 as \u and four digits. A lone
+// surrogate is written as U+FFFD. The system log gets the part behind the thread.
 //
 // Threads: every function may be called from any thread, also before main and from static
 // destructors. Sinks are called one at a time, so a sink must not wait for a thread that traces. A
 // child of fork may trace only if no other thread was tracing then.
 // Errors: a sink that fails or throws loses its line and nothing else; a line never fails its
-// caller. errno and the last error are after a line what they were before it.
+// caller, nor does a signal that writing raises (SIGPIPE, SIGXFSZ). errno and the last error are
+// after a line what they were before it. A thread is not cancelled while it traces; a sink must not
+// end its thread.
 
 #include <cstddef>
 #include <functional>

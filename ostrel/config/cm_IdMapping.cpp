@@ -11,28 +11,55 @@ namespace {
 constexpr const WCHAR *kFile = TEXT("config\\cfg_IdMapping.txt");
 constexpr const WCHAR *kDelimiters = TEXT(" \t\n");
 
+// Calls take(fields) if the line holds an entry.
+template <class Take>
+void take_entry(CINIReader::CIterateEachLineCallback &cutter, const WCHAR *line, Take take) {
+    CLineReaderTokenCallback fields(line, kDelimiters);
+    cutter.Enumerate(fields);
+    if (!fields.m_strToken1.IsEmpty() && !fields.m_strToken2.IsEmpty()) {
+        OSTREL_TRACE(DBG::kLevelValue, TEXT("ID         = %d"), fields.m_nID);
+        OSTREL_TRACE(DBG::kLevelValue, TEXT("Logical ID = %s"), fields.m_strToken1.c_str());
+        OSTREL_TRACE(DBG::kLevelValue, TEXT("Category   = %s"), fields.m_strToken2.c_str());
+        take(fields);
+    }
+}
+
 }  // namespace
 
 constinit OS::CAutoPtr<CIDMapping> CIDMapping::s_pInstance;
+
+CIDMapping::CLineReaderCallback::~CLineReaderCallback() = default;
 
 void CIDMapping::CLineReaderCallback::Begin(int) {}
 
 void CIDMapping::CLineReaderCallback::End() {}
 
 bool CIDMapping::CLineReaderCallback::operator()(int, const WCHAR *line) {
-    CLineReaderTokenCallback fields(line, kDelimiters);
-    Enumerate(fields);
-    if (!fields.m_strToken1.IsEmpty() && !fields.m_strToken2.IsEmpty()) {
-        OSTREL_TRACE(DBG::kLevelValue, TEXT("ID         = %d"), fields.m_nID);
-        OSTREL_TRACE(DBG::kLevelValue, TEXT("Logical ID = %s"), fields.m_strToken1.c_str());
-        OSTREL_TRACE(DBG::kLevelValue, TEXT("Category   = %s"), fields.m_strToken2.c_str());
+    take_entry(*this, line, [this](const CLineReaderTokenCallback &fields) {
         if (m_pMapping != nullptr) {
-            m_pMapping->Store(fields.m_nID, std::move(fields.m_strToken1),
-                              std::move(fields.m_strToken2));
+            m_pMapping->AddItem(fields.m_nID, fields.m_strToken1, fields.m_strToken2);
         }
-    }
+    });
     return true;
 }
+
+// Takes a whole file: the items come first, and the maps are filled when the text is gone. That is
+// faster than to search for the place of each line, and takes less memory at its peak.
+class CIDMapping::CFileLoader : public CLineReaderCallback {
+public:
+    explicit CFileLoader(CIDMapping *mapping) : CLineReaderCallback(mapping), m_mapping(*mapping) {}
+
+    bool operator()(int, const WCHAR *line) override {
+        take_entry(*this, line, [this](CLineReaderTokenCallback &fields) {
+            m_mapping.Store(fields.m_nID, std::move(fields.m_strToken1),
+                            std::move(fields.m_strToken2));
+        });
+        return true;
+    }
+
+private:
+    CIDMapping &m_mapping;
+};
 
 CIDMapping *CIDMapping::Instance() {
     if (!s_pInstance) {
@@ -41,20 +68,30 @@ CIDMapping *CIDMapping::Instance() {
     return s_pInstance.get();
 }
 
-// The items of the whole file come first, and the maps are filled when the text is gone: that is
-// faster than to search for the place of each line, and takes less memory at its peak.
 CIDMapping::CIDMapping(const WCHAR *file) {
     {
-        CLineReaderCallback callback(this);
+        CFileLoader loader(this);
         CINIReader reader;
         reader.Parse(file, TEXT("r"));
-        reader.Enumerate(callback);
+        reader.Enumerate(loader);
     }
     FillMaps();
 }
 
-CIDMapping::CIDMapping(const CIDMapping &) = default;
-CIDMapping &CIDMapping::operator=(const CIDMapping &) = default;
+// The items go over last, when nothing can fail any more: the source's maps point at them.
+CIDMapping::CIDMapping(const CIDMapping &source)
+    : m_byID(source.m_byID), m_byLogicalID(source.m_byLogicalID) {
+    m_items = source.m_items;
+}
+
+CIDMapping &CIDMapping::operator=(const CIDMapping &source) {
+    CIDMapping copy(source);
+    m_items.swap(copy.m_items);
+    m_byID.swap(copy.m_byID);
+    m_byLogicalID.swap(copy.m_byLogicalID);
+    return *this;
+}
+
 CIDMapping::~CIDMapping() = default;
 
 IDMappingItem *CIDMapping::Store(int id, OS::x_wstring logicalID, OS::x_wstring category) {

@@ -8,7 +8,8 @@
 //
 // The file has one mapping to a line: numeric ID (decimal), logical ID and category, separated by
 // blanks and tabs. A fourth field is allowed and ignored, as is what follows. A line with fewer
-// than three fields, an empty one, and one that begins with '#' add nothing. An ID that is not a
+// than three fields, an empty one, and one whose first field begins with '#' add
+// nothing. An ID that is not a
 // number counts as 0. When an ID or a logical ID occurs again, the last line wins, for each of the
 // two by itself.
 //
@@ -32,6 +33,21 @@ struct IDMappingItem {
 
 class OSTREL_API CIDMapping {
 public:
+    // Takes the lines of a reader into a mapping, as told above. `mapping` null takes none.
+    class OSTREL_API CLineReaderCallback : public CINIReader::CIterateEachLineCallback {
+    public:
+        explicit CLineReaderCallback(CIDMapping *mapping) : m_pMapping(mapping) {}
+        CLineReaderCallback(const CLineReaderCallback &) = default;
+        CLineReaderCallback &operator=(const CLineReaderCallback &) = default;
+        ~CLineReaderCallback() override;
+        void Begin(int lineCount) override;
+        void End() override;
+        bool operator()(int lineIndex, const WCHAR *line) override;
+
+    private:
+        CIDMapping *m_pMapping;
+    };
+
     // The process's table, loaded at the first call from config\cfg_IdMapping.txt in the current
     // directory, and kept until the library is unloaded. While loading fails, every call raises the
     // exception and the next one tries again.
@@ -56,16 +72,7 @@ public:
     int GetID(const WCHAR *logicalID) const;
 
 private:
-    class CLineReaderCallback : public CINIReader::CIterateEachLineCallback {
-    public:
-        explicit CLineReaderCallback(CIDMapping *mapping) : m_pMapping(mapping) {}
-        void Begin(int lineCount) override;
-        void End() override;
-        bool operator()(int lineIndex, const WCHAR *line) override;
-
-    private:
-        CIDMapping *m_pMapping;
-    };
+    class CFileLoader;
 
     IDMappingItem *Store(int id, OS::x_wstring logicalID, OS::x_wstring category);
     void FillMaps();

@@ -53,7 +53,12 @@ void CINIReader::CIterateEachLineCallback::Enumerate(CIterateEachTokenCallback &
 
 CINIReader::CINIReader() = default;
 CINIReader::CINIReader(const CINIReader &) = default;
-CINIReader &CINIReader::operator=(const CINIReader &) = default;
+CINIReader &CINIReader::operator=(const CINIReader &source) {
+    std::vector<int> offsets(source.m_lineOffsets);
+    m_text = source.m_text;  // changes nothing when it fails
+    m_lineOffsets.swap(offsets);
+    return *this;
+}
 CINIReader::~CINIReader() = default;
 
 bool CINIReader::Parse(const WCHAR *pszFile, const WCHAR *pszMode) {

@@ -25,7 +25,7 @@
 //   Counter counter;
 //   reader.Enumerate(counter);
 //
-// Threads: a reader belongs to one thread at a time. Two threads must not cut the same stored line.
+// Threads: a reader belongs to one thread at a time.
 
 #include <vector>
 

@@ -1,6 +1,7 @@
 #include "ostrel/platform/charset.h"
 
 #include <unicode/ucnv.h>
+#include <unicode/ucnv_cb.h>
 
 #include <charconv>
 #include <cstdlib>
@@ -71,6 +72,17 @@ struct CloseConverter {
 };
 using ConverterPtr = std::unique_ptr<UConverter, CloseConverter>;
 
+// Writes U+FFFD for whatever is broken or unassigned; ICU's own callback has another substitute for
+// some bytes, U+001A.
+void replace_broken(const void *, UConverterToUnicodeArgs *args, const char *, int32_t,
+                    UConverterCallbackReason reason, UErrorCode *status) {
+    if (reason <= UCNV_IRREGULAR) {
+        constexpr UChar kReplacement = 0xFFFD;
+        *status = U_ZERO_ERROR;
+        ucnv_cbToUWriteUChars(args, &kReplacement, 1, 0, status);
+    }
+}
+
 // Null when ICU has no converter for the code page.
 ConverterPtr open_converter(unsigned code_page) {
     std::string name = "windows-" + std::to_string(code_page);
@@ -81,13 +93,58 @@ ConverterPtr open_converter(unsigned code_page) {
         }
     }
     UErrorCode status = U_ZERO_ERROR;
-    return ConverterPtr(ucnv_open(name.c_str(), &status));
+    ConverterPtr converter(ucnv_open(name.c_str(), &status));
+    if (converter) {
+        ucnv_setToUCallBack(converter.get(), replace_broken, nullptr, nullptr, nullptr, &status);
+    }
+    return converter;
+}
+
+std::u16string decode_whole(UConverter *converter, std::string_view bytes) {
+    std::u16string text(StreamDecoder::Capacity(bytes.size()), u'\0');
+    UErrorCode status = U_ZERO_ERROR;
+    UChar *out = text.data();
+    const char *in = bytes.data();
+    ucnv_toUnicode(converter, &out, out + text.size(), &in, in + bytes.size(), nullptr, true,
+                   &status);
+    text.resize(static_cast<std::size_t>(out - text.data()));
+    return text;
+}
+
+// Some converters turn three control characters round, as old terminals did: byte 0x1A is U+001C
+// there, 0x1C is U+007F and 0x7F is U+001A. On the platform each is itself.
+bool rotates_controls(UConverter *converter) {
+    return decode_whole(converter, "\x1A") == TEXT("\u001C");
+}
+
+constexpr WCHAR kRotated[] = {0x1A, 0x1C, 0x7F};
+
+// Decoded text: each control character becomes that of its byte (1A -> 7F -> 1C -> 1A). Text to be
+// encoded: the other way.
+void turn_controls(WCHAR *units, std::size_t count, bool decoded) {
+    for (WCHAR *unit = units; unit != units + count; ++unit) {
+        for (std::size_t i = 0; i < 3; ++i) {
+            if (*unit == kRotated[i]) {
+                *unit = kRotated[(i + (decoded ? 2 : 1)) % 3];
+                break;
+            }
+        }
+    }
+}
+
+// Whether ASCII bytes are themselves in a code page, as they must be in that of the system.
+bool holds_ascii(unsigned code_page) {
+    return code_page == kCodePageUtf8 ||
+           to_wide("\t\nAz09#%\\~", code_page) == TEXT("\t\nAz09#%\\~");
 }
 
 }  // namespace
 
 unsigned system_code_page() {
-    static const unsigned code_page = code_page_of_environment();
+    static const unsigned code_page = [] {
+        const unsigned named = code_page_of_environment();
+        return holds_ascii(named) ? named : kCodePageUtf8;
+    }();
     return code_page;
 }
 
@@ -108,6 +165,12 @@ std::string to_narrow(std::u16string_view text, unsigned code_page) {
     }
     const auto longest = static_cast<std::size_t>(ucnv_getMaxCharSize(converter.get()));
     bytes.resize((text.size() + 10) * longest);
+    std::u16string turned;
+    if (rotates_controls(converter.get())) {
+        turned = text;
+        turn_controls(turned.data(), turned.size(), false);
+        text = turned;
+    }
     char *out = bytes.data();
     const UChar *in = text.data();
     UErrorCode status = U_ZERO_ERROR;
@@ -119,12 +182,14 @@ std::string to_narrow(std::u16string_view text, unsigned code_page) {
 
 struct StreamDecoder::Converter {
     ConverterPtr handle;
+    bool rotates;
 };
 
 StreamDecoder::StreamDecoder(unsigned code_page) {
     if (code_page != kCodePageUtf8) {
         if (ConverterPtr handle = open_converter(code_page)) {
-            m_converter = std::make_unique<Converter>(Converter{std::move(handle)});
+            const bool rotates = rotates_controls(handle.get());
+            m_converter = std::make_unique<Converter>(Converter{std::move(handle), rotates});
         }
     }
 }
@@ -137,7 +202,11 @@ std::size_t StreamDecoder::Decode(const char *bytes, std::size_t count, bool las
         UErrorCode status = U_ZERO_ERROR;
         ucnv_toUnicode(m_converter->handle.get(), &out, units + Capacity(count), &bytes,
                        bytes + count, nullptr, last, &status);
-        return static_cast<std::size_t>(out - units);
+        const auto stored = static_cast<std::size_t>(out - units);
+        if (m_converter->rotates) {
+            turn_controls(units, stored, true);
+        }
+        return stored;
     }
 
     WCHAR *out = units;

@@ -54,7 +54,10 @@ public:
         if (last.file != file || last.closed != closed) {
             const std::lock_guard lock(m_mutex);
             const auto found = m_streams.find(file);
-            last = {file, found != m_streams.end() ? found->second : nullptr, closed};
+            if (found == m_streams.end()) {
+                return nullptr;  // not remembered: the next stream may stand at this address
+            }
+            last = {file, found->second, closed};
         }
         return last.stream;
     }
@@ -108,7 +111,7 @@ std::FILE *open_stream(const WCHAR *path, const WCHAR *mode_text) {
     if (stream == nullptr) {
         return nullptr;
     }
-    const char host_mode[] = {mode->access, mode->update ? '+' : '\0', '\0'};
+    const char host_mode[] = {mode->access, '\0'};
     std::FILE *const file =
         fopencookie(stream.get(), host_mode, {read_cookie, write_cookie, nullptr, close_cookie});
     if (file == nullptr) {

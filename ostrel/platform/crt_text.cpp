@@ -2,6 +2,7 @@
 
 #include <unicode/uchar.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 
@@ -10,11 +11,11 @@
 #endif
 
 #ifdef __has_feature
-#define OSTREL_ADDRESS_SANITIZER __has_feature(address_sanitizer)
-#elif defined(__SANITIZE_ADDRESS__)
-#define OSTREL_ADDRESS_SANITIZER 1
+#define OSTREL_CHECKED (__has_feature(address_sanitizer) || __has_feature(thread_sanitizer))
+#elif defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define OSTREL_CHECKED 1
 #else
-#define OSTREL_ADDRESS_SANITIZER 0
+#define OSTREL_CHECKED 0
 #endif
 
 namespace {
@@ -97,7 +98,7 @@ int _stricmp(const char *left, const char *right) noexcept {
 
 // Reads whole aligned blocks, which never reach into a page that the text does not touch; a checked
 // build, which would see the bytes around the text, reads character by character.
-#if defined(__SSE2__) && !OSTREL_ADDRESS_SANITIZER
+#if defined(__SSE2__) && !OSTREL_CHECKED
 std::size_t wcslen(const WCHAR *text) noexcept {
     const auto address = reinterpret_cast<std::uintptr_t>(text);
     const auto *block = reinterpret_cast<const __m128i *>(address & ~std::uintptr_t{15});
@@ -182,6 +183,19 @@ WCHAR *wcstok(WCHAR *text, const WCHAR *delimiters) noexcept {
         t_nextToken = end + 1;
     }
     return text;
+}
+
+int _wcslwr_s(WCHAR *text, std::size_t count) noexcept {
+    const WCHAR *const end = text != nullptr ? std::find(text, text + count, u'\0') : text;
+    if (text == nullptr || end == text + count) {
+        if (text != nullptr && count > 0) {
+            *text = 0;
+        }
+        errno = EINVAL;
+        return EINVAL;
+    }
+    std::transform(text, text + (end - text), text, to_lower);
+    return 0;
 }
 
 int platform_iswspace(WCHAR character) noexcept {

@@ -45,6 +45,11 @@ OSTREL_PLATFORM_API int _wtoi(const WCHAR *text) noexcept;
 // null or there is no text to go on with (errno EINVAL).
 OSTREL_PLATFORM_API WCHAR *wcstok(WCHAR *text, const WCHAR *delimiters) noexcept;
 
+// Turns A-Z into a-z in place. `count` is the room at `text` in characters, its NUL included.
+// Result: 0, or EINVAL, also in errno, for a null text and for one without a NUL in that room; its
+// first character becomes NUL then.
+OSTREL_PLATFORM_API int _wcslwr_s(WCHAR *text, std::size_t count) noexcept;
+
 // Classes and case of one 16-bit character. They are templates, so that the host's functions of the
 // same names keep all other arguments.
 template <class Char>

@@ -196,6 +196,7 @@ public:
                 return -1;
             }
         } catch (const std::exception &) {  // no memory for a text of the other width
+            m_sink.Terminate();
             errno = ENOMEM;
             return -1;
         }

@@ -10,6 +10,8 @@
 #include <string>
 #include <utility>
 
+#include "ostrel/platform/crt_text.h"
+
 #ifdef __SSE2__
 #include <emmintrin.h>
 #endif
@@ -18,6 +20,8 @@ namespace platform {
 namespace {
 
 constexpr char kCtrlZ = 0x1A;
+constexpr std::string_view kUtf8Mark = "\xEF\xBB\xBF";
+constexpr std::string_view kUtf16Mark = "\xFF\xFE";
 
 ssize_t read_some(int file, char *bytes, std::size_t room) {
     ssize_t count;
@@ -77,11 +81,13 @@ std::size_t copy_binary_run(const WCHAR *in, std::size_t count, WCHAR *out) {
     return static_cast<std::size_t>(end - in);
 }
 
-std::optional<OpenMode::Encoding> encoding_named(std::u16string_view name) {
-    if (name == TEXT("UTF-8")) {
+std::optional<OpenMode::Encoding> encoding_named(std::u16string_view text) {
+    const std::u16string name(text.substr(0, text.find_last_not_of(u' ') + 1));
+    if (_wcsicmp(name.c_str(), TEXT("UTF-8")) == 0) {
         return OpenMode::Encoding::kUtf8;
     }
-    if (name == TEXT("UTF-16LE") || name == TEXT("UNICODE")) {
+    if (_wcsicmp(name.c_str(), TEXT("UTF-16LE")) == 0 ||
+        _wcsicmp(name.c_str(), TEXT("UNICODE")) == 0) {
         return OpenMode::Encoding::kUtf16;
     }
     return std::nullopt;
@@ -111,9 +117,6 @@ std::optional<OpenMode> OpenMode::Parse(std::u16string_view text) {
     bool translation_given = false;
     for (text.remove_prefix(1); !text.empty() && text[0] != u','; text.remove_prefix(1)) {
         switch (text[0]) {
-            case u'+':
-                mode.update = true;
-                break;
             case u'b':
             case u't':
                 if (translation_given) {
@@ -148,7 +151,7 @@ std::optional<OpenMode> OpenMode::Parse(std::u16string_view text) {
     }
     skip_blanks(&text);
     const std::optional<Encoding> named = encoding_named(text);
-    if (!named || mode.Binary() || mode.Writes()) {
+    if (!named || mode.Binary() || !mode.Reads()) {
         return std::nullopt;
     }
     mode.encoding = *named;
@@ -158,8 +161,7 @@ std::optional<OpenMode> OpenMode::Parse(std::u16string_view text) {
 
 std::unique_ptr<Stream> Stream::Open(const char *path, const OpenMode &mode) {
     int flags = O_CLOEXEC;
-    flags |= mode.update ? O_RDWR : mode.access == 'r' ? O_RDONLY : O_WRONLY;
-    flags |= mode.access == 'r' ? 0 : O_CREAT;
+    flags |= mode.Reads() ? O_RDONLY : O_WRONLY | O_CREAT;
     flags |= mode.access == 'a' ? O_APPEND : 0;
     flags |= mode.exclusive ? O_EXCL : 0;
     const int file = open(path, flags, 0666);
@@ -172,7 +174,7 @@ std::unique_ptr<Stream> Stream::Open(const char *path, const OpenMode &mode) {
     int failure = 0;
     if (fstat(file, &facts) != 0) {
         failure = errno;
-    } else if (S_ISDIR(facts.st_mode) || (mode.Writes() && (facts.st_mode & S_IWUSR) == 0)) {
+    } else if (S_ISDIR(facts.st_mode) || (!mode.Reads() && (facts.st_mode & S_IWUSR) == 0)) {
         failure = EACCES;
     } else if (mode.access == 'w' && S_ISREG(facts.st_mode) && ftruncate(file, 0) != 0) {
         failure = errno;
@@ -203,11 +205,11 @@ bool Stream::FillBytes() {
     m_bytePos = 0;
 
     const std::size_t left = m_byteEnd;
-    const std::size_t wanted = m_started ? 1 : 3;  // a mark has three bytes
-    while (!m_ended && m_byteEnd < left + wanted) {
+    while (!m_ended && (m_byteEnd == left || (!m_started && MayBeginMark()))) {
         const ssize_t count = read_some(m_file, m_bytes + m_byteEnd, kBlock - m_byteEnd);
         m_byteEnd += count > 0 ? static_cast<std::size_t>(count) : 0;
         m_ended = count <= 0;
+        m_error = count < 0 ? errno : 0;
     }
     if (!m_started) {
         m_started = true;
@@ -216,17 +218,26 @@ bool Stream::FillBytes() {
     return m_byteEnd > left;
 }
 
+// Whether the bytes are so few that a byte order mark may yet be made of them.
+bool Stream::MayBeginMark() const {
+    const std::string_view bytes(m_bytes, m_byteEnd);
+    return !m_mode.Binary() && m_byteEnd < kUtf8Mark.size() &&
+           (kUtf8Mark.substr(0, m_byteEnd) == bytes ||
+            (m_mode.find_mark && kUtf16Mark.substr(0, m_byteEnd) == bytes && m_byteEnd < 2));
+}
+
 void Stream::SkipMark() {
     if (m_mode.Binary()) {
         return;
     }
-    if (m_byteEnd >= 3 && std::memcmp(m_bytes, "\xEF\xBB\xBF", 3) == 0) {
-        m_bytePos = 3;
+    const std::string_view bytes(m_bytes, m_byteEnd);
+    if (bytes.substr(0, kUtf8Mark.size()) == kUtf8Mark) {
+        m_bytePos = kUtf8Mark.size();
         if (m_mode.find_mark) {
             m_mode.encoding = OpenMode::Encoding::kUtf8;
         }
-    } else if (m_mode.find_mark && m_byteEnd >= 2 && std::memcmp(m_bytes, "\xFF\xFE", 2) == 0) {
-        m_bytePos = 2;
+    } else if (m_mode.find_mark && bytes.substr(0, kUtf16Mark.size()) == kUtf16Mark) {
+        m_bytePos = kUtf16Mark.size();
         m_mode.encoding = OpenMode::Encoding::kUtf16;
     }
 }
@@ -283,6 +294,10 @@ std::size_t Stream::ReadLine(WCHAR *line, std::size_t room) {
     std::size_t length = 0;
     while (length < room) {
         if (m_unitPos == m_unitEnd && !FillUnits()) {
+            if (m_error != 0) {
+                errno = m_error;
+                return 0;
+            }
             if (std::exchange(m_heldReturn, false)) {
                 line[length++] = u'\r';
             }
@@ -318,11 +333,14 @@ std::size_t Stream::ReadLine(WCHAR *line, std::size_t room) {
 }
 
 std::ptrdiff_t Stream::ReadBytes(char *bytes, std::size_t room) {
-    errno = 0;
     std::size_t stored = 0;
     while (stored < room) {
-        if (m_bytePos == m_byteEnd && (stored > 0 || !FillBytes())) {
-            break;
+        if (m_bytePos == m_byteEnd) {
+            // A block that holds the mark alone fills nothing.
+            if (stored > 0 || (!FillBytes() && m_ended)) {
+                break;
+            }
+            continue;
         }
         const char byte = m_bytes[m_bytePos++];
         if (!m_mode.Binary() && byte == kCtrlZ) {
@@ -334,7 +352,11 @@ std::ptrdiff_t Stream::ReadBytes(char *bytes, std::size_t room) {
             bytes[stored++] = byte;
         }
     }
-    return stored == 0 && errno != 0 ? -1 : static_cast<std::ptrdiff_t>(stored);
+    if (stored == 0 && m_error != 0) {
+        errno = m_error;
+        return -1;
+    }
+    return static_cast<std::ptrdiff_t>(stored);
 }
 
 bool Stream::WriteBytes(const char *bytes, std::size_t count) {

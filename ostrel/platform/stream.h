@@ -18,13 +18,11 @@ struct OpenMode {
     enum class Encoding { kSystem, kUtf8, kUtf16, kBinary };
 
     char access = 'r';  // r, w or a
-    bool update = false;
     bool exclusive = false;
     bool find_mark = false;  // a ccs= part was given: a byte order mark decides
     Encoding encoding = Encoding::kSystem;
 
-    bool Reads() const { return access == 'r' || update; }
-    bool Writes() const { return access != 'r' || update; }
+    bool Reads() const { return access == 'r'; }
     bool Binary() const { return encoding == Encoding::kBinary; }
 
     // Nothing when the text is no mode of file.h.
@@ -42,7 +40,7 @@ public:
     bool Reads() const { return m_mode.Reads(); }
 
     // Reads `room` characters at most, through the next line feed. Result: the characters stored;
-    // 0 at the end and on an error.
+    // 0 at the end, and on an error, with errno, also when the line has begun.
     std::size_t ReadLine(WCHAR *line, std::size_t room);
 
     // Bytes as a narrow call of the host wants them. Result: the bytes stored, 0 at the end, -1
@@ -61,6 +59,7 @@ private:
     Stream(int file, const OpenMode &mode);
 
     bool FillBytes();
+    bool MayBeginMark() const;
     void SkipMark();
     bool FillUnits();
     std::size_t DecodeText();
@@ -71,6 +70,7 @@ private:
     OpenMode m_mode;
     bool m_started = false;     // the first block has been read
     bool m_ended = false;       // the file has no more
+    int m_error = 0;            // the errno that ended it
     bool m_heldReturn = false;  // a block of units ended with a CR
 
     std::size_t m_bytePos = 0;
