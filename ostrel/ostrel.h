@@ -11,5 +11,6 @@
 #include "ostrel/core/exception.h"
 #include "ostrel/core/handles.h"
 #include "ostrel/core/x_string.h"
+#include "ostrel/regex/validators.h"
 
 #endif  // OSTREL_OSTREL_H

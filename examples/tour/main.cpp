@@ -17,6 +17,7 @@ struct Station {
 
 constexpr Station kStations[] = {
     {"ID mapping: one table, asked both ways", id_mapping_station},
+    {"Validators: which addresses and paths have the right form", validators_station},
 };
 
 int show_all() {

@@ -5,5 +5,6 @@
 // them read the files of examples/data, which is the current directory then.
 
 void id_mapping_station();
+void validators_station();
 
 #endif  // EXAMPLES_TOUR_TOUR_H

@@ -2,44 +2,32 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <vector>
 
 namespace {
 
-struct Counted {
-    explicit Counted(int *alive) : m_alive(alive) { ++*m_alive; }
-    ~Counted() { --*m_alive; }
-    Counted(const Counted &) = delete;
-    Counted &operator=(const Counted &) = delete;
-    int *m_alive;
-};
-
 TEST(AutoPtr, HandsItsObjectOver) {
-    int alive = 0;
+    // Each object holds a share, so that the count tells how many there are.
+    using Share = std::shared_ptr<int>;
+    const Share count = std::make_shared<int>();
     {
-        const OS::CAutoPtr<Counted> first(new Counted(&alive));
-        OS::CAutoPtr<Counted> second(first);
-        EXPECT_FALSE(first);
-        OS::CAutoPtr<Counted> third(new Counted(&alive));
+        const OS::CAutoPtr<Share> first(new Share(count));
+        OS::CAutoPtr<Share> second(first), third(new Share(count));
         third = second;
-        EXPECT_EQ(alive, 1);
-        EXPECT_FALSE(second);
-        const OS::CAutoPtr<Counted> &self = third;
+        EXPECT_TRUE(!first && !second && count.use_count() == 2);
+        const OS::CAutoPtr<Share> &self = third;
         third = self;
         third.reset(third.get());
-        EXPECT_EQ(alive, 1);
-        EXPECT_EQ(third->m_alive, &alive);
+        EXPECT_EQ(*third, count);
 
-        std::vector<OS::CAutoPtr<Counted>> many;
-        for (int i = 0; i < 20; ++i) {
-            many.push_back(OS::CAutoPtr<Counted>(new Counted(&alive)));
-        }
-        const std::vector<OS::CAutoPtr<Counted>> taken = many;
-        many.clear();
-        EXPECT_EQ(alive, 21);
-        EXPECT_TRUE(taken.front());
+        std::vector<OS::CAutoPtr<Share>> many(20);
+        many.front().reset(new Share(count));
+        many.resize(many.capacity() + 1);  // moves them
+        const std::vector<OS::CAutoPtr<Share>> taken = many;
+        EXPECT_TRUE(taken.front() && !many.front() && count.use_count() == 3);
     }
-    EXPECT_EQ(alive, 0);
+    EXPECT_EQ(count.use_count(), 1);
 }
 
 }  // namespace

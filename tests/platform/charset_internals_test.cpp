@@ -95,6 +95,18 @@ TEST(StreamDecoder, GivesTheSameTextHoweverItIsCut) {
     }
     EXPECT_EQ(to_narrow(u"\u30BD\u6F22", 932), "\x83\x5C\x8A\xBF");
     EXPECT_EQ(to_wide("\xE4", 28591), u"\u00E4");
+    // A broken byte is U+FFFD everywhere, and control characters are themselves.
+    for (const unsigned code_page : {932u, 51932u, 51949u, 437u}) {
+        EXPECT_EQ(to_wide(code_page == 437 ? "z"
+                                           : "\xFF"
+                                             "z",
+                          code_page)
+                      .back(),
+                  u'z');
+        EXPECT_EQ(to_wide("\x1A\x1C\x7F", code_page), u"\x1A\x1C\x7F");
+        EXPECT_EQ(to_narrow(u"\x1A\x1C\x7F", code_page), "\x1A\x1C\x7F");
+    }
+    EXPECT_EQ(to_wide("caf\xA0.", 932), u"caf\uFFFD.");
 }
 
 }  // namespace

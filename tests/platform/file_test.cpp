@@ -38,6 +38,7 @@ TEST(CrtFile, FindsHostFilesByThePlatformsPaths) {
     std::ofstream("sub dir/\xFF\xC3\xA4.txt") << "bytes";
     dir.Write("Case", "upper");
     const std::u16string root = dir.Path().u16string();
+    setenv("OSTREL_DRIVE_W", "", 1);
     setenv("OSTREL_DRIVE_Q", (dir.Path() / "sub dir").c_str(), 1);
     const std::pair<std::u16string, const WCHAR *> cases[] = {
         {u"sub dir\\a.txt", u"found"},
@@ -66,34 +67,25 @@ TEST(CrtFile, FindsHostFilesByThePlatformsPaths) {
 TEST(CrtFile, TakesThePlatformsModes) {
     const TempDir dir;
     dir.Write("file", "old");
-    const WCHAR *const good[] = {TEXT("r"),
-                                 TEXT("rb"),
-                                 TEXT(" r"),
-                                 TEXT("rtN"),
-                                 TEXT("rcS"),
-                                 TEXT("r+b"),
-                                 TEXT("rb+"),
-                                 TEXT("a"),
-                                 TEXT("a+"),
-                                 TEXT("r, ccs=UTF-16LE"),
-                                 TEXT("rt,ccs = UNICODE")};
-    for (const WCHAR *mode : good) {
-        std::FILE *const file = _wfopen(TEXT("file"), mode);
-        EXPECT_NE(file, nullptr) << std::string(mode, mode + std::u16string(mode).size());
-        if (file != nullptr) {
-            std::fclose(file);
-        }
+    std::istringstream good("r|rb| r|rtN|rcS|a|ab|r, ccs=UTF-16LE|rt,ccs = UNICODE|r,ccs=utf-8 ");
+    for (std::string mode; std::getline(good, mode, '|');) {
+        std::FILE *const file =
+            _wfopen(TEXT("file"), std::u16string(mode.begin(), mode.end()).c_str());
+        ASSERT_NE(file, nullptr) << mode;
+        WCHAR line[9];
+        EXPECT_EQ(fgetws(line, 9, file) != nullptr, mode.find('r') != mode.npos) << mode;
+        std::fclose(file);
     }
-    const WCHAR *const bad[] = {
-        TEXT(""),           TEXT("br"),  TEXT("tr"),          TEXT("q"),
-        TEXT("rx"),         TEXT("rbt"), TEXT("rz"),          TEXT("r,"),
-        TEXT("rD"),         nullptr,     TEXT("r,ccs=UTF-7"), TEXT("rb,ccs=UTF-8"),
-        TEXT("w,ccs=UTF-8")};
-    for (const WCHAR *mode : bad) {
+    // One direction only; a letter that is no mode; a charset that is not read.
+    std::istringstream bad(
+        "r+|w+|a+|br|tr|q|rx|rbt|rz|r,|rD|r,ccs=UTF-7|rb,ccs=UTF-8|w,ccs=UTF-8||");
+    for (std::string mode; std::getline(bad, mode, '|');) {
         errno = 0;
-        EXPECT_EQ(_wfopen(TEXT("file"), mode), nullptr);
+        EXPECT_EQ(_wfopen(TEXT("file"), std::u16string(mode.begin(), mode.end()).c_str()), nullptr)
+            << mode;
         EXPECT_EQ(errno, EINVAL);
     }
+    EXPECT_EQ(_wfopen(TEXT("file"), nullptr), nullptr);
     EXPECT_EQ(content_of("file"), "old");
     errno = 0;
     EXPECT_EQ(_wfopen(TEXT("file"), TEXT("wx")), nullptr);
@@ -152,6 +144,11 @@ TEST(CrtFile, CutsLinesAtTheCount) {
     errno = 0;
     EXPECT_EQ(fgetws(buffer, 3, stdin), nullptr);  // not a stream of _wfopen
     EXPECT_EQ(errno, EINVAL);
+    // Such an answer is not remembered: the next stream may stand at the same address.
+    std::FILE *const foreign = fmemopen(buffer, sizeof buffer, "r");
+    EXPECT_EQ(fgetws(buffer, 3, foreign), nullptr);
+    std::fclose(foreign);
+    EXPECT_EQ(first_line(TEXT("file")), u"abc\n");
 }
 
 // A pipe delivers what it has: characters and line ends are cut anywhere.
@@ -193,6 +190,7 @@ TEST(CrtFile, EndsWhereAFileIsCutWhileItIsRead) {
 
 TEST(CrtFile, ReadsAndWritesBytesForTheHostsCalls) {
     const TempDir dir;
+    dir.Write("text", "content that goes when the file is opened for writing");
     std::FILE *file = _wfopen(TEXT("text"), TEXT("w"));
     ASSERT_NE(file, nullptr);
     std::fputs("a\nb\r\n", file);
@@ -208,6 +206,10 @@ TEST(CrtFile, ReadsAndWritesBytesForTheHostsCalls) {
               "a\r\nb\r\r\nc\n\x1A"
               "d");
     char bytes[100];
+    dir.Write("mark", "\xEF\xBB\xBF");
+    file = _wfopen(TEXT("mark"), TEXT("r"));
+    EXPECT_EQ(std::fread(bytes, 1, sizeof bytes, file), 0u);
+    std::fclose(file);
     file = _wfopen(TEXT("text"), TEXT("r"));
     EXPECT_EQ(std::string(bytes, std::fread(bytes, 1, sizeof bytes, file)), "a\nb\r\nc\n");
     std::fclose(file);

@@ -1,40 +1,31 @@
 #ifndef TESTS_SUPPORT_TRACE_CAPTURE_H
 #define TESTS_SUPPORT_TRACE_CAPTURE_H
 
+#include <set>
 #include <string>
-#include <vector>
 
 #include "wexlog/wexlog.h"
 
-// Collects the trace lines of a scope as "level file text".
+// Collects the trace lines of a scope, all ASCII, as "level file text\n".
 class TraceCapture {
 public:
-    explicit TraceCapture(DBG::Kinds kinds = DBG::kAllKinds)
-        : m_sink(DBG::AddSink([this](const DBG::Line &line) { Take(line); }, kinds)) {}
+    TraceCapture() : m_sink(DBG::AddSink([this](const DBG::Line &line) { Take(line); })) {}
     ~TraceCapture() { DBG::RemoveSink(m_sink); }
-    TraceCapture(const TraceCapture &) = delete;
-    TraceCapture &operator=(const TraceCapture &) = delete;
+    TraceCapture &operator=(TraceCapture &&) = delete;  // nor copied
 
-    const std::vector<std::string> &Lines() const { return m_lines; }
-    const std::vector<HINSTANCE> &Modules() const { return m_modules; }
+    const std::string &Lines() const { return m_lines; }
+    const std::set<HINSTANCE> &Modules() const { return m_modules; }
 
 private:
-    static std::string Ascii(std::basic_string_view<WCHAR> text) {
-        std::string bytes;
-        for (const WCHAR c : text) {
-            bytes.push_back(c < 0x80 ? static_cast<char>(c) : '?');
-        }
-        return bytes;
-    }
-
     void Take(const DBG::Line &line) {
-        m_lines.push_back(std::to_string(line.level) + " " + Ascii(line.file) + " " +
-                          Ascii(line.text));
-        m_modules.push_back(line.module);
+        const std::u16string file = line.file;
+        m_lines += std::to_string(line.level) + ' ' + std::string(file.begin(), file.end()) + ' ' +
+                   std::string(line.text.begin(), line.text.end()) + '\n';
+        m_modules.insert(line.module);
     }
 
-    std::vector<std::string> m_lines;
-    std::vector<HINSTANCE> m_modules;
+    std::string m_lines;
+    std::set<HINSTANCE> m_modules;
     DBG::SinkId m_sink;
 };
 

@@ -1,0 +1,586 @@
+#include "ostrel/regex/regex_compiler.h"
+
+#include <algorithm>
+#include <iterator>
+#include <new>
+#include <stdexcept>
+
+namespace OS::regex {
+
+namespace {
+
+// Each entry is a letter and the pattern that it stands for, of which the first element counts.
+constexpr const WCHAR *kAbbreviationTexts[] = {
+    TEXT("a([a-zA-Z0-9])"),
+    TEXT("b([ \\t])"),
+    TEXT("c([a-zA-Z])"),
+    TEXT("d([0-9])"),
+    TEXT("h([0-9a-fA-F])"),
+    TEXT("n(\r|(\r?\n))"),
+    TEXT("q(\"[^\"]*\")|('[^']*')"),
+    TEXT("w([a-zA-Z]+)"),
+    TEXT("z([0-9]+)"),
+};
+
+constexpr std::uint8_t kAbbreviations = std::size(kAbbreviationTexts);
+
+// The place in the table for each ASCII character; kAbbreviations for one that is no entry's
+// letter.
+constexpr auto kAbbreviationPlaces = [] {
+    std::array<std::uint8_t, 128> places{};
+    places.fill(kAbbreviations);
+    for (std::uint8_t i = kAbbreviations; i-- != 0;) {
+        places[kAbbreviationTexts[i][0]] = i;
+    }
+    return places;
+}();
+
+std::uint32_t find_abbreviation(WCHAR letter) {
+    return letter < kAbbreviationPlaces.size() ? kAbbreviationPlaces[letter] : kAbbreviations;
+}
+
+// Sizes of what stands before an atom.
+constexpr std::uint32_t kAlternationHead = 4;
+constexpr std::uint32_t kLoopHead = 7;
+constexpr std::uint32_t kLazyHead = 1;
+constexpr std::uint32_t kLookAheadHead = 6;
+
+constexpr std::uint32_t kBodyStart = 2;
+
+constexpr bool is_digit(WCHAR character) {
+    return character >= TEXT('0') && character <= TEXT('9');
+}
+
+// What the operand of each kind is, as far as a move of the instruction changes it.
+enum Operand : std::uint8_t { kFixed, kIndex, kSlot };
+
+constexpr Operand kOperands[] = {
+    kFixed,  // OpNop
+    kFixed,  // OpGroupStart
+    kFixed,  // OpGroupEnd
+    kFixed,  // OpSymbol
+    kFixed,  // OpAny
+    kIndex,  // OpRange
+    kIndex,  // OpNotRange
+    kIndex,  // OpJump
+    kFixed,  // OpPushPos
+    kFixed,  // OpPopPos
+    kIndex,  // OpCall
+    kFixed,  // OpReturn
+    kSlot,   // OpPushMemory
+    kSlot,   // OpPopMemory
+    kSlot,   // OpStorePos
+    kSlot,   // OpStoreStack
+    kSlot,   // OpLoadPos
+    kSlot,   // OpLoadStack
+    kSlot,   // OpReturnIfNoProgress
+    kFixed,  // OpBackReference
+    kFixed,  // OpFail
+    kFixed,  // OpAdvance
+    kFixed,  // OpMatch
+    kFixed,  // OpPushGroup
+    kFixed,  // OpPopGroup
+};
+static_assert(std::size(kOperands) == OpPopGroup + 1);
+
+// Moves or copies instructions and adapts them. They lead to places among themselves or right
+// behind. `to` does not lie before `from`.
+void relocate(const Instruction *from, Instruction *to, std::uint32_t count, Word slotDistance) {
+    const Word changes[] = {0, static_cast<Word>(to - from), slotDistance};
+    for (std::uint32_t i = count; i-- != 0;) {
+        const Instruction instruction = from[i];
+        to[i] = {instruction.kind, instruction.operand + changes[kOperands[instruction.kind]]};
+    }
+}
+
+}  // namespace
+
+Compiler::Compiler(CompiledPattern &program, std::pmr::memory_resource *memory)
+    : m_program(program), m_sequences(memory), m_bracketSuffixes(memory) {
+    static_assert(std::tuple_size_v<decltype(m_expansions)> == kAbbreviations);
+}
+
+// Room for the next `count` instructions.
+inline Instruction *Compiler::Take(std::uint32_t count) {
+    if (count > m_program.instructions.Count() - m_next) {
+        Grow(count);
+    }
+    Instruction *const room = m_program.instructions.Data() + m_next;
+    m_next += count;
+    return room;
+}
+
+template <class... Instructions>
+inline void Compiler::Add(Instructions... instructions) {
+    Instruction *room = Take(sizeof...(instructions));
+    ((*room++ = instructions), ...);
+}
+
+RegexResult Compiler::Compile(const WCHAR *pattern) {
+    RegexResult result = RegexOutOfMemory;
+    try {
+        m_sequences.reserve(8);
+        result = CompileSequence(pattern);
+    } catch (const std::bad_alloc &) {
+        result = m_inAbbreviation ? RegexBadAbbreviation : RegexOutOfMemory;
+    } catch (const std::length_error &) {
+    }
+    if (result != RegexOk) {
+        m_program.instructions.Clear();
+    }
+    return result;
+}
+
+// The program begins with a call of what follows, which leaves the index of the second instruction
+// on the stack: that is where the match arrives when all else has failed.
+RegexResult Compiler::CompileSequence(const WCHAR *pattern) {
+    const bool anchored = *pattern == TEXT('^');
+    m_at = anchored ? pattern + 1 : pattern;
+    m_pattern = m_at;
+    Add(Instruction{OpCall, kBodyStart}, Instruction{anchored ? OpFail : OpAdvance, 0});
+    BeginSequence(Opener::kPattern, 0);
+    while (!m_ended) {
+        const RegexResult result = CompileAtom();
+        if (result != RegexOk) {
+            return result;
+        }
+    }
+    Add(Instruction{OpMatch, 0});
+    return m_program.instructions.Resize(m_next) ? RegexOk : RegexOutOfMemory;
+}
+
+// Goes from one place where an atom can stand to the next.
+RegexResult Compiler::CompileAtom() {
+    const WCHAR character = *m_at;
+    switch (character) {
+        case 0:
+        case TEXT('}'):
+        case TEXT(']'):
+        case TEXT(')'):
+            return FinishSequence();
+        case TEXT('{'):
+            return OpenGroup();
+        case TEXT('('):
+            return OpenParenthesis();
+        case TEXT('!'):
+            BeginLookAhead();
+            return RegexOk;
+        case TEXT('['):
+            return CompileSet();
+        case TEXT('\\'):
+            return CompileEscape();
+        case TEXT('.'):
+            ++m_at;
+            return CompileLeaf(OpAny, 0, Emptiness::kCleared);
+        case TEXT('$'):
+            ++m_at;
+            return CompileLeaf(OpSymbol, *m_at == 0 ? 0 : character, Emptiness::kCleared);
+        default:
+            ++m_at;
+            return CompileLeaf(OpSymbol, character, Emptiness::kCleared);
+    }
+}
+
+RegexResult Compiler::CompileLeaf(InstructionKind kind, Word operand, Emptiness emptiness) {
+    Add(Instruction{kind, operand});
+    return FinishAtom(emptiness);
+}
+
+RegexResult Compiler::CompileSet() {
+    const std::uint32_t set = m_next;
+    const bool inverted = *++m_at == TEXT('^');
+    m_at += inverted ? 1 : 0;
+    if (*m_at == TEXT(']')) {
+        return RegexEmptySet;
+    }
+    Add(Instruction{inverted ? OpNotRange : OpRange, 0});
+    do {
+        const RegexResult result = CompileRange();
+        if (result != RegexOk) {
+            return result;
+        }
+    } while (*m_at != TEXT(']'));
+    ++m_at;
+    At(set).operand = m_next;
+    return FinishAtom(Emptiness::kCleared);
+}
+
+// Compiles one member of a set: a character, or a range.
+RegexResult Compiler::CompileRange() {
+    WCHAR low = *m_at;
+    if (low == TEXT('\\')) {
+        low = *++m_at == TEXT('t') ? TEXT('\t') : *m_at;
+    }
+    if (low == 0) {
+        return RegexBracketExpected;
+    }
+    WCHAR high = low;
+    if (*++m_at == TEXT('-')) {
+        high = *++m_at;
+        if (high == 0 || high == TEXT(']')) {
+            return RegexBracketExpected;
+        }
+        if (high < low) {
+            return RegexBadRange;
+        }
+        ++m_at;
+    }
+    Add(Instruction{OpNop, low}, Instruction{OpNop, high});
+    return RegexOk;
+}
+
+RegexResult Compiler::CompileEscape() {
+    const WCHAR character = *++m_at;
+    if (character == 0) {
+        return RegexBadAbbreviation;
+    }
+    if (is_digit(character)) {
+        return CompileBackReference();
+    }
+    ++m_at;
+    const std::uint32_t abbreviation = find_abbreviation(character);
+    if (abbreviation < kAbbreviations) {
+        return CompileAbbreviation(abbreviation);
+    }
+    return CompileLeaf(OpSymbol, character, Emptiness::kKept);
+}
+
+RegexResult Compiler::CompileBackReference() {
+    constexpr std::uint64_t kMaxNumber = 0x7FFFFFFF;
+    std::uint64_t number = 0;
+    for (; is_digit(*m_at); ++m_at) {
+        number = std::min<std::uint64_t>(number * 10 + (*m_at - TEXT('0')), kMaxNumber);
+    }
+    if (number >= m_program.groupCount) {
+        return RegexBadGroup;
+    }
+    return CompileLeaf(OpBackReference, static_cast<Word>(number), Emptiness::kCleared);
+}
+
+// The first use compiles the abbreviation's text, a later one copies what came of it.
+RegexResult Compiler::CompileAbbreviation(std::uint32_t index) {
+    const Expansion &known = m_expansions[index];
+    if (known.size != 0) {
+        Copy(known.start, known.size, known.slot, known.slots);
+        return FinishAtom(known.emptiness);
+    }
+    const WCHAR *const resume = m_at;
+    WriteHeads(m_sequences.back().element, read_suffix(m_at));
+    m_inAbbreviation = true;
+    BeginSequence(Opener::kAbbreviation, index);
+    m_sequences.back().resume = resume;
+    m_at = kAbbreviationTexts[index] + 1;
+    return RegexOk;
+}
+
+void Compiler::BeginLookAhead() {
+    ++m_at;
+    const std::uint32_t position = m_program.memoryCount++;
+    const std::uint32_t depth = m_program.memoryCount++;
+    Add(Instruction{OpStorePos, position}, Instruction{OpStoreStack, depth},
+        Instruction{OpCall, m_next + kLookAheadHead}, Instruction{OpLoadPos, position},
+        Instruction{OpLoadStack, depth}, Instruction{OpJump, 0});
+    ++m_sequences.back().element.lookAheads;
+}
+
+RegexResult Compiler::OpenGroup() {
+    if (!AnticipateSuffix()) {
+        return RegexOutOfMemory;
+    }
+    const std::uint32_t group = m_program.groupCount++;
+    Add(Instruction{OpPushGroup, group}, Instruction{OpGroupStart, group},
+        Instruction{OpCall, m_next + 5}, Instruction{OpPopGroup, group}, Instruction{OpReturn, 0});
+    BeginSequence(Opener::kGroup, group);
+    return RegexOk;
+}
+
+RegexResult Compiler::OpenParenthesis() {
+    if (!AnticipateSuffix()) {
+        return RegexOutOfMemory;
+    }
+    Add(Instruction{OpCall, m_next + 2}, Instruction{OpReturn, 0});
+    BeginSequence(Opener::kParenthesis, 0);
+    return RegexOk;
+}
+
+// Steps over an opening bracket. If it lies deep, writes what its suffix asks for before it: there,
+// to move the code within later would take time that grows with the depth. Result: false when the
+// program would be too long.
+bool Compiler::AnticipateSuffix() {
+    constexpr std::size_t kDeep = 16;
+    ++m_at;
+    if (m_inAbbreviation) {
+        return true;
+    }
+    const std::size_t bracket = m_brackets++;
+    if (m_sequences.size() < kDeep) {
+        return true;
+    }
+    if (m_bracketSuffixes.empty() && !read_bracket_suffixes(m_pattern, m_bracketSuffixes)) {
+        return false;
+    }
+    WriteHeads(m_sequences.back().element, m_bracketSuffixes.at(bracket));
+    return true;
+}
+
+RegexResult Compiler::CloseBracket() {
+    ++m_at;
+    const Sequence sequence = m_sequences.back();
+    m_sequences.pop_back();
+    if (sequence.start == m_next) {
+        Add(Instruction{OpNop, 0});
+    }
+    if (sequence.opener == Opener::kGroup) {
+        Add(Instruction{OpGroupEnd, sequence.value});
+    }
+    return FinishAtom(sequence.whole);
+}
+
+void Compiler::BeginSequence(Opener opener, std::uint32_t value) {
+    Sequence &sequence = m_sequences.emplace_back();
+    sequence.opener = opener;
+    sequence.value = value;
+    sequence.start = m_next;
+    sequence.alternation = m_next;
+    sequence.slot = m_program.memoryCount;
+    BeginElement(sequence);
+}
+
+// At the end of the pattern or at a closing bracket.
+RegexResult Compiler::FinishSequence() {
+    DropIncomplete();
+    switch (m_sequences.back().opener) {
+        case Opener::kGroup:
+            return *m_at == TEXT('}') ? CloseBracket() : RegexBraceExpected;
+        case Opener::kParenthesis:
+            return *m_at == TEXT(')') ? CloseBracket() : RegexParenExpected;
+        default:
+            m_ended = true;
+            return RegexOk;
+    }
+}
+
+// Drops an alternation without a right side and a `!` without an atom. The groups within stay
+// counted: the order of the opening braces alone decides a group's number.
+void Compiler::DropIncomplete() {
+    const Sequence &sequence = m_sequences.back();
+    if (sequence.alternation == m_next) {
+        return;
+    }
+    m_next = sequence.alternation;
+    m_program.memoryCount = sequence.slot;
+    for (Expansion &expansion : m_expansions) {
+        if (expansion.start >= m_next) {
+            expansion.size = 0;
+        }
+    }
+}
+
+void Compiler::BeginElement(Sequence &sequence) const {
+    sequence.element = {.start = m_next, .atom = m_next, .slot = m_program.memoryCount};
+}
+
+// Goes on behind an atom.
+RegexResult Compiler::FinishAtom(Emptiness emptiness) {
+    if (begins_suffix(*m_at) || m_sequences.back().element.lookAheads != 0) {
+        return FinishSuffix(emptiness);
+    }
+    return FinishAlternation(emptiness);
+}
+
+RegexResult Compiler::FinishSuffix(Emptiness emptiness) {
+    Sequence &sequence = m_sequences.back();
+    Element &element = sequence.element;
+    Suffix suffix = read_suffix(m_at);
+    // What follows the first element of an abbreviation's text does not count.
+    suffix.alternative = suffix.alternative && sequence.opener != Opener::kAbbreviation;
+    WriteLookAheadTails(element);
+    if (!element.headed) {
+        WriteHeads(element, suffix);
+    }
+    if (suffix.quantifier != Quantifier::kNone) {
+        if (suffix.quantifier != Quantifier::kQuestion && emptiness == Emptiness::kSet) {
+            return RegexEmptyRepeat;
+        }
+        WriteQuantifierTail(element, suffix);
+        emptiness = suffix.quantifier == Quantifier::kPlus && !suffix.lazy ? Emptiness::kCleared
+                                                                           : Emptiness::kSet;
+    }
+    if (!suffix.alternative) {
+        return FinishAlternation(emptiness);
+    }
+    FinishLeftSide(emptiness);
+    return RegexOk;
+}
+
+// Goes on behind an element and its `|`. The jump over the other alternatives is led to their end
+// when that is reached; until then each of these jumps holds the index of the one before.
+void Compiler::FinishLeftSide(Emptiness emptiness) {
+    Sequence &sequence = m_sequences.back();
+    if (sequence.jumps == 0 || emptiness == Emptiness::kSet) {
+        sequence.last = emptiness;
+    }
+    At(sequence.element.start + kAlternationHead - 1).operand = m_next + 1;
+    Add(Instruction{OpJump, sequence.jumps});
+    sequence.jumps = m_next - 1;
+    BeginElement(sequence);
+}
+
+// Goes on behind an element that no `|` follows.
+RegexResult Compiler::FinishAlternation(Emptiness emptiness) {
+    Sequence &sequence = m_sequences.back();
+    if (sequence.jumps != 0) {
+        emptiness = emptiness == Emptiness::kSet ? emptiness : sequence.last;
+        LeadJumps(sequence);
+    }
+    if (sequence.alternation == sequence.start) {
+        sequence.whole = emptiness;
+    } else if (emptiness == Emptiness::kCleared) {
+        sequence.whole = Emptiness::kCleared;
+    }
+    if (sequence.opener == Opener::kAbbreviation) {
+        return FinishAbbreviation();
+    }
+    sequence.alternation = m_next;
+    sequence.slot = m_program.memoryCount;
+    BeginElement(sequence);
+    return RegexOk;
+}
+
+void Compiler::LeadJumps(Sequence &sequence) {
+    do {
+        Word &operand = At(sequence.jumps).operand;
+        sequence.jumps = static_cast<std::uint32_t>(operand);
+        operand = m_next;
+    } while (sequence.jumps != 0);
+}
+
+// Behind the one element of an abbreviation's text.
+RegexResult Compiler::FinishAbbreviation() {
+    const Sequence sequence = m_sequences.back();
+    m_sequences.pop_back();
+    m_at = sequence.resume;
+    m_inAbbreviation = false;
+    m_expansions[sequence.value] = {.start = sequence.start,
+                                    .size = m_next - sequence.start,
+                                    .slot = sequence.slot,
+                                    .slots = m_program.memoryCount - sequence.slot,
+                                    .emptiness = sequence.whole};
+    return FinishAtom(sequence.whole);
+}
+
+// Writes what an element begins with, before what there is of its atom. What leads behind the
+// element is completed there.
+void Compiler::WriteHeads(Element &element, Suffix suffix) {
+    element.headed = true;
+    const bool loop = !suffix.lazy && (suffix.quantifier == Quantifier::kStar ||
+                                       suffix.quantifier == Quantifier::kQuestion);
+    const bool lazy = suffix.lazy && suffix.quantifier != Quantifier::kPlus;
+    const std::uint32_t size = (suffix.alternative ? kAlternationHead : 0) +
+                               (loop ? kLoopHead : 0) + (lazy ? kLazyHead : 0);
+    if (size == 0) {
+        return;
+    }
+    const std::uint32_t present = m_next - element.start;
+    Take(size);
+    Instruction *const room = &At(element.start);
+    relocate(room, room + size, present, loop ? 1 : 0);
+    for (Expansion &expansion : m_expansions) {
+        if (expansion.start >= element.start) {
+            expansion.start += size;
+            expansion.slot += loop ? 1 : 0;
+        }
+    }
+    element.atom += size;
+    if (suffix.alternative) {
+        room[0] = {OpPushPos, 0};
+        room[1] = {OpCall, element.start + kAlternationHead};
+        room[2] = {OpPopPos, 0};
+        room[3] = {OpJump, 0};
+    }
+    if (loop) {
+        WriteLoopHead(room + size - kLoopHead, element.atom - kLoopHead, element.slot);
+        ++element.slot;
+        ++m_program.memoryCount;
+    } else if (lazy) {
+        room[size - kLazyHead] = {OpCall, 0};
+    }
+}
+
+// Writes what stands before the body of a greedy loop to `room`, which is the place of the
+// instruction `index`. The body follows.
+void Compiler::WriteLoopHead(Instruction *room, std::uint32_t index, std::uint32_t slot) {
+    room[0] = {OpPushMemory, slot};
+    room[1] = {OpStorePos, slot};
+    room[2] = {OpPushPos, 0};
+    room[3] = {OpCall, index + kLoopHead};
+    room[4] = {OpPopPos, 0};
+    room[5] = {OpPopMemory, slot};
+    room[6] = {OpJump, 0};
+}
+
+// Writes what stands behind the body of a greedy loop whose head is at the index `head`.
+void Compiler::WriteLoopTail(std::uint32_t head, Quantifier quantifier) {
+    const Word slot = At(head).operand;
+    Add(Instruction{OpReturnIfNoProgress, slot}, Instruction{OpStorePos, slot});
+    if (quantifier != Quantifier::kQuestion) {
+        Add(Instruction{OpJump, head});
+    }
+    At(head + kLoopHead - 1).operand = m_next;
+}
+
+void Compiler::WriteLookAheadTails(const Element &element) {
+    for (std::uint32_t left = element.lookAheads; left != 0; --left) {
+        const std::uint32_t head = element.atom + (left - 1) * kLookAheadHead;
+        const Word position = At(head).operand;
+        Add(Instruction{OpLoadPos, position}, Instruction{OpLoadStack, position + 1},
+            Instruction{OpReturn, 0});
+        At(head + kLookAheadHead - 1).operand = m_next;
+    }
+}
+
+void Compiler::WriteQuantifierTail(const Element &element, Suffix suffix) {
+    const std::uint32_t atom = element.atom;
+    const std::uint32_t size = m_next - atom;
+    const std::uint32_t slots = m_program.memoryCount - element.slot;
+    std::uint32_t head = m_next;
+    if (suffix.quantifier != Quantifier::kPlus) {
+        head = atom - (suffix.lazy ? kLazyHead : kLoopHead);
+    } else if (suffix.lazy) {
+        Add(Instruction{OpCall, 0});
+        Copy(atom, size, element.slot, slots);
+    } else {
+        WriteLoopHead(Take(kLoopHead), head, m_program.memoryCount++);
+        Copy(atom, size, element.slot, slots);
+    }
+    if (!suffix.lazy) {
+        WriteLoopTail(head, suffix.quantifier);
+        return;
+    }
+    if (suffix.quantifier != Quantifier::kQuestion) {
+        Add(Instruction{OpJump, head});
+    }
+    At(head).operand = m_next;
+}
+
+void Compiler::Grow(std::uint32_t count) {
+    const std::uint64_t needed = std::uint64_t{m_next} + count;
+    const std::uint64_t doubled = 2 * std::uint64_t{m_next};
+    const std::uint64_t size =
+        std::min(std::max({needed, doubled, std::uint64_t{kLocalInstructions}}), kMaxInstructions);
+    if (needed > kMaxInstructions ||
+        !m_program.instructions.Resize(static_cast<std::size_t>(size))) {
+        throw std::bad_alloc();
+    }
+}
+
+// Writes the `size` instructions from `start` on once more, with slots of their own for the `slots`
+// that they use from `slot` on.
+void Compiler::Copy(std::uint32_t start, std::uint32_t size, std::uint32_t slot,
+                    std::uint32_t slots) {
+    Instruction *const copy = Take(size);
+    relocate(&At(start), copy, size, m_program.memoryCount - slot);
+    m_program.memoryCount += slots;
+}
+
+}  // namespace OS::regex

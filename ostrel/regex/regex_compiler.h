@@ -1,0 +1,122 @@
+#ifndef OSTREL_REGEX_REGEX_COMPILER_H
+#define OSTREL_REGEX_REGEX_COMPILER_H
+
+// Internal. Compiles a pattern in one pass, from left to right, each of its characters once.
+//
+// What stands behind an atom decides what its code begins with. An atom is moved when that has been
+// read; for brackets that lie deep it is read before (regex_suffix.h). What has to stand in a
+// program twice is copied. So the time follows the length of the pattern and of the program, and
+// the thread's stack does not grow with the depth of the pattern.
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <memory_resource>
+#include <vector>
+
+#include "ostrel/platform/types.h"
+#include "ostrel/regex/regex_program.h"
+#include "ostrel/regex/regex_suffix.h"
+
+namespace OS::regex {
+
+class Compiler {
+public:
+    // The program goes into `program`, which is empty. `memory` is for the work.
+    Compiler(CompiledPattern &program, std::pmr::memory_resource *memory);
+
+    // Result: the first error of the pattern.
+    RegexResult Compile(const WCHAR *pattern);
+
+private:
+    enum class Opener : std::uint8_t { kPattern, kGroup, kParenthesis, kAbbreviation };
+
+    // Whether code can match the empty text, as far as that matters: an escaped character leaves
+    // the answer to what stands around it.
+    enum class Emptiness : std::uint8_t { kCleared, kKept, kSet };
+
+    // The element that is being compiled.
+    struct Element {
+        std::uint32_t start;           // index of its first instruction
+        std::uint32_t atom;            // index of its atom's, the look-aheads before it included
+        std::uint32_t slot;            // the first memory slot of its atom
+        std::uint32_t lookAheads = 0;  // how many stand before the atom
+        bool headed = false;           // what the suffix asks for before the atom has been written
+    };
+
+    // A sequence that is being compiled.
+    struct Sequence {
+        Opener opener;
+        std::uint32_t value = 0;    // the group's number, the abbreviation's place in the table
+        std::uint32_t start;        // index of its first instruction
+        std::uint32_t alternation;  // index of the first instruction of its last alternation
+        std::uint32_t slot;         // the first memory slot of that alternation
+        std::uint32_t jumps = 0;    // the last of the jumps to the end of that alternation
+        Emptiness whole = Emptiness::kKept;  // of what comes before that alternation
+        Emptiness last = Emptiness::kKept;   // of that alternation's left sides
+        Element element;
+        const WCHAR *resume = nullptr;  // where the pattern goes on behind an abbreviation
+    };
+
+    // Where an abbreviation was compiled first; size 0 means that it has not been.
+    struct Expansion {
+        std::uint32_t start = 0;
+        std::uint32_t size = 0;
+        std::uint32_t slot = 0;
+        std::uint32_t slots = 0;
+        Emptiness emptiness = Emptiness::kKept;
+    };
+
+    RegexResult CompileSequence(const WCHAR *pattern);
+    RegexResult CompileAtom();
+    RegexResult CompileLeaf(InstructionKind kind, Word operand, Emptiness emptiness);
+    RegexResult CompileSet();
+    RegexResult CompileRange();
+    RegexResult CompileEscape();
+    RegexResult CompileBackReference();
+    RegexResult CompileAbbreviation(std::uint32_t index);
+    void BeginLookAhead();
+    RegexResult OpenGroup();
+    RegexResult OpenParenthesis();
+    RegexResult CloseBracket();
+
+    void BeginSequence(Opener opener, std::uint32_t value);
+    RegexResult FinishSequence();
+    void BeginElement(Sequence &sequence) const;
+    RegexResult FinishAtom(Emptiness emptiness);
+    RegexResult FinishSuffix(Emptiness emptiness);
+    void FinishLeftSide(Emptiness emptiness);
+    RegexResult FinishAlternation(Emptiness emptiness);
+    void LeadJumps(Sequence &sequence);
+    RegexResult FinishAbbreviation();
+    void DropIncomplete();
+
+    bool AnticipateSuffix();
+    void WriteHeads(Element &element, Suffix suffix);
+    void WriteLookAheadTails(const Element &element);
+    void WriteQuantifierTail(const Element &element, Suffix suffix);
+    void WriteLoopHead(Instruction *room, std::uint32_t index, std::uint32_t slot);
+    void WriteLoopTail(std::uint32_t head, Quantifier quantifier);
+
+    Instruction &At(std::uint32_t index) { return m_program.instructions[index]; }
+    Instruction *Take(std::uint32_t count);
+    template <class... Instructions>
+    void Add(Instructions... instructions);
+    void Grow(std::uint32_t count);
+    void Copy(std::uint32_t start, std::uint32_t size, std::uint32_t slot, std::uint32_t slots);
+
+    CompiledPattern &m_program;
+    std::uint32_t m_next = 0;          // index of the next instruction
+    const WCHAR *m_pattern = nullptr;  // behind its `^`
+    const WCHAR *m_at = nullptr;
+    bool m_ended = false;
+    bool m_inAbbreviation = false;
+    std::pmr::vector<Sequence> m_sequences;
+    std::pmr::vector<Suffix> m_bracketSuffixes;  // empty until they are needed
+    std::size_t m_brackets = 0;                  // how many have been opened
+    std::array<Expansion, 9> m_expansions;       // one for each abbreviation
+};
+
+}  // namespace OS::regex
+
+#endif  // OSTREL_REGEX_REGEX_COMPILER_H

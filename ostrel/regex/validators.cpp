@@ -1,0 +1,99 @@
+#include "ostrel/regex/validators.h"
+
+#include <cstddef>
+#include <cstring>
+
+#include "ostrel/regex/regex_matcher.h"
+#include "ostrel/regex/regex_program.h"
+
+namespace {
+
+using OS::RegexFailure;
+using OS::regex::CompiledPattern;
+using OS::regex::MatchContext;
+using OS::regex::RegexOk;
+
+constexpr std::size_t kInitialStack = 256;  // words
+
+// The longest path and its NUL.
+constexpr std::size_t kPathSize = 260;
+
+// One number of one to three digits.
+#define OSTREL_OCTET "{\\d}|{\\d\\d}|{\\d\\d\\d}"
+
+constexpr WCHAR kAddressPattern[] = TEXT("^{{\\q}|{[\\._a-zA-Z0-9]}+}\\@{{[a-zA-Z0-9-]+}|")
+    TEXT("{{[a-zA-Z0-9-]+\\.}+{{[a-zA-Z][a-zA-Z]}|{[a-zA-Z][a-zA-Z][a-zA-Z]}}}|")
+        TEXT("{\\[" OSTREL_OCTET "\\." OSTREL_OCTET "\\." OSTREL_OCTET "\\." OSTREL_OCTET "\\]}}$");
+
+// Neither a blank nor a dot begins a name, by the first pattern, or ends it, by the second.
+constexpr WCHAR kNameStartPattern[] =
+    TEXT("^[a-zA-Z]:\\\\([^ \\t/\\\\:*?\\\"<>|\\.][^\\t/\\\\:*?\\\"<>|]*\\\\)*$");
+constexpr WCHAR kNameEndPattern[] =
+    TEXT("^[a-zA-Z]:\\\\([^\\t/\\\\:*?\\\"<>|]*[^ \\t/\\\\:*?\\\"<>|\\.]\\\\)*$");
+
+// The decimal number at `text`, which is moved to the character behind it.
+int read_number(const WCHAR *&text) {
+    int number = 0;
+    for (; *text >= TEXT('0') && *text <= TEXT('9'); ++text) {
+        number = number * 10 + (*text - TEXT('0'));
+    }
+    return number;
+}
+
+// Whether a capture, if it is an address in brackets, holds numbers up to 255 only. The pattern has
+// made sure that there are four of three digits at most.
+bool has_valid_numbers(const WCHAR *start, const WCHAR *end) {
+    if (end - start <= 1 || *start != TEXT('[')) {
+        return true;
+    }
+    for (int i = 0; i < 4; ++i) {
+        ++start;
+        if (read_number(start) > 255) {
+            return false;
+        }
+    }
+    return true;
+}
+
+}  // namespace
+
+bool VerifyEMailAddress(const WCHAR *address) {
+    MatchContext context(kInitialStack);
+    CompiledPattern pattern;
+    if (pattern.Compile(kAddressPattern, 1) != RegexOk ||
+        pattern.Match(address, &context, nullptr) == 0) {
+        return false;
+    }
+    for (unsigned group = 0; group < context.groupCount; ++group) {
+        const WCHAR *start = nullptr;
+        const WCHAR *end = nullptr;
+        context.GetGroup(group, &start, &end);
+        if (!has_valid_numbers(start, end)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool CheckPathFormat(const WCHAR *path, std::uint64_t length) {
+    if (length >= kPathSize) {
+        return false;
+    }
+    CompiledPattern nameStart;
+    CompiledPattern nameEnd;
+    if (nameStart.Compile(kNameStartPattern, 0) != RegexOk ||
+        nameEnd.Compile(kNameEndPattern, 0) != RegexOk) {
+        return false;
+    }
+    if (path == nullptr && length != 0) {
+        throw RegexFailure{RegexFailure::kInvalidArgument};
+    }
+    WCHAR copy[kPathSize] = {};
+    if (length != 0) {
+        std::memcpy(copy, path, static_cast<std::size_t>(length) * sizeof(WCHAR));
+    }
+    MatchContext startContext(kInitialStack);
+    MatchContext endContext(kInitialStack);
+    return nameStart.Match(copy, &startContext, nullptr) != 0 &&
+           nameEnd.Match(copy, &endContext, nullptr) != 0;
+}
