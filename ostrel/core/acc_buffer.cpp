@@ -71,7 +71,9 @@ void CAccBuffer::Grow(std::uint32_t count) {
         throw std::bad_alloc();
     }
     if (!m_owns) {
-        std::memcpy(block, m_block, m_used);
+        if (m_used != 0) {
+            std::memcpy(block, m_block, m_used);
+        }
         m_owns = true;
     }
     m_block = static_cast<unsigned char *>(block);

@@ -1,5 +1,6 @@
 #include "ostrel/core/format.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <memory>
 #include <new>
@@ -22,41 +23,43 @@ int print(char *buffer, std::size_t count, const char *format, std::va_list args
     return _vsnprintf(buffer, count, format, args);
 }
 
-// Prints into `buffer`, which holds `size` characters, and leaves it terminated. True when the text
+// Prints into `buffer`, which holds `room` characters, one at least, and a NUL. True when the text
 // is there, as far as the format goes without a fault; false when it needs a larger buffer.
 template <class Char>
-bool try_print(Char *buffer, std::size_t size, const Char *format, std::va_list args) {
+bool try_print(Char *buffer, std::size_t room, const Char *format, std::va_list args) {
     std::va_list values;
     va_copy(values, args);
     const int saved_errno = errno;
     errno = 0;
-    const int length = print(buffer, size - 1, format, values);
+    buffer[room - 1] = 0;
+    const int length = print(buffer, room, format, values);
     const int fault = length < 0 ? errno : 0;
     errno = saved_errno;
     va_end(values);
-    buffer[size - 1] = 0;
+    buffer[room] = 0;
     if (fault == ENOMEM) {
         throw std::bad_alloc();
     }
     if (fault == EOVERFLOW) {
         throw std::length_error("Format");
     }
-    return length >= 0 || fault != 0;
+    const bool cut_before_the_fault = buffer[room - 1] != 0;
+    return length >= 0 || (fault != 0 && !cut_before_the_fault);
 }
 
 template <class Char>
 void format_any(std::basic_string<Char> *out, const Char *format, std::va_list args) {
     Char scratch[kStackCharacters + 1];
     const FormatEstimate estimate = estimate_format(format, args);
-    if (estimate.complete && estimate.total <= kStackCharacters &&
-        try_print(scratch, static_cast<std::size_t>(estimate.total) + 1, format, args)) {
+    const std::uint64_t most = estimate.complete ? estimate.total : kStackCharacters;
+    const auto room = std::clamp<std::uint64_t>(most, 1, kStackCharacters);
+    if (try_print(scratch, static_cast<std::size_t>(room), format, args)) {
         out->assign(scratch);
         return;
     }
-    // The estimate of a long text is far too large, and there is none behind a conversion that it
-    // does not know: then the text's own length decides.
+    // A long text, for which the estimate is far too large: its own length decides.
     for (std::size_t size = 4 * kStackCharacters;; size *= 2) {
-        const std::unique_ptr<Char[]> buffer(new Char[size]);
+        const std::unique_ptr<Char[]> buffer(new Char[size + 1]);
         if (try_print(buffer.get(), size, format, args)) {
             out->assign(buffer.get());
             return;

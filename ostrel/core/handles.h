@@ -31,7 +31,7 @@ public:
         m_handle = handle;
         return *this;
     }
-    operator void *const &() const noexcept { return m_handle; }
+    operator void * const &() const noexcept { return m_handle; }
     // The field itself, for an out-parameter of a platform call.
     operator void *&() noexcept { return m_handle; }
 
@@ -52,7 +52,7 @@ public:
         m_search = search;
         return CFindHandle();
     }
-    operator void *const &() const noexcept { return m_search; }
+    operator void * const &() const noexcept { return m_search; }
     // The field itself, for an out-parameter of a platform call.
     operator void *&() noexcept { return m_search; }
 

@@ -21,8 +21,8 @@ std::size_t heap_size(std::size_t size) {
 // in place when it is. With large pages that happens once in 2 MiB.
 void prefer_large_pages(void *block, std::size_t size) {
 #ifdef __linux__
-    // The whole of the block's mapping, its first page with the heap's own words included: a part of
-    // it would become a mapping of its own, and the block could no longer move by its pages.
+    // The whole of the block's mapping, its first page with the heap's own words included: a part
+    // of it would become a mapping of its own, and the block could no longer move by its pages.
     constexpr std::uintptr_t kPage = 4096;
     constexpr std::size_t kLargePage = std::size_t{2} << 20;
     if (size >= kLargePage) {

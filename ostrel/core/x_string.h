@@ -28,6 +28,9 @@
 // Errors: std::bad_alloc and std::length_error from whatever grows a string; std::out_of_range
 // where a member says so.
 
+#ifdef __cpp_impl_three_way_comparison
+#include <compare>
+#endif
 #include <cstddef>
 #include <cstdint>
 #include <iosfwd>
@@ -97,12 +100,12 @@ const Char *pointer_to(const std::basic_string<Char, Traits, Allocator> &text) n
 // Compares terminated texts as unsigned values. Neither may be null.
 template <class Char>
 int compare(const Char *left, const Char *right) noexcept {
-    using Unsigned = std::conditional_t<sizeof(Char) == 1, std::uint8_t, std::uint16_t>;
+    using Traits = std::char_traits<Char>;
     while (*left == *right && *left != Char()) {
         ++left;
         ++right;
     }
-    return static_cast<Unsigned>(*left) - static_cast<Unsigned>(*right);
+    return Traits::lt(*left, *right) ? -1 : Traits::lt(*right, *left) ? 1 : 0;
 }
 
 // Null is equal to nothing.
@@ -194,9 +197,9 @@ public:
     //
     // The conversions of the contract are s S c C d i o u x X p e g G f n, with the flags - + 0 #
     // and blank, width, precision, * (not negative), and one of h l L F N before them. Others that
-    // the platform knows (%lld, %I64d, %E, %a) print as they do there; only their result is not
-    // formed on the stack. Output behind a NUL that a %c produced is lost. A conversion that the
-    // platform refuses ends the text there.
+    // the platform knows (%lld, %I64d, %E, %a) print as they do there. Output behind a NUL that a
+    // %c produced is lost. A conversion that the platform refuses ends the text there. A text of up
+    // to 2048 characters is made without heap memory but that of the string itself.
     //
     // `format` must not be null.
     void Format(const Char *format, ...);
@@ -378,6 +381,15 @@ template <class C, class T, class A, class Other,
 bool operator>=(const Other &left, const x_basic_string<C, T, A> &right) {
     return !(left < right);
 }
+
+#ifdef __cpp_impl_three_way_comparison
+// The order of pairs and tuples that hold a string.
+template <class C, class T, class A>
+std::weak_ordering operator<=>(const x_basic_string<C, T, A> &left,
+                               const x_basic_string<C, T, A> &right) {
+    return detail::compare(left.c_str(), right.c_str()) <=> 0;
+}
+#endif
 
 // Terminated text to a stream of the same width. 16-bit text to a narrow stream does not compile:
 // what would be printed is an address.

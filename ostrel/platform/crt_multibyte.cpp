@@ -40,19 +40,19 @@ std::size_t multibyte_length(const unsigned char *text, unsigned code_page) {
         const std::size_t length = platform::utf8_length(text[0]);
         return platform::utf8_sound_length(text, available) == length ? length : 1;
     }
-    if (!is_lead(code_page, text[0]) || text[1] == 0) {
+    if (!is_lead(code_page, text[0])) {
         return 1;
     }
-    // GB18030: a digit as the second byte makes a character of four bytes. EUC-JP: 0x8F makes one
-    // of three.
-    const bool four = code_page == 54936 && text[1] >= '0' && text[1] <= '9';
-    const std::size_t length = four ? 4 : code_page == 51932 && text[0] == 0x8F ? 3 : 2;
-    for (std::size_t i = 2; i < length; ++i) {
-        if (text[i] == 0) {
-            return 1;
-        }
+    // Trail bytes: a digit as the second byte makes a GB18030 character of four bytes, and 0x8F an
+    // EUC-JP character of three. Everywhere else one byte follows, which lies above the digits.
+    const auto is_digit = [](unsigned char byte) { return byte >= '0' && byte <= '9'; };
+    if (code_page == 54936 && is_digit(text[1])) {
+        return text[2] >= 0x81 && text[2] <= 0xFE && is_digit(text[3]) ? 4 : 1;
     }
-    return length;
+    if (code_page == 51932 && text[0] == 0x8F) {
+        return text[1] >= 0xA1 && text[2] >= 0xA1 ? 3 : 1;
+    }
+    return text[1] >= 0x40 ? 2 : 1;
 }
 
 }  // namespace

@@ -70,9 +70,9 @@ int iswspace(Char character) noexcept {
 }
 
 // The character behind the one at `text`, by the system code page (GetACP): one byte further, two
-// when a lead byte and its trail byte stand there, up to four in UTF-8 and GB18030. A NUL is never
-// stepped over within a character, and a broken sequence is one byte. Null gives null with errno
-// EINVAL.
+// when a lead byte and its trail byte stand there, up to four in UTF-8 and GB18030. What cannot be
+// a trail byte, such as a NUL, is never stepped over within a character: a broken sequence is one
+// byte. Null gives null with errno EINVAL.
 OSTREL_PLATFORM_API unsigned char *_mbsinc(const unsigned char *text) noexcept;
 
 // Sizes of the buffers for _wsplitpath, in characters with the NUL.

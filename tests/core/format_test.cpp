@@ -34,6 +34,10 @@ TEST(Format, FitsLongTexts) {
     EXPECT_EQ(formatted("%f", -DBL_MAX).GetLength(), 310u + 7);
     EXPECT_EQ(formatted("%.2f %*.*f|", 9.996, 10, 2, 1.5), "10.00       1.50|");
     const std::vector<char> unterminated(3, 'u');  // read no further than the precision
+    // A byte that begins a character in no code page, or has no second one, hides no conversion.
+    EXPECT_EQ(formatted("\x83%d%s", 5, "x"),
+              "\x83"
+              "5x");
     EXPECT_EQ(formatted("%.3s|%.*s", unterminated.data(), 2, unterminated.data()), "uuu|uu");
     EXPECT_EQ(formatted("%3000d", 7).GetLength(), 3000u);
     std::u16string million(1000000, u'x');
@@ -56,7 +60,9 @@ TEST(Format, PrintsConversionsThatItDoesNotMeasure) {
     // A conversion that the platform refuses ends the text.
     EXPECT_EQ(formatted("abc%") + formatted("abc%-5.2"), "abcabc");
     EXPECT_EQ(formatted(TEXT("abc %y %s"), nullptr), TEXT("abc "));
-    EXPECT_EQ(formatted((std::string(5000, 'x') + "%y").c_str()), std::string(5000, 'x'));
+    for (const std::size_t length : {2047u, 2048u, 2049u, 8192u, 50000u}) {
+        EXPECT_EQ(formatted((std::string(length, 'x') + "%y").c_str()), std::string(length, 'x'));
+    }
 }
 
 // Runs under UTF-8 and under 932. Text of the other width is converted in the system code page, and

@@ -171,6 +171,7 @@ TEST(CrtText, StepsByCharacterOfTheCodePage) {
         {"\xF0\x9F\x98\x80", 4, 2},
         {"\xF0\x9F\x98", 1, 2},
         {"\xFD\x81", 1, 1},
+        {"\x83%d", 1, 1},
     };
     ASSERT_TRUE(GetACP() == 65001 || GetACP() == 932);
     for (const Case &c : cases) {
