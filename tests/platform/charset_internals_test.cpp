@@ -73,7 +73,9 @@ TEST(StreamDecoder, GivesTheSameTextHoweverItIsCut) {
         {54936, "\x81\x30\x89\x33\xC4\xE3"},
         {28591, "\xE4\xFC"},
     };
-    for (const auto &[code_page, bytes] : cases) {
+    for (const auto &entry : cases) {
+        const unsigned code_page = entry.first;
+        const std::string &bytes = entry.second;
         const std::u16string whole = to_wide(bytes, code_page);
         for (std::size_t first = 0; first <= bytes.size(); ++first) {
             for (std::size_t second = first; second <= bytes.size(); ++second) {
