@@ -2,7 +2,7 @@
 #define OSTREL_CORE_FORMAT_ESTIMATE_H
 
 // Internal. The estimating pass of Format: walks a format once, reads the values as it goes, and
-// adds up a length that the text cannot exceed.
+// adds up a length that the text, as a rule, does not exceed.
 
 #include <cstdarg>
 #include <cstdint>
@@ -13,7 +13,9 @@ namespace OS::detail {
 
 struct FormatEstimate {
     // Characters, without the NUL. A character of plain text counts with the whole rest of the
-    // format, so plain text counts about half the square of its length.
+    // format, so plain text counts about half the square of its length. The text can be longer by
+    // the sign, the point and the exponent of a number whose precision alone makes its item: %+.40d
+    // counts 40. Whoever prints must bound what is printed.
     std::uint64_t total = 0;
 
     // False when the format holds what the pass does not measure: a conversion that is none of

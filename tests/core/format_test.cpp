@@ -39,6 +39,9 @@ TEST(Format, FitsLongTexts) {
               "\x83"
               "5x");
     EXPECT_EQ(formatted("%.3s|%.*s", unterminated.data(), 2, unterminated.data()), "uuu|uu");
+    // Longer than the estimate says: the precision alone makes it.
+    EXPECT_EQ(formatted("%+.40d", 7), "+" + std::string(39, '0') + "7");
+    EXPECT_EQ(formatted("%-+.130e", -1.0).GetLength(), 137u);
     EXPECT_EQ(formatted("%3000d", 7).GetLength(), 3000u);
     std::u16string million(1000000, u'x');
     EXPECT_EQ(formatted(TEXT("%s%s"), million.c_str(), million.c_str()).GetLength(), 2000000u);

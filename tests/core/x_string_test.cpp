@@ -83,8 +83,9 @@ TYPED_TEST(XString, TakesArgumentsOutOfItself) {
     EXPECT_EQ(text, this->T("uvwxyzuvwxyzyz"));
     text.replace(1, 12, text);
     EXPECT_EQ(text, this->T("uuvwxyzuvwxyzyzz"));
-    text = this->T("a");
-    EXPECT_EQ(text.FindAndReplace(text, text + this->T("ba")), 3u);
+    text = this->T("ab");
+    EXPECT_EQ(text.FindAndReplace(this->T("b"), text), 3u);
+    text = this->T("aba");
     EXPECT_TRUE(text.FindAndReplaceAll(this->T("a"), this->T("aa")));
     EXPECT_EQ(text, this->T("aabaa"));
     text.FindAndReplaceAll(this->T("b"), text);
