@@ -11,9 +11,7 @@ x_wstring name_of(const WCHAR *path) {
     if (path != nullptr) {
         WCHAR name[_MAX_FNAME];
         WCHAR extension[_MAX_EXT];
-        WCHAR drive[_MAX_DRIVE];
-        WCHAR directory[_MAX_DIR];
-        _wsplitpath(path, drive, directory, name, extension);
+        _wsplitpath(path, nullptr, nullptr, name, extension);
         file = name;
         file += extension;
     }

@@ -26,8 +26,7 @@ namespace OS {
 class OSTREL_API CException {
 public:
     // `file` is the path of the source file that raises; its name and extension are kept. Null
-    // leaves the name empty, as does a part of the path that is longer than the platform's
-    // _wsplitpath takes (drive 2, others 255 characters).
+    // leaves the name empty, as does a name or an extension of more than 255 characters.
     CException(int code = 0, const WCHAR *file = TEXT(""), int line = 0);
     CException(const CException &) = default;
     CException &operator=(const CException &) = default;

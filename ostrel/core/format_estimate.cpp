@@ -17,6 +17,7 @@ enum class Modifier { kNone, kNarrow, kWide };
 struct Conversion {
     std::uint64_t width = 0;
     std::uint64_t precision = 0;  // 0 also when none is given
+    bool reads_text = true;       // not behind a precision that is given as 0
     Modifier modifier = Modifier::kNone;
 };
 
@@ -53,11 +54,12 @@ std::uint64_t read_number(const Char **at) {
     return number;
 }
 
-// `limit` 0 is none. Reads no further than the limit.
+// Reads no further than the precision, as the printer does.
 template <class Char>
-std::uint64_t bounded_length(const Char *text, std::uint64_t limit) {
+std::uint64_t bounded_length(const Char *text, const Conversion &conversion) {
+    const std::uint64_t limit = conversion.precision;
     if (limit == 0) {
-        return length_of(text);
+        return conversion.reads_text ? length_of(text) : 0;
     }
     std::uint64_t length = 0;
     while (length < limit && text[length] != 0) {
@@ -172,6 +174,7 @@ private:
             } else {
                 conversion.precision = read_number(&m_at);
             }
+            conversion.reads_text = conversion.precision != 0;
         }
         ReadModifier(&conversion);
         if (*m_at != 0 && m_estimate.complete) {
@@ -285,13 +288,13 @@ private:
             if (text == nullptr) {
                 return string_item(conversion, kNullText);
             }
-            const std::uint64_t units = bounded_length(text, conversion.precision);
+            const std::uint64_t units = bounded_length(text, conversion);
             const std::uint64_t item = string_item(conversion, units);
             return sizeof(Char) == 1 ? std::max(item, narrowed_length(text, units)) : item;
         }
         const auto *const text = va_arg(m_args, const char *);
-        return string_item(
-            conversion, text == nullptr ? kNullText : bounded_length(text, conversion.precision));
+        return string_item(conversion,
+                           text == nullptr ? kNullText : bounded_length(text, conversion));
     }
 
     const Char *m_at;

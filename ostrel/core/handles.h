@@ -4,8 +4,9 @@
 // Owners of a platform handle for the length of a scope.
 //
 // A constructor stores the value it is given without checking it; the destructor releases it with
-// the call named at the class and looks at no result. Assignment stores a new value and does not
-// release the old one: assign to an empty object only. None of the classes can be copied.
+// the call named at the class and looks at no result. Assignment, where a class has it, stores a
+// new value and does not release the old one: assign to an empty object only. None of the classes
+// can be copied.
 //
 //   CHandle event(CreateEventW(nullptr, TRUE, FALSE, nullptr));
 //   if (event == nullptr) ...

@@ -81,6 +81,32 @@ private:
 
 #endif
 
+// The same as for_each_hit from `at` on, by the method of Knuth, Morris and Pratt: each character
+// of the text is looked at once, however much it resembles what is searched.
+template <class Char, class OnHit>
+void for_each_hit_linear(const Char *text, std::size_t length, std::size_t at,
+                         std::basic_string_view<Char> search, OnHit on_hit) {
+    std::vector<std::size_t> border(search.size() + 1, 0);  // of the first n characters
+    for (std::size_t n = 1, k = 0; n < search.size(); border[++n] = k) {
+        while (k > 0 && search[n] != search[k]) {
+            k = border[k];
+        }
+        k += search[n] == search[k] ? 1 : 0;
+    }
+    for (std::size_t matched = 0; at < length; ++at) {
+        while (matched > 0 && text[at] != search[matched]) {
+            matched = border[matched];
+        }
+        matched += text[at] == search[matched] ? 1 : 0;
+        if (matched == search.size()) {
+            if (!on_hit(at + 1 - matched)) {
+                return;
+            }
+            matched = 0;
+        }
+    }
+}
+
 // Calls on_hit(position) for each occurrence from left to right, none overlapping another, until it
 // gives false. It may write to what lies in front of the end of the hit.
 template <class Char, class OnHit>
@@ -92,7 +118,9 @@ void for_each_hit(const Char *text, std::size_t length, std::basic_string_view<C
     }
     const Char first = search.front();
     const Char last = search.back();
+    std::size_t compared = 0;
     const auto inner_equal = [&](std::size_t at) {
+        compared += width;
         return width <= 2 ||
                std::memcmp(text + at + 1, search.data() + 1, (width - 2) * sizeof(Char)) == 0;
     };
@@ -122,6 +150,9 @@ void for_each_hit(const Char *text, std::size_t length, std::basic_string_view<C
             }
         }
         at = std::max(at + kBlock, from);
+        if (compared > 8 * (length / 4 + width)) {
+            return for_each_hit_linear(text, length, at, search, on_hit);
+        }
     }
 #endif
 

@@ -116,7 +116,8 @@ bool x_string_members<Self, Char>::FindAndReplaceAll(const x_string &search,
         }
         return !bounded;
     }
-    const std::uint64_t count = detail::replace_all(this, search, replacement, limit);
+    const std::uint64_t count = detail::replace_all(
+        this, {search.data(), search.size()}, {replacement.data(), replacement.size()}, limit);
     return !bounded || count < limit;
 }
 

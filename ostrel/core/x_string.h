@@ -199,7 +199,8 @@ public:
     // and blank, width, precision, * (not negative), and one of h l L F N before them. Others that
     // the platform knows (%lld, %I64d, %E, %a) print as they do there. Output behind a NUL that a
     // %c produced is lost. A conversion that the platform refuses ends the text there. A text of up
-    // to 2048 characters is made without heap memory but that of the string itself.
+    // to 2048 characters is made, as a rule, without heap memory but that of the string itself.
+    // A value that is a string is passed by its c_str().
     //
     // `format` must not be null.
     void Format(const Char *format, ...);
@@ -243,7 +244,17 @@ public:
     x_wstring(const x_wstring &) = default;
     x_wstring(x_wstring &&) noexcept = default;
 
-    using x_string_members::operator=;
+    const x_wstring &operator=(const WCHAR *text) { return x_string_members::operator=(text); }
+    const x_wstring &operator=(const std_string &text) {
+        assign(text);
+        return *this;
+    }
+    const x_wstring &operator=(std_string &&text) noexcept {
+        if (this != &text) {
+            assign(std::move(text));
+        }
+        return *this;
+    }
     const x_wstring &operator=(const x_wstring &text) {
         assign(text);
         return *this;
@@ -263,7 +274,17 @@ public:
     x_astring(const x_astring &) = default;
     x_astring(x_astring &&) noexcept = default;
 
-    using x_string_members::operator=;
+    const x_astring &operator=(const char *text) { return x_string_members::operator=(text); }
+    const x_astring &operator=(const std_string &text) {
+        assign(text);
+        return *this;
+    }
+    const x_astring &operator=(std_string &&text) noexcept {
+        if (this != &text) {
+            assign(std::move(text));
+        }
+        return *this;
+    }
     const x_astring &operator=(const x_astring &text) {
         assign(text);
         return *this;
@@ -403,5 +424,19 @@ std::ostream &operator<<(std::ostream &,
                          const x_basic_string<WCHAR, T, std::allocator<WCHAR>> &) = delete;
 
 }  // namespace OS
+
+// Equal strings have equal hashes: by terminated text.
+template <>
+struct std::hash<OS::x_wstring> {
+    std::size_t operator()(const OS::x_wstring &text) const noexcept {
+        return std::hash<std::basic_string_view<WCHAR>>()(text.c_str());
+    }
+};
+template <>
+struct std::hash<OS::x_astring> {
+    std::size_t operator()(const OS::x_astring &text) const noexcept {
+        return std::hash<std::string_view>()(text.c_str());
+    }
+};
 
 #endif  // OSTREL_CORE_X_STRING_H

@@ -238,7 +238,9 @@ void _wsplitpath(const WCHAR *path, WCHAR *drive, WCHAR *directory, WCHAR *name,
         for (std::size_t i = 0; i < 4; ++i) {
             parts[i].begin = cuts[i];
             parts[i].end = cuts[i + 1];
-            fits = fits && static_cast<std::size_t>(cuts[i + 1] - cuts[i]) < parts[i].size;
+            const bool wanted = parts[i].buffer != nullptr;
+            fits = fits &&
+                   (!wanted || static_cast<std::size_t>(cuts[i + 1] - cuts[i]) < parts[i].size);
         }
         if (!fits) {
             errno = ERANGE;

@@ -89,8 +89,8 @@ inline constexpr std::size_t _MAX_EXT = 256;
 //   C:\a/b\c.tar.gz  ->  "C:", "\a/b\", "c.tar", ".gz"        ..  ->  "", "", ".", "."
 //   \\host\share     ->  "", "\\host\", "share", ""           .profile  ->  "", "", "", ".profile"
 //
-// A part that is too long for its buffer empties all four, with errno ERANGE; a null path does so
-// with EINVAL.
+// A part that is wanted and too long for its buffer empties all four, with errno ERANGE; a null
+// path does so with EINVAL.
 OSTREL_PLATFORM_API void _wsplitpath(const WCHAR *path, WCHAR *drive, WCHAR *directory, WCHAR *name,
                                      WCHAR *extension) noexcept;
 

@@ -59,6 +59,10 @@ void join(const Char (&literal)[Size], Char *pointer) {
     CHECK(text[0] == literal[0] && fixed[0L] == text[0u] && text[text.size() - 1] == Char('!'));
     const Char *const converted = fixed;
     CHECK(converted == fixed.c_str());
+    text = std::basic_string<Char>(literal);
+    const std::basic_string<Char> base(literal);
+    text = base;
+    text = text.append(literal);
     text = pointer;
     text = literal;
     text = fixed;
@@ -85,6 +89,8 @@ int main() {
     join<OS::x_wstring>(TEXT("text"), wide);
     join<OS::x_astring>("text", narrow);
 
+    const std::unordered_map<OS::x_astring, int> hashed{{"a", 1}};
+    CHECK(hashed.count("a") == 1);
     std::map<OS::x_wstring, int> map{{TEXT("a"), 1}};
     std::set<OS::x_wstring, OS::XWSTRICMP> set{TEXT("b"), TEXT("A")};
     std::vector<OS::x_astring> vector{"a", "b"};

@@ -42,7 +42,7 @@ TEST(FormatEstimate, AddsUpTheTotals) {
     // Strings: at least 1, at most the precision, at least the width.
     EXPECT_TOTAL(6, "%s", nullptr);
     EXPECT_TOTAL(3, "%.3s", nullptr);
-    EXPECT_TOTAL(1 + 5 + 5 + 1 + 2, "%s%5s%5.1s%.1s%.0s", "", "ab", "ab", "ab", "ab");
+    EXPECT_TOTAL(1 + 5 + 5 + 1 + 1, "%s%5s%5.1s%.1s%.0s", "", "ab", "ab", "ab", "ab");
     EXPECT_TOTAL(3 + 1 + 3 + 1 + 3 + 1, TEXT("%s%S%ls%hs%lS%hS"), TEXT("abc"), "a", TEXT("abc"),
                  "a", TEXT("abc"), "a");
     EXPECT_TOTAL(3 + 1 + 3 + 1 + 3 + 1, "%S%s%ls%hs%lS%hS", TEXT("abc"), "a", TEXT("abc"), "a",

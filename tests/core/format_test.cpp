@@ -38,7 +38,9 @@ TEST(Format, FitsLongTexts) {
     EXPECT_EQ(formatted("\x83%d%s", 5, "x"),
               "\x83"
               "5x");
-    EXPECT_EQ(formatted("%.3s|%.*s", unterminated.data(), 2, unterminated.data()), "uuu|uu");
+    EXPECT_EQ(formatted("%.3s|%.*s|%.*s", unterminated.data(), 2, unterminated.data(), 0,
+                        unterminated.data()),
+              "uuu|uu|");
     // Longer than the estimate says: the precision alone makes it.
     EXPECT_EQ(formatted("%+.40d", 7), "+" + std::string(39, '0') + "7");
     EXPECT_EQ(formatted("%-+.130e", -1.0).GetLength(), 137u);

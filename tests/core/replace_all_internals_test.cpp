@@ -48,4 +48,24 @@ TEST(ReplaceAll, DoesWhatTheStepByStepRuleDoes) {
     compare_on_random_text<std::u16string>();
 }
 
+// Text that resembles what is searched all over must not be compared again and again.
+TEST(ReplaceAll, TakesTextThatNearlyMatches) {
+    const std::string search = std::string(60, 'a') + 'b' + std::string(60, 'a');
+    for (const std::string replacement :
+         {"", "c",
+          "longer than what it stands for, which is 121 characters, "
+          "as this text is with all that stands behind it, up to "
+          "its very end, here."}) {
+        std::string expected;
+        for (std::size_t i = 0; i < 400; ++i) {
+            expected += std::string(55 + i % 13, 'a') + (i % 5 == 0 ? "bb" : "b");
+        }
+        std::string actual = expected;
+        const std::uint64_t hits = step_by_step(&expected, search, replacement, 99);
+        EXPECT_GT(hits, 20u);
+        EXPECT_EQ(OS::detail::replace_all(&actual, search, replacement, 99), hits);
+        EXPECT_EQ(actual, expected);
+    }
+}
+
 }  // namespace

@@ -112,6 +112,14 @@ TYPED_TEST(XString, CutsFindsAndReplacesByPosition) {
     EXPECT_EQ(text.FindAndReplace(search, replacement, 6), TypeParam::npos);
     EXPECT_EQ(text.FindAndReplace(this->T("x"), replacement, 100), TypeParam::npos);
     EXPECT_EQ(TypeParam(text).FindAndReplace(this->T(""), this->T("e"), 1), 2u);
+    // By the full length, NULs too; and assigned from a standard string.
+    TypeParam nuls;
+    nuls = std::basic_string<typename TestFixture::Char>(this->T({"a\0b\0c", 5}));
+    EXPECT_TRUE(nuls.FindAndReplaceAll(this->T({"\0b", 2}), this->T({"1\0"
+                                                                     "2",
+                                                                     3})));
+    EXPECT_EQ(nuls.substr(0), this->T("a1"));
+    EXPECT_EQ(nuls.GetLength(), 6u);
     EXPECT_EQ(text, this->T("axxcxx"));
 }
 

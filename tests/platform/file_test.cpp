@@ -6,11 +6,9 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdlib>
-#include <fstream>
 #include <sstream>
 #include <thread>
-#include <vector>
+#include <tuple>
 
 #include "support/temp_dir.h"
 
@@ -22,238 +20,154 @@ std::string content_of(const std::filesystem::path &path) {
     return content.str();
 }
 
-std::u16string first_line(const WCHAR *path, const WCHAR *mode = TEXT("r")) {
-    WCHAR line[100] = {};
+// The lines, as fgetws cuts them, with a bar behind each; one character, errno, when it cannot be
+// opened.
+std::u16string lines_of(const WCHAR *path, const WCHAR *mode = TEXT("r"), int count = 100) {
     std::FILE *const file = _wfopen(path, mode);
-    if (file != nullptr) {
-        fgetws(line, 100, file);
-        std::fclose(file);
+    if (file == nullptr) {
+        return {static_cast<WCHAR>(errno)};
     }
-    return file != nullptr ? line : u"<none>";
+    std::u16string lines;
+    WCHAR line[100];
+    while (fgetws(line, count, file) == line) {
+        lines += std::u16string(line) + u'|';
+    }
+    EXPECT_EQ(std::fclose(file), 0);
+    return lines;
 }
 
 TEST(CrtFile, FindsHostFilesByThePlatformsPaths) {
     const TempDir dir;
     dir.Write("sub dir/a.txt", "found");
     std::ofstream("sub dir/\xFF\xC3\xA4.txt") << "bytes";
-    dir.Write("Case", "upper");
-    const std::u16string root = dir.Path().u16string();
+    const std::u16string root = dir.Path().u16string().substr(1);
     setenv("OSTREL_DRIVE_W", "", 1);
     setenv("OSTREL_DRIVE_Q", (dir.Path() / "sub dir").c_str(), 1);
-    const std::pair<std::u16string, const WCHAR *> cases[] = {
-        {u"sub dir\\a.txt", u"found"},
-        {u"sub dir/a.txt", u"found"},
-        {u".\\sub dir\\..\\sub dir//a.txt", u"found"},
-        {root + u"\\sub dir/a.txt", u"found"},
-        {u"C:" + root + u"/sub dir\\a.txt", u"found"},
-        {u"c:\\" + root.substr(1) + u"\\sub dir\\a.txt", u"found"},
-        {u"c:" + root.substr(1) + u"\\sub dir\\a.txt", u"found"},
-        {u"Q:\\a.txt", u"found"},
-        {u"q:a.txt", u"found"},
-        {u"W:\\a.txt", u"<none>"},
-        {u"sub dir/\xDCFF\u00E4.txt", u"bytes"},
-        {u"sub dir/\xD800\u00E4.txt", u"<none>"},
-        {u"Case", u"upper"},
-        {u"case", u"<none>"},
-    };
-    for (const auto &[path, text] : cases) {
-        EXPECT_EQ(first_line(path.c_str()), text);
+    for (std::u16string path :
+         {u"sub dir\\a.txt", u".\\sub dir\\..\\sub dir//a.txt", u"/@\\sub dir/a.txt",
+          u"\\@/sub dir\\a.txt", u"C:/@/sub dir\\a.txt", u"c:\\@\\sub dir\\a.txt",
+          u"c:@\\sub dir\\a.txt", u"Q:\\a.txt", u"q:a.txt"}) {
+        const std::size_t at = path.find(u'@');
+        EXPECT_EQ(lines_of((at < path.size() ? path.replace(at, 1, root) : path).c_str()),
+                  u"found|");
     }
-    errno = 0;
-    EXPECT_EQ(_wfopen(TEXT("W:\\a.txt"), TEXT("r")), nullptr);
-    EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(lines_of(u"sub dir/\xDCFF\u00E4.txt"), u"bytes|");
+    for (const WCHAR *path :
+         {u"W:\\a.txt", u"X:\\a.txt", u"sub dir/\xD800\u00E4.txt", u"sub dir/A.txt"}) {
+        EXPECT_EQ(lines_of(path), std::u16string{ENOENT});
+    }
 }
 
 TEST(CrtFile, TakesThePlatformsModes) {
     const TempDir dir;
     dir.Write("file", "old");
-    std::istringstream good("r|rb| r|rtN|rcS|a|ab|r, ccs=UTF-16LE|rt,ccs = UNICODE|r,ccs=utf-8 ");
-    for (std::string mode; std::getline(good, mode, '|');) {
-        std::FILE *const file =
-            _wfopen(TEXT("file"), std::u16string(mode.begin(), mode.end()).c_str());
-        ASSERT_NE(file, nullptr) << mode;
-        WCHAR line[9];
-        EXPECT_EQ(fgetws(line, 9, file) != nullptr, mode.find('r') != mode.npos) << mode;
-        std::fclose(file);
+    for (const WCHAR *mode : {u"r", u" r", u"rtN", u"rcS", u"rt,ccs = UTF-8", u"r,ccs=utf-8 "}) {
+        EXPECT_EQ(lines_of(u"file", mode), u"old|");
     }
-    // One direction only; a letter that is no mode; a charset that is not read.
-    std::istringstream bad(
-        "r+|w+|a+|br|tr|q|rx|rbt|rz|r,|rD|r,ccs=UTF-7|rb,ccs=UTF-8|w,ccs=UTF-8||");
-    for (std::string mode; std::getline(bad, mode, '|');) {
-        errno = 0;
-        EXPECT_EQ(_wfopen(TEXT("file"), std::u16string(mode.begin(), mode.end()).c_str()), nullptr)
-            << mode;
-        EXPECT_EQ(errno, EINVAL);
+    for (const WCHAR *mode : {u"rb", u"r, ccs=UTF-16LE", u"rt,ccs = UNICODE"}) {
+        EXPECT_EQ(lines_of(u"file", mode).substr(0, 1), u"\u6C6F");
     }
-    EXPECT_EQ(_wfopen(TEXT("file"), nullptr), nullptr);
+    for (const WCHAR *mode :
+         {static_cast<const WCHAR *>(nullptr), u"", u"r+", u"w+", u"br", u"tr", u"q", u"rx", u"rbt",
+          u"r,", u"rD", u"r,ccs=UTF-7", u"rb,ccs=UTF-8", u"w,ccs=UTF-8"}) {
+        EXPECT_EQ(lines_of(u"file", mode), std::u16string{EINVAL});
+    }
+    EXPECT_EQ(lines_of(u"file", u"a") + lines_of(u"file", u"ab"), u"");  // which does not read
+    EXPECT_EQ(lines_of(u"file", u"wx"), std::u16string{EEXIST});
+    chmod("file", 0444);  // read-only for everyone, root too
+    EXPECT_EQ(lines_of(u"file", u"w") + lines_of(u".") + lines_of(u".", u"w"),
+              std::u16string(3, EACCES));
     EXPECT_EQ(content_of("file"), "old");
-    errno = 0;
-    EXPECT_EQ(_wfopen(TEXT("file"), TEXT("wx")), nullptr);
-    EXPECT_EQ(errno, EEXIST);
-    for (const WCHAR *mode : {TEXT("r"), TEXT("w"), TEXT("a")}) {
-        EXPECT_EQ(_wfopen(TEXT("."), mode), nullptr);
-        EXPECT_EQ(errno, EACCES);
-    }
-    // Read-only for everyone, root too.
-    chmod("file", 0444);
-    EXPECT_EQ(_wfopen(TEXT("file"), TEXT("w")), nullptr);
-    EXPECT_EQ(errno, EACCES);
-    EXPECT_EQ(first_line(TEXT("file")), u"old");
 }
 
 TEST(CrtFile, ReadsCharactersByMode) {
     const TempDir dir;
-    struct Case {
-        const WCHAR *mode;
-        std::string bytes;
-        std::u16string line;
-    };
-    const Case cases[] = {
-        {TEXT("r, ccs=UNICODE"), {"\xE4\0a\0", 4}, u"\u00E4a"},
-        {TEXT("r, ccs=UNICODE"), "\xEF\xBB\xBF\xC3\xA4", u"\u00E4"},
-        {TEXT("r, ccs=UTF-8"), "\xC3\xA4", u"\u00E4"},
-        {TEXT("r, ccs=UTF-8"), {"\xFF\xFE\xE4\0", 4}, u"\u00E4"},
-        {TEXT("r, ccs=UTF-16LE"), {"\xFF\xFE\xE4\0x", 5}, u"\u00E4\uFFFD"},
-        {TEXT("r, ccs=UTF-16LE"), {"a\0\r\0\n\0b\0", 8}, u"a\n"},
-        {TEXT("r, ccs=UTF-16LE"), {"a\0\x1A\0b\0", 6}, u"a"},
-        {TEXT("rb"), {"a\0\r\0\n\0b\0", 8}, u"a\r\n"},
-        {TEXT("rb"), {"a\0b\0c", 5}, u"ab"},
-        {TEXT("rb"), {"\xEF\xBB", 2}, u"\uBBEF"},
-    };
-    for (const Case &c : cases) {
-        EXPECT_EQ(first_line(dir.Write("file", c.bytes).c_str(), c.mode), c.line);
+    const std::tuple<const WCHAR *, std::string, std::u16string> cases[] = {
+        {u"r, ccs=UNICODE", {"\xE4\0a\0", 4}, u"\u00E4a|"},
+        {u"r, ccs=UNICODE", "\xEF\xBB\xBF\xC3\xA4", u"\u00E4|"},
+        {u"r, ccs=UTF-8", {"\xFF\xFE\xE4\0", 4}, u"\u00E4|"},
+        {u"r, ccs=UTF-16LE", {"\xFF\xFE\xE4\0x", 5}, u"\u00E4\uFFFD|"},
+        {u"r, ccs=UTF-16LE", {"a\0\r\0\n\0b\0\x1A\0c\0", 12}, u"a\n|b|"},
+        {u"rb", {"a\0\r\0\n\0b\0\x1A\0c", 11}, u"a\r\n|b\x1A|"},
+        {u"rb", {"\xEF\xBB", 2}, u"\uBBEF|"}};
+    for (const auto &[mode, bytes, lines] : cases) {
+        EXPECT_EQ(lines_of(dir.Write("file", bytes).c_str(), mode), lines);
     }
-}
-
-TEST(CrtFile, CutsLinesAtTheCount) {
-    const TempDir dir;
     dir.Write("file", "abc\r\nd");
-    std::FILE *const file = _wfopen(TEXT("file"), TEXT("r"));
-    ASSERT_NE(file, nullptr);
-    WCHAR buffer[4] = {u'?', u'?', u'?', u'!'};
+    EXPECT_EQ(lines_of(u"file", u"r", 3), u"ab|c\n|d|");
+    std::FILE *const file = _wfopen(u"file", u"r");
+    WCHAR buffer[2] = {u'?', u'!'};
     EXPECT_EQ(fgetws(buffer, 1, file), buffer);
-    EXPECT_EQ(std::u16string(buffer), u"");
+    EXPECT_EQ(std::u16string(buffer, 2), std::u16string(u"\0!", 2));
     EXPECT_EQ(fgetws(buffer, 0, file), nullptr);
-    EXPECT_EQ(fgetws(static_cast<WCHAR *>(nullptr), 3, file), nullptr);
-    EXPECT_EQ(std::u16string(fgetws(buffer, 3, file)), u"ab");
-    EXPECT_EQ(std::u16string(fgetws(buffer, 3, file)), u"c\n");
-    EXPECT_EQ(std::u16string(fgetws(buffer, 3, file)), u"d");
-    EXPECT_EQ(fgetws(buffer, 3, file), nullptr);
-    EXPECT_EQ(buffer[3], u'!');
-    EXPECT_EQ(std::fclose(file), 0);
-    errno = 0;
-    EXPECT_EQ(fgetws(buffer, 3, stdin), nullptr);  // not a stream of _wfopen
-    EXPECT_EQ(errno, EINVAL);
-    // Such an answer is not remembered: the next stream may stand at the same address.
+    std::fclose(file);
+    // A stream that is not of _wfopen is not remembered: the next may stand at the same address.
     std::FILE *const foreign = fmemopen(buffer, sizeof buffer, "r");
-    EXPECT_EQ(fgetws(buffer, 3, foreign), nullptr);
+    EXPECT_EQ(fgetws(buffer, 2, foreign), nullptr);
+    EXPECT_EQ(errno, EINVAL);
     std::fclose(foreign);
-    EXPECT_EQ(first_line(TEXT("file")), u"abc\n");
+    EXPECT_EQ(lines_of(u"file", u"r", 6), u"abc\n|d|");
 }
 
 // A pipe delivers what it has: characters and line ends are cut anywhere.
 TEST(CrtFile, ReadsFromAPipeThatIsFedInPieces) {
     const TempDir dir;
     ASSERT_EQ(mkfifo("pipe", 0600), 0);
-    std::thread writer([] {
-        const int pipe = open("pipe", O_WRONLY);
-        for (const char byte : std::string("\xEF\xBB\xBF\xE2\x82\xAC\r\nb\rc\r")) {
-            ASSERT_EQ(write(pipe, &byte, 1), 1);
-            usleep(1000);
-        }
-        close(pipe);
-    });
-    std::FILE *const file = _wfopen(TEXT("pipe"), TEXT("r"));
-    ASSERT_NE(file, nullptr);
-    WCHAR line[20];
-    EXPECT_EQ(std::u16string(fgetws(line, 20, file)), u"\u20AC\n");
-    EXPECT_EQ(std::u16string(fgetws(line, 20, file)), u"b\rc\r");
-    EXPECT_EQ(fgetws(line, 20, file), nullptr);
-    std::fclose(file);
-    writer.join();
-}
-
-TEST(CrtFile, EndsWhereAFileIsCutWhileItIsRead) {
-    const TempDir dir;
-    dir.Write("file", std::string(200000, 'x'));
-    std::FILE *const file = _wfopen(TEXT("file"), TEXT("r"));
-    WCHAR line[101];
-    ASSERT_NE(fgetws(line, 101, file), nullptr);
-    ASSERT_EQ(truncate("file", 10), 0);
-    int more = 0;
-    while (fgetws(line, 101, file) != nullptr) {
-        ++more;
+    const std::pair<const WCHAR *, std::string> cases[] = {
+        {u"r", "\xEF\xBB\xBF\xE2\x82\xAC\r\nb\rc\r"},
+        {u"r, ccs=UTF-16LE", {"\xFF\xFE\xAC\x20\r\0\n\0b\0\r\0c\0\r\0", 16}}};
+    for (const auto &[mode, bytes] : cases) {
+        const std::jthread writer([text = bytes] {
+            const int pipe = open("pipe", O_WRONLY);
+            for (const char &byte : text) {
+                ASSERT_EQ(write(pipe, &byte, 1), 1);
+                usleep(1000);
+            }
+            close(pipe);
+        });
+        EXPECT_EQ(lines_of(u"pipe", mode), u"\u20AC\n|b\rc\r|");
     }
-    EXPECT_LT(more, 2000 - 1);
-    std::fclose(file);
 }
 
 TEST(CrtFile, ReadsAndWritesBytesForTheHostsCalls) {
     const TempDir dir;
-    dir.Write("text", "content that goes when the file is opened for writing");
-    std::FILE *file = _wfopen(TEXT("text"), TEXT("w"));
-    ASSERT_NE(file, nullptr);
+    EXPECT_EQ(_flushall(), 3);
+    std::FILE *file = _wfopen(u"file", u"w");
     std::fputs("a\nb\r\n", file);
-    EXPECT_EQ(std::fclose(file), 0);
-    EXPECT_EQ(content_of("text"), "a\r\nb\r\r\n");
-    file = _wfopen(TEXT("text"), TEXT("ab"));
-    std::fputs(
-        "c\n\x1A"
-        "d",
-        file);
-    std::fclose(file);
-    EXPECT_EQ(content_of("text"),
-              "a\r\nb\r\r\nc\n\x1A"
-              "d");
-    char bytes[100];
-    dir.Write("mark", "\xEF\xBB\xBF");
-    file = _wfopen(TEXT("mark"), TEXT("r"));
-    EXPECT_EQ(std::fread(bytes, 1, sizeof bytes, file), 0u);
-    std::fclose(file);
-    file = _wfopen(TEXT("text"), TEXT("r"));
-    EXPECT_EQ(std::string(bytes, std::fread(bytes, 1, sizeof bytes, file)), "a\nb\r\nc\n");
-    std::fclose(file);
-    file = _wfopen(TEXT("text"), TEXT("rb"));
-    EXPECT_EQ(std::string(bytes, std::fread(bytes, 1, sizeof bytes, file)), content_of("text"));
-    std::fclose(file);
-    // A disk that is full is told when the bytes are written.
-    file = _wfopen(TEXT("\\dev\\full"), TEXT("w"));
-    ASSERT_NE(file, nullptr);
-    std::fputs("lost", file);
-    EXPECT_NE(std::fclose(file), 0);
-    EXPECT_EQ(errno, ENOSPC);
-}
-
-TEST(CrtFile, FlushesAndCountsTheOpenStreams) {
-    const TempDir dir;
-    EXPECT_EQ(_flushall(), 3);
-    std::FILE *const file = _wfopen(TEXT("file"), TEXT("w"));
-    std::fputs("held back", file);
-    EXPECT_EQ(content_of("file"), "");
     EXPECT_EQ(_flushall(), 4);
-    EXPECT_EQ(content_of("file"), "held back");
+    EXPECT_EQ(content_of("file"), "a\r\nb\r\r\n");
     std::fclose(file);
     EXPECT_EQ(_flushall(), 3);
+    file = _wfopen(u"file", u"ab");
+    std::fputs("c\n\x1A\x44", file);
+    std::fclose(file);
+    EXPECT_EQ(content_of("file"), "a\r\nb\r\r\nc\n\x1A\x44");
+    dir.Write("mark", "\xEF\xBB\xBF");
+    const std::tuple<const WCHAR *, const WCHAR *, std::string> reads[] = {
+        {u"file", u"r", "a\nb\r\nc\n"}, {u"file", u"rb", content_of("file")}, {u"mark", u"r", ""}};
+    for (const auto &[path, mode, read] : reads) {
+        char bytes[100];
+        file = _wfopen(path, mode);
+        EXPECT_EQ(std::string(bytes, std::fread(bytes, 1, sizeof bytes, file)), read);
+        std::fclose(file);
+    }
 }
 
 TEST(CrtFile, RemovesFilesThatMayBeRemoved) {
     const TempDir dir;
     dir.Write("file", "");
-    dir.Write("read-only", "");
-    chmod("read-only", 0444);
-    std::filesystem::create_directory("folder");
-    std::filesystem::create_symlink("read-only", "link");
-    const std::pair<const WCHAR *, int> cases[] = {
-        {TEXT(".\\file"), 0},       {TEXT("file"), ENOENT},      {TEXT(""), ENOENT},
-        {TEXT("folder"), EACCES},   {TEXT("read-only"), EACCES}, {TEXT("link"), 0},
-        {TEXT("x:\\file"), ENOENT}, {nullptr, EINVAL},
-    };
-    for (const auto &[path, error] : cases) {
+    dir.Write("folder/read-only", "");
+    chmod("folder/read-only", 0444);
+    std::filesystem::create_symlink("folder/read-only", "link");
+    const WCHAR *const paths[] = {u".\\file",           u"file", u"",         u"folder",
+                                  u"folder\\read-only", u"link", u"x:\\file", nullptr};
+    const int errors[] = {0, ENOENT, ENOENT, EACCES, EACCES, 0, ENOENT, EINVAL};
+    for (std::size_t i = 0; i < std::size(paths); ++i) {
         errno = 0;
-        EXPECT_EQ(_wremove(path), error == 0 ? 0 : -1);
-        EXPECT_EQ(errno, error);
+        EXPECT_EQ(_wremove(paths[i]), errors[i] == 0 ? 0 : -1);
+        EXPECT_EQ(errno, errors[i]);
     }
-    EXPECT_TRUE(std::filesystem::exists("read-only") && std::filesystem::exists("folder"));
+    EXPECT_TRUE(std::filesystem::exists("folder/read-only"));
 }
 
 }  // namespace
