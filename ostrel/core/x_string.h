@@ -13,7 +13,8 @@
 //
 // x_wstring holds UTF-16 code units (WCHAR, 16 bits); lengths and positions count units, and no
 // operation knows of surrogate pairs. x_astring holds bytes, in the system code page or in UTF-8 as
-// its user decides. All members of the standard string are there as well and treat the string by
+// its user decides. The members of the standard string, but not all its
+// constructors and assignments, are there as well and treat the string by
 // its full length.
 //
 //   OS::x_wstring line;
