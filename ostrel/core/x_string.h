@@ -201,10 +201,13 @@ public:
     // the platform knows (%lld, %I64d, %E, %a) print as they do there. Output behind a NUL that a
     // %c produced is lost. A conversion that the platform refuses ends the text there. A text of up
     // to 2048 characters is made, as a rule, without heap memory but that of the string itself.
-    // A value that is a string is passed by its c_str().
+    // A value that is a string is passed by its c_str(): an object among the values does not
+    // compile.
     //
     // `format` must not be null.
     void Format(const Char *format, ...);
+    template <class... Values, std::enable_if_t<(std::is_class_v<Values> || ...), int> = 0>
+    void Format(const Char *format, const Values &...values) = delete;
 
     // A copy of the left side with the right side's terminated text behind it. Null is empty text.
     friend Self operator+(const Self &left, const Char *right) { return join(left, right); }
