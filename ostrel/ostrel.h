@@ -8,6 +8,7 @@
 #include "ostrel/config/line_tokens.h"
 #include "ostrel/core/acc_buffer.h"
 #include "ostrel/core/auto_ptr.h"
+#include "ostrel/core/convert.h"
 #include "ostrel/core/exception.h"
 #include "ostrel/core/handles.h"
 #include "ostrel/core/x_string.h"

@@ -4,7 +4,9 @@
 #include <cstdarg>
 #include <limits>
 
+#include "ostrel/core/escape.h"
 #include "ostrel/core/format.h"
+#include "ostrel/core/raw_text.h"
 #include "ostrel/core/replace_all.h"
 #include "ostrel/platform/crt_text.h"
 
@@ -18,6 +20,7 @@ struct Twin;
 template <>
 struct Twin<WCHAR> {
     static constexpr std::uint64_t kMostReplacements = std::numeric_limits<std::uint64_t>::max();
+    static constexpr auto kMarkup = detail::EscapeSet::kMarkupApostrophe;
 
     static int CompareNoCase(const WCHAR *left, const WCHAR *right) {
         return _wcsicmp(left, right);
@@ -30,6 +33,7 @@ struct Twin<WCHAR> {
 template <>
 struct Twin<char> {
     static constexpr std::uint64_t kMostReplacements = 4999;
+    static constexpr auto kMarkup = detail::EscapeSet::kMarkup;
 
     static int CompareNoCase(const char *left, const char *right) { return _stricmp(left, right); }
     static char ToUpper(char c) {
@@ -149,6 +153,33 @@ void x_string_members<Self, Char>::TrimRight() {
     }
     this->resize(length);
     this->resize(std::char_traits<Char>::length(this->c_str()));
+}
+
+template <class Self, class Char>
+Self &x_string_members<Self, Char>::EscapeSpecialCharacters() {
+    detail::escape(this, Twin<Char>::kMarkup, Twin<Char>::kMostReplacements);
+    return self();
+}
+
+template <class Self, class Char>
+Self &x_string_members<Self, Char>::EscapeSpecialCharactersForCString() {
+    detail::escape(this, detail::EscapeSet::kCString, Twin<Char>::kMostReplacements);
+    return self();
+}
+
+x_wstring &x_wstring::EscapeSpecialSpaceAndTab() {
+    detail::escape(this, detail::EscapeSet::kMarkupBlanks, Twin<WCHAR>::kMostReplacements);
+    return *this;
+}
+
+template <class Self, class Char>
+void x_string_members<Self, Char>::TransTo(WCHAR *&target, const char *) const {
+    detail::new_text(this->c_str(), &target);
+}
+
+template <class Self, class Char>
+void x_string_members<Self, Char>::TransTo(char *&target, const char *) const {
+    detail::new_text(this->c_str(), &target);
 }
 
 template <class Self, class Char>

@@ -8,14 +8,13 @@
 //   - A string converts to a character pointer by itself.
 //   - Comparison, joining with + and +=, and output to a stream work on terminated text: a NUL
 //     inside a string ends it there. So does the conversion to a string view.
-//   - Find and replace, trimming, upper case, case-blind comparison and printf-style formatting are
-//     members.
+//   - Find and replace, trimming, upper case, case-blind comparison, escaping, conversion and
+//     printf-style formatting are members.
 //
 // x_wstring holds UTF-16 code units (WCHAR, 16 bits); lengths and positions count units, and no
 // operation knows of surrogate pairs. x_astring holds bytes, in the system code page or in UTF-8 as
-// its user decides. The members of the standard string, but not all its
-// constructors and assignments, are there as well and treat the string by
-// its full length.
+// its user decides. The members of the standard string, but not all its constructors and
+// assignments, are there as well and treat the string by its full length.
 //
 //   OS::x_wstring line;
 //   line.Format(TEXT("%s, %d items"), name.c_str(), count);
@@ -190,6 +189,23 @@ public:
     void TrimLeft();
     void TrimRight();
 
+    // Prepares the text for mark-up: & becomes &amp; " &quot; < &lt; > &gt; CR &#x0D; LF &#x0A; and
+    // in x_wstring ' becomes &#039; as well. What is escaped already is escaped again. In x_astring
+    // the first 4999 of each character are replaced and the others stay.
+    Self &EscapeSpecialCharacters();
+
+    // Prepares the text for a string literal: a backslash goes in front of each backslash, double
+    // quote and apostrophe. In x_astring the first 4999 of each are replaced.
+    Self &EscapeSpecialCharactersForCString();
+
+    // Point `target` at a new copy of the terminated text, NUL included: in the same width as it
+    // is, in the other one converted from or to the system code page (see ostrel/core/convert.h).
+    // The caller releases it with operator delete. When the conversion fails nothing is allocated
+    // and `target` keeps its value, so it is set to null before. The last argument is not looked
+    // at.
+    void TransTo(WCHAR *&target, const char *unused) const;
+    void TransTo(char *&target, const char *unused) const;
+
     // Replaces the content by the text that `format` and the values make, with the conversions of
     // the platform's printf (see ostrel/platform/printf.h): in x_wstring %s and %c take wide text
     // and %S and %C narrow text, in x_astring the other way round; %hs and %ls are always narrow
@@ -247,6 +263,10 @@ public:
     x_wstring() = default;
     x_wstring(const x_wstring &) = default;
     x_wstring(x_wstring &&) noexcept = default;
+
+    // Makes blanks and tabs &nbsp; each. The ampersands are not escaped, so EscapeSpecialCharacters
+    // is called before.
+    x_wstring &EscapeSpecialSpaceAndTab();
 
     const x_wstring &operator=(const WCHAR *text) { return x_string_members::operator=(text); }
     const x_wstring &operator=(const std_string &text) {

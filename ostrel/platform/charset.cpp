@@ -3,11 +3,12 @@
 #include <unicode/ucnv.h>
 #include <unicode/ucnv_cb.h>
 
+#include <algorithm>
 #include <charconv>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 
-#include "ostrel/platform/codepage.h"
 #include "ostrel/platform/utf8.h"
 
 namespace platform {
@@ -21,9 +22,10 @@ struct Charset {
 // Names under which ICU knows no Windows number. The numbers are those of Microsoft's list of code
 // page identifiers; the first name of a number is also the one to open its converter with.
 constexpr Charset kUnnumbered[] = {
-    {949, "windows-949"}, {949, "cp949"},  {28591, "ISO-8859-1"},
-    {51932, "EUC-JP"},    {51932, "ujis"}, {936, "gbk"},
-    {936, "GB2312"},      {950, "Big5"},   {950, "Big5-HKSCS"},
+    {949, "windows-949"},   {949, "cp949"},         {28591, "ISO-8859-1"},  {51932, "EUC-JP"},
+    {51932, "ujis"},        {936, "gbk"},           {936, "GB2312"},        {950, "Big5"},
+    {950, "Big5-HKSCS"},    {20932, "EUC-JP"},      {51936, "EUC-CN"},      {52936, "HZ-GB-2312"},
+    {50220, "ISO-2022-JP"}, {50221, "ISO-2022-JP"}, {50222, "ISO-2022-JP"}, {50225, "ISO-2022-KR"},
 };
 
 unsigned number_behind(std::string_view prefix, std::string_view name) {
@@ -83,38 +85,51 @@ void replace_broken(const void *, UConverterToUnicodeArgs *args, const char *, i
     }
 }
 
+// Writes the substitute for whatever has no counterpart; ICU's own callback drops some characters,
+// such as U+200D.
+void replace_missing(const void *, UConverterFromUnicodeArgs *args, const UChar *, int32_t, UChar32,
+                     UConverterCallbackReason reason, UErrorCode *status) {
+    if (reason <= UCNV_IRREGULAR) {
+        *status = U_ZERO_ERROR;
+        ucnv_cbFromUWriteSub(args, 0, status);
+    }
+}
+
+// UTF-16 and UTF-32 have numbers too, but are no code pages of narrow text.
+constexpr unsigned kWidePages[] = {1200, 1201, 12000, 12001};
+
+ConverterPtr open_by_name(const std::string &name) {
+    UErrorCode status = U_ZERO_ERROR;
+    return ConverterPtr(ucnv_open(name.c_str(), &status));
+}
+
 // Null when ICU has no converter for the code page.
 ConverterPtr open_converter(unsigned code_page) {
-    std::string name = "windows-" + std::to_string(code_page);
+    if (std::find(std::begin(kWidePages), std::end(kWidePages), code_page) !=
+        std::end(kWidePages)) {
+        return nullptr;
+    }
+    ConverterPtr converter = open_by_name("windows-" + std::to_string(code_page));
     for (const Charset &entry : kUnnumbered) {
-        if (entry.code_page == code_page) {
-            name = entry.name;
-            break;
+        if (!converter && entry.code_page == code_page) {
+            converter = open_by_name(entry.name);
         }
     }
+    // The numbers of IBM's code pages: in the platform's, a part as they are, a part behind 20000
+    // or 50000.
+    const unsigned ibm = code_page % 10000;
+    if (!converter && ibm < 1200 &&
+        (code_page == ibm || code_page - ibm == 20000 || code_page - ibm == 50000)) {
+        converter = open_by_name("ibm-" + std::to_string(ibm));
+    }
     UErrorCode status = U_ZERO_ERROR;
-    ConverterPtr converter(ucnv_open(name.c_str(), &status));
     if (converter) {
         ucnv_setToUCallBack(converter.get(), replace_broken, nullptr, nullptr, nullptr, &status);
+        ucnv_setFromUCallBack(converter.get(), replace_missing, nullptr, nullptr, nullptr, &status);
+        ucnv_setSubstString(converter.get(), TEXT("?"), 1, &status);
+        ucnv_setFallback(converter.get(), true);
     }
     return converter;
-}
-
-std::u16string decode_whole(UConverter *converter, std::string_view bytes) {
-    std::u16string text(StreamDecoder::Capacity(bytes.size()), u'\0');
-    UErrorCode status = U_ZERO_ERROR;
-    UChar *out = text.data();
-    const char *in = bytes.data();
-    ucnv_toUnicode(converter, &out, out + text.size(), &in, in + bytes.size(), nullptr, true,
-                   &status);
-    text.resize(static_cast<std::size_t>(out - text.data()));
-    return text;
-}
-
-// Some converters turn three control characters round, as old terminals did: byte 0x1A is U+001C
-// there, 0x1C is U+007F and 0x7F is U+001A. On the platform each is itself.
-bool rotates_controls(UConverter *converter) {
-    return decode_whole(converter, "\x1A") == TEXT("\u001C");
 }
 
 constexpr WCHAR kRotated[] = {0x1A, 0x1C, 0x7F};
@@ -132,10 +147,99 @@ void turn_controls(WCHAR *units, std::size_t count, bool decoded) {
     }
 }
 
+}  // namespace
+
+// ICU's converter of one code page.
+class Converter {
+public:
+    // Null when there is none.
+    static std::unique_ptr<Converter> Open(unsigned code_page) {
+        ConverterPtr handle = open_converter(code_page);
+        return handle ? std::unique_ptr<Converter>(new Converter(std::move(handle))) : nullptr;
+    }
+
+    void Reset() { ucnv_reset(m_handle.get()); }
+
+    // Decodes from `*in` on, `room` units at most, and moves `*in` to the first byte that it has
+    // not read. Result: the units stored. `*full` tells that more was to be stored.
+    std::size_t Decode(const char **in, const char *end, bool last, WCHAR *units, std::size_t room,
+                       bool *full) {
+        WCHAR *out = units;
+        UErrorCode status = U_ZERO_ERROR;
+        ucnv_toUnicode(m_handle.get(), &out, units + room, in, end, nullptr, last, &status);
+        *full = status == U_BUFFER_OVERFLOW_ERROR;
+        const auto stored = static_cast<std::size_t>(out - units);
+        if (m_rotates) {
+            turn_controls(units, stored, true);
+        }
+        return stored;
+    }
+
+    // The same for text to be encoded.
+    std::size_t Encode(const WCHAR **in, const WCHAR *end, char *bytes, std::size_t room,
+                       bool *full) {
+        char *out = bytes;
+        UErrorCode status = U_ZERO_ERROR;
+        do {
+            WCHAR turned[256];
+            const WCHAR *from = *in;
+            const WCHAR *to = end;
+            if (m_rotates) {
+                to = turned + std::min<std::ptrdiff_t>(end - *in, std::ssize(turned));
+                std::copy(*in, *in + (to - turned), turned);
+                turn_controls(turned, static_cast<std::size_t>(to - turned), false);
+                from = turned;
+            }
+            const WCHAR *const begin = from;
+            const bool last = to - begin == end - *in;
+            status = U_ZERO_ERROR;
+            ucnv_fromUnicode(m_handle.get(), &out, bytes + room, &from, to, nullptr, last, &status);
+            *in += from - begin;
+        } while (*in != end && status == U_ZERO_ERROR);
+        *full = status == U_BUFFER_OVERFLOW_ERROR;
+        return static_cast<std::size_t>(out - bytes);
+    }
+
+private:
+    // Some converters turn three control characters round, as old terminals did: byte 0x1A is
+    // U+001C there, 0x1C is U+007F and 0x7F is U+001A. On the platform each is itself.
+    explicit Converter(ConverterPtr handle) : m_handle(std::move(handle)) {
+        const char *in = "\x1A";
+        WCHAR unit = 0;
+        bool full = false;
+        Decode(&in, in + 1, true, &unit, 1, &full);
+        m_rotates = unit == 0x1C;
+        Reset();
+    }
+
+    ConverterPtr m_handle;
+    bool m_rotates = false;
+};
+
+namespace {
+
+// The converter of a code page, ready for a new text; null for UTF-8 and for one that is unknown.
+// Each thread keeps the last one: to open it takes far longer than to convert a short text.
+Converter *converter_for(unsigned code_page) {
+    thread_local unsigned kept_page = kCodePageUtf8;
+    thread_local std::unique_ptr<Converter> kept;
+    if (code_page != kept_page) {
+        if (code_page == kCodePageUtf8) {
+            return nullptr;
+        }
+        kept = Converter::Open(code_page);
+        kept_page = code_page;
+    } else if (kept) {
+        kept->Reset();
+    }
+    return kept.get();
+}
+
 // Whether ASCII bytes are themselves in a code page, as they must be in that of the system.
 bool holds_ascii(unsigned code_page) {
     return code_page == kCodePageUtf8 ||
-           to_wide("\t\nAz09#%\\~", code_page) == TEXT("\t\nAz09#%\\~");
+           (converter_for(code_page) != nullptr &&
+            to_wide("\t\nAz09#%\\~", code_page) == TEXT("\t\nAz09#%\\~"));
 }
 
 }  // namespace
@@ -148,67 +252,90 @@ unsigned system_code_page() {
     return code_page;
 }
 
+bool is_code_page(unsigned code_page) {
+    return code_page == kCodePageUtf8 || converter_for(code_page) != nullptr;
+}
+
+std::size_t to_wide_within(std::string_view bytes, unsigned code_page, WCHAR *units,
+                           std::size_t room) {
+    Converter *const converter = converter_for(code_page);
+    if (converter == nullptr) {
+        return utf8_to_utf16_within(bytes.data(), bytes.size(), units, room);
+    }
+    const char *in = bytes.data();
+    const char *const end = in + bytes.size();
+    bool full = false;
+    const std::size_t stored = converter->Decode(&in, end, true, units, room, &full);
+    // What is left may be an escape sequence, which makes no unit.
+    WCHAR more;
+    return full && (converter->Decode(&in, end, true, &more, 1, &full) > 0 || full) ? kTooSmall
+                                                                                    : stored;
+}
+
+std::size_t to_narrow_within(std::u16string_view text, unsigned code_page, char *bytes,
+                             std::size_t room) {
+    Converter *const converter = converter_for(code_page);
+    if (converter == nullptr) {
+        return utf16_to_utf8_within(text.data(), text.size(), bytes, room);
+    }
+    const WCHAR *in = text.data();
+    bool full = false;
+    const std::size_t stored = converter->Encode(&in, in + text.size(), bytes, room, &full);
+    return full ? kTooSmall : stored;
+}
+
+std::size_t wide_length(std::string_view bytes, unsigned code_page) {
+    Converter *const converter = converter_for(code_page);
+    if (converter == nullptr) {
+        return utf16_length(bytes.data(), bytes.size());
+    }
+    std::size_t length = 0;
+    const char *in = bytes.data();
+    for (bool full = true; full;) {
+        WCHAR scratch[1024];
+        length += converter->Decode(&in, bytes.data() + bytes.size(), true, scratch,
+                                    std::size(scratch), &full);
+    }
+    return length;
+}
+
+std::size_t narrow_length(std::u16string_view text, unsigned code_page) {
+    Converter *const converter = converter_for(code_page);
+    if (converter == nullptr) {
+        return utf8_length(text.data(), text.size());
+    }
+    std::size_t length = 0;
+    const WCHAR *in = text.data();
+    for (bool full = true; full;) {
+        char scratch[2048];
+        length +=
+            converter->Encode(&in, text.data() + text.size(), scratch, std::size(scratch), &full);
+    }
+    return length;
+}
+
 std::u16string to_wide(std::string_view bytes, unsigned code_page) {
-    StreamDecoder decoder(code_page);
     std::u16string text(StreamDecoder::Capacity(bytes.size()), u'\0');
-    text.resize(decoder.Decode(bytes.data(), bytes.size(), true, text.data()));
+    text.resize(to_wide_within(bytes, code_page, text.data(), text.size()));
     return text;
 }
 
 std::string to_narrow(std::u16string_view text, unsigned code_page) {
-    std::string bytes;
-    const ConverterPtr converter = code_page == kCodePageUtf8 ? nullptr : open_converter(code_page);
-    if (!converter) {
-        bytes.resize(text.size() * 3);
-        bytes.resize(utf16_to_utf8(text.data(), text.size(), bytes.data()));
-        return bytes;
-    }
-    const auto longest = static_cast<std::size_t>(ucnv_getMaxCharSize(converter.get()));
-    bytes.resize((text.size() + 10) * longest);
-    std::u16string turned;
-    if (rotates_controls(converter.get())) {
-        turned = text;
-        turn_controls(turned.data(), turned.size(), false);
-        text = turned;
-    }
-    char *out = bytes.data();
-    const UChar *in = text.data();
-    UErrorCode status = U_ZERO_ERROR;
-    ucnv_fromUnicode(converter.get(), &out, out + bytes.size(), &in, in + text.size(), nullptr,
-                     true, &status);
-    bytes.resize(static_cast<std::size_t>(out - bytes.data()));
+    std::string bytes(narrow_length(text, code_page), '\0');
+    to_narrow_within(text, code_page, bytes.data(), bytes.size());
     return bytes;
 }
 
-struct StreamDecoder::Converter {
-    ConverterPtr handle;
-    bool rotates;
-};
-
-StreamDecoder::StreamDecoder(unsigned code_page) {
-    if (code_page != kCodePageUtf8) {
-        if (ConverterPtr handle = open_converter(code_page)) {
-            const bool rotates = rotates_controls(handle.get());
-            m_converter = std::make_unique<Converter>(Converter{std::move(handle), rotates});
-        }
-    }
-}
+StreamDecoder::StreamDecoder(unsigned code_page)
+    : m_converter(code_page == kCodePageUtf8 ? nullptr : Converter::Open(code_page)) {}
 
 StreamDecoder::~StreamDecoder() = default;
 
 std::size_t StreamDecoder::Decode(const char *bytes, std::size_t count, bool last, WCHAR *units) {
     if (m_converter) {
-        WCHAR *out = units;
-        UErrorCode status = U_ZERO_ERROR;
-        ucnv_toUnicode(m_converter->handle.get(), &out, units + Capacity(count), &bytes,
-                       bytes + count, nullptr, last, &status);
-        const auto stored = static_cast<std::size_t>(out - units);
-        if (m_converter->rotates) {
-            turn_controls(units, stored, true);
-        }
-        return stored;
+        bool full = false;
+        return m_converter->Decode(&bytes, bytes + count, last, units, Capacity(count), &full);
     }
-
     WCHAR *out = units;
     std::size_t consumed = 0;
     // Complete the character that the last block left, a byte at a time: it is short and rare.
@@ -230,7 +357,3 @@ std::size_t StreamDecoder::Decode(const char *bytes, std::size_t count, bool las
 }
 
 }  // namespace platform
-
-unsigned GetACP() noexcept {
-    return platform::system_code_page();
-}

@@ -3,7 +3,7 @@
 
 // Internal. Conversion between bytes in a code page and UTF-16, for the calls of the layer that
 // need it. Nothing is refused: what is broken or has no counterpart is replaced, by U+FFFD in
-// UTF-16 and UTF-8, by the charset's own substitute elsewhere.
+// UTF-16 and UTF-8, by '?' elsewhere, unless the code page has a character that comes close.
 
 #include <cstddef>
 #include <memory>
@@ -19,8 +19,24 @@ inline constexpr unsigned kCodePageUtf8 = 65001;
 // The system code page, worked out once for the process; see GetACP.
 unsigned system_code_page();
 
+// Whether there are conversions for a code page. With one that is unknown, those below take UTF-8.
+bool is_code_page(unsigned code_page);
+
 std::u16string to_wide(std::string_view bytes, unsigned code_page = system_code_page());
 std::string to_narrow(std::u16string_view text, unsigned code_page = system_code_page());
+
+// Convert into a buffer of `room`. Result: the units or bytes stored, or kTooSmall (utf8.h); the
+// buffer then holds the beginning.
+std::size_t to_wide_within(std::string_view bytes, unsigned code_page, WCHAR *units,
+                           std::size_t room);
+std::size_t to_narrow_within(std::u16string_view text, unsigned code_page, char *bytes,
+                             std::size_t room);
+
+// What these would store.
+std::size_t wide_length(std::string_view bytes, unsigned code_page);
+std::size_t narrow_length(std::u16string_view text, unsigned code_page);
+
+class Converter;
 
 // Decodes a text that arrives in blocks, which may be cut anywhere, also within a character.
 class StreamDecoder {
@@ -39,7 +55,6 @@ public:
     std::size_t Decode(const char *bytes, std::size_t count, bool last, WCHAR *units);
 
 private:
-    struct Converter;
     std::unique_ptr<Converter> m_converter;  // null for UTF-8
     char m_pending[4];                       // the start of a UTF-8 character
     std::size_t m_pendingCount = 0;

@@ -1,8 +1,9 @@
 #include "ostrel/platform/utf8.h"
 
-#ifdef __SSE2__
-#include <emmintrin.h>
-#endif
+#include <algorithm>
+#include <iterator>
+
+#include "ostrel/platform/utf8_blocks.h"
 
 namespace platform {
 namespace {
@@ -30,48 +31,14 @@ constexpr bool is_second(unsigned char lead, unsigned char byte) {
     }
 }
 
-// Widens the leading run of ASCII; gives its length, short of up to 15 characters at the end.
-std::size_t widen_ascii(const char *bytes, std::size_t count, WCHAR *units) {
-    std::size_t done = 0;
-#ifdef __SSE2__
-    const __m128i zero = _mm_setzero_si128();
-    for (; done + 16 <= count; done += 16) {
-        const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i *>(bytes + done));
-        if (_mm_movemask_epi8(block) != 0) {
-            break;
-        }
-        auto *const out = reinterpret_cast<__m128i *>(units + done);
-        _mm_storeu_si128(out, _mm_unpacklo_epi8(block, zero));
-        _mm_storeu_si128(out + 1, _mm_unpackhi_epi8(block, zero));
-    }
-#endif
-    for (; done < count && static_cast<unsigned char>(bytes[done]) < 0x80; ++done) {
-        units[done] = static_cast<unsigned char>(bytes[done]);
-    }
-    return done;
+const bool kBlocks = has_block_shuffle();
+
+constexpr bool is_high_surrogate(WCHAR unit) {
+    return (unit & 0xFC00) == 0xD800;
 }
 
-// Narrows the leading run of ASCII; gives its length.
-std::size_t narrow_ascii(const WCHAR *units, std::size_t count, char *bytes) {
-    std::size_t done = 0;
-#ifdef __SSE2__
-    const __m128i high = _mm_set1_epi16(static_cast<short>(0xFF80));
-    for (; done + 16 <= count; done += 16) {
-        const auto *const in = reinterpret_cast<const __m128i *>(units + done);
-        const __m128i first = _mm_loadu_si128(in);
-        const __m128i second = _mm_loadu_si128(in + 1);
-        const __m128i beyond = _mm_and_si128(_mm_or_si128(first, second), high);
-        if (_mm_movemask_epi8(_mm_cmpeq_epi8(beyond, _mm_setzero_si128())) != 0xFFFF) {
-            break;
-        }
-        _mm_storeu_si128(reinterpret_cast<__m128i *>(bytes + done),
-                         _mm_packus_epi16(first, second));
-    }
-#endif
-    for (; done < count && units[done] < 0x80; ++done) {
-        bytes[done] = static_cast<char>(units[done]);
-    }
-    return done;
+constexpr bool is_low_surrogate(WCHAR unit) {
+    return (unit & 0xFC00) == 0xDC00;
 }
 
 char *put_utf8(char32_t code, char *out) {
@@ -90,6 +57,19 @@ char *put_utf8(char32_t code, char *out) {
         *out++ = tail(6);
     }
     *out++ = tail(0);
+    return out;
+}
+
+WCHAR *put_utf16(const unsigned char *in, std::size_t length, WCHAR *out) {
+    char32_t code = length == 2 ? in[0] & 0x1Fu : length == 3 ? in[0] & 0x0Fu : in[0] & 0x07u;
+    for (std::size_t i = 1; i < length; ++i) {
+        code = (code << 6) | (in[i] & 0x3Fu);
+    }
+    if (code >= 0x10000) {
+        *out++ = static_cast<WCHAR>(0xD7C0 + (code >> 10));
+        code = 0xDC00 + (code & 0x3FF);
+    }
+    *out++ = static_cast<WCHAR>(code);
     return out;
 }
 
@@ -112,33 +92,31 @@ std::size_t utf8_to_utf16(const char *bytes, std::size_t count, bool last, WCHAR
     std::size_t pos = 0;
     WCHAR *out = units;
     while (pos < count) {
-        const unsigned char lead = in[pos];
-        if (lead < 0x80) {
-            const std::size_t run = widen_ascii(bytes + pos, count - pos, out);
-            pos += run;
-            out += run;
-            continue;
+        if (kBlocks) {
+            const Progress run = utf8_blocks_to_utf16(bytes + pos, count - pos, out);
+            pos += run.taken;
+            out += run.stored;
         }
-        const std::size_t length = utf8_length(lead);
-        const std::size_t sound = utf8_sound_length(in + pos, count - pos);
-        if (length == 1 || sound < length) {
-            if (!last && length > 1 && pos + sound == count) {
-                break;  // cut, and sound so far
+        // What has stopped the blocks lies within the next 64 bytes.
+        for (const std::size_t end = std::min(count, pos + 64); pos < end;) {
+            const unsigned char lead = in[pos];
+            if (lead < 0x80) {
+                *out++ = lead;
+                ++pos;
+                continue;
             }
-            *out++ = kReplacement;
+            const std::size_t length = utf8_length(lead);
+            const std::size_t sound = utf8_sound_length(in + pos, count - pos);
+            if (length > 1 && sound == length) {
+                out = put_utf16(in + pos, length, out);
+            } else if (!last && length > 1 && pos + sound == count) {
+                *consumed = pos;  // cut, and sound so far
+                return static_cast<std::size_t>(out - units);
+            } else {
+                *out++ = kReplacement;
+            }
             pos += sound;
-            continue;
         }
-        char32_t code = length == 2 ? lead & 0x1Fu : length == 3 ? lead & 0x0Fu : lead & 0x07u;
-        for (std::size_t i = 1; i < length; ++i) {
-            code = (code << 6) | (in[pos + i] & 0x3Fu);
-        }
-        pos += length;
-        if (code >= 0x10000) {
-            *out++ = static_cast<WCHAR>(0xD7C0 + (code >> 10));
-            code = 0xDC00 + (code & 0x3FF);
-        }
-        *out++ = static_cast<WCHAR>(code);
     }
     *consumed = pos;
     return static_cast<std::size_t>(out - units);
@@ -148,24 +126,114 @@ std::size_t utf16_to_utf8(const WCHAR *units, std::size_t count, char *bytes) {
     std::size_t pos = 0;
     char *out = bytes;
     while (pos < count) {
-        char32_t code = units[pos];
-        if (code < 0x80) {
-            const std::size_t run = narrow_ascii(units + pos, count - pos, out);
-            pos += run;
-            out += run;
-            continue;
+        if (kBlocks && count - pos >= 16) {
+            const Progress run = utf16_blocks_to_utf8(units + pos, count - pos, out);
+            pos += run.taken;
+            out += run.stored;
         }
-        ++pos;
-        if ((code & 0xF800) == 0xD800) {
-            if (code < 0xDC00 && pos < count && (units[pos] & 0xFC00) == 0xDC00) {
-                code = 0x10000 + ((code & 0x3FF) << 10) + (units[pos++] & 0x3FFu);
-            } else {
-                code = kReplacement;
+        // What has stopped the blocks lies within the next eight units.
+        for (const std::size_t end = std::min(count, pos + 8); pos < end;) {
+            char32_t code = units[pos++];
+            if (code < 0x80) {
+                *out++ = static_cast<char>(code);
+                continue;
             }
+            if ((code & 0xF800) == 0xD800) {
+                if (code < 0xDC00 && pos < count && is_low_surrogate(units[pos])) {
+                    code = 0x10000 + ((code & 0x3FF) << 10) + (units[pos++] & 0x3FFu);
+                } else {
+                    code = kReplacement;
+                }
+            }
+            out = put_utf8(code, out);
         }
-        out = put_utf8(code, out);
     }
     return static_cast<std::size_t>(out - bytes);
+}
+
+std::size_t utf16_length(const char *bytes, std::size_t count) {
+    std::size_t length = 0;
+    while (count > 0) {
+        Progress step;
+        if (kBlocks) {
+            step = utf8_blocks_length(bytes, count);
+        }
+        WCHAR scratch[64];
+        const std::size_t piece = std::min(count - step.taken, std::size(scratch));
+        std::size_t consumed = 0;
+        length += step.stored + utf8_to_utf16(bytes + step.taken, piece,
+                                              piece == count - step.taken, scratch, &consumed);
+        bytes += step.taken + consumed;
+        count -= step.taken + consumed;
+    }
+    return length;
+}
+
+std::size_t utf8_length(const WCHAR *units, std::size_t count) {
+    const Progress blocks = kBlocks ? utf16_blocks_length(units, count) : Progress();
+    std::size_t length = blocks.stored;
+    for (std::size_t i = blocks.taken; i < count; ++i) {
+        length += 1u + (units[i] >= 0x80) + (units[i] >= 0x800);
+        if (i + 1 < count && is_high_surrogate(units[i]) && is_low_surrogate(units[i + 1])) {
+            length -= 2;  // four bytes, where two lone surrogates have three each
+        }
+    }
+    return length;
+}
+
+// Both go on in pieces that fit whatever they hold. Near the end of the room a piece is converted
+// aside and copied.
+
+std::size_t utf8_to_utf16_within(const char *bytes, std::size_t count, WCHAR *units,
+                                 std::size_t room) {
+    constexpr std::size_t kAside = 16;
+    std::size_t stored = 0;
+    while (count > 0) {
+        WCHAR aside[kAside];
+        const std::size_t left = room - stored;
+        const bool direct = left >= std::min(count, kAside);
+        const std::size_t piece = std::min(count, direct ? left : kAside);
+        WCHAR *const target = direct ? units + stored : aside;
+        std::size_t consumed = 0;
+        const std::size_t got = utf8_to_utf16(bytes, piece, piece == count, target, &consumed);
+        if (!direct) {
+            std::copy_n(aside, std::min(got, left), units + stored);
+            if (got > left) {
+                return kTooSmall;
+            }
+        }
+        stored += got;
+        bytes += consumed;
+        count -= consumed;
+    }
+    return stored;
+}
+
+std::size_t utf16_to_utf8_within(const WCHAR *units, std::size_t count, char *bytes,
+                                 std::size_t room) {
+    constexpr std::size_t kAside = 16;
+    std::size_t stored = 0;
+    while (count > 0) {
+        char aside[3 * kAside];
+        const std::size_t left = room - stored;
+        const bool direct = left / 3 >= std::min(count, kAside);
+        std::size_t piece = std::min(count, direct ? left / 3 : kAside);
+        if (piece < count && is_high_surrogate(units[piece - 1]) &&
+            is_low_surrogate(units[piece])) {
+            --piece;
+        }
+        const std::size_t got = utf16_to_utf8(units, piece, direct ? bytes + stored : aside);
+        if (!direct) {
+            std::copy_n(aside, std::min(got, left), bytes + stored);
+            if (got > left) {
+                return kTooSmall;
+            }
+        }
+        stored += got;
+        units += piece;
+        count -= piece;
+    }
+    return stored;
 }
 
 }  // namespace platform

@@ -3,7 +3,8 @@
 
 // Internal. UTF-8 to UTF-16 and back, after the Unicode Standard: a surrogate, an overlong form or
 // a value above U+10FFFF is broken, and each maximal part of a broken sequence becomes one U+FFFD
-// (section 3.9, "Substitution of Maximal Subparts"). A run of ASCII is converted 16 at a time.
+// (section 3.9, "Substitution of Maximal Subparts"). Runs of ASCII, of one- and two-byte characters
+// and of three-byte characters are converted 5 to 16 at a time where the processor can.
 
 #include <cstddef>
 
@@ -28,6 +29,19 @@ std::size_t utf8_to_utf16(const char *bytes, std::size_t count, bool last, WCHAR
 // Encodes `count` units; a lone surrogate becomes U+FFFD. `bytes` holds 3 * `count`. Result: the
 // bytes stored.
 std::size_t utf16_to_utf8(const WCHAR *units, std::size_t count, char *bytes);
+
+// What the two would store.
+std::size_t utf16_length(const char *bytes, std::size_t count);
+std::size_t utf8_length(const WCHAR *units, std::size_t count);
+
+inline constexpr std::size_t kTooSmall = ~std::size_t{0};
+
+// The same into a buffer of `room`, however small. Result: what is stored, or kTooSmall; the buffer
+// then holds the beginning.
+std::size_t utf8_to_utf16_within(const char *bytes, std::size_t count, WCHAR *units,
+                                 std::size_t room);
+std::size_t utf16_to_utf8_within(const WCHAR *units, std::size_t count, char *bytes,
+                                 std::size_t room);
 
 }  // namespace platform
 

@@ -2,8 +2,11 @@
 
 #include <gtest/gtest.h>
 #include <unicode/ucnv.h>
+#include <unicode/utf8.h>
 
 #include <random>
+
+#include "ostrel/platform/utf8.h"
 
 namespace {
 
@@ -15,30 +18,88 @@ using platform::to_wide;
 std::u16string icu_wide(const std::string &bytes) {
     UErrorCode status = U_ZERO_ERROR;
     UConverter *const converter = ucnv_open("UTF-8", &status);
-    char16_t text[200];
-    const int32_t length = ucnv_toUChars(converter, text, 200, bytes.data(),
-                                         static_cast<int32_t>(bytes.size()), &status);
+    std::u16string text(bytes.size(), u'\0');
+    const int32_t length = ucnv_toUChars(converter, text.data(), static_cast<int32_t>(text.size()),
+                                         bytes.data(), static_cast<int32_t>(bytes.size()), &status);
     ucnv_close(converter);
-    return {text, static_cast<std::size_t>(length)};
+    text.resize(static_cast<std::size_t>(length));
+    return text;
 }
 
-TEST(Utf8, AgreesWithIcuOnRandomBytes) {
-    std::mt19937 random(7);
-    const std::string interesting =
-        "ab\x80\xBF\xC2\xE0\xE3\xED\xF0\xF1\xF4\xF5\x9F\xA0\x90\x8F\xC0\xFF";
-    for (int round = 0; round < 20000; ++round) {
-        std::string bytes(random() % 24, 'x');  // long runs of ASCII in front and behind
-        for (std::size_t i = random() % 12; i > 0; --i) {
-            bytes.push_back(interesting[random() % interesting.size()]);
+// Characters of one length or of all, as real texts have them, so that every kind of block occurs.
+std::string random_utf8(std::mt19937 &random, std::size_t count) {
+    static const std::u32string kinds[] = {U"aZ ~\x7F", U"\x80\u00E4\u07FF",
+                                           U"\u0800\u30BD\uD7FF\uE000\uFFFF",
+                                           U"\U00010000\U0001F600\U0010FFFF"};
+    std::string bytes;
+    while (bytes.size() < count) {
+        const std::size_t first = random() % 4;
+        const std::size_t last = first + random() % (4 - first);
+        for (std::size_t run = random() % 40; run > 0; --run) {
+            const std::u32string &kind = kinds[first + random() % (last - first + 1)];
+            const char32_t code = kind[random() % kind.size()];
+            char encoded[4];
+            int32_t length = 0;
+            U8_APPEND_UNSAFE(encoded, length, code);
+            bytes.append(encoded, static_cast<std::size_t>(length));
         }
-        bytes.append(random() % 24, 'y');
-        const std::u16string text = to_wide(bytes, 65001);
-        ASSERT_EQ(text, icu_wide(bytes));
-        ASSERT_EQ(to_wide(to_narrow(text, 65001), 65001), text);
+    }
+    return bytes;
+}
+
+TEST(Utf8, AgreesWithIcuAlsoOnBrokenText) {
+    std::mt19937 random(7);
+    const std::string breaking = "a\x80\xBF\xC0\xC1\xC2\xE0\xED\xF0\xF4\xF5\xFF\x9F\xA0\x90\x8F";
+    for (int round = 0; round < 20000; ++round) {
+        std::string bytes = random_utf8(random, random() % 300);
+        for (std::size_t i = bytes.empty() ? 0 : random() % 3; i > 0; --i) {
+            bytes[random() % bytes.size()] = breaking[random() % breaking.size()];
+        }
+        bytes.resize(bytes.size() - std::min<std::size_t>(bytes.size(), random() % 4));
+        const std::string exact(bytes.begin(), bytes.end());  // no spare bytes behind
+        const std::u16string text = to_wide(exact, 65001);
+        ASSERT_EQ(text, icu_wide(bytes)) << round;
+        ASSERT_EQ(platform::wide_length(exact, 65001), text.size()) << round;
+        ASSERT_EQ(to_wide(to_narrow(text, 65001), 65001), text) << round;
     }
     EXPECT_EQ(to_wide("\xE2\x82\x41\xF4\x90", 65001), u"\uFFFDA\uFFFD\uFFFD");
     EXPECT_EQ(to_narrow(u"\u00E4\xD800z\xDC00\xD83D\xDE00\xD83D", 65001),
               "\xC3\xA4\xEF\xBF\xBDz\xEF\xBF\xBD\xF0\x9F\x98\x80\xEF\xBF\xBD");
+}
+
+// Every room there is: what is too small holds the beginning, and nothing behind it is touched.
+TEST(Charset, FillsABufferToItsLastUnit) {
+    std::mt19937 random(11);
+    for (const unsigned code_page : {65001u, 932u, 50220u}) {
+        for (int round = 0; round < 60; ++round) {
+            std::u16string text = icu_wide(random_utf8(random, random() % 100));
+            if (code_page == 65001) {
+                text.insert(random() % (text.size() + 1), 1,
+                            u'\xD83D');  // may make or break a pair
+            }
+            const std::string bytes = to_narrow(text, code_page);
+            text = to_wide(bytes, code_page);
+            ASSERT_EQ(platform::narrow_length(text, code_page), bytes.size());
+            for (std::size_t room = 0; room <= bytes.size() + 1; ++room) {
+                const std::unique_ptr<char[]> buffer(new char[room]);
+                const std::size_t stored =
+                    platform::to_narrow_within(text, code_page, buffer.get(), room);
+                ASSERT_EQ(stored, room < bytes.size() ? platform::kTooSmall : bytes.size());
+                if (room >= bytes.size()) {
+                    ASSERT_EQ(std::string(buffer.get(), stored), bytes);
+                }
+            }
+            for (std::size_t room = 0; room <= text.size() + 1; ++room) {
+                const std::unique_ptr<WCHAR[]> buffer(new WCHAR[room]);
+                const std::size_t stored =
+                    platform::to_wide_within(bytes, code_page, buffer.get(), room);
+                ASSERT_EQ(stored, room < text.size() ? platform::kTooSmall : text.size());
+                if (room >= text.size()) {
+                    ASSERT_EQ(std::u16string(buffer.get(), stored), text);
+                }
+            }
+        }
+    }
 }
 
 TEST(StreamDecoder, GivesTheSameTextHoweverItIsCut) {

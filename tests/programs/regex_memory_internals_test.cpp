@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 
 #include "ostrel/regex/regex_matcher.h"
 #include "ostrel/regex/regex_program.h"
@@ -30,35 +31,27 @@ int fail_each_allocation(Call call) {
 }
 
 TEST(RegexMemory, CompilingEndsWithItsCode) {
-    std::u16string pattern;
+    std::u16string deep;
     for (int i = 0; i < 3000; ++i) {
-        pattern += u"{a";
+        deep += u"{a";
     }
-    pattern += std::u16string(3000, u'}');
-    for (const int case_sensitive : {0, 1}) {
-        const int failures = fail_each_allocation([&] {
-            CompiledPattern program;
-            const int result = program.Compile(pattern.c_str(), case_sensitive);
-            EXPECT_TRUE(result == RegexOk || result == RegexOutOfMemory) << result;
-            return result == RegexOk;
-        });
-        EXPECT_GT(failures, 5);
+    deep.append(3000, u'}');
+    // A failure within an abbreviation has a code of its own.
+    const std::u16string abbreviation = std::u16string(kLocalInstructions - 2, u'a') + u"\\d";
+    const std::tuple<std::u16string, int, RegexResult, int> cases[] = {
+        {deep, 0, RegexOutOfMemory, 6},
+        {deep, 1, RegexOutOfMemory, 5},
+        {abbreviation, 1, RegexBadAbbreviation, 1}};
+    for (const auto &[pattern, case_sensitive, code, failures] : cases) {
+        EXPECT_GE(
+            fail_each_allocation([&, &text = pattern, sensitive = case_sensitive, failed = code] {
+                CompiledPattern program;
+                const int result = program.Compile(text.c_str(), sensitive);
+                EXPECT_TRUE(result == RegexOk || result == failed) << result;
+                return result == RegexOk;
+            }),
+            failures);
     }
-}
-
-// Wherever the program's memory ends: a failure within an abbreviation has a code of its own.
-TEST(RegexMemory, AbbreviationsHaveTheirOwnCode) {
-    int within = 0;
-    for (std::size_t length = 0; length < 600; ++length) {
-        const std::u16string pattern = std::u16string(length, u'a') + u"\\d";
-        fail_each_allocation([&] {
-            CompiledPattern program;
-            const int result = program.Compile(pattern.c_str(), 1);
-            within += result == RegexBadAbbreviation ? 1 : 0;
-            return result == RegexOk;
-        });
-    }
-    EXPECT_GT(within, 0);
 }
 
 TEST(RegexMemory, MatchingEndsWithoutAMatch) {
@@ -71,27 +64,21 @@ TEST(RegexMemory, MatchingEndsWithoutAMatch) {
         const bool matched = program.Match(text.c_str(), &context, &stopped) != 0;
         EXPECT_EQ(stopped != nullptr, matched);
         // No place in the copy is handed out.
-        const WCHAR *const end = text.c_str() + text.size() + 2;
-        const auto within = [&](const WCHAR *at) {
-            return at == nullptr || (at >= text.c_str() && at <= end);
-        };
-        EXPECT_TRUE(within(context.matchStart) && within(context.matchEnd));
-        if (context.groupCount != 0) {
-            EXPECT_TRUE(within(context.groups[0].start) && within(context.groups[0].end));
+        const Capture *const group = context.groupCount != 0 ? &context.groups[0] : nullptr;
+        for (const WCHAR *at :
+             {context.matchStart, context.matchEnd, group != nullptr ? group->start : nullptr}) {
+            EXPECT_TRUE(at == nullptr || (at >= text.c_str() && at <= &text.back() + 2));
         }
         return matched;
     });
     EXPECT_GT(failures, 5);
 }
 
-TEST(RegexMemory, AddressesThatNeedMemoryGiveFalse) {
+TEST(RegexMemory, LongAddressesGiveFalseAndOrdinaryTextsNeedNone) {
     const std::u16string address = std::u16string(5000, u'a') + u"@b.com";
     const int failures = fail_each_allocation([&] { return VerifyEMailAddress(address.c_str()); });
     EXPECT_GT(failures, 5);
-}
 
-// An ordinary text needs none.
-TEST(RegexMemory, TheValidatorsNeedNoneForAnOrdinaryText) {
     const std::u16string path = u"C:\\Program Files\\a\\";
     failing_memory::fail_after(0);
     EXPECT_TRUE(VerifyEMailAddress(TEXT("j.smith@mail.example.com")));

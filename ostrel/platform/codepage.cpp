@@ -1,0 +1,78 @@
+#include "ostrel/platform/codepage.h"
+
+#include <climits>
+#include <new>
+#include <string_view>
+
+#include "ostrel/platform/charset.h"
+#include "ostrel/platform/error.h"
+#include "ostrel/platform/utf8.h"
+
+namespace {
+
+using platform::kTooSmall;
+
+int fail(DWORD code) noexcept {
+    SetLastError(code);
+    return 0;
+}
+
+template <class Char>
+std::basic_string_view<Char> source_text(const Char *source, int length) {
+    // A negative length takes the NUL with it.
+    return length < 0
+               ? std::basic_string_view<Char>(source, std::char_traits<Char>::length(source) + 1)
+               : std::basic_string_view<Char>(source, static_cast<std::size_t>(length));
+}
+
+// What the two calls have in common. `convert` and `measure` are given the text and the code page.
+template <class From, class To, class Convert, class Measure>
+int convert_text(unsigned code_page, DWORD flags, const From *source, int length, To *target,
+                 int room, Convert convert, Measure measure) noexcept try {
+    if (code_page == CP_ACP || code_page == CP_OEMCP || code_page == CP_THREAD_ACP) {
+        code_page = GetACP();
+    }
+    if (source == nullptr || length == 0 || room < 0 ||
+        (room > 0 && static_cast<const void *>(source) == target) ||
+        !platform::is_code_page(code_page)) {
+        return fail(ERROR_INVALID_PARAMETER);
+    }
+    if (flags != 0) {
+        return fail(ERROR_INVALID_FLAGS);
+    }
+    if (room > 0 && target == nullptr) {
+        return fail(ERROR_INSUFFICIENT_BUFFER);
+    }
+    const auto text = source_text(source, length);
+    const std::size_t stored =
+        room == 0 ? measure(text, code_page)
+                  : convert(text, code_page, target, static_cast<std::size_t>(room));
+    if (stored == kTooSmall) {
+        return fail(ERROR_INSUFFICIENT_BUFFER);
+    }
+    return stored > INT_MAX ? fail(ERROR_INVALID_PARAMETER) : static_cast<int>(stored);
+} catch (const std::bad_alloc &) {
+    return fail(ERROR_NOT_ENOUGH_MEMORY);
+}
+
+}  // namespace
+
+unsigned GetACP() noexcept {
+    return platform::system_code_page();
+}
+
+int MultiByteToWideChar(unsigned code_page, DWORD flags, const char *source, int length,
+                        WCHAR *target, int room) noexcept {
+    return convert_text(code_page, flags, source, length, target, room, platform::to_wide_within,
+                        platform::wide_length);
+}
+
+int WideCharToMultiByte(unsigned code_page, DWORD flags, const WCHAR *source, int length,
+                        char *target, int room, const char *default_char,
+                        BOOL *used_default) noexcept {
+    if (default_char != nullptr || used_default != nullptr) {
+        return fail(ERROR_INVALID_PARAMETER);
+    }
+    return convert_text(code_page, flags, source, length, target, room, platform::to_narrow_within,
+                        platform::narrow_length);
+}

@@ -1,0 +1,62 @@
+#include "ostrel/core/convert.h"
+
+#include <gtest/gtest.h>
+
+#include <new>
+
+#include "ostrel/platform/codepage.h"
+
+namespace {
+
+using OS::x_astring;
+using OS::x_wstring;
+
+// Runs under UTF-8 and under 932.
+TEST(Convert, GoesThroughTheCodePage) {
+    const x_wstring text(TEXT("a\u30BD\u6F22\\"));
+    const x_astring utf8("a\xE3\x82\xBD\xE6\xBC\xA2\\");
+    const x_astring bytes(GetACP() == 932 ? "a\x83\x5C\x8A\xBF\\" : utf8.c_str());
+    EXPECT_EQ(OS::CharToWChar(bytes, nullptr), text);
+    EXPECT_EQ(OS::WCharToChar(text, "any"), bytes);
+    EXPECT_EQ(OS::CharToUTF8Char(bytes, nullptr), utf8);
+    EXPECT_EQ(OS::WCharToUTF8Char(text, ""), utf8);
+    EXPECT_EQ(OS::UTF8CharToWChar(utf8, nullptr), text);
+}
+
+TEST(Convert, EndsAtTheFirstNulAndReplacesWhatIsBroken) {
+    const x_wstring wide(std::u16string(u"\U0001F600\xD800\0z", 5));
+    EXPECT_EQ(OS::WCharToUTF8Char(wide, nullptr).GetLength(), 7u);
+    EXPECT_EQ(OS::UTF8CharToWChar("\xF0\x9F\x98\x80\xFF", nullptr), TEXT("\U0001F600\uFFFD"));
+    EXPECT_EQ(OS::UTF8CharToWChar(std::string("a\0b", 3), nullptr).GetLength(), 1u);
+    EXPECT_TRUE(OS::WCharToUTF8Char(x_wstring(), nullptr).empty());
+    EXPECT_TRUE(OS::CharToWChar(nullptr, nullptr).empty());
+}
+
+// Under a sanitizer: each buffer is as long as told, and operator delete is the one to release it.
+TEST(TransTo, HandsOutABuffer) {
+    const auto wide_of = [](const auto &text) {
+        WCHAR *buffer = nullptr;
+        text.TransTo(buffer, nullptr);
+        const std::u16string copy(buffer);
+        ::operator delete(buffer);
+        return copy;
+    };
+    const auto narrow_of = [](const auto &text) {
+        char *buffer = nullptr;
+        text.TransTo(buffer, "unused");
+        const std::string copy(buffer);
+        ::operator delete(buffer);
+        return copy;
+    };
+    for (const char *const text : {"", "a", "some text"}) {
+        const std::string bytes(text);
+        const std::u16string units(bytes.begin(), bytes.end());
+        EXPECT_EQ(wide_of(x_astring(text)), units);
+        EXPECT_EQ(wide_of(x_wstring(units)), units);
+        EXPECT_EQ(narrow_of(x_astring(text)), bytes);
+        EXPECT_EQ(narrow_of(x_wstring(units)), bytes);
+    }
+    EXPECT_EQ(narrow_of(x_wstring(std::u16string(u"a\0b", 3))), "a");
+}
+
+}  // namespace
