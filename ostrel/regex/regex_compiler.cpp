@@ -261,7 +261,9 @@ RegexResult Compiler::CompileBackReference() {
 RegexResult Compiler::CompileAbbreviation(std::uint32_t index) {
     const Expansion &known = m_expansions[index];
     if (known.size != 0) {
+        m_inAbbreviation = true;
         Copy(known.start, known.size, known.slot, known.slots);
+        m_inAbbreviation = false;
         return FinishAtom(known.emptiness);
     }
     const WCHAR *const resume = m_at;
