@@ -7,9 +7,17 @@
 
 #include "ostrel/core/raw_text.h"
 #include "ostrel/platform/codepage.h"
+#include "ostrel/platform/crt_text.h"
 
 namespace OS {
 namespace {
+
+std::size_t length_of(const char *text) {
+    return std::strlen(text);
+}
+std::size_t length_of(const WCHAR *text) {
+    return wcslen(text);
+}
 
 // The platform's call for a terminated text, by the width of the target. Each call asks for the
 // system code page anew.
@@ -40,14 +48,14 @@ std::basic_string<To> converted(const From *text, Call call, int spare) {
         const int room = needed + std::min(spare, INT_MAX - needed);
         result.resize(static_cast<std::size_t>(room));
         call(text, result.data(), room);
-        result.resize(std::char_traits<To>::length(result.c_str()));
+        result.resize(length_of(result.c_str()));
     }
     return result;
 }
 
 template <class Char>
 void copy_to_new(const Char *text, Char **target) {
-    const std::size_t size = (std::char_traits<Char>::length(text) + 1) * sizeof(Char);
+    const std::size_t size = (length_of(text) + 1) * sizeof(Char);
     *target = static_cast<Char *>(std::memcpy(::operator new(size), text, size));
 }
 

@@ -4,7 +4,7 @@
 #include <emmintrin.h>
 #endif
 
-#include <array>
+#include <algorithm>
 #include <bit>
 #include <span>
 #include <string_view>
@@ -94,48 +94,55 @@ private:
     std::size_t m_count;
 };
 
+// Calls take(place) for each character that the set holds.
+template <class Char, class Take>
+void for_each_found(const std::basic_string<Char> &text, const Finder<Char> &finder, Take take) {
+    const auto take_block = [&](std::size_t at, const Char *block) {
+        for (unsigned found = finder.Find(block); found != 0; found &= found - 1) {
+            take(at + static_cast<std::size_t>(std::countr_zero(found)));
+        }
+    };
+    std::size_t at = 0;
+    for (; at + kBlock <= text.size(); at += kBlock) {
+        take_block(at, text.data() + at);
+    }
+    Char rest[kBlock] = {};  // the NULs behind are in no set
+    std::copy(text.data() + at, text.data() + text.size(), rest);
+    take_block(at, rest);
+}
+
 template <class Char>
 void escape_text(std::basic_string<Char> *text, std::span<const Escape> escapes,
                  std::uint64_t limit) {
     const Finder<Char> finder(escapes);
-    std::uint64_t counts[kMostEscapes] = {};
+    std::basic_string<Char> replacements[kMostEscapes];
+    std::size_t longest = 0;
+    for (std::size_t i = 0; i < escapes.size(); ++i) {
+        replacements[i].assign(escapes[i].text.begin(), escapes[i].text.end());
+        longest = std::max(longest, replacements[i].size());
+    }
+    std::size_t found = 0;
+    for_each_found(*text, finder, [&](std::size_t) { ++found; });
+    if (found == 0) {
+        return;
+    }
     std::basic_string<Char> escaped;
-    const Char *const begin = text->data();
-    const std::size_t length = text->size();
+    escaped.reserve(text->size() + found * (longest - 1));
+    std::uint64_t counts[kMostEscapes] = {};
     std::size_t copied = 0;
-
-    const auto replace = [&](std::size_t at) {
+    for_each_found(*text, finder, [&](std::size_t at) {
         std::size_t which = 0;
-        while (begin[at] != static_cast<Char>(escapes[which].character)) {
+        while ((*text)[at] != static_cast<Char>(escapes[which].character)) {
             ++which;
         }
         if (counts[which]++ < limit) {
-            if (escaped.empty()) {
-                escaped.reserve(length + length / 8);
-            }
-            escaped.append(begin + copied, at - copied);
-            escaped.append(escapes[which].text.begin(), escapes[which].text.end());
+            escaped.append(*text, copied, at - copied);
+            escaped.append(replacements[which]);
             copied = at + 1;
         }
-    };
-
-    std::size_t at = 0;
-    for (; at + kBlock <= length; at += kBlock) {
-        for (unsigned found = finder.Find(begin + at); found != 0; found &= found - 1) {
-            replace(at + static_cast<std::size_t>(std::countr_zero(found)));
-        }
-    }
-    if (at < length) {
-        std::array<Char, kBlock> rest{};  // the NULs behind are in no set
-        std::copy(begin + at, begin + length, rest.begin());
-        for (unsigned found = finder.Find(rest.data()); found != 0; found &= found - 1) {
-            replace(at + static_cast<std::size_t>(std::countr_zero(found)));
-        }
-    }
-    if (copied != 0) {
-        escaped.append(begin + copied, length - copied);
-        *text = std::move(escaped);
-    }
+    });
+    escaped.append(*text, copied);
+    *text = std::move(escaped);
 }
 
 }  // namespace

@@ -1,10 +1,12 @@
 #include "ostrel/platform/codepage.h"
 
 #include <climits>
+#include <cstring>
 #include <new>
 #include <string_view>
 
 #include "ostrel/platform/charset.h"
+#include "ostrel/platform/crt_text.h"
 #include "ostrel/platform/error.h"
 #include "ostrel/platform/utf8.h"
 
@@ -17,12 +19,12 @@ int fail(DWORD code) noexcept {
     return 0;
 }
 
-template <class Char>
-std::basic_string_view<Char> source_text(const Char *source, int length) {
-    // A negative length takes the NUL with it.
-    return length < 0
-               ? std::basic_string_view<Char>(source, std::char_traits<Char>::length(source) + 1)
-               : std::basic_string_view<Char>(source, static_cast<std::size_t>(length));
+// A negative length takes the NUL with it.
+std::string_view source_text(const char *source, int length) {
+    return {source, length < 0 ? std::strlen(source) + 1 : static_cast<std::size_t>(length)};
+}
+std::u16string_view source_text(const WCHAR *source, int length) {
+    return {source, length < 0 ? wcslen(source) + 1 : static_cast<std::size_t>(length)};
 }
 
 // What the two calls have in common. `convert` and `measure` are given the text and the code page.

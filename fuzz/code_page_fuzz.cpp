@@ -1,0 +1,74 @@
+// Converts any bytes to UTF-16 and any UTF-16 to bytes, in UTF-8 and other code pages, with every
+// way to size the buffer. Input: a byte for the code page, one for the room, then the text.
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <iterator>
+#include <memory>
+#include <string>
+
+#include "ostrel/platform/codepage.h"
+
+namespace {
+
+void check(bool holds) {
+    if (!holds) {
+        __builtin_trap();
+    }
+}
+
+std::u16string to_wide(unsigned page, const std::string &bytes, int less) {
+    const int length = static_cast<int>(bytes.size());
+    const int needed = MultiByteToWideChar(page, 0, bytes.data(), length, nullptr, 0);
+    const std::unique_ptr<WCHAR[]> units(new WCHAR[static_cast<std::size_t>(needed)]);
+    if (needed == 0) {
+        return {};
+    }
+    check(MultiByteToWideChar(page, 0, bytes.data(), length, units.get(), needed) == needed);
+    if (const int room = needed - less; room > 0 && less > 0) {
+        const std::unique_ptr<WCHAR[]> small(new WCHAR[static_cast<std::size_t>(room)]);
+        check(MultiByteToWideChar(page, 0, bytes.data(), length, small.get(), room) == 0);
+    }
+    return {units.get(), static_cast<std::size_t>(needed)};
+}
+
+std::string to_narrow(unsigned page, const std::u16string &text, int less) {
+    const int length = static_cast<int>(text.size());
+    const auto convert = [&](char *bytes, int room) {
+        return WideCharToMultiByte(page, 0, text.data(), length, bytes, room, nullptr, nullptr);
+    };
+    const int needed = convert(nullptr, 0);
+    if (needed == 0) {
+        return {};
+    }
+    const std::unique_ptr<char[]> bytes(new char[static_cast<std::size_t>(needed)]);
+    check(convert(bytes.get(), needed) == needed);
+    if (const int room = needed - less; room > 0 && less > 0) {
+        const std::unique_ptr<char[]> small(new char[static_cast<std::size_t>(room)]);
+        check(convert(small.get(), room) == 0);
+    }
+    return {bytes.get(), static_cast<std::size_t>(needed)};
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
+    static constexpr unsigned kPages[] = {65001, 65001, 65001, 932,   936,   949,  950,
+                                          54936, 51932, 50220, 52936, 65000, 1252, 57002};
+    if (size < 3) {
+        return 0;
+    }
+    const unsigned page = kPages[data[0] % std::size(kPages)];
+    const int less = data[1];
+    const std::string bytes(reinterpret_cast<const char *>(data) + 2, size - 2);
+    const std::u16string text = to_wide(page, bytes, less);
+    if (page == 65001) {
+        // What has been decoded once is sound.
+        check(to_wide(page, to_narrow(page, text, less), less) == text);
+    }
+    std::u16string units(bytes.size() / 2, u'\0');
+    std::memcpy(units.data(), bytes.data(), units.size() * 2);
+    to_narrow(page, units, less);
+    return 0;
+}
