@@ -84,6 +84,14 @@ private:
     bool m_beyondAscii = false;
 };
 
+// The value of a digit in bases up to 36; 36 for any other character.
+constexpr int digit_value(WCHAR c) {
+    const WCHAR upper = towupper(c);
+    return c >= u'0' && c <= u'9'           ? c - u'0'
+           : upper >= u'A' && upper <= u'Z' ? upper - u'A' + 10
+                                            : 36;
+}
+
 thread_local WCHAR *t_nextToken = nullptr;
 
 }  // namespace
@@ -158,6 +166,39 @@ int _wtoi(const WCHAR *text) noexcept {
     return static_cast<int>(negative ? -value : value);
 }
 
+LONG wcstol(const WCHAR *text, WCHAR **end, int base) noexcept {
+    const WCHAR *behind = text;
+    std::int64_t value = 0;
+    bool negative = false;
+    if (text == nullptr || base < 0 || base == 1 || base > 36) {
+        errno = EINVAL;
+    } else {
+        const WCHAR *at = text;
+        while (iswspace(*at)) {
+            ++at;
+        }
+        negative = *at == u'-';
+        at += negative || *at == u'+';
+        const bool prefixed = at[0] == u'0' && towupper(at[1]) == u'X' && digit_value(at[2]) < 16;
+        if (base == 0) {
+            base = prefixed ? 16 : *at == u'0' ? 8 : 10;
+        }
+        at += prefixed && base == 16 ? 2 : 0;
+        const std::int64_t limit = negative ? -std::int64_t{INT32_MIN} : INT32_MAX;
+        for (; digit_value(*at) < base; behind = ++at) {
+            value = std::min(value * base + digit_value(*at), limit + 1);
+        }
+        if (value > limit) {
+            errno = ERANGE;
+            value = limit;
+        }
+    }
+    if (end != nullptr) {
+        *end = const_cast<WCHAR *>(behind);
+    }
+    return static_cast<LONG>(negative ? -value : value);
+}
+
 WCHAR *wcstok(WCHAR *text, const WCHAR *delimiters) noexcept {
     if (text == nullptr) {
         text = t_nextToken;
@@ -203,6 +244,18 @@ int platform_iswspace(WCHAR character) noexcept {
         return character == 0x20 || (character >= 0x09 && character <= 0x0D);
     }
     return character == 0x85 || (U_MASK(u_charType(character)) & U_GC_Z_MASK) != 0;
+}
+
+int platform_iswalpha(WCHAR character) noexcept {
+    if (character < 0x80) {
+        const WCHAR upper = towupper(character);
+        return upper >= u'A' && upper <= u'Z';
+    }
+    return u_isalpha(character);
+}
+
+int platform_iswdigit(WCHAR character) noexcept {
+    return character < 0x80 ? character >= u'0' && character <= u'9' : u_isdigit(character);
 }
 
 void _wsplitpath(const WCHAR *path, WCHAR *drive, WCHAR *directory, WCHAR *name,

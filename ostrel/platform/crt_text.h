@@ -21,6 +21,7 @@
 #else
 
 #include <cstddef>
+#include <cwchar>  // before wcstol is overloaded: <string> takes the address of std::wcstol
 #include <type_traits>
 
 // Compares two texts after turning A-Z to a-z, as unsigned values: negative, 0 or positive. Letters
@@ -38,6 +39,15 @@ OSTREL_PLATFORM_API std::size_t wcscspn(const WCHAR *text, const WCHAR *set) noe
 // A number out of range gives the nearest 32-bit value with errno ERANGE, a null text 0 with
 // EINVAL.
 OSTREL_PLATFORM_API int _wtoi(const WCHAR *text) noexcept;
+
+// The number at the start of `text` in base 2 to 36, or in the base that its prefix names when
+// `base` is 0: "0x" 16, "0" 8, else 10. White space, a sign and, in base 16, "0x" may stand before
+// the digits; digits and letters are ASCII. `end`, unless null, receives where the number ends:
+// `text` itself when there is none, and the result is 0 then.
+//
+// A number out of range gives the nearest 32-bit value with errno ERANGE; a null text or another
+// base gives 0 with EINVAL.
+OSTREL_PLATFORM_API LONG wcstol(const WCHAR *text, WCHAR **end, int base) noexcept;
 
 // The next token of a text: skips leading characters of `delimiters`, ends the token by writing a
 // NUL over the first delimiter behind it, and remembers, for the calling thread, where to go on.
@@ -67,6 +77,22 @@ OSTREL_PLATFORM_API int platform_iswspace(WCHAR character) noexcept;
 template <class Char, IfWide<Char> = 0>
 int iswspace(Char character) noexcept {
     return platform_iswspace(character);
+}
+
+// Not 0 for a letter (general category L), for a decimal digit (Nd), for either of them.
+OSTREL_PLATFORM_API int platform_iswalpha(WCHAR character) noexcept;
+OSTREL_PLATFORM_API int platform_iswdigit(WCHAR character) noexcept;
+template <class Char, IfWide<Char> = 0>
+int iswalpha(Char character) noexcept {
+    return platform_iswalpha(character);
+}
+template <class Char, IfWide<Char> = 0>
+int iswdigit(Char character) noexcept {
+    return platform_iswdigit(character);
+}
+template <class Char, IfWide<Char> = 0>
+int iswalnum(Char character) noexcept {
+    return platform_iswalpha(character) | platform_iswdigit(character);
 }
 
 // The character behind the one at `text`, by the system code page (GetACP): one byte further, two

@@ -28,6 +28,18 @@ using WCHAR = char16_t;
 using LPVOID = void *;
 using LPCVOID = const void *;
 
+// A broken-down time.
+struct SYSTEMTIME {
+    WORD wYear;
+    WORD wMonth;      // 1 to 12
+    WORD wDayOfWeek;  // 0 is Sunday
+    WORD wDay;
+    WORD wHour;
+    WORD wMinute;
+    WORD wSecond;
+    WORD wMilliseconds;
+};
+
 // Handles are opaque values. None of them may be dereferenced; the calls that take one check it.
 using HANDLE = void *;
 using HLOCAL = void *;

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -13,6 +14,8 @@
 #include "ostrel/platform/codepage.h"
 
 namespace {
+
+using namespace std::string_literals;
 
 TEST(CrtText, ComparesByLowerCase) {
     const std::tuple<const WCHAR *, const WCHAR *, int> cases[] = {
@@ -58,6 +61,30 @@ TEST(CrtText, ReadsNumbers) {
     EXPECT_EQ(_wtoi(nullptr), 0);
 }
 
+// The host's strtol is the measure, cut to 32 bits.
+TEST(CrtText, ReadsNumbersInAnyBase) {
+    for (const std::string text :
+         {"", "z1", " \t-0x12x", "+0X7f", "- 7", "0012", "0x", "0xg", "-", "1z", "2147483647",
+          "2147483648", "-2147483648", "-2147483649", "ffffffffffffffffffff", "10189"}) {
+        const std::u16string wide(text.begin(), text.end());
+        for (const int base : {0, 2, 8, 10, 16, 36}) {
+            char *expected_end = nullptr;
+            WCHAR *end = nullptr;
+            const long long value = std::strtoll(text.c_str(), &expected_end, base);
+            const long long nearest = std::clamp<long long>(value, INT_MIN, INT_MAX);
+            errno = 0;
+            EXPECT_EQ(wcstol(wide.c_str(), &end, base), nearest) << text << ' ' << base;
+            EXPECT_EQ(errno, value == nearest ? 0 : ERANGE) << text << ' ' << base;
+            EXPECT_EQ(end - wide.c_str(), expected_end - text.c_str()) << text << ' ' << base;
+        }
+    }
+    EXPECT_EQ(wcstol(u"\u30007", nullptr, 10), 7);
+    for (const int base : {-1, 1, 37}) {
+        errno = 0;
+        EXPECT_TRUE(wcstol(u"1", nullptr, base) == 0 && errno == EINVAL);
+    }
+}
+
 TEST(CrtText, RemembersWhereATokenEnded) {
     std::u16string text = u",,a,b;;c";
     EXPECT_EQ(std::u16string(wcstok(text.data(), u",")), u"a");
@@ -79,6 +106,24 @@ TEST(CrtText, KnowsWhiteSpaceOfUnicodeAndLettersOfAscii) {
     EXPECT_TRUE(towupper(u'z') == u'Z' && towupper(u'{') == u'{' &&
                 towupper(u'\u00E4') == u'\u00E4');
     EXPECT_EQ(std::towupper(L'z'), static_cast<wint_t>(L'Z'));  // the host's, as it was
+}
+
+TEST(CrtText, KnowsLettersAndDigitsOfUnicode) {
+    for (int c = 0; c < 0x80; ++c) {
+        const WCHAR wide = static_cast<WCHAR>(c);
+        EXPECT_EQ(iswalpha(wide) != 0, std::isalpha(c) != 0) << c;
+        EXPECT_EQ(iswdigit(wide) != 0, std::isdigit(c) != 0) << c;
+        EXPECT_EQ(iswalnum(wide) != 0, std::isalnum(c) != 0) << c;
+    }
+    for (const WCHAR c : u"\u00AA\u00E4\u0416\u4E00\u30BD"s) {
+        EXPECT_TRUE(iswalpha(c) && iswalnum(c) && !iswdigit(c)) << std::hex << int{c};
+    }
+    for (const WCHAR c : u"\u0660\uFF19"s) {
+        EXPECT_TRUE(!iswalpha(c) && iswalnum(c) && iswdigit(c)) << std::hex << int{c};
+    }
+    for (const WCHAR c : u"\u00B2\u00D7\u3000\uFF0F"s + WCHAR{0xD800}) {
+        EXPECT_FALSE(iswalpha(c) || iswalnum(c) || iswdigit(c)) << std::hex << int{c};
+    }
 }
 
 TEST(CrtText, SplitsPaths) {

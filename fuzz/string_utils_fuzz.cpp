@@ -1,0 +1,107 @@
+// The first half of the input as wide text, the second as narrow: escapes, hexadecimal text,
+// formats, paths, words and tokens, each beside what must hold of it.
+
+#include "ostrel/text/string_utils.h"
+
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "ostrel/text/token_list.h"
+
+namespace {
+
+using namespace NS_StringUtils;
+
+void require(bool holds) {
+    if (!holds) {
+        std::abort();
+    }
+}
+
+// A buffer of exactly the room that a call asks for.
+std::unique_ptr<WCHAR[]> room(std::size_t count) {
+    return std::make_unique<WCHAR[]>(count);
+}
+
+void check_characters(const std::u16string &text, const std::u16string &other) {
+    const std::size_t length = text.size();
+    const std::unique_ptr<WCHAR[]> output = room(length + 1), in_place = room(length + 1);
+    convertFromEscape(text.c_str(), output.get());
+    text.copy(in_place.get(), length);
+    convertFromEscape(in_place.get(), in_place.get());
+    require(convertFromEscapeChar(text.c_str()) == output.get());
+    require(OS::x_wstring(in_place.get()) == output.get());
+    if (text.find(u'%') == text.npos) {
+        require(text == output.get());
+    }
+    collect(text.c_str(), SFilenameIndentifier(), output.get());
+    require(SFileExtensionAdapter()(text) == output.get());
+    isAllDigitChar(text.c_str());
+    const bool fits = isFormatCorrect(text.c_str(), other.c_str()) != 0;
+    require(!fits || !other.empty());
+
+    const std::unique_ptr<WCHAR[]> path = room(length + other.size() + 2);
+    concatPath(text.c_str(), other.c_str(), path.get());
+    const std::u16string joined = path.get();
+    require(concatPath(text.c_str(), other.c_str()) == (joined.size() <= 260 ? joined : TEXT("")));
+
+    SYSTEMTIME time = {};
+    require((convertTime(text.c_str(), time) == 1) == (length >= 14));
+}
+
+// Tokens joined by a delimiter and split again are the same tokens.
+void check_tokens(const std::u16string &text, const std::u16string &delimiters) {
+    std::vector<OS::x_wstring> tokens, again, words;
+    require(SplitStringToTokensW(&tokens, text, delimiters.c_str()));
+    for (const OS::x_wstring &token : tokens) {
+        require(!token.empty() && token.find_first_of(delimiters) == token.npos);
+    }
+    GetStrings(text.c_str(), delimiters.c_str(), words);
+    require(words == tokens);
+    if (!delimiters.empty()) {
+        OS::x_wstring joined;
+        require(CombineTokensToStringW(tokens, &joined, delimiters.c_str()));
+        require(SplitStringToTokensW(&again, joined, delimiters.c_str()) && again == tokens);
+
+        const WCHAR one[] = {delimiters[0], 0};
+        words.clear();
+        splitWords(one[0], text.c_str(), words, SCharAdapter());
+        require(SplitStringToTokensW(&again, text, one) && again == words);
+    }
+    std::set<OS::x_wstring, OS::XWSTRICMP> ordered;
+    require(SplitStringToTokensW(&ordered, text, delimiters.c_str()));
+    require(ordered.size() <= tokens.size() && ordered.empty() == tokens.empty());
+}
+
+void check_bytes(const std::string &text) {
+    const std::vector<unsigned char> untouched(text.size() / 2, 0xEE);
+    std::vector<unsigned char> bytes = untouched;
+    const int size = static_cast<int>(bytes.size());
+    require(StringToBinary(text, bytes.data(), size) == (text.size() % 2 == 0));
+    require(text.size() % 2 == 0 || bytes == untouched);
+    require(!StringToBinary(text, bytes.data(), size + 1));
+    std::vector<OS::x_astring> tokens;
+    require(SplitStringToTokensA(&tokens, text, ",; \x80\xFF"));
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
+    std::u16string wide(size / 4, u'\0');
+    if (!wide.empty()) {
+        std::memcpy(wide.data(), data, wide.size() * 2);
+    }
+    const std::string narrow(data + wide.size() * 2, data + size);
+    const std::u16string text = wide.c_str();  // up to its first NUL, and what stands behind that
+    const std::u16string other =
+        text.size() < wide.size() ? wide.substr(text.size() + 1).c_str() : TEXT(",");
+    check_characters(text, other);
+    check_tokens(text, other);
+    check_bytes(narrow);
+    return 0;
+}

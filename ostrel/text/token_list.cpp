@@ -1,0 +1,245 @@
+#include "ostrel/text/token_list.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstring>
+#include <functional>
+#include <string>
+
+#include "ostrel/platform/crt_text.h"
+
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
+
+namespace {
+
+std::size_t length_of(const char *text) {
+    return std::strlen(text);
+}
+std::size_t length_of(const WCHAR *text) {
+    return wcslen(text);
+}
+
+constexpr std::size_t kBlock = 64;  // characters that a mask tells of, one bit each
+
+#ifdef __SSE2__
+__m128i repeated(char c) {
+    return _mm_set1_epi8(c);
+}
+__m128i repeated(WCHAR c) {
+    return _mm_set1_epi16(static_cast<short>(c));
+}
+
+// All bits set in each of the 16 characters at `text` that is equal to that of `wanted`.
+__m128i equal_bytes(const char *text, __m128i wanted) {
+    return _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i *>(text)), wanted);
+}
+__m128i equal_bytes(const WCHAR *text, __m128i wanted) {
+    const auto *const units = reinterpret_cast<const __m128i *>(text);
+    return _mm_packs_epi16(_mm_cmpeq_epi16(_mm_loadu_si128(units), wanted),
+                           _mm_cmpeq_epi16(_mm_loadu_si128(units + 1), wanted));
+}
+#endif
+
+// A copy of the delimiters, so that what they were read from may change.
+template <class Char>
+class DelimiterSet {
+public:
+    explicit DelimiterSet(const Char *members) {
+        for (; *members != 0; ++members) {
+            const auto code = static_cast<std::make_unsigned_t<Char>>(*members);
+            if (Has(*members)) {
+                continue;
+            }
+            if (m_count < kFew) {
+                m_few[m_count] = *members;
+            }
+            ++m_count;
+            if (code < kLow) {
+                m_low[code] = true;
+            } else {
+                m_high.resize(0x10000 - kLow);
+                m_high[code - kLow] = true;
+            }
+        }
+    }
+
+    bool Has(Char c) const {
+        const auto code = static_cast<std::make_unsigned_t<Char>>(c);
+        return code < kLow ? m_low[code] : !m_high.empty() && m_high[code - kLow];
+    }
+
+    // Bit i says that text[i] is a delimiter, for i below `count`, which is kBlock at most.
+    std::uint64_t Mask(const Char *text, std::size_t count) const {
+        std::uint64_t mask = 0;
+#ifdef __SSE2__
+        if (count == kBlock && m_count <= kFew) {
+            for (std::size_t n = 0; n < m_count; ++n) {
+                const __m128i wanted = repeated(m_few[n]);
+                for (unsigned at = 0; at < kBlock; at += 16) {
+                    const int hits = _mm_movemask_epi8(equal_bytes(text + at, wanted));
+                    mask |= std::uint64_t{static_cast<unsigned>(hits)} << at;
+                }
+            }
+            return mask;
+        }
+#endif
+        for (std::size_t i = 0; i < count; ++i) {
+            mask |= std::uint64_t{Has(text[i])} << i;
+        }
+        return mask;
+    }
+
+private:
+    static constexpr std::size_t kFew = 4;
+    static constexpr std::size_t kLow = 256;
+
+    Char m_few[kFew] = {};
+    std::size_t m_count = 0;
+    bool m_low[kLow] = {};
+    std::vector<bool> m_high;  // of the characters from kLow on; empty while none is a delimiter
+};
+
+// Calls take(begin, length) for each token of the terminated text.
+template <class Char, class Take>
+void for_each_token(const Char *text, std::size_t length, const DelimiterSet<Char> &delimiters,
+                    Take take) {
+    std::size_t begin = 0;
+    for (std::size_t block = 0; block < length; block += kBlock) {
+        std::uint64_t ends = delimiters.Mask(text + block, std::min(kBlock, length - block));
+        for (; ends != 0; ends &= ends - 1) {
+            const std::size_t end = block + static_cast<std::size_t>(std::countr_zero(ends));
+            if (end > begin) {
+                take(text + begin, end - begin);
+            }
+            begin = end + 1;
+        }
+    }
+    if (length > begin) {
+        take(text + begin, length - begin);
+    }
+}
+
+// The number of tokens that for_each_token gives.
+template <class Char>
+std::size_t count_tokens(const Char *text, std::size_t length,
+                         const DelimiterSet<Char> &delimiters) {
+    std::size_t tokens = 0;
+    std::uint64_t behind_end = 1;  // whether the next character may begin a token
+    for (std::size_t block = 0; block < length; block += kBlock) {
+        const std::size_t count = std::min(kBlock, length - block);
+        const std::uint64_t ends = delimiters.Mask(text + block, count);
+        const std::uint64_t begins = ~ends & (ends << 1 | behind_end);
+        tokens += static_cast<std::size_t>(std::popcount(begins << (kBlock - count)));
+        behind_end = ends >> (kBlock - 1);
+    }
+    return tokens;
+}
+
+template <class String>
+bool holds(const std::vector<String> &tokens, const String &text) {
+    const std::less<const String *> before;
+    return !before(&text, tokens.data()) && before(&text, tokens.data() + tokens.size());
+}
+template <class String, class Order>
+bool holds(const std::set<String, Order> &tokens, const String &text) {
+    const auto found = tokens.find(text);
+    return found != tokens.end() && &*found == &text;
+}
+
+template <class String, class Char>
+void add(std::vector<String> *tokens, const Char *begin, std::size_t length) {
+    String &token = tokens->emplace_back();  // in place: a move would copy a short token again
+    try {
+        token.assign(begin, length);
+    } catch (...) {
+        tokens->pop_back();
+        throw;
+    }
+}
+template <class String, class Order, class Char>
+void add(std::set<String, Order> *tokens, const Char *begin, std::size_t length) {
+    String token;
+    token.assign(begin, length);
+    tokens->insert(std::move(token));
+}
+
+template <class List, class String, class Char>
+bool split(List *tokens, const String &text, const Char *delimiter_text) {
+    if (tokens == nullptr || delimiter_text == nullptr) {
+        return false;
+    }
+    const DelimiterSet<Char> delimiters(delimiter_text);
+    List kept;  // the elements, when the text is one of them
+    if (holds(*tokens, text)) {
+        kept.swap(*tokens);
+    }
+    tokens->clear();
+    const Char *const begin = text.c_str();
+    const std::size_t length = length_of(begin);
+    if constexpr (requires { tokens->reserve(length); }) {
+        tokens->reserve(count_tokens(begin, length, delimiters));
+    }
+    for_each_token(begin, length, delimiters,
+                   [tokens](const Char *token, std::size_t size) { add(tokens, token, size); });
+    return true;
+}
+
+// Makes the whole addition before it touches the result, in which the arguments may lie.
+template <class List, class String, class Char>
+bool combine(const List &tokens, String *result, const Char *delimiter) {
+    if (result == nullptr || delimiter == nullptr) {
+        return false;
+    }
+    const std::size_t delimiter_length = length_of(delimiter);
+    typename String::std_string addition;
+    for (const String &token : tokens) {
+        addition.append(token.c_str(), length_of(token.c_str()));
+        addition.append(delimiter, delimiter_length);
+    }
+    result->append(addition.data(), addition.size());
+    return true;
+}
+
+}  // namespace
+
+bool SplitStringToTokensA(std::vector<OS::x_astring> *tokens, const OS::x_astring &text,
+                          const char *delimiters) {
+    return split(tokens, text, delimiters);
+}
+
+bool SplitStringToTokensA(std::set<OS::x_astring, OS::XASTRICMP> *tokens, const OS::x_astring &text,
+                          const char *delimiters) {
+    return split(tokens, text, delimiters);
+}
+
+bool SplitStringToTokensW(std::vector<OS::x_wstring> *tokens, const OS::x_wstring &text,
+                          const WCHAR *delimiters) {
+    return split(tokens, text, delimiters);
+}
+
+bool SplitStringToTokensW(std::set<OS::x_wstring, OS::XWSTRICMP> *tokens, const OS::x_wstring &text,
+                          const WCHAR *delimiters) {
+    return split(tokens, text, delimiters);
+}
+
+bool CombineTokensToStringA(const std::vector<OS::x_astring> &tokens, OS::x_astring *result,
+                            const char *delimiter) {
+    return combine(tokens, result, delimiter);
+}
+
+bool CombineTokensToStringA(const std::set<OS::x_astring, OS::XASTRICMP> &tokens,
+                            OS::x_astring *result, const char *delimiter) {
+    return combine(tokens, result, delimiter);
+}
+
+bool CombineTokensToStringW(const std::vector<OS::x_wstring> &tokens, OS::x_wstring *result,
+                            const WCHAR *delimiter) {
+    return combine(tokens, result, delimiter);
+}
+
+bool CombineTokensToStringW(const std::set<OS::x_wstring, OS::XWSTRICMP> &tokens,
+                            OS::x_wstring *result, const WCHAR *delimiter) {
+    return combine(tokens, result, delimiter);
+}

@@ -1,0 +1,115 @@
+#include "ostrel/text/token_list.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <iterator>
+#include <random>
+
+#include "support/text.h"
+
+namespace {
+
+using Narrow = std::vector<OS::x_astring>;
+using Wide = std::vector<OS::x_wstring>;
+using NarrowSet = std::set<OS::x_astring, OS::XASTRICMP>;
+using WideSet = std::set<OS::x_wstring, OS::XWSTRICMP>;
+
+OS::x_wstring widened(const std::string &text) {
+    return std::u16string(text.begin(), text.end());
+}
+
+// What both widths give, after it has been found the same.
+Narrow split(const OS::x_astring &text, const OS::x_astring &delimiters) {
+    Narrow tokens = {"old"};
+    Wide wide = {u"old"}, expected;
+    EXPECT_TRUE(SplitStringToTokensA(&tokens, text, delimiters));
+    EXPECT_TRUE(SplitStringToTokensW(&wide, widened(text), widened(delimiters)));
+    std::transform(tokens.begin(), tokens.end(), std::back_inserter(expected), widened);
+    EXPECT_EQ(wide, expected);
+    EXPECT_LE(tokens.capacity(), std::max<std::size_t>(tokens.size(), 1));  // counted before
+    return tokens;
+}
+
+TEST(TokenList, SplitsByASetOfCharacters) {
+    EXPECT_EQ(split("", ","), Narrow{});
+    EXPECT_EQ(split(",;,", ",;"), Narrow{});
+    EXPECT_EQ(split("a,b;;c", ",;"), (Narrow{"a", "b", "c"}));
+    EXPECT_EQ(split("a,b;;c", ""), Narrow{"a,b;;c"});
+    EXPECT_EQ(split("  a b,", ","), Narrow{"  a b"});
+    EXPECT_EQ(split(std::string("B,a\0c,d", 7), "\xFF,"), (Narrow{"B", "a"}));
+    Wide wide;
+    SplitStringToTokensW(&wide, u"a\u3000b\u2603c\u0120d \uFFFFe", u"\u3000\u2603\uFFFF");
+    EXPECT_EQ(wide, (Wide{u"a", u"b", u"c\u0120d ", u"e"}));
+}
+
+// The host's strtok is the measure, on texts that end on either side of a block of 64.
+TEST(TokenList, SplitsAsStrtok) {
+    std::mt19937 random(1);
+    for (std::size_t length = 0; length < 400; ++length) {
+        std::string text;
+        for (std::size_t i = 0; i < length; ++i) {
+            text.push_back("abcdefgh,;\xE4-+"[random() % (length % 2 == 0 ? 10 : 13)]);
+        }
+        for (const char *delimiters : {",", ";,", "abcdefg", "\xE4"}) {
+            Narrow expected;
+            std::string copy = text;
+            for (const char *token = std::strtok(copy.data(), delimiters); token != nullptr;
+                 token = std::strtok(nullptr, delimiters)) {
+                expected.push_back(token);
+            }
+            ASSERT_EQ(split(text, delimiters), expected) << text;
+        }
+    }
+}
+
+TEST(TokenList, KeepsTheFirstOfAKeyInASet) {
+    NarrowSet tokens = {"old"};
+    WideSet wide = {u"old"};
+    OS::x_astring text("x");
+    OS::x_wstring wide_text;
+    EXPECT_TRUE(SplitStringToTokensA(&tokens, "B,a,A", ","));
+    EXPECT_TRUE(SplitStringToTokensW(&wide, u"B,a,A", u","));
+    EXPECT_TRUE(CombineTokensToStringA(tokens, &text, "; "));
+    EXPECT_TRUE(CombineTokensToStringW(wide, &wide_text, u";"));
+    EXPECT_TRUE(text == "xB; a; " && wide_text == u"B;a;") << text;
+}
+
+TEST(TokenList, CombinesBehindWhatIsThere) {
+    const std::string whole("x\0y", 3);
+    OS::x_astring text(whole);
+    EXPECT_TRUE(CombineTokensToStringA(Narrow{}, &text, ";"));
+    EXPECT_EQ(text.size(), 3u);
+    EXPECT_TRUE(CombineTokensToStringA(Narrow{"a", whole}, &text, ";"));
+    EXPECT_EQ(std::string(text.data(), text.size()), whole + "a;x;");
+    OS::x_wstring wide(u"x");
+    EXPECT_TRUE(CombineTokensToStringW(Wide{u"a", u"b"}, &wide, u", "));
+    EXPECT_EQ(wide, u"xa, b, ");
+}
+
+TEST(TokenList, RefusesNullAndChangesNothing) {
+    Narrow tokens = {"kept"};
+    WideSet wide = {u"kept"};
+    OS::x_astring text("kept");
+    EXPECT_FALSE(SplitStringToTokensA(&tokens, "a", nullptr));
+    EXPECT_FALSE(SplitStringToTokensW(&wide, u"a", nullptr));
+    EXPECT_FALSE(SplitStringToTokensW(static_cast<Wide *>(nullptr), u"a", u","));
+    EXPECT_FALSE(CombineTokensToStringA(tokens, &text, nullptr));
+    EXPECT_FALSE(CombineTokensToStringA(tokens, nullptr, ";"));
+    EXPECT_TRUE(tokens == Narrow{"kept"} && wide.count(u"kept") == 1 && text == "kept");
+}
+
+TEST(TokenList, TakesArgumentsFromItsTarget) {
+    Narrow tokens = {",;", "a long text that owns memory,b;c"};
+    EXPECT_TRUE(SplitStringToTokensA(&tokens, tokens[1], tokens[0]));
+    EXPECT_EQ(tokens, (Narrow{"a long text that owns memory", "b", "c"}));
+    WideSet wide = {u"a,b", u"x"};
+    EXPECT_TRUE(SplitStringToTokensW(&wide, *wide.find(u"A,B"), u","));
+    EXPECT_EQ(Wide(wide.begin(), wide.end()), (Wide{u"b", u"a"}));
+    tokens = {"a", "b"};
+    EXPECT_TRUE(CombineTokensToStringA(tokens, &tokens[1], tokens[1]));
+    EXPECT_EQ(tokens, (Narrow{"a", "babbb"}));
+}
+
+}  // namespace
