@@ -3,6 +3,7 @@
 
 // Every public header of the library.
 
+#include "ostrel/charset/util_toUTF8.h"
 #include "ostrel/config/cm_IdMapping.h"
 #include "ostrel/config/cm_ini_reader.h"
 #include "ostrel/config/line_tokens.h"
@@ -13,5 +14,7 @@
 #include "ostrel/core/handles.h"
 #include "ostrel/core/x_string.h"
 #include "ostrel/regex/validators.h"
+#include "ostrel/text/string_utils.h"
+#include "ostrel/text/token_list.h"
 
 #endif  // OSTREL_OSTREL_H

@@ -17,6 +17,8 @@ struct Station {
 
 constexpr Station kStations[] = {
     {"ID mapping: one table, asked both ways", id_mapping_station},
+    {"Text: token lists, words, escapes, a profile file", text_station},
+    {"Charsets: a letter in a legacy charset, the words of a mail header", charset_station},
     {"Validators: which addresses and paths have the right form", validators_station},
 };
 

@@ -5,6 +5,8 @@
 // them read the files of examples/data, which is the current directory then.
 
 void id_mapping_station();
+void text_station();
+void charset_station();
 void validators_station();
 
 #endif  // EXAMPLES_TOUR_TOUR_H

@@ -1,0 +1,38 @@
+#ifndef OSTREL_CHARSET_HEAP_TEXT_H
+#define OSTREL_CHARSET_HEAP_TEXT_H
+
+// Internal. Strings from malloc, which the operations of this folder hand out.
+
+#include <climits>
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+namespace OS::charset {
+
+struct FreeText {
+    void operator()(char *text) const { std::free(text); }
+};
+using HeapText = std::unique_ptr<char, FreeText>;
+
+// Memory for `length` x `factor` bytes and a zero byte, without a value; the factor is small. Null
+// when `length` is beyond INT_MAX or there is no memory.
+inline HeapText allocate_text(std::size_t length, std::size_t factor = 1) {
+    constexpr std::size_t kMost = static_cast<std::size_t>(-1) / 2;
+    const bool fits = length <= INT_MAX && length <= kMost / factor;
+    return HeapText(fits ? static_cast<char *>(std::malloc(length * factor + 1)) : nullptr);
+}
+
+inline HeapText copy_text(const char *text) {
+    const std::size_t length = std::strlen(text);
+    HeapText copy = allocate_text(length);
+    if (copy != nullptr) {
+        std::memcpy(copy.get(), text, length + 1);
+    }
+    return copy;
+}
+
+}  // namespace OS::charset
+
+#endif  // OSTREL_CHARSET_HEAP_TEXT_H

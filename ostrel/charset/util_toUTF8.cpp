@@ -1,0 +1,146 @@
+#include "ostrel/charset/util_toUTF8.h"
+
+#include <unicode/ucnv.h>
+#include <unicode/unistr.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <utility>
+
+#include "ostrel/core/trace.h"
+
+namespace {
+
+constexpr std::int32_t kMostIllegal = 11;
+
+// In UTF-8 a unit takes 3 bytes at most, and ICU counts bytes in 32 bits.
+constexpr std::size_t kLongest = INT32_MAX / 3;
+
+// Lets the conversion go on behind an illegal sequence as long as the counter, which is the
+// context, allows it. It stores nothing in its place.
+void forgive_illegal(const void *context, UConverterToUnicodeArgs *, const char *, std::int32_t,
+                     UConverterCallbackReason reason, UErrorCode *error) {
+    auto *const count = static_cast<std::int32_t *>(const_cast<void *>(context));
+    if (count == nullptr) {
+        return;
+    }
+    if (reason == UCNV_RESET) {
+        *count = 0;
+    } else if (reason == UCNV_ILLEGAL) {
+        if (*count < kMostIllegal) {
+            *error = U_ZERO_ERROR;
+        } else {
+            OSTREL_TRACE(DBG::kLevelValue,
+                         TEXT("UConverterToUCallbackForIllegalConvert(UCNV_ILLEGAL) illegal count "
+                              "= %d"),
+                         *count);
+            if (*error != U_ZERO_ERROR) {
+                OSTREL_TRACE(DBG::kLevelUnmet,
+                             TEXT("UConverterToUCallbackForIllegalConvert(UCNV_ILLEGAL) return "
+                                  "U_ILLEGAL_CHAR_FOUND"));
+                *error = U_ILLEGAL_CHAR_FOUND;
+            }
+        }
+        ++*count;
+    }
+}
+
+// A converter that forgives, for the length of one conversion.
+class ForgivingConverter {
+public:
+    // Traces what goes wrong. A warning is no failure: ICU gives one for names as common as
+    // Shift_JIS, because several of its converters have them.
+    explicit ForgivingConverter(const char *charset) {
+        UErrorCode error = U_ZERO_ERROR;
+        m_converter = ucnv_open(charset, &error);
+        if (U_FAILURE(error)) {
+            OSTREL_TRACE(DBG::kLevelUnmet, TEXT("ucnv_open() failed, szCharset=%S errCode = %d"),
+                         charset, error);
+            return;
+        }
+        error = U_ZERO_ERROR;
+        ucnv_setToUCallBack(m_converter, forgive_illegal, &m_illegal, &m_oldCallback, &m_oldContext,
+                            &error);
+        m_ready = error == U_ZERO_ERROR;
+        if (!m_ready) {
+            OSTREL_TRACE(DBG::kLevelUnmet, TEXT("ucnv_setToUCallBack() failed, errCode = %d"),
+                         error);
+        }
+    }
+
+    ~ForgivingConverter() {
+        if (m_ready) {
+            UErrorCode error = U_ZERO_ERROR;
+            ucnv_setToUCallBack(m_converter, m_oldCallback, m_oldContext, nullptr, nullptr, &error);
+        }
+        ucnv_close(m_converter);
+    }
+
+    ForgivingConverter(const ForgivingConverter &) = delete;
+    ForgivingConverter &operator=(const ForgivingConverter &) = delete;
+
+    bool Ready() const { return m_ready; }
+    UConverter *Get() { return m_converter; }
+
+private:
+    UConverter *m_converter;
+    UConverterToUCallback m_oldCallback = nullptr;
+    const void *m_oldContext = nullptr;
+    std::int32_t m_illegal = 0;
+    bool m_ready = false;
+};
+
+// The text, or null.
+std::unique_ptr<char[]> to_utf8(const char *text, const char *charset) {
+    ForgivingConverter converter(charset);
+    if (!converter.Ready()) {
+        return nullptr;
+    }
+    UErrorCode error = U_ZERO_ERROR;
+    icu::UnicodeString wide;
+    if (text != nullptr && strnlen(text, kLongest + 1) > kLongest) {
+        error = U_INDEX_OUTOFBOUNDS_ERROR;
+    } else {
+        wide = icu::UnicodeString(text, -1, converter.Get(), error);
+    }
+    if (error == U_ZERO_ERROR && wide.length() > static_cast<std::int32_t>(kLongest)) {
+        error = U_INDEX_OUTOFBOUNDS_ERROR;
+    }
+    if (error != U_ZERO_ERROR) {
+        OSTREL_TRACE(DBG::kLevelUnmet, TEXT("UnicodeString construct failed, errCode = %d"), error);
+        return nullptr;
+    }
+    const std::int32_t size = wide.extract(0, wide.length(), nullptr, 0, "UTF8");
+    std::unique_ptr<char[]> utf8(new char[static_cast<std::size_t>(size) + 1]);
+    wide.extract(0, wide.length(), utf8.get(), static_cast<std::uint32_t>(size), "UTF8");
+    utf8[static_cast<std::size_t>(size)] = '\0';
+    return utf8;
+}
+
+}  // namespace
+
+CUTF8String::CUTF8String(const char *text, std::uint64_t, const char *charset)
+    : m_pszUTF8(to_utf8(text, charset).release()) {}
+
+CUTF8String::CUTF8String(const CUTF8String &other) : m_pszUTF8(nullptr) {
+    if (other.m_pszUTF8 != nullptr) {
+        const std::size_t size = std::strlen(other.m_pszUTF8) + 1;
+        m_pszUTF8 = new char[size];
+        std::copy_n(other.m_pszUTF8, size, m_pszUTF8);
+    }
+}
+
+CUTF8String &CUTF8String::operator=(const CUTF8String &other) {
+    if (this != &other) {
+        CUTF8String copy(other);
+        std::swap(m_pszUTF8, copy.m_pszUTF8);
+    }
+    return *this;
+}
+
+CUTF8String::~CUTF8String() {
+    delete[] m_pszUTF8;
+    m_pszUTF8 = nullptr;
+}
