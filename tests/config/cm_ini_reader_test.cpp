@@ -104,6 +104,18 @@ TEST(IniReader, AddsFilesAndCopies) {
     EXPECT_EQ(stopping.m_ended, 1);
 }
 
+TEST(IniReader, LetsTheExceptionOfACallbackThrough) {
+    struct Thrower : Collector {
+        bool operator()(int, const WCHAR *) override { throw 7; }
+    } thrower;
+    const TempDir dir;
+    dir.Write("a", "1\n2\n");
+    CINIReader reader;
+    reader.Parse(TEXT("a"), TEXT("r"));
+    EXPECT_THROW(reader.Enumerate(thrower), int);
+    EXPECT_EQ(lines_of(reader), (Lines{u"1\n", u"2\n"}));
+}
+
 TEST(IniReader, RaisesTheErrnoOfTheOpen) {
     const TempDir dir;
     CINIReader reader;

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cwctype>
 #include <string>
+#include <thread>
 #include <tuple>
 
 #include "ostrel/platform/codepage.h"
@@ -88,6 +89,9 @@ TEST(CrtText, ReadsNumbersInAnyBase) {
 TEST(CrtText, RemembersWhereATokenEnded) {
     std::u16string text = u",,a,b;;c";
     EXPECT_EQ(std::u16string(wcstok(text.data(), u",")), u"a");
+    std::thread([] {
+        EXPECT_EQ(wcstok(nullptr, u","), nullptr);
+    }).join();  // has a place of its own
     EXPECT_EQ(std::u16string(wcstok(nullptr, u",;")), u"b");
     EXPECT_EQ(std::u16string(wcstok(nullptr, u";")), u"c");
     EXPECT_EQ(wcstok(nullptr, u";"), nullptr);
