@@ -10,8 +10,8 @@
 //
 // The last argument is not looked at; null is as good as any other.
 //
-// Errors: a conversion that the platform refuses (more than 2147483647 characters) gives the empty
-// string, and the platform's last error says why. std::bad_alloc.
+// Errors: a conversion that the platform refuses (more than 2147483647 characters, no memory for
+// its tables) gives the empty string, and the platform's last error says why. std::bad_alloc.
 // Threads: no state; separate strings may be converted at the same time.
 
 #include "ostrel/core/api.h"

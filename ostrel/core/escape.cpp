@@ -127,7 +127,9 @@ void escape_text(std::basic_string<Char> *text, std::span<const Escape> escapes,
         return;
     }
     std::basic_string<Char> escaped;
-    escaped.reserve(text->size() + found * (longest - 1));
+    const std::uint64_t replaced =
+        found > limit ? std::min<std::uint64_t>(found, limit * escapes.size()) : found;
+    escaped.reserve(text->size() + replaced * (longest - 1));
     std::uint64_t counts[kMostEscapes] = {};
     std::size_t copied = 0;
     for_each_found(*text, finder, [&](std::size_t at) {

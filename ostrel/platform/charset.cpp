@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
+#include <new>
 
 #include "ostrel/platform/utf8.h"
 
@@ -22,10 +23,12 @@ struct Charset {
 // Names under which ICU knows no Windows number. The numbers are those of Microsoft's list of code
 // page identifiers; the first name of a number is also the one to open its converter with.
 constexpr Charset kUnnumbered[] = {
-    {949, "windows-949"},   {949, "cp949"},         {28591, "ISO-8859-1"},  {51932, "EUC-JP"},
-    {51932, "ujis"},        {936, "gbk"},           {936, "GB2312"},        {950, "Big5"},
-    {950, "Big5-HKSCS"},    {20932, "EUC-JP"},      {51936, "EUC-CN"},      {52936, "HZ-GB-2312"},
-    {50220, "ISO-2022-JP"}, {50221, "ISO-2022-JP"}, {50222, "ISO-2022-JP"}, {50225, "ISO-2022-KR"},
+    {949, "windows-949"},   {949, "cp949"},         {28591, "ISO-8859-1"},
+    {51932, "EUC-JP"},      {51932, "ujis"},        {936, "gbk"},
+    {936, "GB2312"},        {950, "Big5"},          {950, "Big5-HKSCS"},
+    {20932, "EUC-JP"},      {51936, "EUC-CN"},      {52936, "HZ-GB-2312"},
+    {50220, "ISO-2022-JP"}, {50221, "ISO-2022-JP"}, {50222, "ISO_2022,locale=ja,version=3"},
+    {50225, "ISO-2022-KR"},
 };
 
 unsigned number_behind(std::string_view prefix, std::string_view name) {
@@ -95,12 +98,27 @@ void replace_missing(const void *, UConverterFromUnicodeArgs *args, const UChar 
     }
 }
 
+// Code pages that ICU knows by IBM's number alone. The platform's number is the same, or that
+// behind 20000 or 50000.
+constexpr unsigned kIbmPages[] = {
+    37,    500,   860,   863,   864,   865,   870,   875,   1026,  1047,  1140,  1141,  1142,
+    1143,  1144,  1145,  1146,  1147,  1148,  1149,  20273, 20277, 20278, 20280, 20284, 20285,
+    20290, 20297, 20420, 20424, 20838, 20871, 21025, 50930, 50931, 50933, 50935, 50937};
+
+constexpr unsigned ibm_number(unsigned code_page) {
+    return code_page % (code_page < 50000 ? 20000 : 50000);
+}
+
 // UTF-16 and UTF-32 have numbers too, but are no code pages of narrow text.
 constexpr unsigned kWidePages[] = {1200, 1201, 12000, 12001};
 
 ConverterPtr open_by_name(const std::string &name) {
     UErrorCode status = U_ZERO_ERROR;
-    return ConverterPtr(ucnv_open(name.c_str(), &status));
+    ConverterPtr converter(ucnv_open(name.c_str(), &status));
+    if (status == U_MEMORY_ALLOCATION_ERROR) {
+        throw std::bad_alloc();
+    }
+    return converter;
 }
 
 // Null when ICU has no converter for the code page.
@@ -115,12 +133,9 @@ ConverterPtr open_converter(unsigned code_page) {
             converter = open_by_name(entry.name);
         }
     }
-    // The numbers of IBM's code pages: in the platform's, a part as they are, a part behind 20000
-    // or 50000.
-    const unsigned ibm = code_page % 10000;
-    if (!converter && ibm < 1200 &&
-        (code_page == ibm || code_page - ibm == 20000 || code_page - ibm == 50000)) {
-        converter = open_by_name("ibm-" + std::to_string(ibm));
+    if (!converter &&
+        std::find(std::begin(kIbmPages), std::end(kIbmPages), code_page) != std::end(kIbmPages)) {
+        converter = open_by_name("ibm-" + std::to_string(ibm_number(code_page)));
     }
     UErrorCode status = U_ZERO_ERROR;
     if (converter) {
@@ -165,8 +180,16 @@ public:
     std::size_t Decode(const char **in, const char *end, bool last, WCHAR *units, std::size_t room,
                        bool *full) {
         WCHAR *out = units;
+        WCHAR *const out_end = units + room;
         UErrorCode status = U_ZERO_ERROR;
-        ucnv_toUnicode(m_handle.get(), &out, units + room, in, end, nullptr, last, &status);
+        do {
+            const char *const to = *in + std::min(end - *in, kMost);
+            WCHAR *const limit = out + std::min(out_end - out, kMost);
+            status = U_ZERO_ERROR;
+            ucnv_toUnicode(m_handle.get(), &out, limit, in, to, nullptr, last && to == end,
+                           &status);
+        } while (status == U_ZERO_ERROR ? *in != end
+                                        : status == U_BUFFER_OVERFLOW_ERROR && out != out_end);
         *full = status == U_BUFFER_OVERFLOW_ERROR;
         const auto stored = static_cast<std::size_t>(out - units);
         if (m_rotates) {
@@ -183,7 +206,7 @@ public:
         do {
             WCHAR turned[256];
             const WCHAR *from = *in;
-            const WCHAR *to = end;
+            const WCHAR *to = *in + std::min(end - *in, kMost);
             if (m_rotates) {
                 to = turned + std::min<std::ptrdiff_t>(end - *in, std::ssize(turned));
                 std::copy(*in, *in + (to - turned), turned);
@@ -201,6 +224,9 @@ public:
     }
 
 private:
+    // ICU refuses more bytes than 2^31 - 1, or units of that size, on either side of a call.
+    static constexpr std::ptrdiff_t kMost = 0x3FFFFFFF;
+
     // Some converters turn three control characters round, as old terminals did: byte 0x1A is
     // U+001C there, 0x1C is U+007F and 0x7F is U+001A. On the platform each is itself.
     explicit Converter(ConverterPtr handle) : m_handle(std::move(handle)) {
@@ -218,28 +244,54 @@ private:
 
 namespace {
 
-// The converter of a code page, ready for a new text; null for UTF-8 and for one that is unknown.
-// Each thread keeps the last one: to open it takes far longer than to convert a short text.
-Converter *converter_for(unsigned code_page) {
-    thread_local unsigned kept_page = kCodePageUtf8;
-    thread_local std::unique_ptr<Converter> kept;
-    if (code_page != kept_page) {
-        if (code_page == kCodePageUtf8) {
-            return nullptr;
+// A converter that its thread keeps, or, at the end of a thread, one of its own.
+struct Release {
+    bool owns = false;
+
+    void operator()(Converter *converter) const {
+        if (owns) {
+            delete converter;
         }
-        kept = Converter::Open(code_page);
-        kept_page = code_page;
-    } else if (kept) {
-        kept->Reset();
     }
-    return kept.get();
+};
+using ConverterInUse = std::unique_ptr<Converter, Release>;
+
+thread_local bool t_ended = false;  // whether what the thread kept is gone
+
+struct Kept {
+    ~Kept() { t_ended = true; }
+
+    unsigned code_page = kCodePageUtf8;
+    std::unique_ptr<Converter> converter;
+};
+
+// The converter of a code page, ready for a new text; null for UTF-8 and for one that is unknown.
+// Each thread keeps the last one: to open it takes far longer than to convert a short text. The
+// destructors of objects that outlive what is kept may still convert.
+ConverterInUse converter_for(unsigned code_page) {
+    if (code_page == kCodePageUtf8) {
+        return nullptr;
+    }
+    if (t_ended) {
+        return {Converter::Open(code_page).release(), Release{true}};
+    }
+    thread_local Kept kept;
+    if (code_page != kept.code_page) {
+        kept.converter = Converter::Open(code_page);
+        kept.code_page = code_page;
+    } else if (kept.converter) {
+        kept.converter->Reset();
+    }
+    return {kept.converter.get(), Release{false}};
 }
 
-// Whether ASCII bytes are themselves in a code page, as they must be in that of the system.
+// Whether ASCII bytes are themselves in a code page, as they must be in that of the system; behind
+// an escape sequence or a shift too.
 bool holds_ascii(unsigned code_page) {
+    constexpr char kBytes[] = "\t\n\x0E\x1B$B*HAz09#%\\~";
+    constexpr WCHAR kUnits[] = TEXT("\t\n\x0E\x1B$B*HAz09#%\\~");
     return code_page == kCodePageUtf8 ||
-           (converter_for(code_page) != nullptr &&
-            to_wide("\t\nAz09#%\\~", code_page) == TEXT("\t\nAz09#%\\~"));
+           (converter_for(code_page) != nullptr && to_wide(kBytes, code_page) == kUnits);
 }
 
 }  // namespace
@@ -258,7 +310,7 @@ bool is_code_page(unsigned code_page) {
 
 std::size_t to_wide_within(std::string_view bytes, unsigned code_page, WCHAR *units,
                            std::size_t room) {
-    Converter *const converter = converter_for(code_page);
+    const ConverterInUse converter = converter_for(code_page);
     if (converter == nullptr) {
         return utf8_to_utf16_within(bytes.data(), bytes.size(), units, room);
     }
@@ -274,7 +326,7 @@ std::size_t to_wide_within(std::string_view bytes, unsigned code_page, WCHAR *un
 
 std::size_t to_narrow_within(std::u16string_view text, unsigned code_page, char *bytes,
                              std::size_t room) {
-    Converter *const converter = converter_for(code_page);
+    const ConverterInUse converter = converter_for(code_page);
     if (converter == nullptr) {
         return utf16_to_utf8_within(text.data(), text.size(), bytes, room);
     }
@@ -285,7 +337,7 @@ std::size_t to_narrow_within(std::u16string_view text, unsigned code_page, char 
 }
 
 std::size_t wide_length(std::string_view bytes, unsigned code_page) {
-    Converter *const converter = converter_for(code_page);
+    const ConverterInUse converter = converter_for(code_page);
     if (converter == nullptr) {
         return utf16_length(bytes.data(), bytes.size());
     }
@@ -300,7 +352,7 @@ std::size_t wide_length(std::string_view bytes, unsigned code_page) {
 }
 
 std::size_t narrow_length(std::u16string_view text, unsigned code_page) {
-    Converter *const converter = converter_for(code_page);
+    const ConverterInUse converter = converter_for(code_page);
     if (converter == nullptr) {
         return utf8_length(text.data(), text.size());
     }

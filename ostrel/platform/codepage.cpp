@@ -32,7 +32,7 @@ template <class From, class To, class Convert, class Measure>
 int convert_text(unsigned code_page, DWORD flags, const From *source, int length, To *target,
                  int room, Convert convert, Measure measure) noexcept try {
     if (code_page == CP_ACP || code_page == CP_OEMCP || code_page == CP_THREAD_ACP) {
-        code_page = GetACP();
+        code_page = platform::system_code_page();
     }
     if (source == nullptr || length == 0 || room < 0 ||
         (room > 0 && static_cast<const void *>(source) == target) ||
@@ -59,8 +59,10 @@ int convert_text(unsigned code_page, DWORD flags, const From *source, int length
 
 }  // namespace
 
-unsigned GetACP() noexcept {
+unsigned GetACP() noexcept try {
     return platform::system_code_page();
+} catch (const std::bad_alloc &) {
+    return CP_UTF8;  // for now: the next call asks again
 }
 
 int MultiByteToWideChar(unsigned code_page, DWORD flags, const char *source, int length,

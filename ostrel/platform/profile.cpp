@@ -48,12 +48,16 @@ class File {
 public:
     // Never waits, whatever stands behind the path.
     explicit File(const char *path) {
+        struct stat facts;
+        if (stat(path, &facts) == 0 && !S_ISREG(facts.st_mode)) {
+            m_error = EACCES;  // unopened: a pipe's writer and a device would notice
+            return;
+        }
         do {
             m_file = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
         } while (m_file < 0 && errno == EINTR);
-        struct stat facts;
         if (m_file < 0) {
-            m_error = errno == ENXIO || errno == ENODEV ? EACCES : errno;  // socket, device
+            m_error = errno == ENXIO || errno == ENODEV ? EACCES : errno;
         } else if (fstat(m_file, &facts) != 0) {
             m_error = errno;
         } else if (!S_ISREG(facts.st_mode)) {
@@ -89,7 +93,7 @@ public:
     }
 
 private:
-    int m_file;
+    int m_file = -1;
     int m_error = 0;
 };
 

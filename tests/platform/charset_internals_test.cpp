@@ -5,6 +5,7 @@
 #include <unicode/utf8.h>
 
 #include <random>
+#include <vector>
 
 #include "ostrel/platform/utf8.h"
 
@@ -56,15 +57,39 @@ TEST(Utf8, AgreesWithIcuAlsoOnBrokenText) {
             bytes[random() % bytes.size()] = breaking[random() % breaking.size()];
         }
         bytes.resize(bytes.size() - std::min<std::size_t>(bytes.size(), random() % 4));
-        const std::string exact(bytes.begin(), bytes.end());  // no spare bytes behind
-        const std::u16string text = to_wide(exact, 65001);
+        const std::u16string text = to_wide(bytes, 65001);
         ASSERT_EQ(text, icu_wide(bytes)) << round;
-        ASSERT_EQ(platform::wide_length(exact, 65001), text.size()) << round;
+        ASSERT_EQ(platform::wide_length(bytes, 65001), text.size()) << round;
         ASSERT_EQ(to_wide(to_narrow(text, 65001), 65001), text) << round;
     }
     EXPECT_EQ(to_wide("\xE2\x82\x41\xF4\x90", 65001), u"\uFFFDA\uFFFD\uFFFD");
     EXPECT_EQ(to_narrow(u"\u00E4\xD800z\xDC00\xD83D\xDE00\xD83D", 65001),
               "\xC3\xA4\xEF\xBF\xBDz\xEF\xBF\xBD\xF0\x9F\x98\x80\xEF\xBF\xBD");
+}
+
+TEST(Utf8, ReadsNothingBehindTheText) {
+    for (std::size_t length = 0; length < 140; ++length) {
+        const std::vector<WCHAR> units(length, u'\u30BD');
+        const std::vector<char> bytes(length, 'x');
+        EXPECT_EQ(platform::utf8_length(units.data(), length), 3 * length);
+        EXPECT_EQ(platform::utf16_length(bytes.data(), length), length);
+    }
+}
+
+// Longer than what is converted at a time, with a pair across the cut.
+TEST(Charset, GoesOnInLongTexts) {
+    for (const unsigned code_page : {932u, 936u, 51932u}) {
+        const std::size_t lacking = to_narrow(u"\U0001F600", code_page).size();
+        for (std::size_t length = 250; length < 260; ++length) {
+            std::u16string text(length, u'\u6F22');
+            text += u"\U0001F600" + std::u16string(3000, u'\u30BD');
+            const std::string bytes = to_narrow(text, code_page);
+            ASSERT_EQ(bytes.size(), 2 * (length + 3000) + lacking) << code_page << ' ' << length;
+            const std::u16string back = to_wide(bytes, code_page);
+            ASSERT_EQ(back.substr(back.size() - 3000), text.substr(length + 2));
+            ASSERT_EQ(platform::wide_length(bytes, code_page), back.size());
+        }
+    }
 }
 
 // Every room there is: what is too small holds the beginning, and nothing behind it is touched.

@@ -38,6 +38,7 @@ TEST(CodePage, ConvertsBothWays) {
         {950, "\xA7\x41", TEXT("\u4F60")},
         {1252, "\x80\x81\xE4", TEXT("\u20AC\u0081\u00E4")},
         {1251, "\xCF", TEXT("\u041F")},
+        {50222, "\x0E\x31\x0F", TEXT("\uFF71")},
         {437, "\x81", TEXT("\u00FC")},
         {1047, "\x4A\x8C", TEXT("\u00A2\u00F0")},
         {20273, "\x4A", TEXT("\u00C4")},
@@ -93,7 +94,7 @@ TEST(CodePage, AnswersWithSizesAndErrors) {
         EXPECT_TRUE(fails(to_wide(page, 0, "a", 0, units, 1), ERROR_INVALID_PARAMETER));
         EXPECT_TRUE(fails(to_wide(page, 0, "a", 1, units, -1), ERROR_INVALID_PARAMETER));
     }
-    for (const unsigned page : {1200u, 12001u, 2u, 4711u, 65002u}) {
+    for (const unsigned page : {1200u, 12001u, 2u, 4711u, 20437u, 65002u}) {
         EXPECT_TRUE(fails(to_wide(page, 0, "a", 1, units, 1), ERROR_INVALID_PARAMETER)) << page;
     }
     BOOL used = 0;

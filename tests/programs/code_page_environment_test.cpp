@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <thread>
 
 #include "ostrel/platform/codepage.h"
 
@@ -43,6 +44,7 @@ TEST(CodePageEnvironment, DecidesInItsOrder) {
         {nullptr, "", "ru_RU.KOI8-R", 20866},
         {"C", nullptr, "ja_JP.SJIS", 65001},
         {"C.UTF-8", nullptr, nullptr, 65001},
+        {"ja_JP.ISO-2022-JP", nullptr, nullptr, 65001},
         {"ja_JP.eucJP", nullptr, nullptr, 51932},
         {"zh_CN.GB18030", nullptr, nullptr, 54936},
         {"xx_XX.no-such-charset", nullptr, nullptr, 65001},
@@ -52,6 +54,29 @@ TEST(CodePageEnvironment, DecidesInItsOrder) {
     for (const auto &c : cases) {
         EXPECT_EQ(code_page_under(c.all, c.ctype, c.lang), c.code_page) << c.code_page;
     }
+}
+
+// A destructor that runs after the thread's own converter is gone may still convert.
+TEST(CodePageEnvironment, ConvertsToTheEndOfAThread) {
+    struct Last {
+        ~Last() {
+            char bytes[2];
+            done = WideCharToMultiByte(CP_ACP, 0, TEXT("\u30BD"), 1, bytes, 2, nullptr, nullptr);
+        }
+        int done = 0;
+        void Use() { done = 1; }
+    };
+    const auto run = [] {
+        setenv("LC_ALL", "ja_JP.SJIS", 1);
+        std::thread([] {
+            thread_local Last last;
+            last.Use();
+            char bytes[2];
+            WideCharToMultiByte(CP_ACP, 0, TEXT("\u6F22"), 1, bytes, 2, nullptr, nullptr);
+        }).join();
+        _exit(0);
+    };
+    EXPECT_EXIT(run(), ::testing::ExitedWithCode(0), "");
 }
 
 }  // namespace
