@@ -12,7 +12,9 @@
 // end of the text is left out.
 //
 // Ownership: a result is a new string from malloc; the caller releases it with free.
-// Errors: a null text, a text of more than INT_MAX bytes or a lack of memory gives null.
+// Errors: a null text, a text of more than INT_MAX bytes or a lack of memory gives null; from
+// EncodingMime also a word whose body is not well-formed. To EncodingMime every CR and LF is taken
+// out; see mime_words.h for both.
 // Threads: no state is shared.
 
 #include <cstdint>

@@ -240,7 +240,8 @@ const Byte *skip_plain(const Byte *at, const Byte *end, bool high_only) {
 }
 
 // The text, which ends with a zero byte at `end`, as EUC-JP. `state` becomes what the marks of
-// 7-bit text in front of a bad byte say: 0, EncodingJis or EncodingMime.
+// 7-bit text in front of a bad byte say, 0, EncodingJis or EncodingMime, unless characters were
+// counted.
 template <bool blocks>
 Reading read_as_euc(const Byte *at, const Byte *end, int *state) {
     const auto lead_or_trail = [](auto byte) { return in_range(byte, 0xA1, 0xFE); };

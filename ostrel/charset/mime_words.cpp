@@ -108,13 +108,7 @@ HeapText decode_word(const MimePrefix &prefix, const char *data, const char *end
     unsigned decoded_length = 0;
     HeapText decoded(prefix.coding == 'B' ? DecodeBase64(data, length, &decoded_length)
                                           : DecodeQuotedPrintable(data, length, &decoded_length));
-    if (decoded != nullptr) {
-        HeapText jis(ConvertToJis(decoded.get(), prefix.encoding));
-        if (jis != nullptr) {
-            return jis;
-        }
-    }
-    return decoded;
+    return HeapText(decoded == nullptr ? nullptr : ConvertToJis(decoded.get(), prefix.encoding));
 }
 
 bool append_as_word_body(GrowingText *text, const char *data, const char *end) {
@@ -169,7 +163,7 @@ char *DecodeMimeWords(const char *text) {
 
 char *EncodeMimeWords(const char *text) {
     GrowingText result;
-    if (text == nullptr || !result.Init(kStep, kStep)) {
+    if (text == nullptr || std::strlen(text) >= INT_MAX || !result.Init(kStep, kStep)) {
         return nullptr;
     }
     const char *copied = text;  // inside a word, where its bytes begin

@@ -5,7 +5,8 @@
 // japanese.h, and back.
 //
 // Ownership: a result is a new string from malloc; the caller releases it with free.
-// Errors: a null text, a text or a result of INT_MAX bytes or more, or a lack of memory gives null.
+// Errors: a null text, a text or a result that comes within 1 KiB of INT_MAX bytes, or a lack of
+// memory gives null.
 // Threads: no state is shared.
 
 namespace OS::charset {

@@ -288,7 +288,7 @@ char *finish(HeapText text, char *end, unsigned *outLength) {
 
 char *DecodeBase64(const char *data, unsigned length, unsigned *outLength) {
     *outLength = 0;
-    if (data == nullptr || length > INT_MAX) {
+    if (data == nullptr || length >= INT_MAX) {
         return nullptr;
     }
     HeapText bytes = allocate_text(std::size_t{length} * 3 / 4 + 3);
@@ -298,7 +298,7 @@ char *DecodeBase64(const char *data, unsigned length, unsigned *outLength) {
 
 char *EncodeBase64(const char *data, unsigned length, unsigned *outLength) {
     *outLength = 0;
-    if (data == nullptr || length > INT_MAX) {
+    if (data == nullptr || length >= INT_MAX) {
         return nullptr;
     }
     const std::size_t characters = (std::size_t{length} + 2) / 3 * 4;
@@ -337,7 +337,7 @@ char *DecodeQuotedPrintable(const char *data, unsigned length, unsigned *outLeng
     if (data == nullptr) {
         return nullptr;
     }
-    HeapText bytes = allocate_text(length);
+    HeapText bytes = length < INT_MAX ? allocate_text(length) : nullptr;
     if (bytes == nullptr) {
         return nullptr;
     }

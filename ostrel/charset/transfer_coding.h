@@ -7,7 +7,7 @@
 // null and tells the length of the result in bytes.
 //
 // Ownership: a result is a new buffer from malloc; the caller releases it with free.
-// Errors: null data, more than INT_MAX bytes of data, a result whose length *outLength cannot tell,
+// Errors: null data, INT_MAX bytes of data or more, a result whose length *outLength cannot tell,
 // or a lack of memory gives null, and 0 as the length.
 // Threads: no state is shared.
 

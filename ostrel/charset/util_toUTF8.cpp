@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <utility>
 
 #include "ostrel/core/trace.h"
@@ -104,6 +105,9 @@ std::unique_ptr<char[]> to_utf8(const char *text, const char *charset) {
         error = U_INDEX_OUTOFBOUNDS_ERROR;
     } else {
         wide = icu::UnicodeString(text, -1, converter.Get(), error);
+        if (error == U_ZERO_ERROR && wide.isBogus()) {
+            error = U_MEMORY_ALLOCATION_ERROR;  // which ICU does not tell
+        }
     }
     if (error == U_ZERO_ERROR && wide.length() > static_cast<std::int32_t>(kLongest)) {
         error = U_INDEX_OUTOFBOUNDS_ERROR;
@@ -114,7 +118,11 @@ std::unique_ptr<char[]> to_utf8(const char *text, const char *charset) {
     }
     const std::int32_t size = wide.extract(0, wide.length(), nullptr, 0, "UTF8");
     std::unique_ptr<char[]> utf8(new char[static_cast<std::size_t>(size) + 1]);
-    wide.extract(0, wide.length(), utf8.get(), static_cast<std::uint32_t>(size), "UTF8");
+    if (wide.extract(0, wide.length(), utf8.get(), static_cast<std::uint32_t>(size), "UTF8") !=
+            size ||
+        (size == 0 && !wide.isEmpty())) {
+        throw std::bad_alloc();  // the only reason that is left
+    }
     utf8[static_cast<std::size_t>(size)] = '\0';
     return utf8;
 }

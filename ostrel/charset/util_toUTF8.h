@@ -12,7 +12,7 @@
 // ostrel/core/convert.h.
 //
 // Errors: whatever prevents a conversion is traced, and Get gives null. std::bad_alloc when there
-// is no memory for the result.
+// is no memory for the result or a copy.
 // Threads: nothing is shared; an object belongs to one thread at a time.
 
 #include <cstdint>

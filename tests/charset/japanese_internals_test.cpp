@@ -4,7 +4,6 @@
 #include <iconv.h>
 
 #include <cstdlib>
-#include <cstring>
 #include <memory>
 #include <optional>
 #include <random>
@@ -12,17 +11,11 @@
 #include <vector>
 
 #include "ostrel/charset/japanese_walks.h"
+#include "support/bytes.h"
 
 namespace {
 
 using namespace OS::charset;
-
-// The text in a block of just its size, so that an overrun is seen.
-std::unique_ptr<char[]> block_of(const std::string &text) {
-    std::unique_ptr<char[]> block(new char[text.size() + 1]);
-    std::memcpy(block.get(), text.c_str(), text.size() + 1);
-    return block;
-}
 
 // The result of a conversion, released.
 template <class Convert>
@@ -109,10 +102,10 @@ std::string any_bytes(std::mt19937 &random, std::size_t length) {
 }
 
 // A valid text in EUC-JP: runs of kanji, of katakana and of ASCII.
-std::string japanese_text(std::mt19937 &random, std::size_t length, bool with_katakana) {
+std::string japanese_text(std::mt19937 &random, std::size_t length) {
     std::string text;
     while (text.size() < length) {
-        const auto kind = random() % (with_katakana ? 3 : 2);
+        const auto kind = random() % 3;
         for (std::size_t left = random() % 40; left != 0; --left) {
             if (kind == 0) {
                 text += plane()[random() % plane().size()];
@@ -122,14 +115,6 @@ std::string japanese_text(std::mt19937 &random, std::size_t length, bool with_ka
                 text += {'\x8E', static_cast<char>(0xA1 + random() % 63)};
             }
         }
-    }
-    return text;
-}
-
-std::string repeated(int count, const std::string &piece) {
-    std::string text;
-    while (count-- > 0) {
-        text += piece;
     }
     return text;
 }
@@ -150,7 +135,8 @@ TEST(Japanese, Detects) {
          repeated(10, euc) + repeated(9, sjis) + "\xFF"},
         // EncodingEucJp, with equal scores too
         {euc, "\x8E\xB1", "\xA1\xFE", "\xFC\xFC", "\xFD\xA1", euc + mark + "\x1B$B",
-         repeated(10, euc) + "\x80", repeated(10, "\xE0\xA1") + " \x80"},
+         repeated(10, euc) + "\x80", repeated(10, "\x8E\xB1") + "\x80",
+         repeated(10, "\xE0\xA1") + " \x80"},
         // EncodingMime. Nothing is counted in front of the bad byte.
         {plain + "=?EUC-jp?b?" + plain, "==?shift_jis?q?", mark + "\x80"}};
     for (int encoding = EncodingNone; encoding <= EncodingMime; ++encoding) {
@@ -163,9 +149,7 @@ TEST(Japanese, Detects) {
 TEST(Japanese, ConvertsEachKindOfCharacterAndSwitchesStates) {
     const struct {
         std::string sjis, euc, jis, masked;
-    } kCases[] = {{"", "", "", ""},
-                  {"a\r\nb", "a\r\nb", "a\r\nb", "a\r\nb"},
-                  {"\x88\x9F", "\xB0\xA1", "\x1B$B0!\x1B(B", "\?\?"},
+    } kCases[] = {{"\x88\x9F", "\xB0\xA1", "\x1B$B0!\x1B(B", "\?\?"},
                   {"\xB1", "\x8E\xB1", "\x1B(I1\x1B(B", "?"},
                   {"a\xB1\x88\x9F\xB2 b", "a\x8E\xB1\xB0\xA1\x8E\xB2 b",
                    "a\x1B(I1\x1B$B0!\x1B(I2\x1B(B b", "a?\?\?? b"},
@@ -196,14 +180,8 @@ TEST(Japanese, MapsBrokenTextAndStopsAtItsEnd) {
         {false, EncodingShiftJis, "\xF0\x9F", "\x1B$B"},  // a zero byte
         {false, EncodingShiftJis, "a\x88", "a"},
         {false, EncodingShiftJis, "\xB1\x88", "\x1B(I1\x1B(B"},
-        {false, EncodingEucJp,
-         "\xB0"
-         "A",
-         "\x1B$B0A\x1B(B"},
-        {false, EncodingEucJp,
-         "\x8E"
-         "A",
-         "\x1B(IA\x1B(B"},
+        {false, EncodingEucJp, "\xB0\x41", "\x1B$B0A\x1B(B"},
+        {false, EncodingEucJp, "\x8E\x41", "\x1B(IA\x1B(B"},
         {false, EncodingEucJp, "\xB0\xA1\xB0", "\x1B$B0!\x1B(B"},
         {false, EncodingEucJp, "a\x8E", "a"},
         {false, EncodingMasked, "a", ""},
@@ -213,11 +191,7 @@ TEST(Japanese, MapsBrokenTextAndStopsAtItsEnd) {
         {true, EncodingMasked, "\x1B$B0!0", "\?\?"},
         {true, EncodingEucJp, "\x1B$B0\x1B(B", "\xB0\x9B\xA8\xC2"},  // pairs across the escape
         {true, EncodingEucJp, "\x1B(I\x1B(", "\x8E\x9B\x8E\xA8"},
-        {true, EncodingEucJp,
-         "\x1B$B\x1B"
-         "A0!\x1B(JA",
-         "\x9B\xC1\xB0\xA1"
-         "A"},
+        {true, EncodingEucJp, "\x1B$B\x1B\x41\x30!\x1B(JA", "\x9B\xC1\xB0\xA1\x41"},
         {true, EncodingShiftJis, "\x1B\x1B(B\x1B$\x1B(A", "\x1B\x1B$\x1B(A"},
         {true, EncodingJis, "\x1B$B0!", "\x1B$B0!"},
         {true, EncodingNone, "a\x1B$B0!\x1B(I1\x1B(Bb", "ab"}};
@@ -236,10 +210,8 @@ TEST(Japanese, GoesThroughTheHubFromAndToEachEncoding) {
             EXPECT_EQ(detected_to(in[source], target), in[target]) << source << " to " << target;
         }
         EXPECT_EQ(detected_to("ab", target), "ab");
-        EXPECT_EQ(detected_to("", target), "");
         EXPECT_EQ(exact(euc, [=](auto text) { return ConvertFromInternal(text, target); }),
                   in[target]);
-        EXPECT_EQ(exact("", [=](auto text) { return ConvertFromInternal(text, target); }), "");
     }
     for (int source = EncodingNone; source <= EncodingMime; ++source) {
         EXPECT_EQ(exact(in[source], [=](auto text) { return ConvertToInternal(text, source); }),
@@ -248,11 +220,11 @@ TEST(Japanese, GoesThroughTheHubFromAndToEachEncoding) {
     // A word that cannot be decoded.
     EXPECT_EQ(ConvertDetected("=?EUC-JP?Q?=x?=", EncodingShiftJis), nullptr);
     EXPECT_EQ(DetectJapaneseEncoding(nullptr), EncodingNone);
-    EXPECT_EQ(ConvertToJis(nullptr, EncodingShiftJis), nullptr);
-    EXPECT_EQ(ConvertFromJis(nullptr, EncodingMime), nullptr);
-    EXPECT_EQ(ConvertDetected(nullptr, EncodingJis), nullptr);
-    EXPECT_EQ(ConvertToInternal(nullptr, EncodingEucJp), nullptr);
-    EXPECT_EQ(ConvertFromInternal(nullptr, EncodingJis), nullptr);
+    for (const auto convert :
+         {ConvertToJis, ConvertFromJis, ConvertDetected, ConvertToInternal, ConvertFromInternal}) {
+        EXPECT_EQ(convert(nullptr, EncodingJis), nullptr);
+        EXPECT_EQ(exact("", [=](auto text) { return convert(text, EncodingMasked); }), "");
+    }
 }
 
 // All 6,879 characters of JIS X 0208 and all half-width katakana. iconv refuses what the standard
@@ -271,15 +243,12 @@ TEST(JapaneseDifferential, AgreesWithIconv) {
     std::mt19937 random(1);
     std::vector<std::string> texts = {all, katakana, all + katakana};
     for (int round = 0; round < 200; ++round) {
-        texts.push_back(japanese_text(random, random() % 400, round % 2 == 0));
+        texts.push_back(japanese_text(random, random() % 400));
     }
-    Iconv to_sjis("SHIFT_JIS", "EUC-JP"), to_iso("ISO-2022-JP", "EUC-JP"),
-        to_iso3("ISO-2022-JP-3", "EUC-JP");
+    Iconv to_sjis("SHIFT_JIS", "EUC-JP"), to_iso("ISO-2022-JP-3", "EUC-JP");
     for (const std::string &euc : texts) {
         const std::optional<std::string> sjis = to_sjis(euc);
-        std::optional<std::string> jis = to_iso(euc);
-        ASSERT_EQ(jis.has_value(), euc.find('\x8E') == euc.npos);
-        jis = jis ? jis : to_iso3(euc);
+        const std::optional<std::string> jis = to_iso(euc);
         ASSERT_TRUE(sjis && jis);
         ASSERT_EQ(to_jis(euc, EncodingEucJp), *jis);
         ASSERT_EQ(to_jis(*sjis, EncodingShiftJis), *jis);
@@ -298,24 +267,10 @@ std::string walk(const std::string &text, std::size_t room, Walker walker) {
     return std::string(static_cast<const Byte *>(out.data()), end);
 }
 
-// All conversions of a text. Null is for words of mail headers that are not well-formed.
-void take(const std::string &text) {
-    const std::unique_ptr<char[]> block = block_of(text);
-    for (int encoding = -1; encoding <= EncodingMasked + 1; ++encoding) {
-        for (char *const result :
-             {ConvertToJis(block.get(), encoding), ConvertFromJis(block.get(), encoding),
-              ConvertDetected(block.get(), encoding), ConvertToInternal(block.get(), encoding),
-              ConvertFromInternal(block.get(), encoding)}) {
-            EXPECT_TRUE(result != nullptr || text.find("=?EUC-JP?") != text.npos);
-            std::free(result);
-        }
-    }
-}
-
 TEST(JapaneseDifferential, BlocksGiveWhatSingleBytesGive) {
     std::mt19937 random(2);
     for (int round = 0; round < 1500; ++round) {
-        const std::string text = round % 3 == 0 ? japanese_text(random, random() % 100, true)
+        const std::string text = round % 3 == 0 ? japanese_text(random, random() % 100)
                                                 : any_bytes(random, random() % 200);
         ASSERT_EQ(walk(text, 8, shift_jis_to_jis<true>), walk(text, 8, shift_jis_to_jis<false>));
         ASSERT_EQ(walk(text, 8, euc_to_jis<true>), walk(text, 8, euc_to_jis<false>));
@@ -328,14 +283,13 @@ TEST(JapaneseDifferential, BlocksGiveWhatSingleBytesGive) {
         const auto *const begin = reinterpret_cast<const Byte *>(jis.c_str());
         ASSERT_EQ(detect<true>(begin, begin + jis.size()), detect<false>(begin, begin + jis.size()))
             << testing::PrintToString(jis);
-        take(text);
     }
 }
 
 // What is cut off is a character at most; the rest comes back.
 TEST(Japanese, TakesEveryPrefix) {
     std::mt19937 random(3);
-    const std::string euc = japanese_text(random, 300, true);
+    const std::string euc = japanese_text(random, 300);
     const std::string sjis = from_jis(to_jis(euc, EncodingEucJp), EncodingShiftJis);
     for (const auto &[text, encoding] :
          {std::pair(euc, EncodingEucJp), std::pair(sjis, EncodingShiftJis)}) {

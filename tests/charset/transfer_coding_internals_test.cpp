@@ -67,7 +67,7 @@ TEST(Base64, EncodesInLinesAndDecodesAgain) {
         for (std::size_t at = 0; at <= plain.size(); at += 60) {  // one more after a full line
             lines += plain.substr(at, 60) + "\r\n";
         }
-        ASSERT_EQ(code(EncodeBase64, data), lines.substr(0, lines.size()));
+        ASSERT_EQ(code(EncodeBase64, data), lines);
         ASSERT_EQ(code(DecodeBase64, lines), data);
         ASSERT_EQ(code(DecodeBase64, plain), data);
         // Anything that is not of the alphabet may stand anywhere in front of the padding.
@@ -149,9 +149,10 @@ TEST(QuotedPrintable, Encodes) {
 TEST(TransferCoding, TakesAnyBytesAndGivesThemBack) {
     std::mt19937 random(2);
     for (int round = 0; round < 3000; ++round) {
-        std::string data = any_bytes(random, random() % 300);
+        std::string data =
+            round == 0 ? std::string(300, '\xFF') : any_bytes(random, random() % 300);
         for (char &c : data) {
-            c = random() % (round % 8 + 1) != 0 ? "\r\n =aZ09+/"[random() % 10] : c;
+            c = round > 0 && random() % (round % 8 + 1) != 0 ? "\r\n =aZ09+/"[random() % 10] : c;
         }
         ASSERT_LE(code(DecodeBase64, data).value_or("").size(), data.size() * 3 / 4);
         ASSERT_LE(code(DecodeQuotedPrintable, data).value_or("").size(), data.size());

@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "support/bytes.h"
 #include "support/trace_capture.h"
 
 namespace {
@@ -72,6 +73,10 @@ TEST(Utf8String, ForgivesElevenIllegalSequences) {
     }
     // A character that is cut at the end is an illegal sequence.
     EXPECT_STREQ(CUTF8String("a\x83", 0, "Shift_JIS").Get(), "a");
+    const TraceCapture trace;
+    const std::string text = repeated(11, "\x81 ") + "\x83";
+    EXPECT_EQ(CUTF8String(text.c_str(), 0, "Shift_JIS").Get(), nullptr);
+    EXPECT_EQ(trace.Lines(), illegal(11) + construct_failed(12));
 }
 
 TEST(Utf8String, GivesUpAtAnUnassignedSequence) {
