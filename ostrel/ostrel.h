@@ -16,5 +16,7 @@
 #include "ostrel/regex/validators.h"
 #include "ostrel/text/string_utils.h"
 #include "ostrel/text/token_list.h"
+#include "ostrel/time/tc_datetime_utility.h"
+#include "ostrel/time/time_ex.h"
 
 #endif  // OSTREL_OSTREL_H

@@ -20,6 +20,7 @@ constexpr Station kStations[] = {
     {"Text: token lists, words, escapes, a profile file", text_station},
     {"Charsets: a letter in a legacy charset, the words of a mail header", charset_station},
     {"Validators: which addresses and paths have the right form", validators_station},
+    {"Time: now, a text, a difference, an hour that comes twice", time_station},
 };
 
 int show_all() {

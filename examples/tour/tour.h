@@ -8,5 +8,6 @@ void id_mapping_station();
 void text_station();
 void charset_station();
 void validators_station();
+void time_station();
 
 #endif  // EXAMPLES_TOUR_TOUR_H

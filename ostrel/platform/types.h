@@ -40,6 +40,12 @@ struct SYSTEMTIME {
     WORD wMilliseconds;
 };
 
+// A count of 100 ns from 1601-01-01 00:00:00 UTC, in two halves.
+struct FILETIME {
+    DWORD dwLowDateTime;
+    DWORD dwHighDateTime;
+};
+
 // Handles are opaque values. None of them may be dereferenced; the calls that take one check it.
 using HANDLE = void *;
 using HLOCAL = void *;

@@ -1,0 +1,190 @@
+#include "ostrel/platform/timezone.h"
+
+#include <optional>
+
+#include "ostrel/platform/calendar.h"
+#include "ostrel/platform/system_time.h"
+#include "ostrel/platform/zone_source.h"
+
+namespace platform {
+namespace {
+
+// The two dates of a year, on the clocks that end.
+struct ChangeDates {
+    SYSTEMTIME daylight;
+    SYSTEMTIME standard;
+};
+
+// Seconds from 1970-01-01 00:00:00 of the clocks that end at a year's changes. A year that begins
+// or ends in the middle of daylight time has the change there.
+struct LocalChanges {
+    std::int64_t daylight;
+    std::int64_t standard;
+};
+
+LocalChanges local_changes(const ZoneYear &year) {
+    return {year.daylightBegins.value_or(year.begin) + year.daylight->standard,
+            year.standardBegins ? *year.standardBegins + year.daylight->offset
+                                : year.end - 1 + year.now.standard};
+}
+
+SYSTEMTIME fields_of_local(std::int64_t local) {
+    return fields_of(local * 1000 + kMillisecondsTo1970);
+}
+
+// The date as a weekday of its month that is the same in both years, if there is one.
+std::optional<SYSTEMTIME> as_weekday(std::int64_t local, std::int64_t next_local) {
+    SYSTEMTIME date = fields_of_local(local);
+    const SYSTEMTIME next = fields_of_local(next_local);
+    const auto week = [](const SYSTEMTIME &of) { return (of.wDay - 1) / 7 + 1; };
+    const auto is_last = [](const SYSTEMTIME &of) {
+        return of.wDay + 7 > days_in_month(of.wYear, of.wMonth);
+    };
+    const bool last = is_last(date) && is_last(next);
+    if (date.wMonth != next.wMonth || date.wDayOfWeek != next.wDayOfWeek ||
+        floor_remainder(local - next_local, kSecondsOfDay) != 0 ||
+        (!last && week(date) != week(next))) {
+        return std::nullopt;
+    }
+    date.wYear = 0;
+    date.wDay = static_cast<WORD>(last ? 5 : week(date));
+    return date;
+}
+
+// A date of a rule, if it has the form that the platform knows.
+std::optional<SYSTEMTIME> as_weekday(const RuleDate &date) {
+    if (date.form != RuleDate::Form::kWeekday || date.seconds < 0 ||
+        date.seconds >= kSecondsOfDay) {
+        return std::nullopt;
+    }
+    SYSTEMTIME fields = fields_of(date.seconds * 1000);
+    fields.wYear = 0;
+    fields.wMonth = static_cast<WORD>(date.month);
+    fields.wDayOfWeek = static_cast<WORD>(date.weekday);
+    fields.wDay = static_cast<WORD>(date.day);
+    return fields;
+}
+
+// The dates of the zone's rule, if it is the one that holds in the year.
+std::optional<ChangeDates> dates_of_rule(const ZoneRule *rule, const ZoneYear &year) {
+    if (rule == nullptr || !rule->hasDaylight ||
+        year.daylightBegins != rule->DaylightBegins(RuleYear(year.number)) ||
+        year.standardBegins != rule->StandardBegins(RuleYear(year.number))) {
+        return std::nullopt;
+    }
+    const std::optional<SYSTEMTIME> daylight = as_weekday(rule->daylightBegins);
+    const std::optional<SYSTEMTIME> standard = as_weekday(rule->standardBegins);
+    return daylight && standard ? std::optional(ChangeDates{*daylight, *standard}) : std::nullopt;
+}
+
+ChangeDates change_dates(const Zone &zone, const ZoneYear &year) {
+    if (const auto dates = dates_of_rule(zone.Rule(), year)) {
+        return *dates;
+    }
+    const LocalChanges local = local_changes(year);
+    const ZoneYear next = year_of_zone(zone, year.end + 183 * kSecondsOfDay);
+    if (year.daylightBegins && year.standardBegins && next.daylightBegins && next.standardBegins) {
+        const LocalChanges next_local = local_changes(next);
+        const auto daylight = as_weekday(local.daylight, next_local.daylight);
+        const auto standard = as_weekday(local.standard, next_local.standard);
+        if (daylight && standard) {
+            return {*daylight, *standard};
+        }
+    }
+    return {fields_of_local(local.daylight), fields_of_local(local.standard)};
+}
+
+template <std::size_t room>
+void store_name(const char *name, WCHAR (&text)[room]) {
+    for (std::size_t i = 0; i + 1 < room && name[i] != '\0'; ++i) {
+        text[i] = static_cast<unsigned char>(name[i]);
+    }
+}
+
+// False when it is no date.
+bool read_date(const SYSTEMTIME &fields, RuleDate *date) {
+    const bool absolute = fields.wYear != 0;
+    const int days =
+        absolute && fields.wMonth <= 12 ? days_in_month(fields.wYear, fields.wMonth) : 5;
+    date->form = absolute ? RuleDate::Form::kDayOfMonth : RuleDate::Form::kWeekday;
+    date->month = fields.wMonth;
+    date->day = fields.wDay;
+    date->weekday = fields.wDayOfWeek;
+    date->seconds = (fields.wHour * 60 + fields.wMinute) * 60 + fields.wSecond;
+    return fields.wMonth >= 1 && fields.wMonth <= 12 && fields.wDay >= 1 && fields.wDay <= days &&
+           (absolute || fields.wDayOfWeek <= 6) && fields.wHour <= 23 && fields.wMinute <= 59 &&
+           fields.wSecond <= 59;
+}
+
+std::optional<ZoneRule> read_zone(const TIME_ZONE_INFORMATION &zone) {
+    ZoneRule rule;
+    rule.standard = -60 * (std::int64_t{zone.Bias} + zone.StandardBias);
+    rule.daylight = -60 * (std::int64_t{zone.Bias} + zone.DaylightBias);
+    rule.hasDaylight = zone.StandardDate.wMonth != 0 || zone.DaylightDate.wMonth != 0;
+    if (rule.hasDaylight && !(read_date(zone.StandardDate, &rule.standardBegins) &&
+                              read_date(zone.DaylightDate, &rule.daylightBegins))) {
+        return std::nullopt;
+    }
+    return rule;
+}
+
+}  // namespace
+}  // namespace platform
+
+DWORD GetTimeZoneInformation(TIME_ZONE_INFORMATION *zone) noexcept {
+    if (zone == nullptr) {
+        platform::fail_with_invalid_parameter();
+        return TIME_ZONE_ID_INVALID;
+    }
+    const platform::Zone &local = platform::LocalZone::Current().Get();
+    const platform::ZoneYear year = platform::year_of_zone(local, platform::coarse_time());
+    *zone = TIME_ZONE_INFORMATION();
+    zone->Bias = static_cast<LONG>(-year.now.standard / 60);
+    platform::store_name((year.standard ? *year.standard : year.now).name, zone->StandardName);
+    if (!year.daylight) {
+        return TIME_ZONE_ID_UNKNOWN;
+    }
+    const platform::ChangeDates dates = platform::change_dates(local, year);
+    zone->StandardDate = dates.standard;
+    zone->DaylightDate = dates.daylight;
+    zone->DaylightBias = static_cast<LONG>((year.daylight->standard - year.daylight->offset) / 60);
+    platform::store_name(year.daylight->name, zone->DaylightName);
+    return year.now.daylight ? TIME_ZONE_ID_DAYLIGHT : TIME_ZONE_ID_STANDARD;
+}
+
+BOOL SystemTimeToTzSpecificLocalTime(const TIME_ZONE_INFORMATION *zone, const SYSTEMTIME *utc,
+                                     SYSTEMTIME *local) noexcept {
+    if (utc == nullptr || local == nullptr) {
+        return platform::fail_with_invalid_parameter();
+    }
+    const std::optional<std::int64_t> milliseconds = platform::milliseconds_of(*utc);
+    const auto rule = zone != nullptr ? platform::read_zone(*zone) : std::nullopt;
+    if (!milliseconds || (zone != nullptr && !rule)) {
+        return platform::fail_with_invalid_parameter();
+    }
+    const std::int64_t time =
+        platform::floor_quotient(*milliseconds - platform::kMillisecondsTo1970, 1000);
+    const std::int64_t offset =
+        rule ? rule->At(time).offset : platform::LocalZone::Current().At(time).offset;
+    const std::int64_t clock = *milliseconds + offset * 1000;
+    if (!platform::is_year_of_fields(clock)) {
+        return platform::fail_with_invalid_parameter();
+    }
+    *local = platform::fields_of(clock);
+    return TRUE;
+}
+
+BOOL FileTimeToLocalFileTime(const FILETIME *utc, FILETIME *local) noexcept {
+    if (utc == nullptr || local == nullptr || utc == local) {
+        return platform::fail_with_invalid_parameter();
+    }
+    const std::optional<std::int64_t> ticks = platform::ticks_of(*utc);
+    const std::int64_t offset = platform::LocalZone::Current().GetPresent().offset;
+    std::int64_t clock = 0;
+    if (!ticks || __builtin_add_overflow(*ticks, offset * platform::kTicksOfSecond, &clock) ||
+        clock < 0) {
+        return platform::fail_with_invalid_parameter();
+    }
+    *local = platform::count_of(clock);
+    return TRUE;
+}

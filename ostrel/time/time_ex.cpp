@@ -1,0 +1,172 @@
+#include "ostrel/time/time_ex.h"
+
+#include <cstdint>
+
+#include "ostrel/platform/time.h"
+#include "ostrel/platform/timezone.h"
+#include "ostrel/time/wrapping.h"
+
+namespace OS {
+
+class CTimeEx::CTimeExImp {
+public:
+    SYSTEMTIME m_utc = {};
+};
+
+namespace {
+
+using detail::wrapping_add;
+
+constexpr std::int64_t kTicksPerSecond = 10'000'000;  // of 100 ns
+constexpr std::int64_t kTicksPerMinute = 60 * kTicksPerSecond;
+
+SYSTEMTIME from_tm(const std::tm &fields) {
+    SYSTEMTIME time = {};
+    time.wYear = static_cast<WORD>(wrapping_add(fields.tm_year, 1900));
+    time.wMonth = static_cast<WORD>(wrapping_add(fields.tm_mon, 1));
+    time.wDayOfWeek = static_cast<WORD>(fields.tm_wday);
+    time.wDay = static_cast<WORD>(fields.tm_mday);
+    time.wHour = static_cast<WORD>(fields.tm_hour);
+    time.wMinute = static_cast<WORD>(fields.tm_min);
+    time.wSecond = static_cast<WORD>(fields.tm_sec);
+    return time;
+}
+
+// Leaves tm_yday as it is.
+void to_tm(const SYSTEMTIME &time, bool daylight, std::tm *fields) {
+    fields->tm_year = time.wYear - 1900;
+    fields->tm_mon = time.wMonth - 1;
+    fields->tm_wday = time.wDayOfWeek;
+    fields->tm_mday = time.wDay;
+    fields->tm_hour = time.wHour;
+    fields->tm_min = time.wMinute;
+    fields->tm_sec = time.wSecond;
+    fields->tm_isdst = daylight ? 1 : 0;
+}
+
+// The count of a time; `none` for what is no time.
+std::int64_t ticks_of(const SYSTEMTIME &time, std::int64_t none) {
+    FILETIME count = {static_cast<DWORD>(none), static_cast<DWORD>(none >> 32)};
+    SystemTimeToFileTime(&time, &count);
+    return static_cast<std::int64_t>(std::uint64_t{count.dwHighDateTime} << 32 |
+                                     count.dwLowDateTime);
+}
+
+// The empty time for a count that is none.
+SYSTEMTIME time_of(std::int64_t ticks) {
+    const FILETIME count = {static_cast<DWORD>(ticks),
+                            static_cast<DWORD>(static_cast<std::uint64_t>(ticks) >> 32)};
+    SYSTEMTIME time = {};
+    FileTimeToSystemTime(&count, &time);
+    return time;
+}
+
+bool read_zone(TIME_ZONE_INFORMATION *zone) {
+    return GetTimeZoneInformation(zone) != TIME_ZONE_ID_INVALID;
+}
+
+std::int64_t standard_offset(const TIME_ZONE_INFORMATION &zone) {
+    return wrapping_add(zone.Bias, zone.StandardBias);
+}
+
+std::int64_t daylight_offset(const TIME_ZONE_INFORMATION &zone) {
+    return wrapping_add(zone.Bias, zone.DaylightBias);
+}
+
+}  // namespace
+
+CTimeEx::CTimeEx() : m_imp(std::make_unique<CTimeExImp>()) {}
+
+CTimeEx::CTimeEx(const CTimeEx &other) : m_imp(std::make_unique<CTimeExImp>(*other.m_imp)) {}
+
+CTimeEx &CTimeEx::operator=(const CTimeEx &other) {
+    *m_imp = *other.m_imp;
+    return *this;
+}
+
+CTimeEx::~CTimeEx() = default;
+
+CTimeEx CTimeEx::Now() {
+    CTimeEx now;
+    GetSystemTime(&now.m_imp->m_utc);
+    return now;
+}
+
+CTimeEx CTimeEx::FromUniversalTime(const SYSTEMTIME &time) {
+    CTimeEx result;
+    result.m_imp->m_utc = time;
+    return result;
+}
+
+CTimeEx CTimeEx::FromUniversalTime(const std::tm &time) {
+    return FromUniversalTime(from_tm(time));
+}
+
+CTimeEx CTimeEx::FromLocalTime(const SYSTEMTIME &time) {
+    // Different ones, so that what is no time is equal to nothing.
+    constexpr std::int64_t kNoClock = -1;
+    constexpr std::int64_t kNoResult = -2;
+    CTimeEx result;
+    TIME_ZONE_INFORMATION zone = {};
+    if (!read_zone(&zone)) {
+        return result;
+    }
+    const std::int64_t clock = ticks_of(time, kNoClock);
+    for (const std::int64_t offset : {daylight_offset(zone), standard_offset(zone)}) {
+        const SYSTEMTIME candidate = time_of(wrapping_add(clock, offset * kTicksPerMinute));
+        SYSTEMTIME local = {};
+        SystemTimeToTzSpecificLocalTime(&zone, &candidate, &local);
+        if (ticks_of(local, kNoResult) == clock) {
+            result.m_imp->m_utc = candidate;
+            break;
+        }
+    }
+    return result;
+}
+
+CTimeEx CTimeEx::FromLocalTime(const std::tm &time) {
+    return FromLocalTime(from_tm(time));
+}
+
+SYSTEMTIME CTimeEx::GetUniversalTime() const {
+    return m_imp->m_utc;
+}
+
+void CTimeEx::GetUniversalTime(SYSTEMTIME &time) const {
+    time = m_imp->m_utc;
+}
+
+void CTimeEx::GetUniversalTime(std::tm &time) const {
+    to_tm(m_imp->m_utc, false, &time);
+}
+
+void CTimeEx::GetLocalTime(SYSTEMTIME &time, bool &daylight) const {
+    const SYSTEMTIME utc = m_imp->m_utc;  // the arguments may be anywhere
+    time = {};
+    daylight = false;
+    TIME_ZONE_INFORMATION zone = {};
+    if (!read_zone(&zone) || !SystemTimeToTzSpecificLocalTime(&zone, &utc, &time)) {
+        return;
+    }
+    const std::int64_t offset = (ticks_of(utc, 0) - ticks_of(time, 0)) / kTicksPerSecond / 60;
+    daylight = offset != standard_offset(zone) && offset == daylight_offset(zone);
+}
+
+SYSTEMTIME CTimeEx::GetLocalTime(bool *daylight) const {
+    SYSTEMTIME time = {};
+    bool flag = false;
+    GetLocalTime(time, flag);
+    if (daylight != nullptr) {
+        *daylight = flag;
+    }
+    return time;
+}
+
+void CTimeEx::GetLocalTime(std::tm &time) const {
+    SYSTEMTIME clock = {};
+    bool daylight = false;
+    GetLocalTime(clock, daylight);
+    to_tm(clock, daylight, &time);
+}
+
+}  // namespace OS

@@ -1,0 +1,277 @@
+#include "ostrel/time/tc_datetime_utility.h"
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <functional>
+#include <string>
+#include <tuple>
+
+#include "support/zone_scope.h"
+
+namespace {
+
+using OS::CTime;
+using OS::CTimeException;
+using OS::CTimeSpan;
+
+// "2019-06-04 08:11:57 w2 d154 +1": the fields as they are read.
+std::string shown(const CTime &time) {
+    const std::tm &fields = time;
+    OS::x_astring text;
+    text.Format("%i-%i-%i %i:%i:%i w%i d%i %+i", time.GetYear(), time.GetMonth(), time.GetDay(),
+                time.GetHour(), time.GetMinute(), time.GetSecond(), time.GetWeek(), fields.tm_yday,
+                fields.tm_isdst);
+    return text.c_str();
+}
+
+bool raises(const std::function<void()> &call) {
+    try {
+        call();
+    } catch (const CTimeException &failure) {
+        return failure.GetErrorCode() == 0 &&
+               failure.GetErrorMsgEx().find(TEXT("tc_datetime_utility")) != std::u16string::npos;
+    }
+    return false;
+}
+
+FILETIME file_time(std::uint64_t ticks) {
+    return {static_cast<DWORD>(ticks), static_cast<DWORD>(ticks >> 32)};
+}
+
+TEST(Time, KeepsTheFieldsThatItIsGiven) {
+    const std::tm fields = CTime(2019, 6, 4, 8, 11, 57);
+    const std::pair<CTime, const char *> cases[] = {
+        {CTime(), "1900-1-0 0:0:0 w0 d0 +0"},
+        {fields, "2019-6-4 8:11:57 w0 d0 -1"},
+        {CTime(99, 0, 45, 99, -1, 61), "1999-1-45 99:-1:61 w0 d0 -1"},
+        {CTime(1899, 13, 1, 0, 0, 0), "3799-13-1 0:0:0 w0 d0 -1"},
+        {CTime(1900, -1, 1, 0, 0, 0), "1900-0-1 0:0:0 w0 d0 -1"},
+        {CTime(8, 30, 0), "1900-1-0 8:30:0 w0 d0 -1"},
+        {CTime(file_time(0)), "3501-1-1 0:0:0 w1 d0 -1"},
+        {CTime(file_time(132041095171230000)), "2019-6-4 8:11:57 w2 d0 -1"},
+    };
+    for (const auto &[time, expected] : cases) {
+        EXPECT_EQ(shown(time), expected);
+    }
+    EXPECT_EQ(CTime(file_time(0)).GetDayOfWeek(), 2);
+    EXPECT_THROW(CTime(file_time(1ULL << 63)), OS::CSystemException);
+    const CTime time(fields);
+    std::tm copy = {};
+    EXPECT_EQ(time.GetLocalTm(&copy), time.GetLocalTm(nullptr));
+    EXPECT_EQ(shown(copy), shown(time));
+}
+
+TEST(Time, ReadsTexts) {
+    const std::string nothing = "1900-1-0 0:0:0 w0 d0 -1";
+    const std::tuple<const WCHAR *, int, std::string> cases[] = {
+        {TEXT("06/04/2019 08:11"), 0, "2019-6-4 8:11:0 w0 d0 -1"},
+        {TEXT(" 6/ 4/2019    8:11:57"), 0, "2019-6-4 8:11:0 w0 d0 -1"},
+        {TEXT("6/4/99"), 0, "1999-6-4 0:0:0 w0 d0 -1"},
+        {TEXT("2019-06-04 08:11:57"), 1, "2019-6-4 8:11:0 w0 d0 -1"},
+        {TEXT("06/04/2019 08:11:57"), 2, "2019-6-4 8:11:57 w0 d0 -1"},
+        {TEXT("2019-06-0408:11:57"), 3, "2019-6-4 8:11:57 w0 d0 -1"},
+        {TEXT("2019-6-4 08:11:57"), 3, "2019-6-0 0:0:0 w0 d0 -1"},
+        {TEXT("6/4/2019 08:11:57"), 2, "1900-6-0 0:0:0 w0 d0 -1"},
+        {TEXT("20x9-1\u00E4-zz +5:-7:\xD800"), 3, "1920-1-0 5:-7:0 w0 d0 -1"},
+        {TEXT("2019-06-04 08:11:57"), 7, nothing},
+        {TEXT("no time"), 0, nothing},
+        {TEXT(""), 3, nothing},
+    };
+    for (const auto &[text, spec, expected] : cases) {
+        EXPECT_EQ(shown(CTime(text, static_cast<CTime::DATETIME_SPEC>(spec))), expected);
+    }
+    for (int spec = 0; spec < 4; ++spec) {
+        for (const char16_t c : std::u16string(u"9 -/:")) {
+            const OS::x_wstring text(std::u16string(10000, c));
+            (void)CTime(text, static_cast<CTime::DATETIME_SPEC>(spec));
+        }
+    }
+}
+
+TEST(Time, ComparesWhatTheFieldsStandFor) {
+    const ZoneScope zone("UTC");
+    const CTime day32(2019, 1, 32, 0, 0, 0);
+    const CTime first(2019, 1, 32, 0, 0, 0);
+    EXPECT_TRUE(day32 == first);
+    EXPECT_EQ(shown(day32), "2019-1-32 0:0:0 w0 d0 -1");  // the left side of == is not rewritten
+    EXPECT_EQ(shown(first), "2019-2-1 0:0:0 w5 d31 +0");
+    EXPECT_FALSE(day32 != first);
+    EXPECT_EQ(shown(day32), shown(first));
+    const CTime later(2019, 2, 1, 0, 0, 1);
+    EXPECT_TRUE(first < later && later > first && first <= later && later >= first);
+    EXPECT_FALSE(later < first || first > later || later <= first || first >= later);
+    EXPECT_EQ(shown(later), "2019-2-1 0:0:1 w5 d31 +0");
+    EXPECT_TRUE(CTime() == CTime(1900, 1, 1, 0, 0, 0) && CTime(1960, 5, 5, 0, 0, 0) == CTime());
+    EXPECT_TRUE(CTime() < CTime(1970, 1, 1, 0, 0, 0));
+    EXPECT_TRUE(CTime(2019, 1, 1, 8, 11, 5).compareToMinute(CTime(2019, 1, 1, 8, 11, 57)));
+    EXPECT_FALSE(CTime(2019, 1, 1, 25, 0, 0).compareToMinute(CTime(2019, 1, 2, 1, 0, 0)));
+    EXPECT_EQ(CTime(1970, 1, 1, 0, 0, 7).GetTime(), 7);
+    EXPECT_EQ(CTime(2019, 1, 1, 0, 0, 0).DiffTime(CTime(2019, 1, 2, 0, 0, 1)), -86401.0);
+}
+
+TEST(Time, AddsAndSubtracts) {
+    for (const char *const name : {"UTC", "Europe/Berlin", "Australia/Sydney", "Asia/Kolkata"}) {
+        const ZoneScope zone(name);
+        const CTime a(2019, 6, 4, 10, 0, 0);
+        EXPECT_EQ(shown(a - CTime(2019, 6, 5, 11, 1, 2)), "1900-1--1 -1:-1:-2 w0 d0 -1");
+        EXPECT_EQ((a + CTimeSpan(86400 * 30)).GetTime(), a.GetTime() + 86400 * 30);
+        EXPECT_EQ((a - CTimeSpan(1)).GetTime(), a.GetTime() - 1);
+        EXPECT_TRUE(raises([&] { (void)(a - CTimeSpan(a.GetTime() + 1)); }));
+        EXPECT_TRUE(raises([&] { (void)(a + CTimeSpan(INT64_MAX)); }));
+        EXPECT_TRUE(raises([] { (void)(CTime() + CTime(1, 0, 0)); }));
+    }
+    // The sum is read as standard time: an hour later on the clock where daylight time applies.
+    const ZoneScope zone("Europe/Berlin");
+    EXPECT_EQ(shown(CTime(2019, 1, 31, 22, 59, 59) + CTime(1, 0, 1)), "2019-2-1 0:0:0 w5 d31 +0");
+    EXPECT_EQ(shown(CTime(2019, 6, 4, 8, 0, 0) + CTime(0, 1, 1, 1, 0, 0)),
+              "2019-6-5 10:0:0 w3 d155 +1");
+    // Fields whose sum has no place in 32 bits.
+    EXPECT_EQ(shown(CTime(1970, 1, 1, 0, 0, INT_MAX) + CTime(0, 0, INT_MAX)),
+              "2106-2-7 6:28:14 w0 d37 +0");
+}
+
+TEST(Time, ChangesZones) {
+    const struct {
+        const char *zone;
+        CTime utc;
+        const char *local;
+    } cases[] = {
+        {"UTC", CTime(2019, 6, 4, 8, 0, 0), "2019-6-4 8:0:0 w2 d154 +0"},
+        {"Europe/Berlin", CTime(2019, 6, 4, 8, 0, 0), "2019-6-4 10:0:0 w2 d154 +1"},
+        {"Europe/Berlin", CTime(2019, 12, 31, 23, 0, 0), "2020-1-1 0:0:0 w3 d0 +0"},
+        {"Europe/Dublin", CTime(2019, 6, 4, 8, 0, 0), "2019-6-4 9:0:0 w2 d154 +1"},
+        {"America/New_York", CTime(2019, 3, 10, 7, 0, 0), "2019-3-10 3:0:0 w0 d68 +1"},
+        {"America/New_York", CTime(2019, 11, 3, 7, 0, 0), "2019-11-3 2:0:0 w0 d306 +0"},
+        {"America/Sao_Paulo", CTime(2024, 1, 1, 0, 0, 0), "2023-12-31 21:0:0 w0 d364 +0"},
+        {"Asia/Kolkata", CTime(2019, 6, 4, 20, 0, 0), "2019-6-5 1:30:0 w3 d155 +0"},
+        {"Asia/Tokyo", CTime(3000, 12, 31, 14, 59, 59), "3000-12-31 23:59:59 w3 d364 +0"},
+        {"Australia/Sydney", CTime(2019, 1, 1, 0, 0, 0), "2019-1-1 11:0:0 w2 d0 +1"},
+    };
+    for (const auto &c : cases) {
+        const ZoneScope zone(c.zone);
+        CTime local = c.utc;
+        EXPECT_EQ(shown(local.ToLocalTime()), c.local) << c.zone;
+        EXPECT_TRUE(local.ToGMTime().compareToMinute(c.utc)) << c.zone << shown(local);
+    }
+    const ZoneScope zone("Europe/Berlin");
+    const CTime winter(2019, 1, 1, 12, 0, 0);
+    EXPECT_EQ(shown(winter.ConvertTimeZoneTime(0, -90)), "2019-1-1 13:30:0 w2 d0 +0");
+    EXPECT_EQ(shown(winter.ConvertTimeZoneTime(-90, 0)), "2019-1-1 10:30:0 w2 d0 +0");
+    EXPECT_EQ(shown(winter.ConvertTimeZoneTime(INT_MIN, INT_MAX)), "1900-1-1 0:0:0 w0 d0 -1");
+    EXPECT_EQ(shown(CTime().ConvertTimeZoneTime(5, 9)), shown(CTime()));
+    EXPECT_EQ(shown(CTime(3001, 1, 2, 0, 0, 0).ToLocalTime()), shown(CTime()));
+    EXPECT_EQ(shown(CTime(3001, 1, 1, 0, 30, 0).ToLocalTime()), "1900-1-1 0:0:0 w0 d0 -1");
+    EXPECT_TRUE(raises([] { CTime(1969, 12, 31, 0, 0, 0).ToGMTime(); }));
+}
+
+TEST(Time, ComesFromTheClockAndFromCounts) {
+    const ZoneScope zone("Asia/Tokyo");
+    EXPECT_EQ(shown(CTime(std::int64_t{0})), "1970-1-1 9:0:0 w4 d0 +0");
+    CTime time;
+    time = std::int64_t{32535215999};
+    EXPECT_EQ(shown(time), "3001-1-1 8:59:59 w4 d0 +0");
+    EXPECT_TRUE(raises([] { (void)CTime(std::int64_t{-1}); }));
+    EXPECT_TRUE(raises([&] { time = std::int64_t{32535216000}; }));
+    const std::int64_t now = std::time(nullptr);
+    EXPECT_LE(CTime::GetCurTime().GetTime() - now, 60);
+    EXPECT_LE(CTime::GetTickCount().GetTime() - now, 60);
+    const CTime utc = CTime::GetCurGMTime();
+    EXPECT_LE(utc.DiffTime(CTime(now - 9 * 3600)), 60.0);
+}
+
+TEST(Time, KnowsTheLastDayOfAMonth) {
+    const ZoneScope zone("Europe/Berlin");
+    const std::tuple<int, int, int> cases[] = {{2016, 2, 29}, {2019, 2, 28},  {2100, 2, 28},
+                                               {2000, 2, 29}, {2019, 4, 30},  {2019, 12, 31},
+                                               {2019, 0, 31}, {2019, 13, 28}, {2019, -1, 28}};
+    for (const auto &[year, month, days] : cases) {
+        EXPECT_EQ(CTime::GetLastDayOfMonth(year, month), days) << year << ' ' << month;
+    }
+    EXPECT_TRUE(CTime(2019, 2, 28, 7, 0, 0).IsLastDayOfMonth());
+    EXPECT_FALSE(CTime(2019, 2, 27, 7, 0, 0).IsLastDayOfMonth());
+    EXPECT_TRUE(raises([] { CTime::GetLastDayOfMonth(1900, 2); }));
+    const ZoneScope west("America/New_York");
+    EXPECT_TRUE(raises([] { CTime::GetLastDayOfMonth(3000, 12); }));
+}
+
+TEST(Time, Prints) {
+    const CTime time(2019, 6, 4, 8, 1, 7);
+    EXPECT_EQ(time.GetDBTimeString(), TEXT("2019-06-04 08:01:07"));
+    EXPECT_EQ(CTime().GetDBTimeString(), TEXT("1900-01-00 00:00:00"));
+    EXPECT_EQ(CTime(99999, 12, -3, 100, 0, 0).GetDBTimeString(), TEXT("99999-12--3 100:00:00"));
+    EXPECT_EQ(time.GetTimeString(TEXT("%Y/%#m %H:%M %a %j")), TEXT("2019/6 08:01 Sun 001"));
+    EXPECT_EQ(time.Format(nullptr), TEXT("Sun Jun  4 08:01:07 2019"));
+    EXPECT_EQ(time.GetLongTimeString(nullptr), TEXT("Sunday, June 04, 2019 08:01:07"));
+    EXPECT_TRUE(CTime().GetTimeString(nullptr).empty());
+    EXPECT_TRUE(time.GetTimeString(TEXT("%Y%")).empty());
+    const OS::x_wstring format(std::u16string(1024, u'x'));
+    EXPECT_TRUE(time.GetTimeString(format.c_str()).empty());
+    EXPECT_EQ(time.GetTimeString(format.c_str() + 1).GetLength(), 1023u);
+    FILETIME count;
+    time.GetTimeStruct(count);
+    EXPECT_EQ(shown(count), "2019-6-4 8:1:7 w2 d0 -1");
+    EXPECT_THROW(CTime(2019, 13, 1, 0, 0, 0).GetTimeStruct(count), OS::CSystemException);
+    EXPECT_EQ(CTime(2019, 13, 1, 25, 0, 0).GetLocaleDateTimeString(), TEXT(" "));
+}
+
+// Every field at its ends, through every operation: nothing overflows (the sanitizers watch), and
+// nothing but the exceptions that are told is raised.
+TEST(Time, TakesAnyField) {
+    const ZoneScope zone("Australia/Lord_Howe");
+    for (int field = 0; field < 10; ++field) {
+        for (const int value : {INT_MIN, -1, INT_MAX}) {
+            std::tm fields = CTime(2019, 6, 4, 8, 11, 57);
+            int *const all[] = {&fields.tm_sec,  &fields.tm_min,  &fields.tm_hour,
+                                &fields.tm_mday, &fields.tm_mon,  &fields.tm_year,
+                                &fields.tm_wday, &fields.tm_yday, &fields.tm_isdst};
+            for (int i = 0; i < 9; ++i) {
+                *all[i] = field == i || field == 9 ? value : *all[i];
+            }
+            const auto attempt = [](const auto &call) {
+                try {
+                    call();
+                } catch (const CTimeException &) {
+                } catch (const OS::CSystemException &) {
+                }
+            };
+            const CTime given(fields);
+            const CTime other(2000, 1, 1, 0, 0, 0);
+            FILETIME count;
+            attempt([&] { (void)(given + given); });
+            attempt([&] { (void)((given - other) + (other - given)); });
+            attempt([&] { (void)(CTime(given) + CTimeSpan(INT64_MIN)); });
+            attempt([&] { (void)(CTime(given) == other); });
+            attempt([&] { CTime(given).ToGMTime(); });
+            attempt([&] { CTime(given).ToLocalTime(); });
+            attempt([&] { (void)given.IsLastDayOfMonth(); });
+            attempt([&] { given.GetTimeStruct(count); });
+            (void)(given.GetYear() + given.GetDayOfWeek() / 2);
+            EXPECT_FALSE(given.GetDBTimeString().empty());
+            (void)given.GetTimeString(TEXT("%c %G %V %#x %j"));
+            (void)given.GetLocaleDateTimeString();
+        }
+    }
+}
+
+TEST(TimeSpan, DividesTowardZeroInThirtyTwoBits) {
+    const CTimeSpan span(1, 2, 3, 4);
+    EXPECT_EQ(span.GetTotalSeconds(), 93784);
+    EXPECT_EQ((std::tuple{span.GetDays(), span.GetHours(), span.GetMinutes(), span.GetSeconds(),
+                          span.GetTotalHours(), span.GetTotalMinutes()}),
+              (std::tuple{1, 2, 3, 4, 26, 1563}));
+    const CTimeSpan negative(-90);
+    EXPECT_EQ((std::tuple{negative.GetDays(), negative.GetMinutes(), negative.GetSeconds()}),
+              (std::tuple{0, -1, -30}));
+    const CTimeSpan large(std::int64_t{1} << 40);
+    EXPECT_EQ((std::tuple{large.GetDays(), large.GetTotalSeconds(), large.GetSeconds()}),
+              (std::tuple{12725829, 0, 16}));
+    EXPECT_EQ(CTimeSpan(30000, 0, 0, 0).GetTotalSeconds(), -1702967296);  // in 32 bits
+    EXPECT_EQ(CTimeSpan(30000, 0, 0, 0).GetDays(), -19710);
+    CTimeSpan sum = span + negative;
+    EXPECT_TRUE((sum += CTimeSpan(90)) == span && (sum -= span) == CTimeSpan());
+    EXPECT_TRUE(negative < sum && sum > negative && span != sum && span >= sum && sum <= span);
+    (void)(CTimeSpan(INT64_MAX) + CTimeSpan(1));
+}
+
+}  // namespace
