@@ -44,6 +44,20 @@ std::int64_t seconds_of(const std::tm &fields) {
     return ((days * 24 + fields.tm_hour) * 60 + fields.tm_min) * 60 + fields.tm_sec;
 }
 
+// The time of a daylight clock whose reading as standard time is `standard`. Where the zone has no
+// daylight time then, that of the present is meant.
+std::int64_t daylight_time(LocalZone &zone, std::int64_t local, std::int64_t standard) {
+    constexpr std::int64_t kMostBias = 2 * 3600;
+    for (const std::int64_t near : {standard, standard - kMostBias}) {
+        const ZoneInterval &clock = zone.At(near);
+        const std::int64_t time = local - clock.offset;
+        if (clock.daylight && time >= clock.begin && time < clock.end) {
+            return time;
+        }
+    }
+    return standard - zone.GetPresent().daylightBias;
+}
+
 constexpr ZoneInterval kUtc;
 
 constinit thread_local std::tm t_fields{};
@@ -93,7 +107,7 @@ std::int64_t _mktime64(std::tm *time) noexcept {
                 time->tm_isdst < 0 ? platform::ClockKind::kWall : platform::ClockKind::kStandard;
             std::int64_t result = zone.ToUtc(local, kind);
             if (time->tm_isdst > 0) {
-                result -= zone.GetPresent().daylightBias;
+                result = platform::daylight_time(zone, local, result);
             }
             if (platform::is_time(result)) {
                 platform::store_fields(result, zone.At(result), time);

@@ -36,9 +36,8 @@ OSTREL_PLATFORM_API std::tm *_gmtime64(const std::int64_t *time) noexcept;
 // the first, daylight time; one that is skipped is read by the offset in front of the gap, standard
 // time as a rule, so that it comes out later. _mkgmtime64 takes them as UTC.
 //
-// Daylight time is standard time of that date less what daylight time is ahead in the present year:
-// whatever the date, nothing in a zone whose _daylight is 0. A daylight clock of the past comes
-// back from _mktime64 as it went in only where that is still the difference.
+// Where the zone has no daylight time at that date, a daylight clock is ahead of standard time by
+// what it is ahead in the present year: by nothing in a zone whose _daylight is 0.
 //
 // Result: -1, with errno EINVAL and the fields as they were, when the time is out of range or
 // `time` is null.

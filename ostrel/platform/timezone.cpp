@@ -1,5 +1,6 @@
 #include "ostrel/platform/timezone.h"
 
+#include <algorithm>
 #include <optional>
 
 #include "ostrel/platform/calendar.h"
@@ -128,6 +129,46 @@ std::optional<ZoneRule> read_zone(const TIME_ZONE_INFORMATION &zone) {
     return rule;
 }
 
+// Tells the rule of the year in which `now` falls, and for how long it is this one.
+DWORD tell_rule(const Zone &zone, std::int64_t now, TIME_ZONE_INFORMATION *rule,
+                std::int64_t *begin, std::int64_t *end) {
+    const ZoneYear year = year_of_zone(zone, now);
+    *begin = std::max(year.begin, year.now.begin);
+    *end = std::min(year.end, year.now.end);
+    *rule = TIME_ZONE_INFORMATION();
+    rule->Bias = static_cast<LONG>(-year.now.standard / 60);
+    store_name((year.standard ? *year.standard : year.now).name, rule->StandardName);
+    if (!year.daylight) {
+        return TIME_ZONE_ID_UNKNOWN;
+    }
+    const ChangeDates dates = change_dates(zone, year);
+    rule->StandardDate = dates.standard;
+    rule->DaylightDate = dates.daylight;
+    rule->DaylightBias = static_cast<LONG>((year.daylight->standard - year.daylight->offset) / 60);
+    store_name(year.daylight->name, rule->DaylightName);
+    return year.now.daylight ? TIME_ZONE_ID_DAYLIGHT : TIME_ZONE_ID_STANDARD;
+}
+
+// The present rule of the local zone. A thread keeps it for as long as it holds.
+DWORD present_rule(TIME_ZONE_INFORMATION *rule) {
+    struct Kept {
+        const Zone *zone = nullptr;
+        std::int64_t begin = 0;
+        std::int64_t end = 0;
+        DWORD kind = TIME_ZONE_ID_UNKNOWN;
+        TIME_ZONE_INFORMATION rule = {};
+    };
+    thread_local constinit Kept kept;
+    const Zone *const zone = &LocalZone::Current().Get();
+    const std::int64_t now = coarse_time();
+    if (zone != kept.zone || now < kept.begin || now >= kept.end) {
+        kept.kind = tell_rule(*zone, now, &kept.rule, &kept.begin, &kept.end);
+        kept.zone = zone;
+    }
+    *rule = kept.rule;
+    return kept.kind;
+}
+
 }  // namespace
 }  // namespace platform
 
@@ -136,20 +177,7 @@ DWORD GetTimeZoneInformation(TIME_ZONE_INFORMATION *zone) noexcept {
         platform::fail_with_invalid_parameter();
         return TIME_ZONE_ID_INVALID;
     }
-    const platform::Zone &local = platform::LocalZone::Current().Get();
-    const platform::ZoneYear year = platform::year_of_zone(local, platform::coarse_time());
-    *zone = TIME_ZONE_INFORMATION();
-    zone->Bias = static_cast<LONG>(-year.now.standard / 60);
-    platform::store_name((year.standard ? *year.standard : year.now).name, zone->StandardName);
-    if (!year.daylight) {
-        return TIME_ZONE_ID_UNKNOWN;
-    }
-    const platform::ChangeDates dates = platform::change_dates(local, year);
-    zone->StandardDate = dates.standard;
-    zone->DaylightDate = dates.daylight;
-    zone->DaylightBias = static_cast<LONG>((year.daylight->standard - year.daylight->offset) / 60);
-    platform::store_name(year.daylight->name, zone->DaylightName);
-    return year.now.daylight ? TIME_ZONE_ID_DAYLIGHT : TIME_ZONE_ID_STANDARD;
+    return platform::present_rule(zone);
 }
 
 BOOL SystemTimeToTzSpecificLocalTime(const TIME_ZONE_INFORMATION *zone, const SYSTEMTIME *utc,

@@ -126,7 +126,7 @@ void put_digits(WCHAR *text, int count, int value) {
 CTime::CTime(FILETIME count) {
     SYSTEMTIME time = {};
     if (!FileTimeToSystemTime(&count, &time)) {
-        OSTREL_RAISE_SYSTEM(GetLastError());
+        OSTREL_RAISE_SYSTEM(static_cast<int>(GetLastError()));
     }
     SetDate(time.wYear, time.wMonth, time.wDay);
     SetClock(time.wHour, time.wMinute, time.wSecond);
@@ -243,7 +243,7 @@ const std::tm *CTime::GetLocalTm(std::tm *fields) const noexcept {
 void CTime::GetTimeStruct(FILETIME &count) const {
     const SYSTEMTIME time = system_time(m_tm);
     if (!SystemTimeToFileTime(&time, &count)) {
-        OSTREL_RAISE_SYSTEM(GetLastError());
+        OSTREL_RAISE_SYSTEM(static_cast<int>(GetLastError()));
     }
 }
 
