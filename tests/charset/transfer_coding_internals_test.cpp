@@ -148,11 +148,11 @@ TEST(QuotedPrintable, Encodes) {
 
 TEST(TransferCoding, TakesAnyBytesAndGivesThemBack) {
     std::mt19937 random(2);
-    for (int round = 0; round < 3000; ++round) {
+    for (unsigned round = 0; round < 3000; ++round) {
         std::string data =
             round == 0 ? std::string(300, '\xFF') : any_bytes(random, random() % 300);
         for (char &c : data) {
-            c = round > 0 && random() % (round % 8 + 1U) != 0 ? "\r\n =aZ09+/"[random() % 10] : c;
+            c = round > 0 && random() % (round % 8 + 1) != 0 ? "\r\n =aZ09+/"[random() % 10] : c;
         }
         ASSERT_LE(code(DecodeBase64, data).value_or("").size(), data.size() * 3 / 4);
         ASSERT_LE(code(DecodeQuotedPrintable, data).value_or("").size(), data.size());
