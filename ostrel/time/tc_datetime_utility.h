@@ -76,7 +76,7 @@ private:
 class OSTREL_API CTime {
 public:
     // The forms of a text, by the order of its fields.
-    enum DATETIME_SPEC {
+    enum DATETIME_SPEC : int {
         SPEC_MDY_HM = 0,   // 06/04/2019 08:11, also 6/4/2019 8:11
         SPEC_YMD_HM = 1,   // 2019-06-04 08:11
         SPEC_MDY_HMS = 2,  // 06/04/2019 08:11:57
