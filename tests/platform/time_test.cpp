@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <bit>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -50,7 +51,6 @@ TEST(TimeZones, ChangeWhereTheyDo) {
     } cases[] = {
         {"America/New_York", utc(2007, 3, 11, 7), "03-11 01:59:59 0, 03-11 03:00:00 1"},
         {"Europe/Berlin", utc(3000, 10, 26, 1), "10-26 02:59:59 1, 10-26 02:00:00 0"},
-        {"Australia/Lord_Howe", utc(2024, 4, 6, 15), "04-07 01:59:59 1, 04-07 01:30:00 0"},
         {"Australia/Lord_Howe", utc(2024, 10, 5, 15, 30), "10-06 01:59:59 0, 10-06 02:30:00 1"},
         {"America/Sao_Paulo", utc(2019, 2, 17, 2), "02-16 23:59:59 1, 02-16 23:00:00 0"},
         {"Pacific/Apia", utc(2011, 12, 30, 10), "12-29 23:59:59 1, 12-31 00:00:00 1"},
@@ -58,11 +58,9 @@ TEST(TimeZones, ChangeWhereTheyDo) {
         {"Africa/Casablanca", utc(2024, 3, 10, 2), "03-10 02:59:59 1, 03-10 02:00:00 0"},
         {"Europe/Dublin", utc(1970, 10, 27), "10-27 00:59:59 0, 10-27 01:00:00 0"},  // for years
         {"IST-1GMT0,M10.5.0,M3.5.0/1", utc(2026, 3, 29, 1), "03-29 00:59:59 0, 03-29 02:00:00 1"},
-        // Other names, and rules.
         {":Europe/Paris", utc(2024, 3, 31, 1), "03-31 01:59:59 0, 03-31 03:00:00 1"},
         {"/usr/share/zoneinfo/Asia/Tokyo", 1, "01-01 09:00:00 0, 01-01 09:00:01 0"},
         {"", 1, "01-01 00:00:00 0, 01-01 00:00:01 0"},
-        // Changes that come to lie in other years, and daylight time that ends as it begins.
         {"AAA0BBB,0/-167,J180", utc(2025, 12, 25, 1), "12-25 00:59:59 0, 12-25 02:00:00 1"},
         {"AAA0BBB,J9,J365/167", utc(2027, 1, 6, 22), "01-06 22:59:59 1, 01-06 22:00:00 0"},
         {"EST5EDT,0/0,J365/25", utc(2027, 1, 1, 5), "01-01 00:59:59 1, 01-01 01:00:00 1"},
@@ -115,10 +113,7 @@ TEST(Time, EndsWhereItsRangeEnds) {
         EXPECT_EQ(c.time < 0, text(local) == text(c.local)) << text(local);
     }
     EXPECT_EQ(_mktime64(nullptr) + _mkgmtime64(nullptr), -2);
-    EXPECT_EQ(_difftime64(1, kLast), 1. - kLast);
-    EXPECT_EQ(_difftime64(-1, 3) + _difftime64(3, -1), 0);
-    std::int64_t now = 0;
-    EXPECT_EQ(_time64(&now), now);
+    EXPECT_EQ(_difftime64(1, kLast) + _difftime64(-1, 3) + _difftime64(3, -1), 1. - kLast);
     EXPECT_LE(std::abs(_time64(nullptr) - std::time(nullptr)), 1);
 }
 
@@ -128,13 +123,9 @@ TEST(Time, ReadsFieldsAsTheyAreFlagged) {
         std::tm local;
         std::int64_t time;
     } cases[] = {
-        // A clock that comes twice, and one that never does.
         {"Europe/Berlin", fields(2024, 10, 27, 2, 30, -1), utc(2024, 10, 27, 0, 30)},
-        {"Europe/Berlin", fields(2024, 10, 27, 2, 30, 0), utc(2024, 10, 27, 1, 30)},
-        {"Europe/Berlin", fields(2024, 10, 27, 2, 30, 7), utc(2024, 10, 27, 0, 30)},
         {"Europe/Berlin", fields(2024, 3, 31, 2, 30, -1), utc(2024, 3, 31, 1, 30)},
         {"Pacific/Apia", fields(2011, 12, 30, 12, 0, -1), utc(2011, 12, 30, 22)},
-        // The flag of the other half of the year.
         {"Europe/Berlin", fields(2024, 7, 1, 12, 0, 0), utc(2024, 7, 1, 11)},
         {"Europe/Berlin", fields(2024, 1, 1, 0, 30, 1), utc(2023, 12, 31, 22, 30)},
         {"Australia/Lord_Howe", fields(2024, 7, 1, 12, 0, 1), utc(2024, 7, 1, 1)},
@@ -169,10 +160,8 @@ TEST(Time, TakesFieldsOfAnySize) {
             std::tm ours = given;
             ASSERT_EQ(_mkgmtime64(&ours), good ? expected : -1) << text(given);
             ASSERT_EQ(text(ours), text(good ? host : given));
-            ours = given;
-            ours.tm_isdst = year;
-            const std::int64_t local = _mktime64(&ours);
-            ASSERT_LE(std::abs(local - (good ? expected : -1)), kDay) << text(given);
+            given.tm_isdst = year;
+            ASSERT_LE(std::abs(_mktime64(&given) - (good ? expected : -1)), kDay) << text(host);
         }
     }
 }
@@ -199,31 +188,14 @@ std::vector<std::int64_t> moments(std::mt19937_64 *random) {
     return times;
 }
 
-// A clock without a flag. Where the two differ, it comes twice and is the second for the host, or
-// is skipped and here the later one.
-void expect_time_of(std::tm ours, const std::string &zone) {
-    ours.tm_isdst = -1;
-    std::tm host = ours;
-    std::tm clock = ours;
-    const std::int64_t wanted = timegm(&clock);
-    const std::int64_t back = _mktime64(&ours);
-    const std::int64_t host_back = std::mktime(&host);
-    const bool later = timegm(&ours) > wanted && timegm(&host) != wanted;
-    ASSERT_TRUE(back == host_back || (back < 0 && host_back > kLast) || later ||
-                (timegm(&ours) == wanted && back >= 0 && back < host_back))
-        << zone << ' ' << text(clock);
-}
-
 TEST(TimeZones, AgreeWithTheHost) {
     std::mt19937_64 random(5);
     std::istringstream names(
         "UTC America/New_York Europe/Berlin Asia/Kolkata Asia/Tokyo Australia/Lord_Howe "
-        "Africa/Casablanca America/Sao_Paulo Pacific/Apia Europe/Dublin Europe/London "
-        "Europe/Moscow Asia/Jerusalem Asia/Tehran Asia/Kathmandu America/St_Johns America/Nuuk "
-        "America/Caracas Africa/Cairo Africa/Windhoek Antarctica/Troll Pacific/Kiritimati "
-        "Pacific/Chatham America/Argentina/San_Luis Australia/Melbourne "
-        "EST5EDT,M3.2.0,M11.1.0 <+1030>-10:30<+11>-11,M10.1.0,M4.1.0 AAA0BBB,59,J300/1:2:3 "
-        "AAA0BBB,J60,299");
+        "Africa/Casablanca America/Sao_Paulo Pacific/Apia Europe/Dublin Europe/Moscow Asia/Tehran "
+        "Asia/Jerusalem America/St_Johns America/Nuuk Africa/Cairo Africa/Windhoek Pacific/Chatham "
+        "Antarctica/Troll America/Argentina/San_Luis <+1030>-10:30<+11>-11,M10.1.0,M4.1.0 "
+        "EST5EDT,M3.2.0,M11.1.0 AAA0BBB,59,J300/1:2:3 AAA0BBB,J60,299");
     for (std::string name; names >> name;) {
         const ZoneScope zone(name);
         const bool turned = name == "Europe/Dublin" || name == "Africa/Casablanca" ||
@@ -233,28 +205,29 @@ TEST(TimeZones, AgreeWithTheHost) {
             localtime_r(&time, &host);
             const std::tm ours = *_localtime64(&time);
             host.tm_isdst = turned ? ours.tm_isdst : host.tm_isdst;
-            ASSERT_EQ(text(ours), text(host)) << name << ' ' << time;
-            ASSERT_EQ(ours.tm_gmtoff, host.tm_gmtoff) << name << ' ' << time;
-            ASSERT_STREQ(ours.tm_zone, host.tm_zone) << name << ' ' << time;
+            const char *const format = "%F %T %w %j %z %Z ";
+            ASSERT_EQ(text(ours, format), text(host, format)) << name << ' ' << time;
             // Back by the flag. Clocks of one kind come twice where that kind itself falls back.
             std::tm again = ours;
             const std::int64_t error = std::abs(_mktime64(&again) - time);
             const bool twice = ours.tm_isdst == 0 || text(again) == text(ours);
             ASSERT_TRUE(error == 0 || (twice && error <= 3600)) << name << ' ' << text(ours);
-            expect_time_of(ours, name);
-            again = ours;
-            again.tm_min += 90;
-            expect_time_of(again, name);
+            for (const int ahead : {0, 90}) {
+                std::tm clock = ours;
+                clock.tm_min += ahead;
+                clock.tm_isdst = -1;
+                again = host = clock;
+                const std::int64_t wanted = timegm(&clock);
+                const std::int64_t back = _mktime64(&again);
+                const std::int64_t host_back = std::mktime(&host);
+                // It comes twice and the host has the second, or is skipped and here later.
+                const bool first = timegm(&again) == wanted && back >= 0 && back < host_back;
+                const bool later = timegm(&again) > wanted && timegm(&host) != wanted;
+                ASSERT_TRUE(back == host_back || (back < 0 && host_back > kLast) || first || later)
+                    << name << ' ' << text(clock);
+            }
         }
     }
-}
-
-FILETIME count(std::uint64_t ticks) {
-    return {static_cast<DWORD>(ticks), static_cast<DWORD>(ticks >> 32)};
-}
-
-std::uint64_t ticks(const FILETIME &of) {
-    return std::uint64_t{of.dwHighDateTime} << 32 | of.dwLowDateTime;
 }
 
 std::string text(const SYSTEMTIME &of) {
@@ -270,8 +243,8 @@ constexpr std::uint64_t kEnd = 9'223'149'888'000'000'000;  // of the year 30827
 TEST(SystemTime, AgreesWithTheHost) {
     std::mt19937_64 random(3);
     for (int i = 0; i < 100'000; ++i) {
-        const std::uint64_t some = i == 0 ? 0 : i == 1 ? kEnd - 1 : random() % kEnd;
-        const FILETIME given = count(some);
+        const std::uint64_t some = i == 0 ? 0 : random() % kEnd;
+        const auto given = std::bit_cast<FILETIME>(some);
         SYSTEMTIME ours{};
         ASSERT_TRUE(FileTimeToSystemTime(&given, &ours));
         const auto time = static_cast<std::int64_t>(some / 10'000'000) - 11'644'473'600;
@@ -283,16 +256,15 @@ TEST(SystemTime, AgreesWithTheHost) {
         ours.wDayOfWeek = 9;
         FILETIME back{};
         ASSERT_TRUE(SystemTimeToFileTime(&ours, &back));
-        ASSERT_EQ(ticks(back), some - some % 10'000);  // what is below a millisecond is cut
+        ASSERT_EQ(std::bit_cast<std::uint64_t>(back), some - some % 10'000);
     }
 }
 
 TEST(SystemTime, EndsWhereItsRangeEnds) {
     const SYSTEMTIME wrong[] = {{1600, 12, 0, 31, 0, 0, 0, 0}, {30828, 1, 0, 1, 0, 0, 0, 0},
                                 {2023, 2, 0, 29, 0, 0, 0, 0},  {2023, 0, 0, 1, 0, 0, 0, 0},
-                                {2023, 13, 0, 1, 0, 0, 0, 0},  {2023, 1, 0, 0, 0, 0, 0, 0},
-                                {2023, 1, 0, 1, 24, 0, 0, 0},  {2023, 1, 0, 1, 0, 60, 0, 0},
-                                {2023, 1, 0, 1, 0, 0, 60, 0},  {2023, 1, 0, 1, 0, 0, 0, 1000}};
+                                {2023, 13, 0, 1, 0, 0, 0, 0},  {2023, 1, 0, 1, 24, 0, 0, 0},
+                                {2023, 1, 0, 0, 0, 0, 0, 0},   {2023, 1, 0, 1, 0, 0, 0, 1000}};
     FILETIME to{};
     SYSTEMTIME back{};
     for (const SYSTEMTIME &fields : wrong) {
@@ -301,13 +273,13 @@ TEST(SystemTime, EndsWhereItsRangeEnds) {
         EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
         EXPECT_FALSE(SystemTimeToTzSpecificLocalTime(nullptr, &fields, &back)) << text(fields);
     }
-    const FILETIME beyond = count(std::uint64_t{1} << 63);
-    EXPECT_FALSE(FileTimeToSystemTime(&beyond, &back) || FileTimeToSystemTime(nullptr, &back));
-    EXPECT_FALSE(FileTimeToSystemTime(&to, nullptr) || SystemTimeToFileTime(nullptr, &to));
+    const auto beyond = std::bit_cast<FILETIME>(std::uint64_t{1} << 63);
+    EXPECT_FALSE(FileTimeToSystemTime(&beyond, &back) || FileTimeToSystemTime(nullptr, &back) ||
+                 FileTimeToSystemTime(&to, nullptr) || SystemTimeToFileTime(nullptr, &to));
     GetSystemTime(&back);
     ASSERT_TRUE(SystemTimeToFileTime(&back, &to));
-    const double now = static_cast<double>(ticks(to)) / 1e7 - 11'644'473'600;
-    EXPECT_NEAR(now, static_cast<double>(std::time(nullptr)), 1.5);
+    EXPECT_NEAR(static_cast<double>(std::bit_cast<std::uint64_t>(to) / 10'000'000),
+                static_cast<double>(std::time(nullptr) + 11'644'473'600), 1);
 }
 
 // By its own rule a zone has the same clock as by the database, in years that have that rule.
@@ -321,7 +293,7 @@ TEST(TimeZoneInformation, GivesTheClockOfTheZone) {
         for (int i = 0; i < 5000; ++i) {
             const std::uint64_t begin = 132'800'000'000'000'000;  // in 2021
             const std::uint64_t end = i % 2 == 0 ? kEnd - 864'000'000'000 : 2 * begin;
-            const FILETIME time = count(begin + random() % (end - begin));
+            const auto time = std::bit_cast<FILETIME>(begin + random() % (end - begin));
             SYSTEMTIME by_zone{};
             SYSTEMTIME by_rule{};
             ASSERT_TRUE(FileTimeToSystemTime(&time, &by_zone));
@@ -332,46 +304,33 @@ TEST(TimeZoneInformation, GivesTheClockOfTheZone) {
     }
 }
 
-TIME_ZONE_INFORMATION zone_of(SYSTEMTIME standard, SYSTEMTIME daylight, LONG bias = 0) {
-    TIME_ZONE_INFORMATION zone{};
-    zone.Bias = bias;
-    zone.StandardDate = standard;
-    zone.DaylightDate = daylight;
-    zone.DaylightBias = -60;
-    return zone;
-}
-
 TEST(TimeZoneInformation, AppliesARule) {
     const SYSTEMTIME april{0, 4, 0, 1, 3, 0, 0, 0};
     const SYSTEMTIME october{0, 10, 0, 5, 2, 0, 0, 0};
     const SYSTEMTIME may_9{2026, 5, 0, 9, 2, 0, 0, 0};
     const SYSTEMTIME noon{2026, 1, 0, 1, 12, 0, 0, 0};
     const struct {
-        TIME_ZONE_INFORMATION zone;
-        SYSTEMTIME utc;
+        LONG bias;
+        SYSTEMTIME standard, daylight, utc;
         const char *local;
     } cases[] = {
-        {zone_of(april, october), {2026, 4, 0, 5, 2, 0, 0, 0}, "2026-04-05 (0) 02:00:00.000"},
-        {zone_of(april, october), {1999, 12, 0, 31, 23, 30, 0, 7}, "2000-01-01 (6) 00:30:00.007"},
-        {zone_of(october, april), {2026, 4, 0, 5, 3, 0, 0, 0}, "2026-04-05 (0) 04:00:00.000"},
+        {0, april, october, {1999, 12, 0, 31, 23, 30, 0, 7}, "2000-01-01 (6) 00:30:00.007"},
+        {0, october, april, {2026, 4, 0, 5, 3, 0, 0, 0}, "2026-04-05 (0) 04:00:00.000"},
         // A date with a year is that day of every year.
-        {zone_of(october, may_9), {1950, 5, 0, 9, 1, 59, 0, 0}, "1950-05-09 (2) 01:59:00.000"},
-        {zone_of(october, may_9), {1950, 5, 0, 9, 2, 0, 0, 0}, "1950-05-09 (2) 03:00:00.000"},
-        {zone_of({}, {}, -90), {1601, 1, 0, 1, 0, 0, 0, 0}, "1601-01-01 (1) 01:30:00.000"},
-        // What is no time, or no zone.
-        {zone_of({}, {}, 1), {1601, 1, 0, 1, 0, 0, 0, 0}, ""},
-        {zone_of({}, {}, -1), {30827, 12, 0, 31, 23, 59, 0, 0}, ""},
-        {zone_of(april, october, INT_MAX), noon, ""},
-        {zone_of(april, {}), noon, ""},
-        {zone_of({0, 10, 7, 1, 0, 0, 0, 0}, april), noon, ""},
-        {zone_of({0, 10, 0, 0, 0, 0, 0, 0}, april), noon, ""},
-        {zone_of({0, 10, 0, 1, 24, 0, 0, 0}, april), noon, ""},
-        {zone_of({2026, 2, 0, 29, 0, 0, 0, 0}, april), noon, ""},
+        {0, october, may_9, {1950, 5, 0, 9, 2, 0, 0, 0}, "1950-05-09 (2) 03:00:00.000"},
+        {-90, {}, {}, {1601, 1, 0, 1, 0, 0, 0, 0}, "1601-01-01 (1) 01:30:00.000"},
+        {1, {}, {}, {1601, 1, 0, 1, 0, 0, 0, 0}, ""},
+        {-1, {}, {}, {30827, 12, 0, 31, 23, 59, 0, 0}, ""},
+        {0, april, {}, noon, ""},
+        {0, {0, 10, 7, 1, 0, 0, 0, 0}, april, noon, ""},
+        {0, {0, 10, 0, 1, 24, 0, 0, 0}, april, noon, ""},
+        {0, {2026, 2, 0, 29, 0, 0, 0, 0}, april, noon, ""},
     };
     for (const auto &c : cases) {
+        const TIME_ZONE_INFORMATION zone{c.bias, {}, c.standard, 0, {}, c.daylight, -60};
         SYSTEMTIME local{};
         SetLastError(0);
-        const bool done = SystemTimeToTzSpecificLocalTime(&c.zone, &c.utc, &local);
+        const bool done = SystemTimeToTzSpecificLocalTime(&zone, &c.utc, &local);
         EXPECT_EQ(done ? text(local) : "", c.local) << text(c.utc);
         EXPECT_EQ(GetLastError(), done ? 0 : ERROR_INVALID_PARAMETER);
     }
@@ -381,18 +340,13 @@ TEST(TimeZoneInformation, AppliesARule) {
 
 TEST(SystemTime, IsMadeLocalByTheBiasOfNow) {
     const ZoneScope zone("EST5EDT,0/0,J365/25");  // daylight time all the year
-    constexpr std::uint64_t kBias = 4 * 36'000'000'000;
-    FILETIME given = count(kBias + 7);
-    FILETIME local{};
-    EXPECT_TRUE(FileTimeToLocalFileTime(&given, &local));
-    EXPECT_EQ(ticks(local), 7u);
-    EXPECT_FALSE(FileTimeToLocalFileTime(&given, &given));
-    EXPECT_FALSE(FileTimeToLocalFileTime(nullptr, &local));
-    given = count(kBias - 1);
-    EXPECT_FALSE(FileTimeToLocalFileTime(&given, &local));
-    given = count(INT64_MAX - 10);
-    const ZoneScope east("AAA-5:30");
-    EXPECT_FALSE(FileTimeToLocalFileTime(&given, &local));
+    for (const std::uint64_t ticks : {7ULL, 0ULL, ~0ULL}) {
+        const auto given = std::bit_cast<FILETIME>(ticks + 4 * 36'000'000'000);
+        FILETIME local{};
+        EXPECT_EQ(FileTimeToLocalFileTime(&given, &local), ticks <= 7);
+        EXPECT_EQ(std::bit_cast<std::uint64_t>(local), ticks <= 7 ? ticks : 0);
+        EXPECT_FALSE(FileTimeToLocalFileTime(&local, &local));
+    }
 }
 
 }  // namespace
