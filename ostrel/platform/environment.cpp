@@ -92,6 +92,7 @@ void set_variable(const std::string &name, std::string_view value) {
 
 std::optional<std::string> WatchedVariable::Read(std::string_view name) {
     const std::lock_guard lock(Additions::Instance().Mutex());
+    m_changes = s_changes.load(std::memory_order_acquire);
     m_environment = environ;
     char **const environment = environ != nullptr ? environ : &s_none;
     const std::size_t index = find(environment, name);
@@ -114,6 +115,7 @@ int _putenv_s(const char *name, const char *value) noexcept {
     try {
         const std::lock_guard lock(platform::Additions::Instance().Mutex());
         platform::set_variable(std::string(name) + '=', value);
+        platform::WatchedVariable::NoteChange();
         return 0;
     } catch (const std::bad_alloc &) {
         return errno = ENOMEM;

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -28,7 +29,8 @@ public:
     // Whether the environment is as Read found it, as far as it matters. A text that is changed in
     // place, behind a pointer that putenv was given, is not noticed.
     bool IsUnchanged() const noexcept {
-        return load_environment() == m_environment && load_entry(m_slot) == m_entry &&
+        return s_changes.load(std::memory_order_acquire) == m_changes &&
+               load_environment() == m_environment && load_entry(m_slot) == m_entry &&
                load_entry(m_slotBefore) == m_entryBefore;
     }
 
@@ -36,8 +38,14 @@ public:
     // memory is missing.
     std::optional<std::string> Read(std::string_view name);
 
+    // Tells all that a variable was set or removed.
+    static void NoteChange() noexcept { s_changes.fetch_add(1, std::memory_order_release); }
+
 private:
     static inline char *s_none = nullptr;
+    static inline std::atomic<std::uint64_t> s_changes = 0;
+
+    std::uint64_t m_changes = 0;
 
     char **m_environment = &s_none;  // matches none
     char **m_slot = &s_none;         // of the variable; without it, of the end

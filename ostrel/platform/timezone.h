@@ -9,10 +9,11 @@
 // that of /etc/localtime. An empty TZ, a name that is not known or has a part "..", a file that is
 // broken and a missing database give UTC. Leap seconds that a file may list are passed over.
 //
-// A TZ that the program changes, by the host's setenv or by _putenv_s, takes effect with the next
-// call; a change of /etc/localtime within some hundredths of a second. setenv is not safe beside
-// other threads that use the zone; _putenv_s is. A text that putenv was given and that is changed
-// in place is not noticed, and a file that TZ names is read once in the life of the process.
+// A TZ that the program changes by _putenv_s takes effect with the next call, one that it changes
+// by the host's setenv at the latest, as a change of /etc/localtime, some hundredths of a second
+// later. setenv is not safe beside other threads that use the zone; _putenv_s is. A text that
+// putenv was given and that is changed in place is not noticed, and a file that TZ names is read
+// once in the life of the process.
 //
 // Where a zone has two offsets in a year, the smaller one is its standard time, also where the
 // database says it the other way round (Europe/Dublin, Africa/Casablanca); a standard time of the

@@ -69,8 +69,9 @@ struct ZoneYear {
     ZoneInterval now;                      // at that time
     std::optional<ZoneInterval> standard;  // one of each kind: that of now, or else the last one
     std::optional<ZoneInterval> daylight;
-    std::optional<std::int64_t> daylightBegins;  // the first change in the year of each direction,
-    std::optional<std::int64_t> standardBegins;  // in UTC
+    // In UTC, of each direction the last change in the year up to that time, or else the first.
+    std::optional<std::int64_t> daylightBegins;
+    std::optional<std::int64_t> standardBegins;
 };
 
 ZoneYear year_of_zone(const Zone &zone, std::int64_t time);

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdlib>
 #include <ctime>
 #include <exception>
 #include <map>
@@ -173,7 +174,7 @@ bool LocalZone::IsUnchanged() noexcept {
         return true;
     }
     m_checked = now;
-    return system_identity() == m_identity;
+    return std::getenv("TZ") == nullptr && system_identity() == m_identity;
 }
 
 void LocalZone::Choose() noexcept {

@@ -72,7 +72,7 @@ std::tm sum(const std::tm &left, const std::tm &right, int more_hours) {
     fields.tm_hour = static_cast<int>(hour);
     fields.tm_mday = nearest_int(day);
     fields.tm_mon = static_cast<int>(month);
-    fields.tm_year = nearest_int(year);
+    fields.tm_year = day == fields.tm_mday ? nearest_int(year) : INT_MAX;  // out of range
     return fields;
 }
 
@@ -346,8 +346,9 @@ int CTime::GetLastDayOfMonth(int year, int month) {
     const CTime one_day(0, 0, 1, 0, 0, 0);
     for (int day = 28;; ++day) {
         const CTime date(year, month, day, 0, 0, 0);
-        if ((date + one_day).m_tm.tm_mon != date.m_tm.tm_mon) {
-            return day;  // the 31st at the latest
+        // The 31st at the latest, also where a day of standard time has more than 25 hours.
+        if ((date + one_day).m_tm.tm_mon != date.m_tm.tm_mon || day == 31) {
+            return day;
         }
     }
 }

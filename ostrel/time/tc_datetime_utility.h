@@ -161,7 +161,9 @@ public:
 
     // This clock, read as standard time whatever the date, with the fields of `other` added. The
     // result is local time as it is then: in the period of daylight time an hour later than the sum
-    // of the fields. Raises CTimeException when it is out of range.
+    // of the fields. Where the zone's daylight time is ahead by another amount than an hour the
+    // result is off by the difference; in a zone without daylight time at present it is the plain
+    // sum. Raises CTimeException when it is out of range.
     CTime operator+(const CTime &other) const;
 
     // The distance in days, hours, minutes and seconds, all negative when this time is the earlier
@@ -174,7 +176,8 @@ public:
 
     // Turn local time into UTC, which raises CTimeException when it is out of range, and UTC into
     // local time, which gives a marker then: the empty time, or 1900-01-01 when the result is out
-    // of range.
+    // of range. ToLocalTime goes by operator+ and the standard offset of the present: for a time
+    // when the zone had another, CTime(std::int64_t) is right.
     CTime &ToGMTime();
     CTime &ToLocalTime();
 

@@ -191,6 +191,7 @@ TEST(Time, KnowsTheLastDayOfAMonth) {
     EXPECT_TRUE(CTime(2019, 2, 28, 7, 0, 0).IsLastDayOfMonth());
     EXPECT_FALSE(CTime(2019, 2, 27, 7, 0, 0).IsLastDayOfMonth());
     EXPECT_TRUE(raises([] { CTime::GetLastDayOfMonth(1900, 2); }));
+    EXPECT_EQ((ZoneScope("Antarctica/Troll"), CTime::GetLastDayOfMonth(2019, 1)), 31);
     const ZoneScope west("America/New_York");
     EXPECT_TRUE(raises([] { CTime::GetLastDayOfMonth(3000, 12); }));
 }
