@@ -88,6 +88,12 @@ TEST(ZoneChange, IsMadeByPutenv) {
     }
     EXPECT_EQ(_putenv_s("TZ", "") + _putenv_s("TZX", "AAA4") + _putenv_s("TZ", "AAA5"), 0);
     EXPECT_EQ(noon() + value("TZX"), "7:0AAA4");
+    // The entries around the place of TZ come back to where they were.
+    EXPECT_EQ(_putenv_s("TZ", "") + _putenv_s("OSTREL_A", "v") + _putenv_s("OSTREL_L", "v"), 0);
+    noon();
+    EXPECT_EQ(_putenv_s("OSTREL_A", "") + _putenv_s("OSTREL_L", ""), 0);
+    EXPECT_EQ(_putenv_s("TZ", "AAA7") + _putenv_s("OSTREL_L", "v"), 0);
+    EXPECT_EQ(noon(), "5:0");
     for (const char *const name : {"", "=TZ", "TZ=", static_cast<const char *>(nullptr)}) {
         EXPECT_EQ(_putenv_s(name, "AAA6"), EINVAL);
     }
