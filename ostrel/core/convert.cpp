@@ -6,18 +6,11 @@
 #include <new>
 
 #include "ostrel/core/raw_text.h"
+#include "ostrel/core/text_length.h"
 #include "ostrel/platform/codepage.h"
-#include "ostrel/platform/crt_text.h"
 
 namespace OS {
 namespace {
-
-std::size_t length_of(const char *text) {
-    return std::strlen(text);
-}
-std::size_t length_of(const WCHAR *text) {
-    return wcslen(text);
-}
 
 // The platform's call for a terminated text, by the width of the target. Each call asks for the
 // system code page anew.
@@ -48,14 +41,14 @@ std::basic_string<To> converted(const From *text, Call call, int spare) {
         const int room = needed + std::min(spare, INT_MAX - needed);
         result.resize(static_cast<std::size_t>(room));
         call(text, result.data(), room);
-        result.resize(length_of(result.c_str()));
+        result.resize(detail::text_length(result.c_str()));
     }
     return result;
 }
 
 template <class Char>
 void copy_to_new(const Char *text, Char **target) {
-    const std::size_t size = (length_of(text) + 1) * sizeof(Char);
+    const std::size_t size = (detail::text_length(text) + 1) * sizeof(Char);
     *target = static_cast<Char *>(std::memcpy(::operator new(size), text, size));
 }
 

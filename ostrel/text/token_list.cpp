@@ -2,11 +2,10 @@
 
 #include <algorithm>
 #include <bit>
-#include <cstring>
 #include <functional>
 #include <string>
 
-#include "ostrel/platform/crt_text.h"
+#include "ostrel/core/text_length.h"
 
 #ifdef __SSE2__
 #include <emmintrin.h>
@@ -14,12 +13,7 @@
 
 namespace {
 
-std::size_t length_of(const char *text) {
-    return std::strlen(text);
-}
-std::size_t length_of(const WCHAR *text) {
-    return wcslen(text);
-}
+using OS::detail::text_length;
 
 constexpr std::size_t kBlock = 64;  // characters that a mask tells of, one bit each
 
@@ -177,7 +171,7 @@ bool split(List *tokens, const String &text, const Char *delimiter_text) {
     }
     tokens->clear();
     const Char *const begin = text.c_str();
-    const std::size_t length = length_of(begin);
+    const std::size_t length = text_length(begin);
     if constexpr (requires { tokens->reserve(length); }) {
         tokens->reserve(count_tokens(begin, length, delimiters));
     }
@@ -192,10 +186,10 @@ bool combine(const List &tokens, String *result, const Char *delimiter) {
     if (result == nullptr || delimiter == nullptr) {
         return false;
     }
-    const std::size_t delimiter_length = length_of(delimiter);
+    const std::size_t delimiter_length = text_length(delimiter);
     typename String::std_string addition;
     for (const String &token : tokens) {
-        addition.append(token.c_str(), length_of(token.c_str()));
+        addition.append(token.c_str(), text_length(token.c_str()));
         addition.append(delimiter, delimiter_length);
     }
     result->append(addition.data(), addition.size());

@@ -10,11 +10,13 @@
 #include "ostrel/platform/scanf.h"
 #include "ostrel/platform/time.h"
 #include "ostrel/platform/timezone.h"
+#include "ostrel/time/system_fields.h"
 #include "ostrel/time/wrapping.h"
 
 namespace OS {
 namespace {
 
+using detail::system_fields;
 using detail::wrapping_add;
 
 #define OSTREL_RAISE_TIME() throw CTimeException(0, OSTREL_SOURCE_FILE, __LINE__)
@@ -76,22 +78,10 @@ std::tm sum(const std::tm &left, const std::tm &right, int more_hours) {
     return fields;
 }
 
-SYSTEMTIME system_time(const std::tm &fields) {
-    SYSTEMTIME time = {};
-    time.wYear = static_cast<WORD>(wrapping_add(fields.tm_year, kYearZero));
-    time.wMonth = static_cast<WORD>(wrapping_add(fields.tm_mon, 1));
-    time.wDayOfWeek = static_cast<WORD>(fields.tm_wday);
-    time.wDay = static_cast<WORD>(fields.tm_mday);
-    time.wHour = static_cast<WORD>(fields.tm_hour);
-    time.wMinute = static_cast<WORD>(fields.tm_min);
-    time.wSecond = static_cast<WORD>(fields.tm_sec);
-    return time;
-}
-
 // The date or the time of the system's locale; empty when there is none.
 template <class Call>
 x_wstring locale_text(Call call, DWORD flags, const std::tm &fields) {
-    const SYSTEMTIME time = system_time(fields);
+    const SYSTEMTIME time = system_fields(fields);
     WCHAR text[32] = {};
     call(LOCALE_SYSTEM_DEFAULT, flags, &time, nullptr, text, 31);
     return text;
@@ -241,7 +231,7 @@ const std::tm *CTime::GetLocalTm(std::tm *fields) const noexcept {
 }
 
 void CTime::GetTimeStruct(FILETIME &count) const {
-    const SYSTEMTIME time = system_time(m_tm);
+    const SYSTEMTIME time = system_fields(m_tm);
     if (!SystemTimeToFileTime(&time, &count)) {
         OSTREL_RAISE_SYSTEM(static_cast<int>(GetLastError()));
     }

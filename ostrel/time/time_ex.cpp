@@ -4,6 +4,7 @@
 
 #include "ostrel/platform/time.h"
 #include "ostrel/platform/timezone.h"
+#include "ostrel/time/system_fields.h"
 #include "ostrel/time/wrapping.h"
 
 namespace OS {
@@ -19,18 +20,6 @@ using detail::wrapping_add;
 
 constexpr std::int64_t kTicksPerSecond = 10'000'000;  // of 100 ns
 constexpr std::int64_t kTicksPerMinute = 60 * kTicksPerSecond;
-
-SYSTEMTIME from_tm(const std::tm &fields) {
-    SYSTEMTIME time = {};
-    time.wYear = static_cast<WORD>(wrapping_add(fields.tm_year, 1900));
-    time.wMonth = static_cast<WORD>(wrapping_add(fields.tm_mon, 1));
-    time.wDayOfWeek = static_cast<WORD>(fields.tm_wday);
-    time.wDay = static_cast<WORD>(fields.tm_mday);
-    time.wHour = static_cast<WORD>(fields.tm_hour);
-    time.wMinute = static_cast<WORD>(fields.tm_min);
-    time.wSecond = static_cast<WORD>(fields.tm_sec);
-    return time;
-}
 
 // Leaves tm_yday as it is.
 void to_tm(const SYSTEMTIME &time, bool daylight, std::tm *fields) {
@@ -99,7 +88,7 @@ CTimeEx CTimeEx::FromUniversalTime(const SYSTEMTIME &time) {
 }
 
 CTimeEx CTimeEx::FromUniversalTime(const std::tm &time) {
-    return FromUniversalTime(from_tm(time));
+    return FromUniversalTime(detail::system_fields(time));
 }
 
 CTimeEx CTimeEx::FromLocalTime(const SYSTEMTIME &time) {
@@ -125,7 +114,7 @@ CTimeEx CTimeEx::FromLocalTime(const SYSTEMTIME &time) {
 }
 
 CTimeEx CTimeEx::FromLocalTime(const std::tm &time) {
-    return FromLocalTime(from_tm(time));
+    return FromLocalTime(detail::system_fields(time));
 }
 
 SYSTEMTIME CTimeEx::GetUniversalTime() const {

@@ -71,4 +71,19 @@ TEST(ZoneFiles, AreReadWithinTheirBounds) {
     }
 }
 
+// Daylight time stopped for a month in the summer of 2015: what counts is the change in force.
+TEST(ZoneFiles, TellTheChangesThatHoldInAYearOfMany) {
+    std::ifstream stream("/usr/share/zoneinfo/Africa/Casablanca", std::ios::binary);
+    const auto zone =
+        platform::read_zone_file(std::string(std::istreambuf_iterator<char>(stream), {}));
+    ASSERT_NE(zone, nullptr);
+    constexpr std::int64_t kMarch = 1427594400, kJune = 1434247200, kJuly = 1437271200;
+    for (const auto &[time, daylight] :
+         {std::pair(kJune + 86400, kMarch), {kJuly + 86400, kJuly}}) {
+        const platform::ZoneYear year = platform::year_of_zone(*zone, time);
+        EXPECT_EQ(year.daylightBegins, daylight);
+        EXPECT_EQ(year.standardBegins, kJune);
+    }
+}
+
 }  // namespace

@@ -1,0 +1,28 @@
+#ifndef OSTREL_TIME_SYSTEM_FIELDS_H
+#define OSTREL_TIME_SYSTEM_FIELDS_H
+
+// Internal. The fields of a tm as the system's, without a test.
+
+#include <ctime>
+
+#include "ostrel/platform/types.h"
+#include "ostrel/time/wrapping.h"
+
+namespace OS::detail {
+
+// Each field is cut to 16 bits; the milliseconds are 0.
+inline SYSTEMTIME system_fields(const std::tm &fields) {
+    SYSTEMTIME time = {};
+    time.wYear = static_cast<WORD>(wrapping_add(fields.tm_year, 1900));
+    time.wMonth = static_cast<WORD>(wrapping_add(fields.tm_mon, 1));
+    time.wDayOfWeek = static_cast<WORD>(fields.tm_wday);
+    time.wDay = static_cast<WORD>(fields.tm_mday);
+    time.wHour = static_cast<WORD>(fields.tm_hour);
+    time.wMinute = static_cast<WORD>(fields.tm_min);
+    time.wSecond = static_cast<WORD>(fields.tm_sec);
+    return time;
+}
+
+}  // namespace OS::detail
+
+#endif  // OSTREL_TIME_SYSTEM_FIELDS_H
