@@ -1,9 +1,10 @@
 // Loads a mapping file of so many lines: into the two maps of CIDMapping, and into the same maps by
 // other readers; and reads it without the maps, beside a bare scan of the mapped file.
 //
-// The first load of a process, for which the system has yet to provide the memory, is not timed: it
-// would tell more of the system than of the contenders. From it comes peak_B_line, the memory for a
-// line at its peak. ns_line is the time for a line.
+// The first load of a process, for which the system has yet to provide the memory, is not timed,
+// and what is released stays with the process: a page of new memory costs the system more than
+// several lines cost the contenders. From the first load comes peak_B_line, the memory for a line
+// at its peak. ns_line is the time for a line.
 
 #include <absl/strings/numbers.h>
 #include <absl/strings/str_split.h>
@@ -71,6 +72,8 @@ long status_kib(const char *name) {
 // Runs `load` and reports time and memory for a line. What it gives is released outside the time.
 template <class Load>
 void run(benchmark::State &state, Load load) {
+    mallopt(M_MMAP_THRESHOLD, 1 << 30);
+    mallopt(M_TRIM_THRESHOLD, -1);  // never
     const auto lines = static_cast<double>(state.range(0));
     malloc_trim(0);
     std::ofstream("/proc/self/clear_refs") << 5;  // the peak starts from here

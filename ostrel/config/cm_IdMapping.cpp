@@ -24,6 +24,17 @@ void take_entry(CINIReader::CIterateEachLineCallback &cutter, const WCHAR *line,
     }
 }
 
+// In the order of their names items lie all over the memory. What is needed soon is asked for while
+// others are at work.
+void fetch_ahead(const std::vector<IDMappingItem *> &order, std::size_t at) {
+    constexpr std::size_t kItem = 16;
+    constexpr std::size_t kText = 8;  // the item is there by then
+    if (at + kItem < order.size()) {
+        __builtin_prefetch(order[at + kItem]);
+        __builtin_prefetch(order[at + kText]->m_strLogicalID.c_str());
+    }
+}
+
 }  // namespace
 
 constinit OS::CAutoPtr<CIDMapping> CIDMapping::s_pInstance;
@@ -104,8 +115,10 @@ void CIDMapping::FillMaps() {
     for (IDMappingItem *const item : OS::detail::order_by_id(m_items)) {
         m_byID.insert_or_assign(m_byID.end(), item->m_nID, item);
     }
-    for (IDMappingItem *const item : OS::detail::order_by_logical_id(m_items)) {
-        m_byLogicalID.insert_or_assign(m_byLogicalID.end(), item->m_strLogicalID, item);
+    const std::vector<IDMappingItem *> order = OS::detail::order_by_logical_id(m_items);
+    for (std::size_t i = 0; i < order.size(); ++i) {
+        fetch_ahead(order, i);
+        m_byLogicalID.insert_or_assign(m_byLogicalID.end(), order[i]->m_strLogicalID, order[i]);
     }
 }
 

@@ -26,8 +26,8 @@ bool fail_with_invalid_parameter() noexcept {
 
 std::optional<std::int64_t> milliseconds_of(const SYSTEMTIME &time) {
     if (time.wYear < kFirstYear || time.wYear > kLastYear || time.wMonth < 1 || time.wMonth > 12 ||
-        time.wDay < 1 || time.wDay > days_in_month(time.wYear, time.wMonth) || time.wHour > 23 ||
-        time.wMinute > 59 || time.wSecond > 59 || time.wMilliseconds > 999) {
+        time.wDay < 1 || (time.wDay > 28 && time.wDay > days_in_month(time.wYear, time.wMonth)) ||
+        time.wHour > 23 || time.wMinute > 59 || time.wSecond > 59 || time.wMilliseconds > 999) {
         return std::nullopt;
     }
     const std::int64_t days = days_from_civil(time.wYear, time.wMonth, time.wDay) - kFirstDay;
@@ -71,6 +71,19 @@ void GetSystemTime(SYSTEMTIME *time) noexcept {
     clock_gettime(CLOCK_REALTIME, &now);
     const std::int64_t since_1601 = now.tv_sec - platform::kFirstDay * platform::kSecondsOfDay;
     *time = platform::fields_of(since_1601 * 1000 + now.tv_nsec / 1'000'000);
+}
+
+DWORD GetTickCount() noexcept {
+    timespec now;
+    clock_gettime(CLOCK_BOOTTIME, &now);  // counts while the system sleeps, too
+    return static_cast<DWORD>(now.tv_sec * 1000 + now.tv_nsec / 1'000'000);
+}
+
+LONG CompareFileTime(const FILETIME *left, const FILETIME *right) noexcept {
+    const auto ticks = [](const FILETIME &count) {
+        return std::uint64_t{count.dwHighDateTime} << 32 | count.dwLowDateTime;
+    };
+    return (ticks(*left) > ticks(*right)) - (ticks(*left) < ticks(*right));
 }
 
 BOOL SystemTimeToFileTime(const SYSTEMTIME *time, FILETIME *count) noexcept {

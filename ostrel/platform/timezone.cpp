@@ -1,6 +1,9 @@
 #include "ostrel/platform/timezone.h"
 
 #include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <iterator>
 #include <optional>
 
 #include "ostrel/platform/calendar.h"
@@ -129,6 +132,76 @@ std::optional<ZoneRule> read_zone(const TIME_ZONE_INFORMATION &zone) {
     return rule;
 }
 
+// The rule that a caller gave last. A thread keeps it, read, with the changes of some years:
+// callers convert many times by one rule.
+class GivenRule {
+public:
+    // Nothing when the rule is none.
+    static std::optional<std::int64_t> OffsetAt(const TIME_ZONE_INFORMATION &zone,
+                                                const SYSTEMTIME &utc, std::int64_t time) {
+        thread_local constinit GivenRule kept;
+        if (std::memcmp(&zone, &kept.m_given, sizeof zone) != 0 && !kept.Read(zone)) {
+            return std::nullopt;
+        }
+        return kept.Offset(utc, time);
+    }
+
+private:
+    struct Year {
+        int number = 0;
+        std::int64_t daylightBegins = 0;
+        std::int64_t standardBegins = 0;
+    };
+    static constexpr int kYears = 32;
+
+    // On failure the old rule stays.
+    bool Read(const TIME_ZONE_INFORMATION &zone) {
+        const std::optional<ZoneRule> rule = read_zone(zone);
+        if (rule) {
+            std::memcpy(&m_given, &zone, sizeof zone);
+            m_standard = rule->standard;
+            m_daylight = rule->daylight;
+            m_hasDaylight = rule->hasDaylight;
+            m_isFar = std::max(std::abs(m_standard), std::abs(m_daylight)) > kSecondsOfDay;
+            std::fill(std::begin(m_years), std::end(m_years), Year());
+        }
+        return rule.has_value();
+    }
+
+    // Whether changes of a neighbouring year may lie near.
+    static bool IsAtEdge(const SYSTEMTIME &utc) {
+        return (utc.wMonth == 1 && utc.wDay < 13) || (utc.wMonth == 12 && utc.wDay > 18);
+    }
+
+    std::int64_t Offset(const SYSTEMTIME &utc, std::int64_t time) {
+        if (!m_hasDaylight) {
+            return m_standard;
+        }
+        if (m_isFar || IsAtEdge(utc)) {
+            return read_zone(m_given)->At(time).offset;
+        }
+        Year &year = m_years[utc.wYear % kYears];
+        if (year.number != utc.wYear) {
+            const ZoneRule rule = *read_zone(m_given);
+            const RuleYear number(utc.wYear);
+            year = {utc.wYear, rule.DaylightBegins(number), rule.StandardBegins(number)};
+        }
+        const bool behind_daylight = time >= year.daylightBegins;
+        const bool behind_standard = time >= year.standardBegins;
+        const bool daylight = year.daylightBegins < year.standardBegins
+                                  ? behind_daylight && !behind_standard
+                                  : behind_daylight || !behind_standard;
+        return daylight ? m_daylight : m_standard;
+    }
+
+    TIME_ZONE_INFORMATION m_given = {};  // UTC
+    std::int64_t m_standard = 0;
+    std::int64_t m_daylight = 0;
+    bool m_hasDaylight = false;
+    bool m_isFar = false;
+    Year m_years[kYears];
+};
+
 // Tells the rule of the year in which `now` falls, and for how long it is this one.
 DWORD tell_rule(const Zone &zone, std::int64_t now, TIME_ZONE_INFORMATION *rule,
                 std::int64_t *begin, std::int64_t *end) {
@@ -186,16 +259,16 @@ BOOL SystemTimeToTzSpecificLocalTime(const TIME_ZONE_INFORMATION *zone, const SY
         return platform::fail_with_invalid_parameter();
     }
     const std::optional<std::int64_t> milliseconds = platform::milliseconds_of(*utc);
-    const auto rule = zone != nullptr ? platform::read_zone(*zone) : std::nullopt;
-    if (!milliseconds || (zone != nullptr && !rule)) {
+    if (!milliseconds) {
         return platform::fail_with_invalid_parameter();
     }
     const std::int64_t time =
         platform::floor_quotient(*milliseconds - platform::kMillisecondsTo1970, 1000);
-    const std::int64_t offset =
-        rule ? rule->At(time).offset : platform::LocalZone::Current().At(time).offset;
-    const std::int64_t clock = *milliseconds + offset * 1000;
-    if (!platform::is_year_of_fields(clock)) {
+    const std::optional<std::int64_t> offset =
+        zone != nullptr ? platform::GivenRule::OffsetAt(*zone, *utc, time)
+                        : platform::LocalZone::Current().At(time).offset;
+    const std::int64_t clock = *milliseconds + offset.value_or(0) * 1000;
+    if (!offset || !platform::is_year_of_fields(clock)) {
         return platform::fail_with_invalid_parameter();
     }
     *local = platform::fields_of(clock);

@@ -1,6 +1,7 @@
 #include "ostrel/time/time_ex.h"
 
 #include <cstdint>
+#include <cstring>
 
 #include "ostrel/platform/time.h"
 #include "ostrel/platform/timezone.h"
@@ -33,12 +34,22 @@ void to_tm(const SYSTEMTIME &time, bool daylight, std::tm *fields) {
     fields->tm_isdst = daylight ? 1 : 0;
 }
 
-// The count of a time; `none` for what is no time.
-std::int64_t ticks_of(const SYSTEMTIME &time, std::int64_t none) {
-    FILETIME count = {static_cast<DWORD>(none), static_cast<DWORD>(none >> 32)};
-    SystemTimeToFileTime(&time, &count);
+std::int64_t ticks_of(const FILETIME &count) {
     return static_cast<std::int64_t>(std::uint64_t{count.dwHighDateTime} << 32 |
                                      count.dwLowDateTime);
+}
+
+// The count of a time; 0 for what is no time.
+std::int64_t ticks_of(const SYSTEMTIME &time) {
+    FILETIME count = {};
+    SystemTimeToFileTime(&time, &count);
+    return ticks_of(count);
+}
+
+// Two times show the same clock; neither weekday is looked at.
+bool is_same_clock(SYSTEMTIME left, const SYSTEMTIME &right) {
+    left.wDayOfWeek = right.wDayOfWeek;
+    return std::memcmp(&left, &right, sizeof left) == 0;
 }
 
 // The empty time for a count that is none.
@@ -92,20 +103,18 @@ CTimeEx CTimeEx::FromUniversalTime(const std::tm &time) {
 }
 
 CTimeEx CTimeEx::FromLocalTime(const SYSTEMTIME &time) {
-    // Different ones, so that what is no time is equal to nothing.
-    constexpr std::int64_t kNoClock = -1;
-    constexpr std::int64_t kNoResult = -2;
     CTimeEx result;
     TIME_ZONE_INFORMATION zone = {};
-    if (!read_zone(&zone)) {
+    FILETIME clock = {};
+    if (!read_zone(&zone) || !SystemTimeToFileTime(&time, &clock)) {
         return result;
     }
-    const std::int64_t clock = ticks_of(time, kNoClock);
     for (const std::int64_t offset : {daylight_offset(zone), standard_offset(zone)}) {
-        const SYSTEMTIME candidate = time_of(wrapping_add(clock, offset * kTicksPerMinute));
+        const SYSTEMTIME candidate =
+            time_of(wrapping_add(ticks_of(clock), offset * kTicksPerMinute));
         SYSTEMTIME local = {};
         SystemTimeToTzSpecificLocalTime(&zone, &candidate, &local);
-        if (ticks_of(local, kNoResult) == clock) {
+        if (is_same_clock(local, time)) {
             result.m_imp->m_utc = candidate;
             break;
         }
@@ -137,7 +146,7 @@ void CTimeEx::GetLocalTime(SYSTEMTIME &time, bool &daylight) const {
     if (!read_zone(&zone) || !SystemTimeToTzSpecificLocalTime(&zone, &utc, &time)) {
         return;
     }
-    const std::int64_t offset = (ticks_of(utc, 0) - ticks_of(time, 0)) / kTicksPerSecond / 60;
+    const std::int64_t offset = (ticks_of(utc) - ticks_of(time)) / kTicksPerSecond / 60;
     daylight = offset != standard_offset(zone) && offset == daylight_offset(zone);
 }
 
