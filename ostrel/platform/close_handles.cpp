@@ -1,7 +1,5 @@
 // The calls that close a handle: one for each kind.
 
-#include <dlfcn.h>
-
 #include <cerrno>
 
 #include "ostrel/platform/error.h"
@@ -44,13 +42,4 @@ int _findclose(std::intptr_t search) noexcept {
     }
     errno = EINVAL;
     return -1;
-}
-
-BOOL DisableThreadLibraryCalls(HMODULE module) noexcept {
-    Dl_info info;
-    if (module != nullptr && dladdr(module, &info) != 0 && info.dli_fbase == module) {
-        return TRUE;
-    }
-    SetLastError(ERROR_INVALID_HANDLE);
-    return FALSE;
 }

@@ -1,13 +1,10 @@
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <atomic>
 #include <cerrno>
 #include <mutex>
 #include <unordered_map>
 
 #include "ostrel/platform/crt_text.h"
+#include "ostrel/platform/delete_file.h"
 #include "ostrel/platform/file.h"
 #include "ostrel/platform/host_path.h"
 #include "ostrel/platform/stream.h"
@@ -170,19 +167,13 @@ int _wremove(const WCHAR *path) noexcept {
     }
     try {
         const std::optional<std::string> host = platform::host_path(path);
-        struct stat facts;
-        if (!host || host->empty()) {
-            errno = ENOENT;
-            return -1;
+        const int error = host && !host->empty() ? platform::delete_file(host->c_str()) : ENOENT;
+        if (error == 0) {
+            return 0;
         }
-        if (lstat(host->c_str(), &facts) != 0) {
-            return -1;
-        }
-        if (S_ISDIR(facts.st_mode) || (S_ISREG(facts.st_mode) && (facts.st_mode & S_IWUSR) == 0)) {
-            errno = EACCES;
-            return -1;
-        }
-        return unlink(host->c_str());
+        const bool refused = error == EISDIR || error == EBUSY || error == ETXTBSY;
+        errno = refused ? EACCES : error;
+        return -1;
     } catch (const std::bad_alloc &) {
         errno = ENOMEM;
         return -1;

@@ -1,6 +1,13 @@
 #include "ostrel/platform/errno_code.h"
 
+#include <limits.h>
+#include <sys/stat.h>
+
 #include <cerrno>
+#include <cstring>
+#include <string_view>
+
+#include "ostrel/platform/error.h"
 
 namespace platform {
 namespace {
@@ -36,8 +43,27 @@ constexpr Pair kCodes[] = {
     {ELOOP, 161},         // BAD_PATHNAME
     {EEXIST, 183},        // ALREADY_EXISTS
     {ENAMETOOLONG, 206},  // FILENAME_EXCED_RANGE
+    {EFAULT, 998},        // NOACCESS
     {EIO, 1117},          // IO_DEVICE
 };
+
+// Whether the folder in which `path` names something is there. A separator at the end of the path
+// belongs to the name.
+bool has_parent(std::string_view path) noexcept {
+    const std::size_t name_end = path.find_last_not_of('/');
+    const std::size_t folder_end = path.find_last_of('/', name_end);
+    if (name_end == path.npos || folder_end == path.npos) {
+        return true;  // the root or the current directory
+    }
+    char folder[PATH_MAX];
+    if (folder_end + 2 > sizeof folder) {
+        return false;
+    }
+    std::memcpy(folder, path.data(), folder_end + 1);
+    folder[folder_end + 1] = '\0';
+    struct stat facts;
+    return stat(folder, &facts) == 0;
+}
 
 }  // namespace
 
@@ -48,6 +74,10 @@ DWORD code_of_errno(int error) noexcept {
         }
     }
     return 31;
+}
+
+DWORD code_of_path(int error, const char *host_path) noexcept {
+    return error == ENOENT && !has_parent(host_path) ? ERROR_PATH_NOT_FOUND : code_of_errno(error);
 }
 
 }  // namespace platform

@@ -1,17 +1,33 @@
 #ifndef OSTREL_PLATFORM_HOST_PATH_H
 #define OSTREL_PLATFORM_HOST_PATH_H
 
-// Internal. From a path of the platform to one of the host, by the rules told in file.h.
+// Internal. Between paths of the platform and those of the host, by the rules told in file.h.
 
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "ostrel/platform/types.h"
 
 namespace platform {
 
-// Nothing when no host file can have that path, or its drive does not exist.
+// Whether a path begins with a drive: a letter and a colon.
+bool has_drive(const WCHAR *path);
+
+// Nothing when no host file can have that path, or its drive does not exist. `path` has any length
+// and is not null.
 std::optional<std::string> host_path(const WCHAR *path);
+
+// The same for the system's calls, which take MAX_PATH characters at most. Nothing, with the last
+// error ERROR_PATH_NOT_FOUND (as above; null or empty) or ERROR_FILENAME_EXCED_RANGE.
+std::optional<std::string> file_path(const WCHAR *path);
+
+// A name of the host as the platform tells it. `units` holds as many as `name` has bytes. Result:
+// the units stored. host_path gives the name back.
+std::size_t told_name(std::string_view name, WCHAR *units);
+
+// An absolute path of the host in the form C:\dir\name.
+std::u16string told_path(std::string_view path);
 
 }  // namespace platform
 

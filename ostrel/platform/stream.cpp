@@ -1,9 +1,5 @@
 #include "ostrel/platform/stream.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -11,6 +7,8 @@
 #include <utility>
 
 #include "ostrel/platform/crt_text.h"
+#include "ostrel/platform/host_descriptor.h"
+#include "ostrel/platform/share_mode.h"
 
 #ifdef __SSE2__
 #include <emmintrin.h>
@@ -105,6 +103,24 @@ bool starts_with_and_skip(std::u16string_view *text, std::u16string_view prefix)
     return found;
 }
 
+// The rules that the host does not know. A file is emptied only when they allow the stream.
+int complete_open(int file, const OpenMode &mode) {
+    struct stat facts;
+    if (fstat(file, &facts) != 0) {
+        return errno;
+    }
+    if (S_ISDIR(facts.st_mode) || (!mode.Reads() && is_read_only(facts))) {
+        return EACCES;
+    }
+    if (!S_ISREG(facts.st_mode)) {
+        return 0;
+    }
+    if (take_share(file, mode.Reads() ? kShareRead : kShareWrite, kShareRead | kShareWrite) != 0) {
+        return EACCES;
+    }
+    return mode.access == 'w' && ftruncate(file, 0) != 0 ? errno : 0;
+}
+
 }  // namespace
 
 std::optional<OpenMode> OpenMode::Parse(std::u16string_view text) {
@@ -160,29 +176,19 @@ std::optional<OpenMode> OpenMode::Parse(std::u16string_view text) {
 }
 
 std::unique_ptr<Stream> Stream::Open(const char *path, const OpenMode &mode) {
-    int flags = O_CLOEXEC;
-    flags |= mode.Reads() ? O_RDONLY : O_WRONLY | O_CREAT;
-    flags |= mode.access == 'a' ? O_APPEND : 0;
-    flags |= mode.exclusive ? O_EXCL : 0;
-    const int file = open(path, flags, 0666);
-    if (file < 0) {
+    const int flags = O_CREAT | (mode.access == 'a' ? O_APPEND : 0) | (mode.exclusive ? O_EXCL : 0);
+    HostDescriptor file =
+        mode.Reads() ? open_host(path, O_RDONLY) : open_host_to_write(path, flags);
+    if (!file) {
         errno = errno == EISDIR ? EACCES : errno;
         return nullptr;
     }
-    std::unique_ptr<Stream> stream(new Stream(file, mode));
-    struct stat facts;
-    int failure = 0;
-    if (fstat(file, &facts) != 0) {
-        failure = errno;
-    } else if (S_ISDIR(facts.st_mode) || (!mode.Reads() && (facts.st_mode & S_IWUSR) == 0)) {
-        failure = EACCES;
-    } else if (mode.access == 'w' && S_ISREG(facts.st_mode) && ftruncate(file, 0) != 0) {
-        failure = errno;
-    }
-    if (failure != 0) {
-        stream.reset();
+    if (const int failure = complete_open(file.Get(), mode)) {
         errno = failure;
+        return nullptr;
     }
+    std::unique_ptr<Stream> stream(new Stream(file.Get(), mode));
+    file.Release();
     return stream;
 }
 

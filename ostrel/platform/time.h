@@ -50,6 +50,14 @@ OSTREL_PLATFORM_API double _difftime64(std::int64_t end, std::int64_t start) noe
 // The present time in UTC, to the millisecond.
 OSTREL_PLATFORM_API void GetSystemTime(SYSTEMTIME *time) noexcept;
 
+// Milliseconds since the system started; 0 follows 2^32 - 1, after 49.7 days. Take the difference
+// of two as an unsigned number.
+OSTREL_PLATFORM_API DWORD GetTickCount() noexcept;
+
+// Which of two counts of 100 ns is the smaller, as unsigned numbers: -1 for the left one, 0 when
+// they are equal, 1 for the right one. Neither may be null.
+OSTREL_PLATFORM_API LONG CompareFileTime(const FILETIME *left, const FILETIME *right) noexcept;
+
 // Between fields and a count of 100 ns from 1601-01-01 00:00:00. The day of the week is not looked
 // at in fields, and filled in.
 //

@@ -1,0 +1,36 @@
+// Any bytes as a line of the record of moves: what is taken must be written as the same request
+// again, and never with a path that the record's rules do not allow.
+
+#include <cstdint>
+#include <cstdlib>
+#include <string_view>
+
+#include "ostrel/platform/pending_record.h"
+
+namespace {
+
+void require(bool holds) {
+    if (!holds) {
+        std::abort();
+    }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
+    const std::string_view line(reinterpret_cast<const char *>(data), size);
+    const auto request = platform::request_of_line(line);
+    if (!request) {
+        return 0;
+    }
+    require(request->source.starts_with('/'));
+    require((request->verb == platform::PendingVerb::kDelete) == request->target.empty());
+    const std::string written = platform::line_of_request(*request);
+    require(written.ends_with('\n'));
+    const auto again =
+        platform::request_of_line(std::string_view(written).substr(0, written.size() - 1));
+    require(again && again->verb == request->verb && again->boot == request->boot &&
+            again->source == request->source && again->target == request->target &&
+            again->begun.has_value() == request->begun.has_value());
+    return 0;
+}

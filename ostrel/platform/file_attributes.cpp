@@ -1,0 +1,58 @@
+// Attributes by path.
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+
+#include "ostrel/platform/call_result.h"
+#include "ostrel/platform/errno_code.h"
+#include "ostrel/platform/error.h"
+#include "ostrel/platform/file.h"
+#include "ostrel/platform/file_facts.h"
+#include "ostrel/platform/host_path.h"
+
+namespace {
+
+using platform::code_of_path;
+
+DWORD read_attributes(const WCHAR *path, DWORD *attributes) {
+    const std::optional<std::string> host = platform::file_path(path);
+    if (!host) {
+        return GetLastError();
+    }
+    platform::FileFacts facts;
+    if (const int error = platform::read_facts(AT_FDCWD, host->c_str(), &facts)) {
+        return code_of_path(error, host->c_str());
+    }
+    *attributes = facts.attributes;
+    return ERROR_SUCCESS;
+}
+
+DWORD set_attributes(const WCHAR *path, DWORD attributes) {
+    const std::optional<std::string> host = platform::file_path(path);
+    if (!host) {
+        return GetLastError();
+    }
+    struct stat facts;
+    if (lstat(host->c_str(), &facts) != 0) {
+        return code_of_path(errno, host->c_str());
+    }
+    if (S_ISLNK(facts.st_mode)) {
+        return ERROR_SUCCESS;  // it has none of its own, and its target is another file
+    }
+    const int error = platform::write_attributes(host->c_str(), attributes);
+    return error != 0 ? code_of_path(error, host->c_str()) : ERROR_SUCCESS;
+}
+
+}  // namespace
+
+DWORD GetFileAttributesW(const WCHAR *path) noexcept {
+    DWORD attributes = INVALID_FILE_ATTRIBUTES;
+    platform::call_result([&] { return read_attributes(path, &attributes); });
+    return attributes;
+}
+
+BOOL SetFileAttributesW(const WCHAR *path, DWORD attributes) noexcept {
+    return platform::call_result([&] { return set_attributes(path, attributes); });
+}

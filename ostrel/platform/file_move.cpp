@@ -1,0 +1,185 @@
+// Moving and renaming.
+
+#include <array>
+#include <optional>
+#include <string>
+
+#include "ostrel/platform/call_result.h"
+#include "ostrel/platform/delete_file.h"
+#include "ostrel/platform/errno_code.h"
+#include "ostrel/platform/file.h"
+#include "ostrel/platform/host_descriptor.h"
+#include "ostrel/platform/host_path.h"
+#include "ostrel/platform/host_rename.h"
+#include "ostrel/platform/pending_moves.h"
+#include "ostrel/platform/share_mode.h"
+#include "ostrel/platform/whole_copy.h"
+
+namespace platform {
+namespace {
+
+std::string name_in_folder(const std::string &path) {
+    const std::size_t end = path.find_last_not_of('/') + 1;
+    const std::size_t begin = path.find_last_of('/', end - 1) + 1;
+    return path.substr(begin, end - begin);
+}
+
+// Whether two paths are those of one entry of one folder, and not of two links to one file. A host
+// without regard to case may have given the entry another spelling.
+bool is_same_entry(const std::string &a, const std::string &b) {
+    struct stat facts_a, facts_b;
+    if (lstat(a.c_str(), &facts_a) != 0 || lstat(b.c_str(), &facts_b) != 0 ||
+        !is_same_file(facts_a, facts_b)) {
+        return false;
+    }
+    if (S_ISDIR(facts_a.st_mode) || facts_a.st_nlink == 1) {
+        return true;
+    }
+    return name_in_folder(a) == name_in_folder(b) && stat(folder_of(a).c_str(), &facts_a) == 0 &&
+           stat(folder_of(b).c_str(), &facts_b) == 0 && is_same_file(facts_a, facts_b);
+}
+
+// A missing source, or else the target's folder.
+DWORD code_of_move(int error, const std::string &source) {
+    struct stat facts;
+    if (error == ENOENT && lstat(source.c_str(), &facts) == 0) {
+        return ERROR_PATH_NOT_FOUND;
+    }
+    return code_of_path(error, source.c_str());
+}
+
+// To another file system. The source is deleted when the copy is in its place.
+int move_by_copy(const std::string &source, const std::string &target, bool replace, bool syncs) {
+    struct stat facts, there;
+    if (lstat(source.c_str(), &facts) != 0) {
+        return errno;
+    }
+    if (!S_ISREG(facts.st_mode) && !S_ISLNK(facts.st_mode)) {
+        return EXDEV;
+    }
+    if (!replace && lstat(target.c_str(), &there) == 0) {
+        return EEXIST;  // before a long copy
+    }
+    int error = 0;
+    if (S_ISLNK(facts.st_mode)) {
+        error = copy_link(source, facts, target, replace);
+    } else {
+        const HostDescriptor file = open_host(source.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
+        if (!file || fstat(file.Get(), &facts) != 0) {
+            return errno;
+        }
+        error = take_share(file.Get(), kShareRead, kShareRead | kShareWrite | kShareDelete);
+        if (error == 0) {
+            error = copy_file(file.Get(), facts, target, {replace, true, syncs});
+        }
+    }
+    if (error == 0) {
+        unlink(source.c_str());  // a source that stays is no failure
+    }
+    return error;
+}
+
+int move_new(const std::string &source, const std::string &target) {
+    const int error = rename_host(source.c_str(), target.c_str(), false);
+    return error == EEXIST && is_same_entry(source, target)
+               ? rename_host(source.c_str(), target.c_str(), true)
+               : error;
+}
+
+// Puts a file in the place of another, if there is one.
+int move_over(const std::string &source, const std::string &target) {
+    struct stat facts, there;
+    if (lstat(source.c_str(), &facts) != 0) {
+        return errno;
+    }
+    if (S_ISDIR(facts.st_mode)) {
+        return EACCES;
+    }
+    const bool exists = lstat(target.c_str(), &there) == 0 && !is_same_entry(source, target);
+    if (exists && (S_ISDIR(there.st_mode) || is_read_only(there) ||
+                   (S_ISREG(there.st_mode) && check_unused(target.c_str(), there) != 0))) {
+        return EACCES;
+    }
+    if (exists && is_same_file(facts, there)) {
+        // The host does nothing when both are links to one file, and leaves both.
+        return unlink(source.c_str()) == 0 ? 0 : errno;
+    }
+    return rename_host(source.c_str(), target.c_str(), true);
+}
+
+// The folders of a move, opened before it, since what cannot be opened must be told before.
+class SyncedFolders {
+public:
+    int Open(const std::string &source, const std::string &target) {
+        m_folders[0] = open_host(folder_of(source).c_str(), O_RDONLY | O_DIRECTORY);
+        if (!m_folders[0]) {
+            return errno;
+        }
+        m_folders[1] = open_host(folder_of(target).c_str(), O_RDONLY | O_DIRECTORY);
+        return m_folders[1] ? 0 : errno;
+    }
+
+    // Some file systems have nothing to write there, and say so.
+    int Sync() const {
+        for (const HostDescriptor &folder : m_folders) {
+            if (fsync(folder.Get()) != 0 && errno != EINVAL && errno != EROFS) {
+                return errno;
+            }
+        }
+        return 0;
+    }
+
+private:
+    std::array<HostDescriptor, 2> m_folders;
+};
+
+DWORD move_path(const std::string &source, const std::string &target, DWORD flags) {
+    const bool replace = (flags & MOVEFILE_REPLACE_EXISTING) != 0;
+    const bool syncs = (flags & MOVEFILE_WRITE_THROUGH) != 0;
+    SyncedFolders folders;
+    int error = syncs ? folders.Open(source, target) : 0;
+    if (error == 0) {
+        error = replace ? move_over(source, target) : move_new(source, target);
+    }
+    if (error == EXDEV && (flags & MOVEFILE_COPY_ALLOWED) != 0) {
+        error = move_by_copy(source, target, replace, syncs);
+    }
+    if (error == 0 && syncs) {
+        error = folders.Sync();
+    }
+    return error == 0 ? ERROR_SUCCESS : code_of_move(error, source);
+}
+
+DWORD move_file(const WCHAR *source, const WCHAR *target, DWORD flags) {
+    constexpr DWORD kFlags = MOVEFILE_REPLACE_EXISTING | MOVEFILE_COPY_ALLOWED |
+                             MOVEFILE_DELAY_UNTIL_REBOOT | MOVEFILE_WRITE_THROUGH;
+    const bool delayed = (flags & MOVEFILE_DELAY_UNTIL_REBOOT) != 0;
+    if ((flags & ~kFlags) != 0 || (target == nullptr && !delayed) ||
+        (delayed && (flags & MOVEFILE_COPY_ALLOWED) != 0)) {
+        return ERROR_INVALID_PARAMETER;
+    }
+    const std::optional<std::string> from = file_path(source);
+    std::optional<std::string> to;
+    if (from && target != nullptr) {
+        to = file_path(target);
+    }
+    if (!from || (target != nullptr && !to)) {
+        return GetLastError();
+    }
+    if (delayed) {
+        return record_pending_move(*from, to ? &*to : nullptr,
+                                   (flags & MOVEFILE_REPLACE_EXISTING) != 0);
+    }
+    return move_path(*from, *to, flags);
+}
+
+}  // namespace
+}  // namespace platform
+
+BOOL MoveFileExW(const WCHAR *source, const WCHAR *target, DWORD flags) noexcept {
+    return platform::call_result([=] { return platform::move_file(source, target, flags); });
+}
+
+BOOL MoveFileW(const WCHAR *source, const WCHAR *target) noexcept {
+    return MoveFileExW(source, target, MOVEFILE_COPY_ALLOWED);
+}

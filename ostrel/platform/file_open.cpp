@@ -1,0 +1,361 @@
+// Open files: CreateFileW and the calls on its handles.
+
+#include <signal.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <ctime>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "ostrel/platform/call_result.h"
+#include "ostrel/platform/errno_code.h"
+#include "ostrel/platform/file.h"
+#include "ostrel/platform/file_facts.h"
+#include "ostrel/platform/handle_table.h"
+#include "ostrel/platform/host_descriptor.h"
+#include "ostrel/platform/host_path.h"
+#include "ostrel/platform/share_mode.h"
+
+namespace {
+
+using platform::code_of_errno;
+using platform::FileFacts;
+using platform::HandleKind;
+using platform::HandleTable;
+using platform::HostDescriptor;
+
+constexpr DWORD kKeptAttributes =
+    FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;
+
+// Writing to a FIFO or socket whose reader has gone raises SIGPIPE; here it is an error code. The
+// signal is held back in this thread for the scope, and one that the scope has raised is taken off.
+class PipeSignalHeld {
+public:
+    PipeSignalHeld() noexcept {
+        sigemptyset(&m_signal);
+        sigaddset(&m_signal, SIGPIPE);
+        sigset_t pending;
+        sigpending(&pending);
+        m_was_pending = sigismember(&pending, SIGPIPE) == 1;
+        pthread_sigmask(SIG_BLOCK, &m_signal, &m_before);
+    }
+    ~PipeSignalHeld() {
+        const std::timespec at_once = {};
+        if (!m_was_pending) {
+            sigtimedwait(&m_signal, nullptr, &at_once);
+        }
+        pthread_sigmask(SIG_SETMASK, &m_before, nullptr);
+    }
+    PipeSignalHeld &operator=(PipeSignalHeld &&) = delete;  // nor copied
+
+private:
+    sigset_t m_signal, m_before;
+    bool m_was_pending;
+};
+
+class OpenFile : public platform::HandleObject {
+public:
+    OpenFile(HostDescriptor file, DWORD access, bool regular)
+        : m_file(std::move(file)), m_access(access), m_regular(regular) {}
+
+    int Get() const { return m_file.Get(); }
+    bool Allows(DWORD access) const { return (m_access & access) != 0; }
+
+    // What has no end, a FIFO or a terminal, is read as its data comes.
+    DWORD Read(char *bytes, DWORD count, DWORD *done) {
+        return Transfer(count, done, !m_regular, [this, bytes](DWORD from, DWORD left) {
+            return read(Get(), bytes + from, left);
+        });
+    }
+
+    DWORD Write(const char *bytes, DWORD count, DWORD *done) {
+        std::optional<PipeSignalHeld> held;
+        if (!m_regular) {
+            held.emplace();
+        }
+        const DWORD code = Transfer(count, done, false, [this, bytes](DWORD from, DWORD left) {
+            return write(Get(), bytes + from, left);
+        });
+        return code == ERROR_SUCCESS && *done < count ? code_of_errno(EIO) : code;
+    }
+
+private:
+    // Moves `count` bytes by steps of the host, which may be interrupted or short. One that moves
+    // nothing is the end.
+    template <class Step>
+    DWORD Transfer(DWORD count, DWORD *done, bool one_step, Step step) {
+        std::unique_lock lock(m_position, std::defer_lock);
+        if (m_regular) {
+            lock.lock();  // the two directions of a FIFO must not wait for each other
+        }
+        while (*done < count) {
+            const ssize_t moved = step(*done, count - *done);
+            if (moved < 0 && errno != EINTR) {
+                return code_of_errno(errno);
+            }
+            *done += moved > 0 ? static_cast<DWORD>(moved) : 0;
+            if (moved == 0 || (moved > 0 && one_step)) {
+                break;
+            }
+        }
+        return ERROR_SUCCESS;
+    }
+
+    HostDescriptor m_file;
+    DWORD m_access;
+    bool m_regular;
+    std::mutex m_position;  // keeps the steps of one call together
+};
+
+// The arguments of an open.
+struct Request {
+    DWORD access, share, creation, flags;
+
+    bool MayCreate() const {
+        return creation == CREATE_NEW || creation == CREATE_ALWAYS || creation == OPEN_ALWAYS;
+    }
+    bool Empties() const { return creation == CREATE_ALWAYS || creation == TRUNCATE_EXISTING; }
+    bool Writes() const { return (access & GENERIC_WRITE) != 0 || Empties(); }
+    DWORD NewAttributes() const { return FILE_ATTRIBUTE_ARCHIVE | (flags & kKeptAttributes); }
+
+    bool OpensDirectories() const {
+        return creation == OPEN_EXISTING && (flags & FILE_FLAG_BACKUP_SEMANTICS) != 0 && !Writes();
+    }
+
+    bool IsValid() const {
+        constexpr DWORD kShares = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+        constexpr DWORD kFlags = kKeptAttributes | FILE_ATTRIBUTE_ARCHIVE | FILE_ATTRIBUTE_NORMAL |
+                                 FILE_FLAG_BACKUP_SEMANTICS;
+        return (access & ~(GENERIC_READ | GENERIC_WRITE)) == 0 && (share & ~kShares) == 0 &&
+               (flags & ~kFlags) == 0 && creation >= CREATE_NEW && creation <= TRUNCATE_EXISTING &&
+               (creation != TRUNCATE_EXISTING || (access & GENERIC_WRITE) != 0);
+    }
+
+    unsigned ShareAccess() const {
+        return ((access & GENERIC_READ) != 0 ? platform::kShareRead : 0) |
+               ((access & GENERIC_WRITE) != 0 ? platform::kShareWrite : 0);
+    }
+};
+
+// Never empties the file: that waits until sharing allows the open. Never waits for a peer.
+HostDescriptor open_existing(const char *path, const Request &request) {
+    if (request.Writes()) {
+        return (request.access & GENERIC_READ) != 0
+                   ? platform::open_host(path, O_RDWR | O_NONBLOCK)
+                   : platform::open_host_to_write(path, O_NONBLOCK);
+    }
+    HostDescriptor file = platform::open_host(path, O_RDONLY | O_NONBLOCK);
+    const bool facts_are_enough = request.access == 0 && !file && errno == EACCES;
+    return facts_are_enough ? platform::open_host(path, O_PATH) : std::move(file);
+}
+
+HostDescriptor create(const char *path, const Request &request, int exclusive) {
+    return platform::open_host(
+        path, O_CREAT | O_NONBLOCK | (request.Writes() ? O_RDWR : O_RDONLY) | exclusive);
+}
+
+// Opens or creates as `creation` says; none with errno.
+HostDescriptor open_or_create(const char *path, const Request &request, bool *created) {
+    *created = true;
+    if (request.creation == CREATE_NEW) {
+        return create(path, request, O_EXCL);
+    }
+    // Others may create and delete the file meanwhile. What is there and cannot be opened at every
+    // turn is a link that leads nowhere: its target is created.
+    constexpr int kTurns = 3;
+    for (int turn = 0; turn < kTurns; ++turn) {
+        HostDescriptor file = open_existing(path, request);
+        *created = !file;
+        if (file || errno != ENOENT || !request.MayCreate()) {
+            return file;
+        }
+        file = create(path, request, O_EXCL);
+        if (file || errno != EEXIST) {
+            return file;
+        }
+    }
+    return create(path, request, 0);
+}
+
+// Makes an existing file a new one.
+DWORD empty_file(int file, const Request &request) {
+    if ((request.access & GENERIC_WRITE) == 0 &&
+        !platform::is_shared_for(file, platform::kShareWrite)) {
+        return ERROR_SHARING_VIOLATION;
+    }
+    constexpr DWORD kProtecting = FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;
+    FileFacts facts;
+    if (request.creation == CREATE_ALWAYS && platform::read_facts(file, &facts) == 0 &&
+        (facts.attributes & kProtecting & ~request.flags) != 0) {
+        return ERROR_ACCESS_DENIED;
+    }
+    if (ftruncate(file, 0) != 0) {
+        return code_of_errno(errno);
+    }
+    if (request.creation == CREATE_ALWAYS) {
+        platform::write_attributes(file, request.NewAttributes());
+    }
+    return ERROR_SUCCESS;
+}
+
+// What follows when the host has opened the file: the rules that the host does not know.
+DWORD complete_open(int file, const Request &request, bool created, const struct stat &facts) {
+    if (S_ISDIR(facts.st_mode) && !request.OpensDirectories()) {
+        return ERROR_ACCESS_DENIED;
+    }
+    if (!S_ISREG(facts.st_mode) && !S_ISDIR(facts.st_mode)) {
+        fcntl(file, F_SETFL, fcntl(file, F_GETFL) & ~O_NONBLOCK);  // the open alone did not wait
+        return ERROR_SUCCESS;
+    }
+    if (!created && request.Writes() && platform::is_read_only(facts)) {
+        return ERROR_ACCESS_DENIED;
+    }
+    if (platform::take_share(file, request.ShareAccess(), request.share) != 0) {
+        return ERROR_SHARING_VIOLATION;
+    }
+    if (created) {
+        platform::write_attributes(file, request.NewAttributes());
+        return ERROR_SUCCESS;
+    }
+    return request.Empties() ? empty_file(file, request) : ERROR_SUCCESS;
+}
+
+DWORD open_file(const WCHAR *path, const Request &request, HANDLE *handle) {
+    const std::optional<std::string> host = platform::file_path(path);
+    if (!host) {
+        return GetLastError();
+    }
+    bool created = false;
+    HostDescriptor file = open_or_create(host->c_str(), request, &created);
+    if (!file) {
+        return errno == EEXIST ? ERROR_FILE_EXISTS : platform::code_of_path(errno, host->c_str());
+    }
+    struct stat facts;
+    if (fstat(file.Get(), &facts) != 0) {
+        return code_of_errno(errno);
+    }
+    const DWORD code = complete_open(file.Get(), request, created, facts);
+    if (code != ERROR_SUCCESS) {
+        return code;
+    }
+    auto object =
+        std::make_shared<OpenFile>(std::move(file), request.access, S_ISREG(facts.st_mode));
+    *handle = reinterpret_cast<HANDLE>(
+        HandleTable::Instance().Open(HandleKind::kObject, std::move(object)));
+    if (request.creation == CREATE_ALWAYS || request.creation == OPEN_ALWAYS) {
+        SetLastError(created ? ERROR_SUCCESS : ERROR_ALREADY_EXISTS);
+    }
+    return ERROR_SUCCESS;
+}
+
+// Runs `body` with the open file behind a handle; its result is the call's.
+template <class Body>
+BOOL with_file(HANDLE handle, Body body) noexcept {
+    return platform::call_result([&]() -> DWORD {
+        const auto object = HandleTable::Instance().Find(HandleKind::kObject,
+                                                         reinterpret_cast<std::uintptr_t>(handle));
+        auto *const file = dynamic_cast<OpenFile *>(object.get());
+        return file != nullptr ? body(*file) : ERROR_INVALID_HANDLE;
+    });
+}
+
+// What stands against a read or write before it begins.
+DWORD check_transfer(const OpenFile &file, DWORD access, const void *buffer, DWORD count,
+                     DWORD *done, const void *overlapped) {
+    if (done == nullptr || overlapped != nullptr) {
+        return ERROR_INVALID_PARAMETER;
+    }
+    *done = 0;
+    if (!file.Allows(access)) {
+        return ERROR_ACCESS_DENIED;
+    }
+    return buffer == nullptr && count > 0 ? ERROR_NOACCESS : ERROR_SUCCESS;
+}
+
+void store_time(const FILETIME &time, FILETIME *out) {
+    if (out != nullptr) {
+        *out = time;
+    }
+}
+
+constexpr DWORD high_half(std::uint64_t value) {
+    return static_cast<DWORD>(value >> 32);
+}
+
+constexpr DWORD low_half(std::uint64_t value) {
+    return static_cast<DWORD>(value);
+}
+
+}  // namespace
+
+HANDLE CreateFileW(const WCHAR *path, DWORD access, DWORD share, SECURITY_ATTRIBUTES *security,
+                   DWORD creation, DWORD flags, HANDLE pattern) noexcept {
+    HANDLE handle = INVALID_HANDLE_VALUE;
+    platform::call_result([&]() -> DWORD {
+        const Request request = {access, share, creation, flags};
+        const bool valid = security == nullptr && pattern == nullptr && request.IsValid();
+        return valid ? open_file(path, request, &handle) : ERROR_INVALID_PARAMETER;
+    });
+    return handle;
+}
+
+BOOL ReadFile(HANDLE file, LPVOID buffer, DWORD count, DWORD *done, LPVOID overlapped) noexcept {
+    return with_file(file, [=](OpenFile &open) {
+        const DWORD code = check_transfer(open, GENERIC_READ, buffer, count, done, overlapped);
+        return code == ERROR_SUCCESS ? open.Read(static_cast<char *>(buffer), count, done) : code;
+    });
+}
+
+BOOL WriteFile(HANDLE file, LPCVOID buffer, DWORD count, DWORD *done, LPVOID overlapped) noexcept {
+    return with_file(file, [=](OpenFile &open) {
+        const DWORD code = check_transfer(open, GENERIC_WRITE, buffer, count, done, overlapped);
+        return code == ERROR_SUCCESS ? open.Write(static_cast<const char *>(buffer), count, done)
+                                     : code;
+    });
+}
+
+BOOL GetFileTime(HANDLE file, FILETIME *creation, FILETIME *access, FILETIME *write) noexcept {
+    return with_file(file, [=](OpenFile &open) {
+        FileFacts facts;
+        if (const int error = platform::read_facts(open.Get(), &facts)) {
+            return code_of_errno(error);
+        }
+        store_time(facts.creation, creation);
+        store_time(facts.access, access);
+        store_time(facts.write, write);
+        return ERROR_SUCCESS;
+    });
+}
+
+BOOL SetFileTime(HANDLE file, const FILETIME *creation, const FILETIME *access,
+                 const FILETIME *write) noexcept {
+    return with_file(file, [=](OpenFile &open) {
+        if (!open.Allows(GENERIC_WRITE)) {
+            return ERROR_ACCESS_DENIED;
+        }
+        const int error = platform::write_times(open.Get(), creation, access, write);
+        return error != 0 ? code_of_errno(error) : ERROR_SUCCESS;
+    });
+}
+
+BOOL GetFileInformationByHandle(HANDLE file, BY_HANDLE_FILE_INFORMATION *information) noexcept {
+    return with_file(file, [=](OpenFile &open) {
+        FileFacts facts;
+        if (information == nullptr) {
+            return ERROR_NOACCESS;
+        }
+        if (const int error = platform::read_facts(open.Get(), &facts)) {
+            return code_of_errno(error);
+        }
+        *information = {facts.attributes,       facts.creation,
+                        facts.access,           facts.write,
+                        low_half(facts.volume),  // a device number of the host has 32 bits
+                        high_half(facts.size),  low_half(facts.size),
+                        low_half(facts.links),  high_half(facts.index),
+                        low_half(facts.index)};
+        return ERROR_SUCCESS;
+    });
+}

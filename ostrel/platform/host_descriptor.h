@@ -1,0 +1,59 @@
+#ifndef OSTREL_PLATFORM_HOST_DESCRIPTOR_H
+#define OSTREL_PLATFORM_HOST_DESCRIPTOR_H
+
+// Internal. Open files of the host, their owner, and what the host tells of files.
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <utility>
+
+namespace platform {
+
+// Owns a descriptor, or none.
+class HostDescriptor {
+public:
+    explicit HostDescriptor(int file = -1) noexcept : m_file(file) {}
+    HostDescriptor(HostDescriptor &&other) noexcept : m_file(std::exchange(other.m_file, -1)) {}
+    HostDescriptor &operator=(HostDescriptor &&other) noexcept {
+        std::swap(m_file, other.m_file);
+        return *this;
+    }
+    ~HostDescriptor() {
+        if (m_file >= 0) {
+            close(m_file);
+        }
+    }
+
+    explicit operator bool() const { return m_file >= 0; }
+    int Get() const { return m_file; }
+    int Release() { return std::exchange(m_file, -1); }
+
+    // Result: 0, or the errno of a write that fails only now.
+    int Close() { return close(Release()) == 0 ? 0 : errno; }
+
+private:
+    int m_file;
+};
+
+// Opens with O_CLOEXEC and O_NOCTTY added. Result: none on failure, with errno.
+HostDescriptor open_host(const char *path, int flags, mode_t mode = 0666) noexcept;
+
+// Opens for writing: a regular file for reading as well if that is allowed, since sharing stands on
+// it; nothing else, since a reader of a FIFO counts as its peer. `flags` has no access mode.
+HostDescriptor open_host_to_write(const char *path, int flags) noexcept;
+
+// Whether the owner may not write to it. Only regular files are read-only.
+inline bool is_read_only(const struct stat &facts) {
+    return S_ISREG(facts.st_mode) && (facts.st_mode & S_IWUSR) == 0;
+}
+
+inline bool is_same_file(const struct stat &a, const struct stat &b) {
+    return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
+}  // namespace platform
+
+#endif  // OSTREL_PLATFORM_HOST_DESCRIPTOR_H

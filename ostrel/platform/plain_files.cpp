@@ -1,0 +1,100 @@
+#include "ostrel/platform/plain_files.h"
+
+#include <fcntl.h>
+#include <linux/magic.h>
+#include <sys/statfs.h>
+#include <sys/sysmacros.h>
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <ctime>
+
+#include "ostrel/platform/device_set.h"
+#include "ostrel/platform/host_descriptor.h"
+
+namespace platform {
+namespace {
+
+// 2 MiB, of which a page is in memory once something falls into it. Files that were made together
+// have inodes in a row, and so places in a row.
+constexpr std::size_t kPlaces = std::size_t{1} << 18;
+constexpr std::size_t kRow = 64;
+
+constinit std::array<std::atomic<std::uint64_t>, kPlaces> known{};
+
+constinit DeviceSet trusted;
+constinit DeviceSet untrusted;
+
+constexpr std::uint64_t mix(std::uint64_t value) {
+    value = (value ^ value >> 32) * 0xD6E8FEB86659FD93;
+    value = (value ^ value >> 32) * 0xD6E8FEB86659FD93;
+    return value ^ value >> 32;
+}
+
+dev_t device_of(const struct statx &file) {
+    return makedev(file.stx_dev_major, file.stx_dev_minor);
+}
+
+// Never 0, which stands in a free place.
+std::uint64_t mark_of(const struct statx &file) {
+    const auto seconds = static_cast<std::uint64_t>(file.stx_ctime.tv_sec);
+    std::uint64_t mark = mix(file.stx_ino + 0x9E3779B97F4A7C15 * device_of(file));
+    mark = mix(mark + seconds * 1'000'000'000 + file.stx_ctime.tv_nsec);
+    return mark | 1;
+}
+
+std::atomic<std::uint64_t> &place_of(const struct statx &file) {
+    const std::uint64_t row = mix(file.stx_ino / kRow + 0x9E3779B97F4A7C15 * device_of(file));
+    return known[row % (kPlaces / kRow) * kRow + file.stx_ino % kRow];
+}
+
+// File systems of the host itself; servers and daemons may count their own time.
+bool keeps_change_times(const FilePlace &place) {
+    const HostDescriptor file(
+        openat(place.directory, *place.name != '\0' ? place.name : ".", O_PATH | O_CLOEXEC));
+    struct statfs facts;
+    if (!file || fstatfs(file.Get(), &facts) != 0) {
+        return false;
+    }
+    switch (facts.f_type) {
+        case EXT4_SUPER_MAGIC:
+        case XFS_SUPER_MAGIC:
+        case BTRFS_SUPER_MAGIC:
+        case TMPFS_MAGIC:
+        case OVERLAYFS_SUPER_MAGIC:
+            return true;
+        default:
+            return false;
+    }
+}
+
+bool is_trusted(dev_t device, const FilePlace &place) {
+    if (trusted.Has(device) || untrusted.Has(device)) {
+        return trusted.Has(device);
+    }
+    const bool trust = keeps_change_times(place);
+    (trust ? trusted : untrusted).Add(device);
+    return trust;
+}
+
+bool has_aged(const statx_timestamp &changed) {
+    constexpr std::int64_t kSeconds = 2;
+    timespec now;
+    clock_gettime(CLOCK_REALTIME_COARSE, &now);
+    return now.tv_sec - changed.tv_sec > kSeconds;
+}
+
+}  // namespace
+
+bool is_known_as_plain(const struct statx &file) noexcept {
+    return place_of(file).load(std::memory_order_relaxed) == mark_of(file);
+}
+
+void note_as_plain(const struct statx &file, const FilePlace &place) noexcept {
+    if (has_aged(file.stx_ctime) && is_trusted(device_of(file), place)) {
+        place_of(file).store(mark_of(file), std::memory_order_relaxed);
+    }
+}
+
+}  // namespace platform

@@ -1,0 +1,28 @@
+#ifndef OSTREL_PLATFORM_PLAIN_FILES_H
+#define OSTREL_PLATFORM_PLAIN_FILES_H
+
+// Internal. Files that were seen to keep none of the layer's attributes: most do not, and to ask
+// each time would double the host's calls of a search.
+//
+// Whoever changes a file's extended attributes changes its ctime, which nobody can set. So what was
+// seen of a file holds for as long as device, inode and ctime are the same, on file systems that
+// are known to keep to this, and once the ctime has aged by more than its step: a change within the
+// same step would not show.
+//
+// A file is remembered by 64 bits that device, inode and ctime are mixed into, in a table of fixed
+// size; a later one with the same place takes it over. Any thread.
+
+#include <sys/stat.h>
+
+#include "ostrel/platform/stored_attributes.h"
+
+namespace platform {
+
+bool is_known_as_plain(const struct statx &file) noexcept;
+
+// `file` was asked before its attributes were, and `place` leads to it.
+void note_as_plain(const struct statx &file, const FilePlace &place) noexcept;
+
+}  // namespace platform
+
+#endif  // OSTREL_PLATFORM_PLAIN_FILES_H

@@ -1,0 +1,194 @@
+// Where temporary files go, names for them, and whether a file can be used.
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <new>
+#include <string>
+#include <string_view>
+
+#include "ostrel/platform/environment.h"
+#include "ostrel/platform/error.h"
+#include "ostrel/platform/file.h"
+#include "ostrel/platform/file_facts.h"
+#include "ostrel/platform/host_path.h"
+#include "ostrel/platform/system.h"
+
+namespace platform {
+namespace {
+
+void add_separator(std::u16string *folder) {
+    if (folder->empty() || (folder->back() != u'\\' && folder->back() != u'/')) {
+        folder->push_back(u'\\');
+    }
+}
+
+// The folder that a variable names, with a separator behind it; empty without the variable.
+std::u16string folder_of_variable(const WCHAR *name) {
+    const WCHAR *const value = _wgetenv(name);
+    if (value == nullptr) {
+        return {};
+    }
+    std::u16string folder = value;
+    if (folder.front() == u'/') {
+        for (WCHAR &c : folder) {
+            c = c == u'/' ? u'\\' : c;
+        }
+        folder.insert(0, u"C:");
+    }
+    add_separator(&folder);
+    return folder;
+}
+
+std::u16string folder_of_host() {
+    const std::optional<std::string> directory = WatchedVariable().Read("TMPDIR=");
+    // A relative one is no place that all would agree on.
+    std::u16string folder =
+        told_path(directory && directory->starts_with('/') ? *directory : "/tmp");
+    add_separator(&folder);
+    return folder;
+}
+
+// Folders that no call of the system takes are passed over.
+std::u16string temporary_folder() {
+    for (const WCHAR *name : {u"TMP", u"TEMP", u"USERPROFILE"}) {
+        std::u16string folder = folder_of_variable(name);
+        if (!folder.empty() && folder.size() < MAX_PATH) {
+            return folder;
+        }
+    }
+    std::u16string folder = folder_of_host();
+    return folder.size() < MAX_PATH ? folder : u"C:\\tmp\\";
+}
+
+bool is_folder(const WCHAR *path) {
+    const std::optional<std::string> host = host_path(path);
+    struct stat facts;
+    return host && stat(host->c_str(), &facts) == 0 && S_ISDIR(facts.st_mode);
+}
+
+// Where _wtempnam looks for a name, with a separator behind it. Empty, with errno, when there is no
+// such folder.
+std::u16string folder_of_name(const WCHAR *directory) {
+    std::u16string folder = folder_of_variable(u"TMP");
+    const bool is_set = !folder.empty();
+    if (is_set && is_folder(folder.c_str())) {
+        return folder;
+    }
+    if (directory != nullptr && *directory != 0 && is_folder(directory)) {
+        folder = directory;
+        add_separator(&folder);
+        return folder;
+    }
+    errno = ENOENT;
+    return is_set && directory != nullptr ? u"" : u".\\";
+}
+
+// A different number each time, in this process and in the others of the host.
+std::u16string next_number() {
+    static std::atomic<unsigned> count = 0;
+    std::u16string digits;
+    for (const char c :
+         std::to_string(getpid()) + std::to_string(1'000'000 + count++ % 1'000'000)) {
+        digits.push_back(static_cast<WCHAR>(c));
+    }
+    return digits;
+}
+
+// Result: 0 for a name that no file has, else an errno: EEXIST, or why there is none.
+int check_name(const std::u16string &name) {
+    if (name.size() >= MAX_PATH) {
+        return ENAMETOOLONG;
+    }
+    const std::optional<std::string> host = host_path(name.c_str());
+    struct stat facts;
+    if (!host) {
+        return ENOENT;
+    }
+    return lstat(host->c_str(), &facts) == 0 ? EEXIST : errno == ENOENT ? 0 : errno;
+}
+
+WCHAR *allocate(const std::u16string &text) {
+    const std::size_t size = text.size() + 1;
+    WCHAR *const copy = static_cast<WCHAR *>(std::malloc(size * sizeof(WCHAR)));
+    if (copy != nullptr) {
+        copy[text.copy(copy, size)] = 0;
+    }
+    return copy;
+}
+
+WCHAR *find_name(const WCHAR *directory, const WCHAR *prefix) {
+    const std::u16string folder = folder_of_name(directory);
+    if (folder.empty()) {
+        return nullptr;
+    }
+    std::u16string name;
+    do {
+        name = folder + (prefix != nullptr ? prefix : u"") + next_number();
+        errno = check_name(name);
+    } while (errno == EEXIST);
+    return errno == 0 ? allocate(name) : nullptr;
+}
+
+// Result: 0 or an errno.
+int check_access(const WCHAR *path, int mode) {
+    if (path == nullptr || (mode & ~6) != 0) {
+        return EINVAL;
+    }
+    const std::optional<std::string> host = file_path(path);
+    FileFacts facts;
+    const int error = host ? read_facts(AT_FDCWD, host->c_str(), &facts) : ENOENT;
+    if (error != 0) {
+        return error == ENOTDIR || error == ENAMETOOLONG ? ENOENT : error;
+    }
+    constexpr DWORD kBoth = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_DIRECTORY;
+    const bool is_protected = (facts.attributes & kBoth) == FILE_ATTRIBUTE_READONLY;
+    return (mode & 2) != 0 && is_protected ? EACCES : 0;
+}
+
+}  // namespace
+}  // namespace platform
+
+DWORD GetTempPathW(DWORD room, WCHAR *buffer) noexcept {
+    if (buffer == nullptr && room != 0) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return 0;
+    }
+    try {
+        const std::u16string folder = platform::temporary_folder();
+        const auto length = static_cast<DWORD>(folder.size());
+        if (room <= length) {
+            return length + 1;
+        }
+        buffer[folder.copy(buffer, length)] = 0;
+        return length;
+    } catch (const std::bad_alloc &) {
+        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+        return 0;
+    }
+}
+
+int _waccess(const WCHAR *path, int mode) noexcept {
+    int error = ENOMEM;
+    try {
+        error = platform::check_access(path, mode);
+    } catch (const std::bad_alloc &) {
+    }
+    if (error != 0) {
+        errno = error;
+    }
+    return error == 0 ? 0 : -1;
+}
+
+WCHAR *_wtempnam(const WCHAR *directory, const WCHAR *prefix) noexcept {
+    try {
+        return platform::find_name(directory, prefix);
+    } catch (const std::bad_alloc &) {
+        errno = ENOMEM;
+        return nullptr;
+    }
+}
