@@ -13,6 +13,8 @@
 #include "ostrel/core/exception.h"
 #include "ostrel/core/handles.h"
 #include "ostrel/core/x_string.h"
+#include "ostrel/file/Std_Utils_File.h"
+#include "ostrel/file/browse_directory.h"
 #include "ostrel/regex/validators.h"
 #include "ostrel/text/string_utils.h"
 #include "ostrel/text/token_list.h"

@@ -21,6 +21,7 @@ constexpr Station kStations[] = {
     {"Charsets: a letter in a legacy charset, the words of a mail header", charset_station},
     {"Validators: which addresses and paths have the right form", validators_station},
     {"Time: now, a text, a difference, an hour that comes twice", time_station},
+    {"Files: a tree is built, walked three ways, copied and deleted", file_station},
 };
 
 int show_all() {

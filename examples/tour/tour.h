@@ -9,5 +9,6 @@ void text_station();
 void charset_station();
 void validators_station();
 void time_station();
+void file_station();
 
 #endif  // EXAMPLES_TOUR_TOUR_H

@@ -1,0 +1,148 @@
+// Listing directory trees and adding up sizes.
+
+#include <iterator>
+#include <string_view>
+
+#include "ostrel/file/Std_Utils_File.h"
+#include "ostrel/file/directory_search.h"
+
+namespace NS_FileUtils {
+namespace {
+
+using detail::Entries;
+using detail::JoinedPath;
+using detail::or_empty;
+using detail::Subdirectories;
+
+bool takes_all(const std::u16string_view spec) {
+    return spec == TEXT("*.*") || spec == TEXT("*");
+}
+
+// What `collect` tells for a pattern that takes all, in one search of each directory. The paths of
+// a directory wait for those of its subdirectories.
+LONG collect_all(const WCHAR *dir, bool directories, bool recursive,
+                 std::vector<OS::x_wstring> *paths) {
+    std::vector<OS::x_wstring> here;
+    std::vector<OS::x_wstring> below;
+    JoinedPath path(dir);
+    for (Entries entries(path.With(TEXT("*.*"))); entries.Found(); entries.Next()) {
+        const WCHAR *const full = path.With(entries->name);
+        if (entries.IsDirectory() == directories) {
+            here.emplace_back(full);
+        }
+        if (recursive && entries.IsDirectory() && entries->name[0] != TEXT('.') &&
+            (!entries.IsLink() || !detail::leads_back_up(full))) {
+            below.emplace_back(full);
+        }
+    }
+    LONG count = static_cast<LONG>(here.size());
+    for (const OS::x_wstring &subdirectory : below) {
+        count += collect_all(subdirectory, directories, true, paths);
+    }
+    paths->insert(paths->end(), std::make_move_iterator(here.begin()),
+                  std::make_move_iterator(here.end()));
+    return count;
+}
+
+// The walk of both collecting functions: `take(path, entry)` gets each entry, `path` the directory.
+// It keeps nothing, so the subdirectories, which come first, need a search of their own.
+template <class Take>
+LONG collect(const WCHAR *dir, const WCHAR *spec, bool directories, bool recursive, Take &take) {
+    LONG count = 0;
+    JoinedPath path(dir);
+    if (recursive) {
+        for (Subdirectories below(&path); below.Found(); below.Next()) {
+            const WCHAR *const subdirectory = path.With(below.Name());
+            if (!below.IsLink() || !detail::leads_back_up(subdirectory)) {
+                count += collect(subdirectory, spec, directories, recursive, take);
+            }
+        }
+    }
+    for (Entries entries(path.With(spec)); entries.Found(); entries.Next()) {
+        if (entries.IsDirectory() == directories) {
+            take(&path, entries.operator->());
+            ++count;
+        }
+    }
+    return count;
+}
+
+}  // namespace
+
+LONG collectFiles(std::vector<OS::x_wstring> &files, const WCHAR *dir, const WCHAR *spec,
+                  unsigned int attrib, LONG *, bool fRecursive, const WCHAR *) {
+    const bool directories = detail::is_directory(attrib);
+    if (takes_all(or_empty(spec))) {
+        return collect_all(or_empty(dir), directories, fRecursive, &files);
+    }
+    auto take = [&files](JoinedPath *path, const _wfinddata64i32_t *entry) {
+        files.emplace_back(path->With(entry->name));
+    };
+    return collect(or_empty(dir), or_empty(spec), directories, fRecursive, take);
+}
+
+LONG collectFilesEx(void (*callback)(unsigned int, std::int64_t, std::int64_t, std::int64_t, DWORD,
+                                     WCHAR *, void *),
+                    void *context, const WCHAR *dir, const WCHAR *spec, unsigned int attrib, LONG *,
+                    bool fRecursive, const WCHAR *) {
+    auto take = [callback, context](JoinedPath *, _wfinddata64i32_t *entry) {
+        if (callback != nullptr) {
+            callback(entry->attrib, entry->time_create, entry->time_access, entry->time_write,
+                     entry->size, entry->name, context);
+        }
+    };
+    return collect(or_empty(dir), or_empty(spec), detail::is_directory(attrib), fRecursive, take);
+}
+
+// An entry's size is the one that getFileSize gives for its path: none for a path that is too long.
+// Only a name with a '*' or '?' is not taken for a pattern here.
+DWORD calcFileSize(const WCHAR *dir, const WCHAR *spec, unsigned int attrib, LONG *reserved,
+                   bool fRecursive, const WCHAR *reservedText) {
+    DWORD sum = 0;
+    JoinedPath path(or_empty(dir));
+    for (Entries entries(path.With(or_empty(spec))); entries.Found(); entries.Next()) {
+        const WCHAR *const full = path.With(entries->name);
+        if (!entries.IsDirectory()) {
+            sum += wcslen(full) < MAX_PATH ? entries->size : 0;
+        } else if (fRecursive && entries->name[0] != TEXT('.')) {
+            if (!entries.IsLink() || !detail::leads_back_up(full)) {
+                sum += calcFileSize(full, spec, attrib, reserved, fRecursive, reservedText);
+            }
+        }
+    }
+    return sum;
+}
+
+DWORD calcFileSize(std::vector<OS::x_wstring> files) {
+    DWORD sum = 0;
+    for (const OS::x_wstring &file : files) {
+        DWORD size = 0;
+        if (getFileSize(file, size)) {
+            sum += size;
+        }
+    }
+    return sum;
+}
+
+bool getDirectorySize(const WCHAR *dir, DWORD &size) {
+    if (dir == nullptr || *dir == 0) {
+        return false;
+    }
+    std::u16string pattern = dir;
+    if (pattern.back() != TEXT('\\') && pattern.back() != TEXT('/')) {
+        pattern += TEXT('\\');
+    }
+    pattern += TEXT("*.*");
+    WIN32_FIND_DATAW entry;
+    const CFindHandle search(FindFirstFileW(pattern.c_str(), &entry));
+    if (search == INVALID_HANDLE_VALUE) {
+        return false;
+    }
+    size = 0;
+    do {
+        size += entry.nFileSizeLow;
+    } while (FindNextFileW(search, &entry));
+    return true;
+}
+
+}  // namespace NS_FileUtils

@@ -1,0 +1,155 @@
+// Copying, moving and deleting directories with what lies in them.
+
+#include "ostrel/file/Std_Utils_File.h"
+#include "ostrel/file/directory_search.h"
+#include "ostrel/platform/system.h"
+
+namespace NS_FileUtils {
+namespace {
+
+using detail::Entries;
+using detail::JoinedPath;
+using detail::or_empty;
+using detail::Subdirectories;
+using OS::x_wstring;
+
+// With one behind it, a link would be taken for the directory that it leads to.
+x_wstring without_separators_at_end(const WCHAR *path) {
+    std::u16string bare = path;
+    while (bare.size() > 1 && (bare.back() == TEXT('\\') || bare.back() == TEXT('/')) &&
+           bare[bare.size() - 2] != TEXT(':')) {
+        bare.pop_back();
+    }
+    return bare;
+}
+
+}  // namespace
+
+int copyDirectory(const WCHAR *source, const WCHAR *target, int fIncludeSubDirectory,
+                  int fContinueOnError, int fMoveBusyAside) {
+    if (!createDirectory(target, false, false, false)) {
+        return 0;
+    }
+    JoinedPath from(or_empty(source));
+    JoinedPath to(or_empty(target));
+    if (fIncludeSubDirectory != 0) {
+        std::vector<x_wstring> names;
+        for (Subdirectories below(&from); below.Found(); below.Next()) {
+            if (!below.IsLink() || !detail::leads_back_up(from.With(below.Name()))) {
+                names.emplace_back(below.Name());
+            }
+        }
+        for (const x_wstring &name : names) {
+            if (copyDirectory(from.With(name), to.With(name), fIncludeSubDirectory, 1, 0) == 0) {
+                return 0;
+            }
+        }
+    }
+    int result = 1;
+    for (Entries entries(from.With(TEXT("*.*"))); entries.Found(); entries.Next()) {
+        if (!entries.IsDirectory() &&
+            !copyFileEx(from.With(entries->name), to.With(entries->name), fMoveBusyAside != 0)) {
+            result = 0;
+            if (fContinueOnError == 0) {
+                break;
+            }
+        }
+    }
+    return result;
+}
+
+int moveDirectory(const WCHAR *source, const WCHAR *target, int fIncludeSubDirectory, int) {
+    if (!createDirectory(target, false, false, false)) {
+        return 0;
+    }
+    JoinedPath from(or_empty(source));
+    JoinedPath to(or_empty(target));
+    std::vector<x_wstring> names;
+    {
+        Subdirectories below(&from);
+        if (!below.WasListed()) {
+            return 1;
+        }
+        for (; below.Found() && fIncludeSubDirectory != 0; below.Next()) {
+            if (!below.IsLink()) {
+                names.emplace_back(below.Name());
+            }
+        }
+    }
+    for (const x_wstring &name : names) {
+        if (moveDirectory(from.With(name), to.With(name), fIncludeSubDirectory, 1) == 0) {
+            return 0;
+        }
+    }
+    for (Entries entries(from.With(TEXT("*.*"))); entries.Found(); entries.Next()) {
+        if ((!entries.IsDirectory() || entries.IsLink()) &&
+            !moveFileEx(from.With(entries->name), to.With(entries->name),
+                        MOVEFILE_REPLACE_EXISTING | MOVEFILE_COPY_ALLOWED, 1)) {
+            return 0;
+        }
+    }
+    RemoveDirectoryW(from.Directory());
+    return 1;
+}
+
+bool moveFiles(const WCHAR *source, const WCHAR *target, const WCHAR *spec, DWORD dwFlag,
+               int fRecursive) {
+    constexpr unsigned int kFiles = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN |
+                                    FILE_ATTRIBUTE_SYSTEM | FILE_ATTRIBUTE_ARCHIVE;
+    if (!createDirectory(target, false, false, false)) {
+        return false;
+    }
+    std::vector<x_wstring> files;
+    collectFiles(files, source, spec, kFiles, nullptr, fRecursive != 0, nullptr);
+    JoinedPath to(or_empty(target));
+    for (const x_wstring &file : files) {
+        const x_wstring path = x_wstring(to.With(getFilename(file))) + getFileExt(file);
+        if (!moveFileEx(file, path, dwFlag, 0)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+void deleteTree(const WCHAR *dir, void (*callback)(const WCHAR *path, int result, void *context),
+                void *context, int fRemoveDirectory, int fRecursive, const WCHAR *spec) {
+    if (dir == nullptr) {
+        return;
+    }
+    const x_wstring directory = without_separators_at_end(dir);
+    const DWORD attributes = GetFileAttributesW(directory);
+    if (attributes == INVALID_FILE_ATTRIBUTES || !detail::is_link(attributes)) {
+        JoinedPath path(dir);
+        for (Entries entries(path.With(or_empty(spec))); entries.Found(); entries.Next()) {
+            const WCHAR *const full = path.With(entries->name);
+            if (!entries.IsDirectory()) {
+                SetFileAttributesW(full, FILE_ATTRIBUTE_NORMAL);
+                const BOOL deleted = DeleteFileW(full);
+                if (callback != nullptr) {
+                    callback(full, deleted, context);
+                }
+            } else if (fRecursive != 0 && entries->name[0] != TEXT('.')) {
+                deleteTree(full, callback, context, fRemoveDirectory, fRecursive, spec);
+            }
+        }
+    }
+    if (fRemoveDirectory != 0) {
+        SetFileAttributesW(directory, FILE_ATTRIBUTE_NORMAL);
+        if (!RemoveDirectoryW(directory) && callback != nullptr) {
+            callback(dir, 0, context);
+        }
+    }
+}
+
+void deleteFilesUntilReboot(const std::vector<x_wstring> &files) {
+    OSVERSIONINFOW version = {};
+    version.dwOSVersionInfoSize = sizeof version;
+    GetVersionExW(&version);
+    if (version.dwPlatformId == VER_PLATFORM_WIN32_NT) {
+        for (const x_wstring &file : files) {
+            MoveFileExW(file, nullptr, MOVEFILE_DELAY_UNTIL_REBOOT);
+        }
+    }
+}
+
+}  // namespace NS_FileUtils

@@ -1,0 +1,81 @@
+#ifndef OSTREL_FILE_DIRECTORY_SEARCH_H
+#define OSTREL_FILE_DIRECTORY_SEARCH_H
+
+// Internal. The entries of a directory, one after the other.
+//
+//   for (Entries entries(path.With(spec)); entries.Found(); entries.Next()) { entries->name ... }
+
+#include <cstdint>
+
+#include "ostrel/core/handles.h"
+#include "ostrel/file/joined_path.h"
+#include "ostrel/file/link_loop.h"
+#include "ostrel/platform/error.h"
+#include "ostrel/platform/file.h"
+#include "ostrel/platform/find.h"
+
+namespace NS_FileUtils::detail {
+
+// What matches a pattern. A search that fails finds nothing.
+class Entries {
+public:
+    explicit Entries(const WCHAR *pattern)
+        : m_first(_wfindfirst64i32(pattern, &m_entry)),
+          m_search(m_first != -1 ? m_first : 0),
+          m_found(m_first != -1) {}
+
+    bool Found() const noexcept { return m_found; }
+    void Next() noexcept { m_found = _wfindnext64i32(m_first, &m_entry) == 0; }
+    _wfinddata64i32_t *operator->() noexcept { return &m_entry; }
+
+    bool IsDirectory() const noexcept { return is_directory(m_entry.attrib); }
+    bool IsLink() const noexcept { return is_link(m_entry.attrib); }
+
+private:
+    _wfinddata64i32_t m_entry;
+    std::intptr_t m_first;
+    CAutoFindClose m_search;
+    bool m_found;
+};
+
+// The subdirectories of a directory whose names do not begin with '.', whatever else they are.
+class Subdirectories {
+public:
+    // `path` is joined with the names on the way.
+    explicit Subdirectories(JoinedPath *path)
+        : m_search(FindFirstFileExW(path->With(TEXT("*.*")), FindExInfoBasic, &m_entry,
+                                    FindExSearchLimitToDirectories, nullptr, 0)),
+          m_found(m_search != INVALID_HANDLE_VALUE),
+          m_error(m_found ? ERROR_SUCCESS : GetLastError()) {
+        SkipOthers();
+    }
+
+    // Whether the directory could be listed. Where nothing is found, as in the root of a drive that
+    // holds no directories, it could.
+    bool WasListed() const noexcept { return m_error == 0 || m_error == ERROR_FILE_NOT_FOUND; }
+
+    bool Found() const noexcept { return m_found; }
+    void Next() noexcept {
+        Advance();
+        SkipOthers();
+    }
+    const WCHAR *Name() const noexcept { return m_entry.cFileName; }
+    bool IsLink() const noexcept { return is_link(m_entry.dwFileAttributes); }
+
+private:
+    void Advance() noexcept { m_found = FindNextFileW(m_search, &m_entry) != FALSE; }
+    void SkipOthers() noexcept {
+        while (m_found && (!is_directory(m_entry.dwFileAttributes) || *Name() == TEXT('.'))) {
+            Advance();
+        }
+    }
+
+    WIN32_FIND_DATAW m_entry;
+    CFindHandle m_search;
+    bool m_found;
+    DWORD m_error;
+};
+
+}  // namespace NS_FileUtils::detail
+
+#endif  // OSTREL_FILE_DIRECTORY_SEARCH_H

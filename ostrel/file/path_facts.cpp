@@ -1,0 +1,202 @@
+// Modules, pieces of paths, temporary names, and facts about one file or drive.
+
+#include <cstdlib>
+#include <memory>
+
+#include "ostrel/core/handles.h"
+#include "ostrel/file/Std_Utils_File.h"
+#include "ostrel/file/joined_path.h"
+#include "ostrel/platform/crt_text.h"
+#include "ostrel/platform/file.h"
+#include "ostrel/platform/find.h"
+#include "ostrel/platform/module.h"
+#include "ostrel/platform/system.h"
+#include "ostrel/platform/time.h"
+#include "ostrel/platform/timezone.h"
+#include "ostrel/platform/volume.h"
+#include "ostrel/text/string_utils.h"
+
+namespace NS_FileUtils {
+namespace {
+
+using OS::x_wstring;
+
+struct Pieces {
+    WCHAR drive[_MAX_DRIVE];
+    WCHAR directory[_MAX_DIR];
+    WCHAR name[_MAX_FNAME];
+    WCHAR extension[_MAX_EXT];
+
+    explicit Pieces(const WCHAR *path) { _wsplitpath(path, drive, directory, name, extension); }
+
+    x_wstring Path() const { return x_wstring(drive) + directory; }
+    x_wstring NameWithExtension() const { return x_wstring(name) + extension; }
+};
+
+// The value of a variable if it names something that exists, else null.
+const WCHAR *existing_path_in(const WCHAR *variable) {
+    const WCHAR *const value = _wgetenv(variable);
+    return value != nullptr && _waccess(value, 0) != -1 ? value : nullptr;
+}
+
+bool find(const WCHAR *path, WIN32_FIND_DATAW *data) {
+    const CFindHandle search(FindFirstFileW(path, data));
+    return search != INVALID_HANDLE_VALUE;
+}
+
+}  // namespace
+
+x_wstring getAppFullPathName(HINSTANCE module) {
+    WCHAR path[MAX_PATH];
+    const DWORD length = GetModuleFileNameW(module, path, MAX_PATH);
+    return length > 0 && length < MAX_PATH ? path : TEXT("");
+}
+
+x_wstring getAppPath(HINSTANCE module) {
+    return getFilePath(getAppFullPathName(module));
+}
+
+x_wstring getAppFilename(HINSTANCE module) {
+    return getFilename(getAppFullPathName(module));
+}
+
+x_wstring getAppFilenameWithExt(HINSTANCE module) {
+    return getFilenameWithExt(getAppFullPathName(module));
+}
+
+x_wstring getFilename(const WCHAR *path) {
+    return Pieces(path).name;
+}
+
+x_wstring getFilenameWithExt(const WCHAR *path) {
+    return Pieces(path).NameWithExtension();
+}
+
+x_wstring getFileExt(const WCHAR *path) {
+    return Pieces(path).extension;
+}
+
+x_wstring getFilePath(const WCHAR *path) {
+    return Pieces(path).Path();
+}
+
+WCHAR getDriveLetter(const WCHAR *path) {
+    return Pieces(path).drive[0];
+}
+
+x_wstring getParentDirectory(const WCHAR *path, bool fUp) {
+    const Pieces pieces(path);
+    std::vector<x_wstring> words;
+    NS_StringUtils::splitWords(TEXT('\\'), pieces.directory, words, NS_StringUtils::SCharAdapter());
+    if (fUp && !words.empty()) {
+        words.pop_back();
+    }
+    x_wstring parent = pieces.drive;
+    for (const x_wstring &word : words) {
+        parent = NS_StringUtils::concatPath(parent, word);
+    }
+    return parent;
+}
+
+x_wstring getTempPath() {
+    for (const WCHAR *const variable : {TEXT("TMP"), TEXT("TEMP")}) {
+        if (const WCHAR *const path = existing_path_in(variable)) {
+            return path;
+        }
+    }
+    WCHAR path[MAX_PATH];
+    const DWORD length = GetTempPathW(MAX_PATH, path);
+    return length > 0 && length < MAX_PATH ? path : TEXT("");
+}
+
+x_wstring getTempFile(const WCHAR *dir, const WCHAR *prefix) {
+    const std::unique_ptr<WCHAR, decltype(&std::free)> name(_wtempnam(dir, prefix), &std::free);
+    return name.get();
+}
+
+bool isFileExist(const WCHAR *path) {
+    return GetFileAttributesW(path) != INVALID_FILE_ATTRIBUTES;
+}
+
+bool isDirectoryExist(const WCHAR *path) {
+    const DWORD attributes = GetFileAttributesW(path);
+    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+}
+
+bool isDiskExist(const WCHAR *path) {
+    const WCHAR root[] = {getDriveLetter(path), TEXT(':'), TEXT('\\'), 0};
+    const DWORD type = GetDriveTypeW(root);
+    return type != DRIVE_NO_ROOT_DIR && type != DRIVE_CDROM;
+}
+
+bool isEnoughFreeDiskSpace(WCHAR drive, DWORD required) {
+    const WCHAR root[] = {drive, TEXT(':'), TEXT('\\'), 0};
+    DWORD sectorsPerCluster = 0, bytesPerSector = 0, freeClusters = 0, totalClusters = 0;
+    if (!GetDiskFreeSpaceW(root, &sectorsPerCluster, &bytesPerSector, &freeClusters,
+                           &totalClusters)) {
+        return false;
+    }
+    // The product has 96 bits at most. A whole number of sectors is more than `required` bytes when
+    // it is more than the whole sectors in them.
+    const std::uint64_t freeSectors = std::uint64_t{freeClusters} * sectorsPerCluster;
+    return bytesPerSector > 0 && freeSectors > required / bytesPerSector;
+}
+
+bool getFileSize(const WCHAR *path, DWORD &size) {
+    WIN32_FIND_DATAW data;
+    if (!find(path, &data)) {
+        return false;
+    }
+    size = data.nFileSizeLow;
+    return true;
+}
+
+bool getFileTime(const WCHAR *path, FILETIME *creation, FILETIME *access, FILETIME *write) {
+    WIN32_FIND_DATAW data;
+    if (!find(path, &data)) {
+        return false;
+    }
+    if (creation != nullptr) {
+        *creation = data.ftCreationTime;
+    }
+    if (access != nullptr) {
+        *access = data.ftLastAccessTime;
+    }
+    if (write != nullptr) {
+        *write = data.ftLastWriteTime;
+    }
+    return true;
+}
+
+bool setFileTime(const WCHAR *path, FILETIME *creation, FILETIME *access, FILETIME *write) {
+    const CHandle file(CreateFileW(path, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ, nullptr,
+                                   OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (file == INVALID_HANDLE_VALUE) {
+        return false;
+    }
+    const DWORD attributes = GetFileAttributesW(path);
+    SetFileTime(file, creation, access, write);
+    SetFileAttributesW(path, attributes);
+    return true;
+}
+
+void convertTime(const WCHAR *text, int fUtc, FILETIME *out) {
+    WCHAR digits[] = TEXT("00000000000000");
+    const WCHAR *const given = detail::or_empty(text);
+    for (int i = 0; digits[i] != 0 && given[i] != 0; ++i) {
+        digits[i] = given[i];
+    }
+    SYSTEMTIME time = {};
+    NS_StringUtils::convertTime(digits, time);
+    FILETIME utc = {};
+    *out = {};
+    if (SystemTimeToFileTime(&time, &utc)) {
+        if (fUtc != 0) {
+            *out = utc;
+        } else {
+            FileTimeToLocalFileTime(&utc, out);
+        }
+    }
+}
+
+}  // namespace NS_FileUtils

@@ -1,0 +1,75 @@
+#include "ostrel/file/win32_browse_directory_imp.h"
+
+#include <cerrno>
+
+#include "ostrel/core/handles.h"
+#include "ostrel/core/trace.h"
+#include "ostrel/file/joined_path.h"
+#include "ostrel/file/link_loop.h"
+#include "ostrel/platform/find.h"
+
+namespace OS {
+namespace {
+
+using NS_FileUtils::detail::JoinedPath;
+using NS_FileUtils::detail::or_empty;
+
+// Whether a subdirectory is entered by its name.
+bool has_name_to_enter(const WCHAR *name) {
+    if (name[0] == 0 || name[1] == 0) {
+        return name[0] != 0 && name[0] != TEXT('.');
+    }
+    return name[2] != 0 || (name[0] != TEXT('.') && name[1] != TEXT('.'));
+}
+
+}  // namespace
+
+CBrowseDirectoryImp::~CBrowseDirectoryImp() = default;
+
+void CBrowseDirectoryImp::BrowseDirectory(const WCHAR *pszTargetDirectory,
+                                          bool fIncludeSubDirectory, const WCHAR *pszFileSpec,
+                                          CBrowseDirectory::CFileSearchCallback &callback) {
+    BrowseSubDirectory(or_empty(pszTargetDirectory), fIncludeSubDirectory, or_empty(pszFileSpec),
+                       callback);
+}
+
+#define TRACE_CALL(level)                                                                       \
+    OSTREL_TRACE(level,                                                                         \
+                 TEXT("BrowseSubDirectory(pszTargetDirectory = %s, fIncludeSubDirectory = %d, " \
+                      "pszFileSpec = %s)"),                                                     \
+                 pszTargetDirectory, int{fIncludeSubDirectory}, pszFileSpec)
+
+void CBrowseDirectoryImp::BrowseSubDirectory(const WCHAR *pszTargetDirectory,
+                                             bool fIncludeSubDirectory, const WCHAR *pszFileSpec,
+                                             CBrowseDirectory::CFileSearchCallback &callback) {
+    TRACE_CALL(DBG::kLevelEntry);
+    JoinedPath path(pszTargetDirectory);
+    const WCHAR *const strDirSpec = path.With(pszFileSpec);
+    OSTREL_TRACE(DBG::kLevelValue, TEXT("strDirSpec = %s"), strDirSpec);
+    _wfinddata64i32_t fd;
+    const std::intptr_t search = _wfindfirst64i32(strDirSpec, &fd);
+    if (search == -1) {
+        const int error = errno;
+        OSTREL_TRACE(DBG::kLevelValue, TEXT("errno = %d"), error);
+        if (error != ENOENT) {
+            OSTREL_RAISE_SYSTEM(error);
+        }
+        TRACE_CALL(DBG::kLevelExit);
+        return;
+    }
+    const CAutoFindClose close(search);
+    do {
+        OSTREL_TRACE(DBG::kLevelValue, TEXT("BrowseSubDirectory: fd.name = %s"), fd.name);
+        if (!NS_FileUtils::detail::is_directory(fd.attrib)) {
+            callback(pszTargetDirectory, fd.name, path.With(fd.name));
+        } else if (fIncludeSubDirectory && has_name_to_enter(fd.name) &&
+                   NS_FileUtils::detail::may_enter(fd.attrib, path.With(fd.name))) {
+            BrowseSubDirectory(path.With(fd.name), fIncludeSubDirectory, pszFileSpec, callback);
+        }
+    } while (_wfindnext64i32(search, &fd) == 0);
+    TRACE_CALL(DBG::kLevelExit);
+}
+
+#undef TRACE_CALL
+
+}  // namespace OS
