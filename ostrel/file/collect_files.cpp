@@ -31,7 +31,7 @@ LONG collect_all(const WCHAR *dir, bool directories, bool recursive,
             here.emplace_back(full);
         }
         if (recursive && entries.IsDirectory() && entries->name[0] != TEXT('.') &&
-            (!entries.IsLink() || !detail::leads_back_up(full))) {
+            detail::may_enter(entries->attrib, full)) {
             below.emplace_back(full);
         }
     }
@@ -53,7 +53,7 @@ LONG collect(const WCHAR *dir, const WCHAR *spec, bool directories, bool recursi
     if (recursive) {
         for (Subdirectories below(&path); below.Found(); below.Next()) {
             const WCHAR *const subdirectory = path.With(below.Name());
-            if (!below.IsLink() || !detail::leads_back_up(subdirectory)) {
+            if (detail::may_enter(below.Attributes(), subdirectory)) {
                 count += collect(subdirectory, spec, directories, recursive, take);
             }
         }
@@ -104,10 +104,9 @@ DWORD calcFileSize(const WCHAR *dir, const WCHAR *spec, unsigned int attrib, LON
         const WCHAR *const full = path.With(entries->name);
         if (!entries.IsDirectory()) {
             sum += wcslen(full) < MAX_PATH ? entries->size : 0;
-        } else if (fRecursive && entries->name[0] != TEXT('.')) {
-            if (!entries.IsLink() || !detail::leads_back_up(full)) {
-                sum += calcFileSize(full, spec, attrib, reserved, fRecursive, reservedText);
-            }
+        } else if (fRecursive && entries->name[0] != TEXT('.') &&
+                   detail::may_enter(entries->attrib, full)) {
+            sum += calcFileSize(full, spec, attrib, reserved, fRecursive, reservedText);
         }
     }
     return sum;

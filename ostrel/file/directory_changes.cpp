@@ -35,7 +35,7 @@ int copyDirectory(const WCHAR *source, const WCHAR *target, int fIncludeSubDirec
     if (fIncludeSubDirectory != 0) {
         std::vector<x_wstring> names;
         for (Subdirectories below(&from); below.Found(); below.Next()) {
-            if (!below.IsLink() || !detail::leads_back_up(from.With(below.Name()))) {
+            if (detail::may_enter(below.Attributes(), from.With(below.Name()))) {
                 names.emplace_back(below.Name());
             }
         }
@@ -71,7 +71,7 @@ int moveDirectory(const WCHAR *source, const WCHAR *target, int fIncludeSubDirec
             return 1;
         }
         for (; below.Found() && fIncludeSubDirectory != 0; below.Next()) {
-            if (!below.IsLink()) {
+            if (!detail::is_link(below.Attributes())) {
                 names.emplace_back(below.Name());
             }
         }

@@ -60,12 +60,12 @@ public:
         SkipOthers();
     }
     const WCHAR *Name() const noexcept { return m_entry.cFileName; }
-    bool IsLink() const noexcept { return is_link(m_entry.dwFileAttributes); }
+    DWORD Attributes() const noexcept { return m_entry.dwFileAttributes; }
 
 private:
     void Advance() noexcept { m_found = FindNextFileW(m_search, &m_entry) != FALSE; }
     void SkipOthers() noexcept {
-        while (m_found && (!is_directory(m_entry.dwFileAttributes) || *Name() == TEXT('.'))) {
+        while (m_found && (!is_directory(Attributes()) || *Name() == TEXT('.'))) {
             Advance();
         }
     }

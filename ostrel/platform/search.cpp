@@ -10,6 +10,7 @@
 #include "ostrel/platform/errno_code.h"
 #include "ostrel/platform/error.h"
 #include "ostrel/platform/host_path.h"
+#include "ostrel/platform/host_rename.h"
 
 namespace platform {
 namespace {
@@ -44,16 +45,6 @@ Parts parts_of(const WCHAR *path) {
     const std::size_t name = std::max(drive, separator == text.npos ? 0 : separator + 1);
     const std::u16string_view folders = text.substr(drive, name - drive);
     return {text.substr(name), name > 0 && folders.find_first_not_of(kSeparators) == folders.npos};
-}
-
-// The folder of a host path, without the separators behind it.
-std::string folder_of(const std::string &host) {
-    const std::size_t separator = host.rfind('/');
-    if (separator == host.npos) {
-        return ".";
-    }
-    const std::size_t last = host.find_last_not_of('/', separator);
-    return last == host.npos ? "/" : host.substr(0, last + 1);
 }
 
 SearchFailure folder_failure(int error, const std::string &folder) {
