@@ -4,6 +4,7 @@
 // Internal. Deleting a file by the platform's rules.
 
 #include "ostrel/platform/host_descriptor.h"
+#include "ostrel/platform/share_mode.h"
 
 namespace platform {
 
@@ -11,9 +12,14 @@ namespace platform {
 // read-only file, EBUSY or ETXTBSY for one that is in use.
 int delete_file(const char *path) noexcept;
 
-// Whether a regular file may be deleted or have another put in its place, as far as its users are
-// concerned. Result: 0, or errno: EBUSY, ETXTBSY (a program that runs), ENOENT.
-int check_unused(const char *path, const struct stat &facts) noexcept;
+// Makes sure that nobody stands against deleting a regular file or putting another in its place,
+// and that nobody comes to, as long as `held` lives: opens of the file wait a little for it and
+// then fail or find the path anew. `facts` is what lstat told. A file that this user may not open
+// is held by nobody: `held` stays empty.
+//
+// Result: 0, or errno: EBUSY, ETXTBSY (a program that runs), ENOENT, ESTALE (the path leads to
+// another file by now: look at it anew), or what keeps the host from opening it.
+int hold_unused(const char *path, const struct stat &facts, SharingFile *held) noexcept;
 
 }  // namespace platform
 

@@ -79,7 +79,8 @@ OSTREL_PLATFORM_API DWORD GetFileAttributesW(const WCHAR *path) noexcept;
 // time of change. READONLY on a directory is kept beside the other bits, not in the permissions: it
 // protects nothing.
 //
-// Result: FALSE with the last error as above, or ERROR_ACCESS_DENIED.
+// Result: FALSE with the last error as above, ERROR_ACCESS_DENIED, or ERROR_INVALID_PARAMETER for
+// INVALID_FILE_ATTRIBUTES.
 OSTREL_PLATFORM_API BOOL SetFileAttributesW(const WCHAR *path, DWORD attributes) noexcept;
 
 inline constexpr DWORD GENERIC_READ = 0x80000000;
@@ -98,7 +99,8 @@ struct SECURITY_ATTRIBUTES;
 
 // Opens or creates a file.
 //
-// `access` is GENERIC_READ, GENERIC_WRITE, both, or 0: facts only, which takes no part in sharing.
+// `access` is GENERIC_READ, GENERIC_WRITE, both, or 0: facts only, which takes no part in sharing
+// and leaves the peers of a FIFO, socket or device alone.
 // `share` is any of the three bits. `security` and `pattern` must be null. A directory opens with
 // FILE_FLAG_BACKUP_SEMANTICS among `flags`, OPEN_EXISTING and without GENERIC_WRITE.
 //
@@ -118,7 +120,9 @@ struct SECURITY_ATTRIBUTES;
 // ERROR_PATH_NOT_FOUND (as above), ERROR_SHARING_VIOLATION, ERROR_ACCESS_DENIED (a directory;
 // writing to a read-only file; CREATE_ALWAYS on a hidden or system file when `flags` lacks that
 // attribute), ERROR_INVALID_PARAMETER (other arguments), or what the host's refusal becomes. A
-// FIFO, socket or device opens as the host opens it, without waiting for a peer.
+// FIFO, socket or device opens as the host opens it, without waiting for a peer. A file that others
+// open between its creation and its sharing may be refused with ERROR_SHARING_VIOLATION and stay
+// behind, empty.
 OSTREL_PLATFORM_API HANDLE CreateFileW(const WCHAR *path, DWORD access, DWORD share,
                                        SECURITY_ATTRIBUTES *security, DWORD creation, DWORD flags,
                                        HANDLE pattern) noexcept;
@@ -133,7 +137,8 @@ OSTREL_PLATFORM_API BOOL ReadFile(HANDLE file, LPVOID buffer, DWORD count, DWORD
 
 // Writes `count` bytes, all of them, also when the host takes them piece by piece. `*done` receives
 // how many were written: fewer only on failure, where the last error is ERROR_DISK_FULL for a full
-// file system, else as for ReadFile.
+// file system or a file as large as the process may make one (RLIMIT_FSIZE as it was at the open),
+// else as for ReadFile.
 OSTREL_PLATFORM_API BOOL WriteFile(HANDLE file, LPCVOID buffer, DWORD count, DWORD *done,
                                    LPVOID overlapped) noexcept;
 
@@ -176,14 +181,14 @@ OSTREL_PLATFORM_API BOOL CreateDirectoryW(const WCHAR *path,
 
 // Removes an empty directory, or a symbolic link that leads to a directory. Result: FALSE with the
 // last error ERROR_FILE_NOT_FOUND, ERROR_PATH_NOT_FOUND, ERROR_DIRECTORY (a file),
-// ERROR_DIR_NOT_EMPTY, ERROR_ACCESS_DENIED (READONLY is set on it), ERROR_CURRENT_DIRECTORY (of
-// this process), or what the host's refusal becomes.
+// ERROR_DIR_NOT_EMPTY, ERROR_ACCESS_DENIED (READONLY is set on it; the root of a drive),
+// ERROR_CURRENT_DIRECTORY (of this process), or what the host's refusal becomes.
 OSTREL_PLATFORM_API BOOL RemoveDirectoryW(const WCHAR *path) noexcept;
 
 // Deletes a file or a symbolic link. Result: FALSE with the last error ERROR_FILE_NOT_FOUND,
 // ERROR_PATH_NOT_FOUND, ERROR_ACCESS_DENIED (read-only, a directory), ERROR_SHARING_VIOLATION (open
-// without FILE_SHARE_DELETE), or what the host's refusal becomes. The name is gone at once; those
-// who have the file open keep it.
+// without FILE_SHARE_DELETE; others keep deleting it), or what the host's refusal becomes. The name
+// is gone at once; those who have the file open keep it.
 OSTREL_PLATFORM_API BOOL DeleteFileW(const WCHAR *path) noexcept;
 
 // Copies a file with its attributes and the time of its last write. The new file comes into place
@@ -222,7 +227,8 @@ inline constexpr DWORD MOVEFILE_WRITE_THROUGH = 8;
 // Result: FALSE with the last error ERROR_FILE_NOT_FOUND, ERROR_PATH_NOT_FOUND,
 // ERROR_ALREADY_EXISTS (something is at `target`, but for the source itself),
 // ERROR_INVALID_PARAMETER (other flags; a null target without DELAY_UNTIL_REBOOT),
-// ERROR_ACCESS_DENIED, or what the host's refusal becomes. On failure the source is where it was.
+// ERROR_SHARING_VIOLATION (to be copied, and open against reading), ERROR_ACCESS_DENIED (also for
+// the root of a drive), or what the host's refusal becomes. On failure the source is where it was.
 OSTREL_PLATFORM_API BOOL MoveFileW(const WCHAR *source, const WCHAR *target) noexcept;
 OSTREL_PLATFORM_API BOOL MoveFileExW(const WCHAR *source, const WCHAR *target,
                                      DWORD flags) noexcept;

@@ -30,6 +30,9 @@ DWORD read_attributes(const WCHAR *path, DWORD *attributes) {
 }
 
 DWORD set_attributes(const WCHAR *path, DWORD attributes) {
+    if (attributes == INVALID_FILE_ATTRIBUTES) {
+        return ERROR_INVALID_PARAMETER;
+    }
     const std::optional<std::string> host = platform::file_path(path);
     if (!host) {
         return GetLastError();

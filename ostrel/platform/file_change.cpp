@@ -13,23 +13,24 @@
 
 namespace platform {
 
-int check_unused(const char *path, const struct stat &facts) noexcept {
+namespace {
+
+// Opens a file that is to go, without following a link. Refused with ETXTBSY when it runs.
+HostDescriptor open_to_hold(const char *path, mode_t mode) {
     constexpr int kFlags = O_NOFOLLOW | O_NONBLOCK;
     constexpr mode_t kExecute = S_IXUSR | S_IXGRP | S_IXOTH;
-    HostDescriptor file;
-    if ((facts.st_mode & kExecute) != 0) {
-        file = open_host(path, O_RDWR | kFlags);  // refused when it runs
+    if ((mode & kExecute) != 0) {
+        HostDescriptor file = open_host(path, O_RDWR | kFlags);
+        if (file || errno == ETXTBSY) {
+            return file;
+        }
     }
-    if (!file && ((facts.st_mode & kExecute) == 0 || errno != ETXTBSY)) {
-        file = open_host(path, O_RDONLY | kFlags);
-    }
-    if (file) {
-        return is_shared_for(file.Get(), kShareDelete) ? 0 : EBUSY;
-    }
-    return errno == ETXTBSY || errno == ENOENT ? errno : 0;  // else nobody can know
+    return open_host(path, O_RDONLY | kFlags);
 }
 
-int delete_file(const char *path) noexcept {
+// What keeps one file of a path from being deleted; deletes it if nothing does. ESTALE when others
+// have put another in its place meanwhile.
+int try_delete(const char *path) {
     struct stat facts;
     if (lstat(path, &facts) != 0) {
         return errno;
@@ -40,11 +41,44 @@ int delete_file(const char *path) noexcept {
     if (is_read_only(facts)) {
         return EACCES;
     }
-    const int in_use = S_ISREG(facts.st_mode) ? check_unused(path, facts) : 0;
-    if (in_use != 0) {
-        return in_use;
+    SharingFile held;
+    const int error = S_ISREG(facts.st_mode) ? hold_unused(path, facts, &held) : 0;
+    if (error != 0) {
+        return error;
     }
     return unlink(path) == 0 ? 0 : errno;
+}
+
+}  // namespace
+
+int hold_unused(const char *path, const struct stat &facts, SharingFile *held) noexcept {
+    SharingFile file(open_to_hold(path, facts.st_mode));
+    if (!file) {
+        const bool unknowable = errno == EACCES || errno == EPERM;
+        return unknowable ? 0 : errno == ELOOP ? ESTALE : errno;  // ELOOP: it is a link by now
+    }
+    // Two that delete do not go together: the one that is late would take away what comes next
+    // under this name.
+    const int refusal = file.Take(kShareDelete, kShareRead | kShareWrite);
+    struct stat opened, named;
+    if (fstat(file.Get(), &opened) != 0 || lstat(path, &named) != 0) {
+        return errno;
+    }
+    if (!is_same_file(opened, named) || !is_same_file(opened, facts)) {
+        return ESTALE;
+    }
+    if (refusal == 0) {
+        *held = std::move(file);
+    }
+    return refusal;
+}
+
+int delete_file(const char *path) noexcept {
+    int error = ESTALE;
+    for (int turn = 0; error == ESTALE && turn < kMostTurns; ++turn) {
+        error = try_delete(path);
+    }
+    return error == ESTALE ? EBUSY : error;
 }
 
 namespace {
@@ -108,6 +142,9 @@ BOOL CreateDirectoryW(const WCHAR *path, SECURITY_ATTRIBUTES *security) noexcept
 BOOL RemoveDirectoryW(const WCHAR *path) noexcept {
     return platform::call_result([=] {
         const std::optional<std::string> host = platform::directory_path(path);
+        if (host && platform::is_root(path)) {
+            return ERROR_ACCESS_DENIED;
+        }
         return host ? platform::remove_directory(host->c_str()) : GetLastError();
     });
 }

@@ -18,6 +18,8 @@
 namespace platform {
 namespace {
 
+constexpr unsigned kShareAll = kShareRead | kShareWrite | kShareDelete;
+
 // Where a path ends when its last name is followed through links, whether or not something is
 // there.
 std::string end_of_links(std::string path) {
@@ -34,8 +36,10 @@ std::string end_of_links(std::string path) {
     return path;
 }
 
-// What stands against putting a copy in the place of the file at `path`.
-DWORD check_target(const char *path, const struct stat &source, const struct stat &target) {
+// What stands against putting a copy in the place of the file at `path`. Nobody who would comes to
+// it as long as `held` lives.
+DWORD hold_target(const char *path, const struct stat &source, const struct stat &target,
+                  SharingFile *held) {
     if (is_same_file(source, target)) {
         return ERROR_SHARING_VIOLATION;
     }
@@ -46,15 +50,15 @@ DWORD check_target(const char *path, const struct stat &source, const struct sta
         (facts.attributes & kProtecting) != 0) {
         return ERROR_ACCESS_DENIED;
     }
-    const HostDescriptor file = open_host_to_write(path, O_NONBLOCK);  // refused for a program
-    if (!file) {
+    *held = SharingFile(open_host_to_write(path, O_NONBLOCK));  // refused for a program
+    if (!*held) {
         return code_of_errno(errno);
     }
-    return is_shared_for(file.Get(), kShareWrite) ? ERROR_SUCCESS : ERROR_SHARING_VIOLATION;
+    return held->Take(kShareWrite, kShareAll) == 0 ? ERROR_SUCCESS : ERROR_SHARING_VIOLATION;
 }
 
 DWORD copy_path(const std::string &source, const std::string &given_target, bool replace) {
-    const HostDescriptor file = open_host(source.c_str(), O_RDONLY | O_NONBLOCK);
+    SharingFile file(open_host(source.c_str(), O_RDONLY | O_NONBLOCK));
     struct stat facts;
     if (!file || fstat(file.Get(), &facts) != 0) {
         return code_of_path(errno, source.c_str());
@@ -62,18 +66,20 @@ DWORD copy_path(const std::string &source, const std::string &given_target, bool
     if (!S_ISREG(facts.st_mode)) {
         return S_ISDIR(facts.st_mode) ? ERROR_ACCESS_DENIED : code_of_errno(EOPNOTSUPP);
     }
-    if (take_share(file.Get(), kShareRead, kShareRead | kShareWrite | kShareDelete) != 0) {
+    if (file.Take(kShareRead, kShareAll) != 0) {
         return ERROR_SHARING_VIOLATION;
     }
     const std::string target = end_of_links(given_target);
+    SharingFile held;
     struct stat there;
     if (lstat(target.c_str(), &there) == 0) {
-        const DWORD code = replace ? check_target(target.c_str(), facts, there) : ERROR_FILE_EXISTS;
+        const DWORD code =
+            replace ? hold_target(target.c_str(), facts, there, &held) : ERROR_FILE_EXISTS;
         if (code != ERROR_SUCCESS) {
             return code;
         }
     }
-    switch (const int error = copy_file(file.Get(), facts, target, {replace, false, false})) {
+    switch (const int error = copy_file(file.Get(), facts, target, {replace, false})) {
         case 0:
             return ERROR_SUCCESS;
         case EEXIST:

@@ -59,8 +59,8 @@ const statx_timestamp &host_creation(const struct statx &host) {
     return is_earlier(host.stx_mtime, host.stx_ctime) ? host.stx_mtime : host.stx_ctime;
 }
 
-// All but NORMAL. `place` leads to what `host` tells of.
-FileFacts facts_of(const struct statx &host, const FilePlace &place) {
+// All but NORMAL and `link`. `place` leads to what `host` tells of, through a link or not.
+FileFacts facts_of(const struct statx &host, const FilePlace &place, DWORD link) {
     const dev_t device = makedev(host.stx_dev_major, host.stx_dev_minor);
     FileFacts facts;
     facts.attributes = 0;
@@ -87,14 +87,14 @@ FileFacts facts_of(const struct statx &host, const FilePlace &place) {
         if (const auto ticks = read_stored_creation(place, device)) {
             facts.creation = count_of(*ticks);
         }
-    } else if (errno == ENODATA) {
+    } else if (errno == ENODATA && link == 0) {
         note_as_plain(host, place);
     }
     return facts;
 }
 
 void store_facts(const struct statx &host, const FilePlace &place, DWORD link, FileFacts *facts) {
-    *facts = facts_of(host, place);
+    *facts = facts_of(host, place, link);
     facts->attributes |= link;
     if (facts->attributes == 0) {
         facts->attributes = FILE_ATTRIBUTE_NORMAL;
@@ -127,12 +127,14 @@ int ask_host(const FilePlace &place, struct stat *host) {
     return fstatat(place.directory, place.name, host, AT_EMPTY_PATH) == 0 ? 0 : errno;
 }
 
-// The host wants write permission for attributes, also of an owner who could give it to himself:
-// he gets it for the length of `store`.
+// The host wants permissions for attributes, also of an owner who could give them to himself: he
+// gets them for the length of `store`.
 template <class Target, class Store>
-int with_write_permission(Target target, mode_t mode, Store store) {
+int with_permission(Target target, mode_t mode, Store store) {
+    constexpr mode_t kNeeded = S_IRUSR | S_IWUSR;
     const int error = store();
-    if (error != EACCES || (mode & S_IWUSR) != 0 || change_mode(target, mode | S_IWUSR) != 0) {
+    if (error != EACCES || (mode & kNeeded) == kNeeded ||
+        change_mode(target, mode | kNeeded) != 0) {
         return error;
     }
     const int result = store();
@@ -142,14 +144,19 @@ int with_write_permission(Target target, mode_t mode, Store store) {
 
 // Replaces the bits of `mask` by those of `bits`. Others that a file server has stored stay.
 template <class Target>
-int change_stored_bits(Target target, dev_t device, DWORD mask, DWORD bits) {
+int change_stored_bits(Target target, DWORD mask, DWORD bits) {
     const FilePlace place = place_of(target);
-    const DWORD before = read_stored_bits(place, device).value_or(0);
+    errno = 0;
+    const std::optional<DWORD> kept = read_stored_bits(place, kAnyDevice);
+    if (!kept && errno != 0 && errno != ENODATA) {
+        return errno;
+    }
+    const DWORD before = kept.value_or(0);
     const DWORD after = (before & ~mask) | bits;
     if (after == before) {
         return 0;
     }
-    if (after == 0 && !read_stored_creation(place, device)) {
+    if (after == 0 && !read_stored_creation(place, kAnyDevice)) {
         return remove_bits(target);
     }
     return store_bits(target, after);
@@ -168,9 +175,8 @@ int write_attributes_of(Target target, DWORD attributes) {
     const bool is_directory = S_ISDIR(host.st_mode);
     const DWORD bits = attributes & (is_directory ? kStoredOfDirectory : kStoredOfFile);
     const mode_t mode = host.st_mode & 07777;
-    const int error = with_write_permission(target, mode, [&] {
-        return change_stored_bits(target, host.st_dev, kStoredOfDirectory, bits);
-    });
+    const int error = with_permission(
+        target, mode, [&] { return change_stored_bits(target, kStoredOfDirectory, bits); });
     if (error != 0 && (error != EOPNOTSUPP || (bits & FILE_ATTRIBUTE_READONLY) != 0)) {
         return error;
     }
@@ -226,7 +232,7 @@ int write_host_times(int file, const struct stat &before, const timespec (&times
 }
 
 int write_creation_time(int file, const struct stat &host, std::int64_t ticks) {
-    const int error = with_write_permission(file, host.st_mode & 07777, [&] {
+    const int error = with_permission(file, host.st_mode & 07777, [&] {
         const int result = store_creation(file, ticks);
         if (result != 0 || read_stored_bits(place_of(file), host.st_dev)) {
             return result;

@@ -18,27 +18,6 @@
 namespace platform {
 namespace {
 
-std::string name_in_folder(const std::string &path) {
-    const std::size_t end = path.find_last_not_of('/') + 1;
-    const std::size_t begin = path.find_last_of('/', end - 1) + 1;
-    return path.substr(begin, end - begin);
-}
-
-// Whether two paths are those of one entry of one folder, and not of two links to one file. A host
-// without regard to case may have given the entry another spelling.
-bool is_same_entry(const std::string &a, const std::string &b) {
-    struct stat facts_a, facts_b;
-    if (lstat(a.c_str(), &facts_a) != 0 || lstat(b.c_str(), &facts_b) != 0 ||
-        !is_same_file(facts_a, facts_b)) {
-        return false;
-    }
-    if (S_ISDIR(facts_a.st_mode) || facts_a.st_nlink == 1) {
-        return true;
-    }
-    return name_in_folder(a) == name_in_folder(b) && stat(folder_of(a).c_str(), &facts_a) == 0 &&
-           stat(folder_of(b).c_str(), &facts_b) == 0 && is_same_file(facts_a, facts_b);
-}
-
 // A missing source, or else the target's folder.
 DWORD code_of_move(int error, const std::string &source) {
     struct stat facts;
@@ -48,8 +27,21 @@ DWORD code_of_move(int error, const std::string &source) {
     return code_of_path(error, source.c_str());
 }
 
-// To another file system. The source is deleted when the copy is in its place.
-int move_by_copy(const std::string &source, const std::string &target, bool replace, bool syncs) {
+// The folder of a file that came into it, on the disk.
+int sync_folder(const std::string &path) {
+    const HostDescriptor folder = open_host(folder_of(path).c_str(), O_RDONLY | O_DIRECTORY);
+    return folder && (fsync(folder.Get()) == 0 || errno == EINVAL) ? 0 : errno;
+}
+
+bool is_unchanged(const struct stat &before, const struct stat &now) {
+    return is_same_file(before, now) && before.st_size == now.st_size &&
+           before.st_mtim.tv_sec == now.st_mtim.tv_sec &&
+           before.st_mtim.tv_nsec == now.st_mtim.tv_nsec;
+}
+
+// To another file system. The source is deleted when the copy is in its place, on the disk, and
+// nobody has put or written anything else there meanwhile.
+int move_by_copy(const std::string &source, const std::string &target, bool replace) {
     struct stat facts, there;
     if (lstat(source.c_str(), &facts) != 0) {
         return errno;
@@ -57,23 +49,30 @@ int move_by_copy(const std::string &source, const std::string &target, bool repl
     if (!S_ISREG(facts.st_mode) && !S_ISLNK(facts.st_mode)) {
         return EXDEV;
     }
+    if (is_same_entry(source, target)) {
+        return 0;  // seen through two mounts of one file system
+    }
     if (!replace && lstat(target.c_str(), &there) == 0) {
         return EEXIST;  // before a long copy
     }
+    SharingFile file;
     int error = 0;
     if (S_ISLNK(facts.st_mode)) {
         error = copy_link(source, facts, target, replace);
     } else {
-        const HostDescriptor file = open_host(source.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
+        file = SharingFile(open_host(source.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK));
         if (!file || fstat(file.Get(), &facts) != 0) {
             return errno;
         }
-        error = take_share(file.Get(), kShareRead, kShareRead | kShareWrite | kShareDelete);
+        error = file.Take(kShareRead, kShareRead | kShareWrite | kShareDelete);
         if (error == 0) {
-            error = copy_file(file.Get(), facts, target, {replace, true, syncs});
+            error = copy_file(file.Get(), facts, target, {replace, true});
         }
     }
     if (error == 0) {
+        error = sync_folder(target);
+    }
+    if (error == 0 && lstat(source.c_str(), &there) == 0 && is_unchanged(facts, there)) {
         unlink(source.c_str());  // a source that stays is no failure
     }
     return error;
@@ -86,8 +85,9 @@ int move_new(const std::string &source, const std::string &target) {
                : error;
 }
 
-// Puts a file in the place of another, if there is one.
-int move_over(const std::string &source, const std::string &target) {
+// Puts a file in the place of another, if there is one; nobody comes to that as long as `held`
+// lives.
+int move_over(const std::string &source, const std::string &target, SharingFile *held) {
     struct stat facts, there;
     if (lstat(source.c_str(), &facts) != 0) {
         return errno;
@@ -97,14 +97,10 @@ int move_over(const std::string &source, const std::string &target) {
     }
     const bool exists = lstat(target.c_str(), &there) == 0 && !is_same_entry(source, target);
     if (exists && (S_ISDIR(there.st_mode) || is_read_only(there) ||
-                   (S_ISREG(there.st_mode) && check_unused(target.c_str(), there) != 0))) {
+                   (S_ISREG(there.st_mode) && hold_unused(target.c_str(), there, held) != 0))) {
         return EACCES;
     }
-    if (exists && is_same_file(facts, there)) {
-        // The host does nothing when both are links to one file, and leaves both.
-        return unlink(source.c_str()) == 0 ? 0 : errno;
-    }
-    return rename_host(source.c_str(), target.c_str(), true);
+    return rename_over(source, target);
 }
 
 // The folders of a move, opened before it, since what cannot be opened must be told before.
@@ -137,12 +133,13 @@ DWORD move_path(const std::string &source, const std::string &target, DWORD flag
     const bool replace = (flags & MOVEFILE_REPLACE_EXISTING) != 0;
     const bool syncs = (flags & MOVEFILE_WRITE_THROUGH) != 0;
     SyncedFolders folders;
+    SharingFile held;
     int error = syncs ? folders.Open(source, target) : 0;
     if (error == 0) {
-        error = replace ? move_over(source, target) : move_new(source, target);
+        error = replace ? move_over(source, target, &held) : move_new(source, target);
     }
     if (error == EXDEV && (flags & MOVEFILE_COPY_ALLOWED) != 0) {
-        error = move_by_copy(source, target, replace, syncs);
+        error = move_by_copy(source, target, replace);
     }
     if (error == 0 && syncs) {
         error = folders.Sync();
@@ -165,6 +162,9 @@ DWORD move_file(const WCHAR *source, const WCHAR *target, DWORD flags) {
     }
     if (!from || (target != nullptr && !to)) {
         return GetLastError();
+    }
+    if (is_root(source) || (to && is_root(target))) {
+        return ERROR_ACCESS_DENIED;
     }
     if (delayed) {
         return record_pending_move(*from, to ? &*to : nullptr,

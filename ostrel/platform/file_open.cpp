@@ -1,6 +1,7 @@
 // Open files: CreateFileW and the calls on its handles.
 
 #include <signal.h>
+#include <sys/resource.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -9,6 +10,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "ostrel/platform/call_result.h"
 #include "ostrel/platform/errno_code.h"
@@ -26,30 +28,41 @@ using platform::FileFacts;
 using platform::HandleKind;
 using platform::HandleTable;
 using platform::HostDescriptor;
+using platform::SharingFile;
 
 constexpr DWORD kKeptAttributes =
     FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;
 
-// Writing to a FIFO or socket whose reader has gone raises SIGPIPE; here it is an error code. The
-// signal is held back in this thread for the scope, and one that the scope has raised is taken off.
-class PipeSignalHeld {
+// The signal that a failing write may raise beside its error, which is all that is wanted here:
+// SIGPIPE when the reader of a FIFO or socket has gone, SIGXFSZ beyond the greatest size that the
+// process is allowed for a file. 0 when there is none.
+int signal_of_writes(bool regular) {
+    struct rlimit limit;
+    if (!regular) {
+        return SIGPIPE;
+    }
+    return getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur == RLIM_INFINITY ? 0 : SIGXFSZ;
+}
+
+// Holds a signal back in this thread for the scope, and takes off one that the scope has raised.
+class SignalHeld {
 public:
-    PipeSignalHeld() noexcept {
+    explicit SignalHeld(int signal) noexcept {
         sigemptyset(&m_signal);
-        sigaddset(&m_signal, SIGPIPE);
+        sigaddset(&m_signal, signal);
         sigset_t pending;
         sigpending(&pending);
-        m_was_pending = sigismember(&pending, SIGPIPE) == 1;
+        m_was_pending = sigismember(&pending, signal) == 1;
         pthread_sigmask(SIG_BLOCK, &m_signal, &m_before);
     }
-    ~PipeSignalHeld() {
+    ~SignalHeld() {
         const std::timespec at_once = {};
         if (!m_was_pending) {
             sigtimedwait(&m_signal, nullptr, &at_once);
         }
         pthread_sigmask(SIG_SETMASK, &m_before, nullptr);
     }
-    PipeSignalHeld &operator=(PipeSignalHeld &&) = delete;  // nor copied
+    SignalHeld &operator=(SignalHeld &&) = delete;  // nor copied
 
 private:
     sigset_t m_signal, m_before;
@@ -58,8 +71,11 @@ private:
 
 class OpenFile : public platform::HandleObject {
 public:
-    OpenFile(HostDescriptor file, DWORD access, bool regular)
-        : m_file(std::move(file)), m_access(access), m_regular(regular) {}
+    OpenFile(SharingFile file, DWORD access, bool regular)
+        : m_file(std::move(file)),
+          m_access(access),
+          m_regular(regular),
+          m_signal((access & GENERIC_WRITE) != 0 ? signal_of_writes(regular) : 0) {}
 
     int Get() const { return m_file.Get(); }
     bool Allows(DWORD access) const { return (m_access & access) != 0; }
@@ -72,9 +88,9 @@ public:
     }
 
     DWORD Write(const char *bytes, DWORD count, DWORD *done) {
-        std::optional<PipeSignalHeld> held;
-        if (!m_regular) {
-            held.emplace();
+        std::optional<SignalHeld> held;
+        if (m_signal != 0) {
+            held.emplace(m_signal);
         }
         const DWORD code = Transfer(count, done, false, [this, bytes](DWORD from, DWORD left) {
             return write(Get(), bytes + from, left);
@@ -104,9 +120,10 @@ private:
         return ERROR_SUCCESS;
     }
 
-    HostDescriptor m_file;
+    SharingFile m_file;
     DWORD m_access;
     bool m_regular;
+    int m_signal;           // held back while writing
     std::mutex m_position;  // keeps the steps of one call together
 };
 
@@ -140,16 +157,41 @@ struct Request {
     }
 };
 
-// Never empties the file: that waits until sharing allows the open. Never waits for a peer.
-HostDescriptor open_existing(const char *path, const Request &request) {
-    if (request.Writes()) {
-        return (request.access & GENERIC_READ) != 0
-                   ? platform::open_host(path, O_RDWR | O_NONBLOCK)
-                   : platform::open_host_to_write(path, O_NONBLOCK);
+// Opens for the facts alone, or for reading what is emptied first. That takes a look before: to
+// open a FIFO or a device for what was not asked for, or at all for its facts, may already do
+// something.
+HostDescriptor open_by_kind(const char *path, const Request &request) {
+    struct stat facts;
+    if (stat(path, &facts) != 0) {
+        return HostDescriptor();
+    }
+    if (!S_ISREG(facts.st_mode) && !S_ISDIR(facts.st_mode)) {
+        return platform::open_host(path, request.access == 0 ? O_PATH : O_RDONLY | O_NONBLOCK);
+    }
+    if (request.Empties()) {
+        return request.access == 0 ? platform::open_host_to_write(path, O_NONBLOCK)
+                                   : platform::open_host(path, O_RDWR | O_NONBLOCK);
     }
     HostDescriptor file = platform::open_host(path, O_RDONLY | O_NONBLOCK);
-    const bool facts_are_enough = request.access == 0 && !file && errno == EACCES;
-    return facts_are_enough ? platform::open_host(path, O_PATH) : std::move(file);
+    return !file && errno == EACCES ? platform::open_host(path, O_PATH) : std::move(file);
+}
+
+// Never empties the file: that waits until sharing allows the open. Never waits for a peer.
+HostDescriptor open_existing(const char *path, const Request &request) {
+    switch (request.access) {
+        case GENERIC_READ | GENERIC_WRITE:
+            return platform::open_host(path, O_RDWR | O_NONBLOCK);
+        case GENERIC_WRITE:
+            return platform::open_host_to_write(path, O_NONBLOCK);
+        case GENERIC_READ:
+            if (!request.Empties()) {
+                return platform::open_host(path, O_RDONLY | O_NONBLOCK);
+            }
+            break;
+        default:
+            break;
+    }
+    return open_by_kind(path, request);
 }
 
 HostDescriptor create(const char *path, const Request &request, int exclusive) {
@@ -201,26 +243,61 @@ DWORD empty_file(int file, const Request &request) {
     return ERROR_SUCCESS;
 }
 
-// What follows when the host has opened the file: the rules that the host does not know.
-DWORD complete_open(int file, const Request &request, bool created, const struct stat &facts) {
-    if (S_ISDIR(facts.st_mode) && !request.OpensDirectories()) {
+// An open file of the host on its way to become a handle.
+struct Opened {
+    SharingFile file;
+    bool created = false;
+    struct stat facts = {};
+};
+
+// Nothing when the path leads to another file than the one that is open, or to none: others have
+// deleted or replaced it before it was shared, so that nobody would find it by its name.
+std::optional<DWORD> share(const char *path, const Request &request, Opened *opened) {
+    const int refusal = opened->file.Take(request.ShareAccess(), request.share);
+    if (request.ShareAccess() != 0 && !platform::leads_to(path, opened->facts)) {
+        return std::nullopt;
+    }
+    return refusal != 0 ? ERROR_SHARING_VIOLATION : ERROR_SUCCESS;
+}
+
+// What follows when the host has opened the file: the rules that the host does not know. Nothing
+// as above.
+std::optional<DWORD> complete_open(const char *path, const Request &request, Opened *opened) {
+    const int file = opened->file.Get();
+    const mode_t mode = opened->facts.st_mode;
+    if (S_ISDIR(mode) && !request.OpensDirectories()) {
         return ERROR_ACCESS_DENIED;
     }
-    if (!S_ISREG(facts.st_mode) && !S_ISDIR(facts.st_mode)) {
-        fcntl(file, F_SETFL, fcntl(file, F_GETFL) & ~O_NONBLOCK);  // the open alone did not wait
+    if (!S_ISREG(mode) && !S_ISDIR(mode)) {
+        if (request.access != 0) {
+            fcntl(file, F_SETFL, fcntl(file, F_GETFL) & ~O_NONBLOCK);  // the open did not wait
+        }
         return ERROR_SUCCESS;
     }
-    if (!created && request.Writes() && platform::is_read_only(facts)) {
+    if (!opened->created && request.Writes() && platform::is_read_only(opened->facts)) {
         return ERROR_ACCESS_DENIED;
     }
-    if (platform::take_share(file, request.ShareAccess(), request.share) != 0) {
-        return ERROR_SHARING_VIOLATION;
+    const std::optional<DWORD> code = share(path, request, opened);
+    if (code != ERROR_SUCCESS) {
+        return code;
     }
-    if (created) {
+    if (opened->created) {
         platform::write_attributes(file, request.NewAttributes());
         return ERROR_SUCCESS;
     }
     return request.Empties() ? empty_file(file, request) : ERROR_SUCCESS;
+}
+
+std::optional<DWORD> try_open(const char *path, const Request &request, Opened *opened) {
+    opened->file = SharingFile();  // that of the turn before must not be in the way
+    opened->file = SharingFile(open_or_create(path, request, &opened->created));
+    if (!opened->file) {
+        return errno == EEXIST ? ERROR_FILE_EXISTS : platform::code_of_path(errno, path);
+    }
+    if (fstat(opened->file.Get(), &opened->facts) != 0) {
+        return code_of_errno(errno);
+    }
+    return complete_open(path, request, opened);
 }
 
 DWORD open_file(const WCHAR *path, const Request &request, HANDLE *handle) {
@@ -228,25 +305,20 @@ DWORD open_file(const WCHAR *path, const Request &request, HANDLE *handle) {
     if (!host) {
         return GetLastError();
     }
-    bool created = false;
-    HostDescriptor file = open_or_create(host->c_str(), request, &created);
-    if (!file) {
-        return errno == EEXIST ? ERROR_FILE_EXISTS : platform::code_of_path(errno, host->c_str());
+    Opened opened;
+    std::optional<DWORD> code;
+    for (int turn = 0; !code && turn < platform::kMostTurns; ++turn) {
+        code = try_open(host->c_str(), request, &opened);
     }
-    struct stat facts;
-    if (fstat(file.Get(), &facts) != 0) {
-        return code_of_errno(errno);
-    }
-    const DWORD code = complete_open(file.Get(), request, created, facts);
     if (code != ERROR_SUCCESS) {
-        return code;
+        return code.value_or(ERROR_SHARING_VIOLATION);
     }
-    auto object =
-        std::make_shared<OpenFile>(std::move(file), request.access, S_ISREG(facts.st_mode));
+    auto object = std::make_shared<OpenFile>(std::move(opened.file), request.access,
+                                             S_ISREG(opened.facts.st_mode));
     *handle = reinterpret_cast<HANDLE>(
         HandleTable::Instance().Open(HandleKind::kObject, std::move(object)));
     if (request.creation == CREATE_ALWAYS || request.creation == OPEN_ALWAYS) {
-        SetLastError(created ? ERROR_SUCCESS : ERROR_ALREADY_EXISTS);
+        SetLastError(opened.created ? ERROR_SUCCESS : ERROR_ALREADY_EXISTS);
     }
     return ERROR_SUCCESS;
 }

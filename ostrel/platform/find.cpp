@@ -88,6 +88,10 @@ HANDLE FindFirstFileW(const WCHAR *path, WIN32_FIND_DATAW *data) noexcept {
 HANDLE FindFirstFileExW(const WCHAR *path, FINDEX_INFO_LEVELS level, LPVOID data,
                         FINDEX_SEARCH_OPS operation, LPVOID filter, DWORD flags) noexcept {
     const bool directories = operation == FindExSearchLimitToDirectories;
+    if (data == nullptr) {
+        SetLastError(ERROR_NOACCESS);
+        return INVALID_HANDLE_VALUE;
+    }
     if ((level != FindExInfoStandard && level != FindExInfoBasic) ||
         (operation != FindExSearchNameMatch && !directories) || filter != nullptr || flags != 0) {
         SetLastError(ERROR_INVALID_PARAMETER);
@@ -103,6 +107,10 @@ HANDLE FindFirstFileExW(const WCHAR *path, FINDEX_INFO_LEVELS level, LPVOID data
 }
 
 BOOL FindNextFileW(HANDLE search, WIN32_FIND_DATAW *data) noexcept {
+    if (data == nullptr) {
+        SetLastError(ERROR_NOACCESS);
+        return FALSE;
+    }
     const auto handle = reinterpret_cast<std::uintptr_t>(search);
     if (const SearchResult failure = go_on(HandleKind::kFind, handle, data)) {
         SetLastError(failure->code);

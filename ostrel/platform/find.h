@@ -48,7 +48,7 @@ struct WIN32_FIND_DATAW {
 // INVALID_HANDLE_VALUE on failure, with `*data` as it was and the last error ERROR_FILE_NOT_FOUND
 // (nothing matches, or the path ends in a separator), ERROR_PATH_NOT_FOUND (the folder is missing;
 // an empty or null path; a drive that does not exist), ERROR_DIRECTORY (the folder is a file),
-// ERROR_FILENAME_EXCED_RANGE, or what the host's refusal becomes.
+// ERROR_FILENAME_EXCED_RANGE, ERROR_NOACCESS (null `data`), or what the host's refusal becomes.
 OSTREL_PLATFORM_API HANDLE FindFirstFileW(const WCHAR *path, WIN32_FIND_DATAW *data) noexcept;
 
 // The same with a choice. `level` is FindExInfoStandard or FindExInfoBasic, which are one here.
@@ -63,7 +63,7 @@ OSTREL_PLATFORM_API HANDLE FindFirstFileExW(const WCHAR *path, FINDEX_INFO_LEVEL
                                             DWORD flags) noexcept;
 
 // The next entry. Result: FALSE, with `*data` as it was and the last error ERROR_NO_MORE_FILES at
-// the end, ERROR_INVALID_HANDLE, or what the host's refusal becomes.
+// the end, ERROR_INVALID_HANDLE, ERROR_NOACCESS, or what the host's refusal becomes.
 OSTREL_PLATFORM_API BOOL FindNextFileW(HANDLE search, WIN32_FIND_DATAW *data) noexcept;
 
 // Ends a search of FindFirstFileW. Result: TRUE, or FALSE with the last error ERROR_INVALID_HANDLE

@@ -42,7 +42,8 @@ private:
 HostDescriptor open_host(const char *path, int flags, mode_t mode = 0666) noexcept;
 
 // Opens for writing: a regular file for reading as well if that is allowed, since sharing stands on
-// it; nothing else, since a reader of a FIFO counts as its peer. `flags` has no access mode.
+// it; nothing else, not even for a moment, since who reads a FIFO counts as its peer and takes its
+// readers with it when it goes. `flags` has no access mode.
 HostDescriptor open_host_to_write(const char *path, int flags) noexcept;
 
 // Whether the owner may not write to it. Only regular files are read-only.
@@ -52,6 +53,13 @@ inline bool is_read_only(const struct stat &facts) {
 
 inline bool is_same_file(const struct stat &a, const struct stat &b) {
     return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
+// Whether a path, followed through links, still leads to a file that is open. It need not once
+// others have deleted the file or put another in its place.
+inline bool leads_to(const char *path, const struct stat &open_file) noexcept {
+    struct stat facts;
+    return stat(path, &facts) == 0 && is_same_file(facts, open_file);
 }
 
 }  // namespace platform

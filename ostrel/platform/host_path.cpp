@@ -91,6 +91,12 @@ bool has_drive(const WCHAR *path) {
     return letter >= u'A' && letter <= u'Z' && path[1] == u':';
 }
 
+bool is_root(const WCHAR *path) {
+    const std::u16string_view text = path;
+    const std::size_t drive = has_drive(path) ? 2 : 0;
+    return !text.empty() && text.find_first_not_of(u"\\/", drive) == text.npos;
+}
+
 std::optional<std::string> host_path(const WCHAR *path) {
     std::optional<std::string> host = std::string();
     if (has_drive(path)) {

@@ -22,6 +22,9 @@ std::optional<std::string> host_path(const WCHAR *path);
 // error ERROR_PATH_NOT_FOUND (as above; null or empty) or ERROR_FILENAME_EXCED_RANGE.
 std::optional<std::string> file_path(const WCHAR *path);
 
+// Whether a path is that of a drive's root, or of the host's: a drive, separators, or both.
+bool is_root(const WCHAR *path);
+
 // A name of the host as the platform tells it. `units` holds as many as `name` has bytes. Result:
 // the units stored. host_path gives the name back.
 std::size_t told_name(std::string_view name, WCHAR *units);

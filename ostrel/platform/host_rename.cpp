@@ -2,10 +2,11 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
+
+#include "ostrel/platform/host_descriptor.h"
 
 namespace platform {
 namespace {
@@ -37,6 +38,12 @@ int rename_in_steps(const char *source, const char *target) noexcept {
     return lstat(target, &facts) == 0 ? EEXIST : result_of(rename(source, target));
 }
 
+std::string name_in_folder(const std::string &path) {
+    const std::size_t end = path.find_last_not_of('/') + 1;
+    const std::size_t begin = path.find_last_of('/', end - 1) + 1;
+    return path.substr(begin, end - begin);
+}
+
 }  // namespace
 
 std::string folder_of(const std::string &path) {
@@ -47,12 +54,33 @@ std::string folder_of(const std::string &path) {
     return path.substr(0, separator == 0 ? 1 : separator);
 }
 
+bool is_same_entry(const std::string &a, const std::string &b) {
+    struct stat facts_a, facts_b;
+    if (lstat(a.c_str(), &facts_a) != 0 || lstat(b.c_str(), &facts_b) != 0 ||
+        !is_same_file(facts_a, facts_b)) {
+        return false;
+    }
+    if (S_ISDIR(facts_a.st_mode) || facts_a.st_nlink == 1) {
+        return true;
+    }
+    return name_in_folder(a) == name_in_folder(b) && stat(folder_of(a).c_str(), &facts_a) == 0 &&
+           stat(folder_of(b).c_str(), &facts_b) == 0 && is_same_file(facts_a, facts_b);
+}
+
 int rename_host(const char *source, const char *target, bool replace) noexcept {
     if (replace) {
         return result_of(rename(source, target));
     }
     const int error = result_of(renameat2(AT_FDCWD, source, AT_FDCWD, target, RENAME_NOREPLACE));
     return error == EINVAL || error == ENOSYS ? rename_in_steps(source, target) : error;
+}
+
+int rename_over(const std::string &source, const std::string &target) {
+    struct stat from, to;
+    const bool same = lstat(source.c_str(), &from) == 0 && lstat(target.c_str(), &to) == 0 &&
+                      is_same_file(from, to) && !is_same_entry(source, target);
+    return same ? result_of(unlink(source.c_str()))
+                : rename_host(source.c_str(), target.c_str(), true);
 }
 
 }  // namespace platform

@@ -11,9 +11,17 @@ namespace platform {
 // belongs to the name.
 std::string folder_of(const std::string &path);
 
+// Whether two paths are those of one entry of one folder, and not of two links to one file. A host
+// without regard to case may have given the entry another spelling.
+bool is_same_entry(const std::string &a, const std::string &b);
+
 // Gives a file or directory another path. Result: 0, or errno: EEXIST when something is there and
 // `replace` is false.
 int rename_host(const char *source, const char *target, bool replace) noexcept;
+
+// The same for a file, in the place of another if there is one. Of two links to one file the source
+// goes; the host would leave both. Result: 0, or errno.
+int rename_over(const std::string &source, const std::string &target);
 
 }  // namespace platform
 

@@ -130,7 +130,7 @@ int act(const PendingRequest &request, bool is_directory) {
     if (request.verb == PendingVerb::kMove || is_directory) {
         return move_to_free_name(source, request.target.c_str());
     }
-    return rename(source, request.target.c_str()) == 0 ? 0 : errno;
+    return rename_over(request.source, request.target);
 }
 
 int sync_folder_of(const std::string &path) {

@@ -16,9 +16,9 @@
 namespace platform {
 namespace {
 
-// 2 MiB, of which a page is in memory once something falls into it. Files that were made together
+// 8 MiB, of which a page is in memory once something falls into it. Files that were made together
 // have inodes in a row, and so places in a row.
-constexpr std::size_t kPlaces = std::size_t{1} << 18;
+constexpr std::size_t kPlaces = std::size_t{1} << 20;
 constexpr std::size_t kRow = 64;
 
 constinit std::array<std::atomic<std::uint64_t>, kPlaces> known{};
@@ -92,7 +92,8 @@ bool is_known_as_plain(const struct statx &file) noexcept {
 }
 
 void note_as_plain(const struct statx &file, const FilePlace &place) noexcept {
-    if (has_aged(file.stx_ctime) && is_trusted(device_of(file), place)) {
+    if (place.directory != AT_FDCWD && has_aged(file.stx_ctime) &&
+        is_trusted(device_of(file), place)) {
         place_of(file).store(mark_of(file), std::memory_order_relaxed);
     }
 }

@@ -20,7 +20,9 @@ namespace platform {
 
 bool is_known_as_plain(const struct statx &file) noexcept;
 
-// `file` was asked before its attributes were, and `place` leads to it.
+// `file` was asked before its attributes were. Both must have been of one file: `place` is an open
+// file, or a name in an open directory that is no link, which cannot lead to another file without a
+// change of the first one's ctime. Other places are not noted.
 void note_as_plain(const struct statx &file, const FilePlace &place) noexcept;
 
 }  // namespace platform

@@ -1,8 +1,10 @@
 #include "ostrel/platform/share_mode.h"
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <sched.h>
 
+#include <atomic>
 #include <cerrno>
 
 namespace platform {
@@ -16,6 +18,11 @@ constexpr int kAttempts = 6;
 constexpr bool go_together(unsigned access, unsigned share, unsigned byte) {
     return (access & ~(byte % kModes)) == 0 && (byte / kModes & ~share) == 0;
 }
+
+// How many forks lie between the first process and this one; getpid would be a call of the host.
+std::atomic<unsigned> forks_before_this{0};
+[[maybe_unused]] const int counts_forks =
+    pthread_atfork(nullptr, nullptr, [] { ++forks_before_this; });
 
 struct flock lock_of(short type, unsigned first, unsigned count) {
     struct flock lock = {};  // an open file's lock must say process 0
@@ -45,8 +52,7 @@ bool has_conflict(int file, unsigned access, unsigned share, unsigned first,
     return false;
 }
 
-}  // namespace
-
+// 0 or EBUSY.
 int take_share(int file, unsigned access, unsigned share) noexcept {
     if (access == 0) {
         return 0;
@@ -68,8 +74,24 @@ int take_share(int file, unsigned access, unsigned share) noexcept {
     return EBUSY;
 }
 
+}  // namespace
+
 bool is_shared_for(int file, unsigned access) noexcept {
     return !has_conflict(file, access, kShareRead | kShareWrite | kShareDelete, 0, kBytes);
+}
+
+int SharingFile::Take(unsigned access, unsigned share) noexcept {
+    const int error = take_share(Get(), access, share);
+    m_takes_part = error == 0 && access != 0;
+    m_forks = forks_before_this;
+    return error;
+}
+
+void SharingFile::EndShare() noexcept {
+    if (std::exchange(m_takes_part, false) && m_forks == forks_before_this) {
+        struct flock lock = lock_of(F_UNLCK, 0, kBytes);
+        fcntl(Get(), F_OFD_SETLK, &lock);
+    }
 }
 
 }  // namespace platform

@@ -19,7 +19,8 @@
 namespace platform {
 namespace {
 
-constexpr char kBits[] = "user.DOSATTRIB";                 // "0x" and a hexadecimal number
+constexpr char kBits[] = "user.DOSATTRIB";  // "0x" and a hexadecimal number
+constexpr std::size_t kMostBytes = 4096;    // of a value; more than one of a file server has
 constexpr char kCreation[] = "user.ostrel.creation_time";  // a decimal number
 
 constinit DeviceSet plain_devices;  // those without attributes that were met last
@@ -79,7 +80,7 @@ std::optional<std::string_view> read_text(const FilePlace &place, dev_t device,
     }
     const ssize_t count = read_of(place, attribute, room);
     if (count < 0) {
-        if (errno == EOPNOTSUPP) {
+        if (errno == EOPNOTSUPP && device != kAnyDevice) {
             plain_devices.Add(device);
         }
         return std::nullopt;
@@ -111,9 +112,31 @@ private:
     const char *m_end;
 };
 
-NumberText text_of_bits(DWORD bits) {
-    return NumberText("0x", bits, 16);
-}
+// The value of kBits, with what stands behind the old bits. In place: nothing of this may fail.
+class BitsValue {
+public:
+    BitsValue(DWORD bits, const FilePlace &place) {
+        char room[kMostBytes];
+        const std::string_view old =
+            read_text(place, kAnyDevice, kBits, room).value_or(std::string_view());
+        const NumberText text("0x", bits, 16);
+        Append({text.Data(), text.Size()});
+        if (const std::size_t end = old.find('\0'); end != old.npos) {
+            Append(old.substr(end));
+        }
+    }
+
+    const char *Data() const { return m_bytes; }
+    std::size_t Size() const { return m_size; }
+
+private:
+    void Append(std::string_view bytes) {
+        m_size += bytes.copy(m_bytes + m_size, sizeof m_bytes - m_size);
+    }
+
+    char m_bytes[kMostBytes + sizeof "0x00000000"];
+    std::size_t m_size = 0;
+};
 
 // What is to be removed may be gone.
 int result_of(int result) {
@@ -124,8 +147,12 @@ int result_of(int result) {
 
 std::optional<DWORD> read_stored_bits(const FilePlace &place, dev_t device) noexcept {
     char room[256];  // file servers keep facts of their own behind a NUL
-    std::string_view text = read_text(place, device, kBits, room).value_or(std::string_view());
-    text = text.substr(0, text.find('\0'));
+    char large_room[kMostBytes];
+    auto value = read_text(place, device, kBits, room);
+    if (!value && errno == ERANGE) {
+        value = read_text(place, device, kBits, large_room);
+    }
+    const std::string_view text = value ? value->substr(0, value->find('\0')) : std::string_view();
     return text.starts_with("0x") ? number_of<DWORD>(text.substr(2), 16) : std::nullopt;
 }
 
@@ -137,13 +164,13 @@ std::optional<std::int64_t> read_stored_creation(const FilePlace &place, dev_t d
 }
 
 int store_bits(const char *path, DWORD bits) noexcept {
-    const NumberText text = text_of_bits(bits);
-    return result_of(setxattr(path, kBits, text.Data(), text.Size(), 0));
+    const BitsValue value(bits, {AT_FDCWD, path});
+    return result_of(setxattr(path, kBits, value.Data(), value.Size(), 0));
 }
 
 int store_bits(int file, DWORD bits) noexcept {
-    const NumberText text = text_of_bits(bits);
-    return result_of(fsetxattr(file, kBits, text.Data(), text.Size(), 0));
+    const BitsValue value(bits, {file, ""});
+    return result_of(fsetxattr(file, kBits, value.Data(), value.Size(), 0));
 }
 
 int remove_bits(const char *path) noexcept {

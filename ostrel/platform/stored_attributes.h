@@ -21,15 +21,19 @@ struct FilePlace {
     const char *name;
 };
 
+// Stands for a device that nothing is known of: the host is asked.
+inline constexpr dev_t kAnyDevice = 0;
+
 // Nothing when there is none (errno is ENODATA then), and for a text that is no number or cannot be
-// read. `device` is the one the file is on: one without extended attributes is asked once.
+// read. `device` is the one the file is on: one without extended attributes is asked once in a
+// while.
 std::optional<DWORD> read_stored_bits(const FilePlace &place, dev_t device) noexcept;
 
 // 100 ns since 1601. It never stands without bits, be they 0: who finds none need not ask.
 std::optional<std::int64_t> read_stored_creation(const FilePlace &place, dev_t device) noexcept;
 
-// Result: 0, or errno: EOPNOTSUPP on a file system without such attributes, EACCES without write
-// permission.
+// What a file server keeps behind the bits stays. Result: 0, or errno: EOPNOTSUPP on a file system
+// without such attributes, EACCES without write permission.
 int store_bits(const char *path, DWORD bits) noexcept;
 int store_bits(int file, DWORD bits) noexcept;
 int remove_bits(const char *path) noexcept;

@@ -103,10 +103,11 @@ bool starts_with_and_skip(std::u16string_view *text, std::u16string_view prefix)
     return found;
 }
 
-// The rules that the host does not know. A file is emptied only when they allow the stream.
-int complete_open(int file, const OpenMode &mode) {
+// The rules that the host does not know. A file is emptied only when they allow the stream. Result:
+// 0, or errno: ESTALE when the path leads to another file by now, or to none.
+int complete_open(const char *path, SharingFile *file, const OpenMode &mode) {
     struct stat facts;
-    if (fstat(file, &facts) != 0) {
+    if (fstat(file->Get(), &facts) != 0) {
         return errno;
     }
     if (S_ISDIR(facts.st_mode) || (!mode.Reads() && is_read_only(facts))) {
@@ -115,10 +116,15 @@ int complete_open(int file, const OpenMode &mode) {
     if (!S_ISREG(facts.st_mode)) {
         return 0;
     }
-    if (take_share(file, mode.Reads() ? kShareRead : kShareWrite, kShareRead | kShareWrite) != 0) {
+    const int refusal =
+        file->Take(mode.Reads() ? kShareRead : kShareWrite, kShareRead | kShareWrite);
+    if (!leads_to(path, facts)) {
+        return ESTALE;
+    }
+    if (refusal != 0) {
         return EACCES;
     }
-    return mode.access == 'w' && ftruncate(file, 0) != 0 ? errno : 0;
+    return mode.access == 'w' && ftruncate(file->Get(), 0) != 0 ? errno : 0;
 }
 
 }  // namespace
@@ -177,31 +183,25 @@ std::optional<OpenMode> OpenMode::Parse(std::u16string_view text) {
 
 std::unique_ptr<Stream> Stream::Open(const char *path, const OpenMode &mode) {
     const int flags = O_CREAT | (mode.access == 'a' ? O_APPEND : 0) | (mode.exclusive ? O_EXCL : 0);
-    HostDescriptor file =
-        mode.Reads() ? open_host(path, O_RDONLY) : open_host_to_write(path, flags);
-    if (!file) {
-        errno = errno == EISDIR ? EACCES : errno;
-        return nullptr;
+    int failure = ESTALE;
+    for (int turn = 0; failure == ESTALE && turn < kMostTurns; ++turn) {
+        SharingFile file(mode.Reads() ? open_host(path, O_RDONLY)
+                                      : open_host_to_write(path, flags));
+        failure = file ? complete_open(path, &file, mode) : errno;
+        if (failure == 0) {
+            return std::unique_ptr<Stream>(new Stream(std::move(file), mode));
+        }
     }
-    if (const int failure = complete_open(file.Get(), mode)) {
-        errno = failure;
-        return nullptr;
-    }
-    std::unique_ptr<Stream> stream(new Stream(file.Get(), mode));
-    file.Release();
-    return stream;
+    errno = failure == EISDIR || failure == ESTALE ? EACCES : failure;
+    return nullptr;
 }
 
-Stream::Stream(int file, const OpenMode &mode) : m_file(file), m_mode(mode) {}
-
-Stream::~Stream() {
-    if (m_file >= 0) {
-        close(m_file);
-    }
-}
+Stream::Stream(SharingFile file, const OpenMode &mode) : m_file(std::move(file)), m_mode(mode) {}
 
 int Stream::Close() {
-    return close(std::exchange(m_file, -1));
+    const int failure = m_file.Close();
+    errno = failure != 0 ? failure : errno;
+    return failure != 0 ? -1 : 0;
 }
 
 // Reads bytes behind those that are left. False when none came.
@@ -212,7 +212,7 @@ bool Stream::FillBytes() {
 
     const std::size_t left = m_byteEnd;
     while (!m_ended && (m_byteEnd == left || (!m_started && MayBeginMark()))) {
-        const ssize_t count = read_some(m_file, m_bytes + m_byteEnd, kBlock - m_byteEnd);
+        const ssize_t count = read_some(m_file.Get(), m_bytes + m_byteEnd, kBlock - m_byteEnd);
         m_byteEnd += count > 0 ? static_cast<std::size_t>(count) : 0;
         m_ended = count <= 0;
         m_error = count < 0 ? errno : 0;
@@ -367,7 +367,7 @@ std::ptrdiff_t Stream::ReadBytes(char *bytes, std::size_t room) {
 
 bool Stream::WriteBytes(const char *bytes, std::size_t count) {
     if (m_mode.Binary()) {
-        return write_all(m_file, bytes, count);
+        return write_all(m_file.Get(), bytes, count);
     }
     std::string text;
     text.reserve(count + count / 8);
@@ -377,7 +377,7 @@ bool Stream::WriteBytes(const char *bytes, std::size_t count) {
         }
         text.push_back(bytes[i]);
     }
-    return write_all(m_file, text.data(), text.size());
+    return write_all(m_file.Get(), text.data(), text.size());
 }
 
 }  // namespace platform

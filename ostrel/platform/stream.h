@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "ostrel/platform/charset.h"
+#include "ostrel/platform/share_mode.h"
 #include "ostrel/platform/types.h"
 
 namespace platform {
@@ -33,9 +34,7 @@ class Stream {
 public:
     // Opens the file, or gives null with errno.
     static std::unique_ptr<Stream> Open(const char *path, const OpenMode &mode);
-    ~Stream();
-    Stream(const Stream &) = delete;
-    Stream &operator=(const Stream &) = delete;
+    Stream &operator=(Stream &&) = delete;  // nor copied
 
     bool Reads() const { return m_mode.Reads(); }
 
@@ -50,13 +49,13 @@ public:
     // Result: false with errno on an error.
     bool WriteBytes(const char *bytes, std::size_t count);
 
-    // Closes the file; its result. Nothing else may follow.
+    // Closes the file. Result: 0, or -1 with errno. Nothing else may follow.
     int Close();
 
 private:
     static constexpr std::size_t kBlock = 32 * 1024;
 
-    Stream(int file, const OpenMode &mode);
+    Stream(SharingFile file, const OpenMode &mode);
 
     bool FillBytes();
     bool MayBeginMark() const;
@@ -66,7 +65,7 @@ private:
     std::size_t DecodePairs();
     void Stop();
 
-    int m_file;
+    SharingFile m_file;
     OpenMode m_mode;
     bool m_started = false;     // the first block has been read
     bool m_ended = false;       // the file has no more

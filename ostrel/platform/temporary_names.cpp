@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
@@ -27,30 +28,40 @@ void add_separator(std::u16string *folder) {
     }
 }
 
-// The folder that a variable names, with a separator behind it; empty without the variable.
-std::u16string folder_of_variable(const WCHAR *name) {
-    const WCHAR *const value = _wgetenv(name);
-    if (value == nullptr) {
-        return {};
+// An absolute path of the host that a variable holds; empty when it does not. The bytes of such a
+// path are a name, whatever the system code page is.
+std::u16string host_folder_of_variable(std::string_view name) {
+    const std::optional<std::string> value = WatchedVariable().Read(name);
+    std::u16string folder = value && value->starts_with('/') ? told_path(*value) : std::u16string();
+    if (!folder.empty()) {
+        add_separator(&folder);
     }
-    std::u16string folder = value;
-    if (folder.front() == u'/') {
-        for (WCHAR &c : folder) {
-            c = c == u'/' ? u'\\' : c;
-        }
-        folder.insert(0, u"C:");
-    }
-    add_separator(&folder);
     return folder;
 }
 
-std::u16string folder_of_host() {
-    const std::optional<std::string> directory = WatchedVariable().Read("TMPDIR=");
-    // A relative one is no place that all would agree on.
-    std::u16string folder =
-        told_path(directory && directory->starts_with('/') ? *directory : "/tmp");
-    add_separator(&folder);
+// The folder that a variable names, with a separator behind it; empty without the variable.
+std::u16string folder_of_variable(const WCHAR *name) {
+    std::string host_name;
+    for (const WCHAR *c = name; *c != 0; ++c) {
+        host_name.push_back(static_cast<char>(*c));
+    }
+    std::u16string folder = host_folder_of_variable(host_name + '=');
+    const WCHAR *const value = folder.empty() ? _wgetenv(name) : nullptr;
+    if (value != nullptr) {
+        folder = value;
+        if (folder.front() == u'/') {
+            std::replace(folder.begin(), folder.end(), u'/', u'\\');
+            folder.insert(0, u"C:");
+        }
+        add_separator(&folder);
+    }
     return folder;
+}
+
+// A relative TMPDIR is no place that all would agree on.
+std::u16string folder_of_host() {
+    const std::u16string folder = host_folder_of_variable("TMPDIR=");
+    return folder.empty() ? u"C:\\tmp\\" : folder;
 }
 
 // Folders that no call of the system takes are passed over.

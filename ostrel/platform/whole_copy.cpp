@@ -182,7 +182,7 @@ int copy_file(int source, const struct stat &facts, const std::string &target,
     if (error == 0) {
         error = copy_properties(source, facts, file.Get(), mode.moves);
     }
-    if (error == 0 && mode.syncs) {
+    if (error == 0 && mode.moves) {
         error = result_of(fsync(file.Get()));
     }
     const int close_error = file.Close();

@@ -2,7 +2,7 @@
 #define OSTREL_PLATFORM_WHOLE_COPY_H
 
 // Internal. Copies of files that come into place whole: they are made under a name of their own
-// beside the target, which no failure leaves behind.
+// beside the target, ".ostrel-" and a number, which only the end of the process leaves behind.
 
 #include <sys/stat.h>
 
@@ -12,8 +12,9 @@ namespace platform {
 
 struct CopyMode {
     bool replace;  // else EEXIST when something is at the target
-    bool moves;    // everything comes along that the host lets us set, not the new file's part only
-    bool syncs;    // on the disk before it comes into place
+    // Everything comes along that the host lets us set, not the new file's part only, and is on the
+    // disk before it comes into place.
+    bool moves;
 };
 
 // Copies what is left to read of an open regular file. Always: permissions, attributes, the time of
