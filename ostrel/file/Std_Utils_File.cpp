@@ -31,6 +31,9 @@ struct Inheritance {
             return;
         }
         const DWORD own = GetFileAttributesW(created);
+        if (own == INVALID_FILE_ATTRIBUTES) {
+            return;
+        }
         DWORD changed = own | (ancestor & kPassedDown);
         if (noHidden) {
             changed &= ~(ancestor & FILE_ATTRIBUTE_HIDDEN);

@@ -17,8 +17,8 @@
 // it could name another file.
 //
 // Symbolic links. A walk takes a link for what it points to; a directory link that leads back to a
-// directory on the way down to it is listed and not entered. What deletes or moves takes the link
-// itself and leaves what it points to alone.
+// directory on the way down to it is listed and not entered. deleteTree removes links and
+// moveDirectory moves the links that it meets, and both leave what they point to alone.
 //
 // Threads: there is no state and no lock. Two calls that change the same tree at the same time are
 // not kept apart.
@@ -167,17 +167,18 @@ OSTREL_API bool moveFileEx(const WCHAR *pszExistingFile, const WCHAR *pszNewFile
 
 // Copies the files of a directory by copyFileEx, and with `fIncludeSubDirectory` first the
 // subdirectories whose names do not begin with '.'. `target` is created when it is missing, also
-// for a `source` that does not exist or cannot be listed. A file that fails makes the result 0, and
+// for a `source` that does not exist. A file that fails makes the result 0, and
 // ends the copy unless `fContinueOnError`. In subdirectories files never end it, and busy files are
 // not moved aside; but one that fails ends the whole copy.
 //
-// Result: 1, or 0.
+// Result: 1, or 0, also when a directory is there and cannot be listed.
 OSTREL_API int copyDirectory(const WCHAR *source, const WCHAR *target, int fIncludeSubDirectory,
                              int fContinueOnError, int fMoveBusyAside);
 
 // Moves the files of a directory into `target`, replacing what is there, and with
 // `fIncludeSubDirectory` first the subdirectories whose names do not begin with '.'; then removes
-// `source`, if it is empty. A directory link in it is moved as it is. The first failure ends it.
+// `source`, if it is empty. A directory link in it is moved as it is, with the subdirectories. The
+// first failure ends it, also a directory that is there and cannot be listed.
 // `reserved` is not looked at.
 //
 // Result: 1, also when `source` does not exist or is not empty at the end; or 0.
@@ -200,11 +201,12 @@ OSTREL_API bool moveFiles(const WCHAR *source, const WCHAR *target, const WCHAR 
 // gave, and each directory that could not be removed with 0.
 //
 // A null `dir` deletes nothing; the empty one is the current directory. A link, `dir` too, is
-// removed and not followed. All calls go by path: whoever can replace a
-// directory of the tree by a link at the very moment between its being looked at and a deletion in
-// it can have files deleted elsewhere. Each directory is looked at just before its search is
-// opened, each entry is deleted as soon as it is found, so that the moment is as short as it can
-// be; a tree that others can write to is safe only when they cannot rename its directories.
+// removed and not followed, unless the path goes on behind it (c:\link\.). All calls go by path:
+// whoever can replace a directory of the tree by a link at the very moment between its being looked
+// at and a deletion in it can have files deleted elsewhere, and that moment comes with each entry.
+// Each directory is looked at just before its search is opened, and each entry is deleted as soon
+// as it is found; more cannot be done by paths: a tree that others can write to is safe only when
+// they cannot rename its directories.
 OSTREL_API void deleteTree(const WCHAR *dir,
                            void (*callback)(const WCHAR *path, int result, void *context),
                            void *context, int fRemoveDirectory, int fRecursive, const WCHAR *spec);

@@ -94,8 +94,6 @@ LONG collectFilesEx(void (*callback)(unsigned int, std::int64_t, std::int64_t, s
     return collect(or_empty(dir), or_empty(spec), detail::is_directory(attrib), fRecursive, take);
 }
 
-// An entry's size is the one that getFileSize gives for its path: none for a path that is too long.
-// Only a name with a '*' or '?' is not taken for a pattern here.
 DWORD calcFileSize(const WCHAR *dir, const WCHAR *spec, unsigned int attrib, LONG *reserved,
                    bool fRecursive, const WCHAR *reservedText) {
     DWORD sum = 0;
@@ -103,7 +101,8 @@ DWORD calcFileSize(const WCHAR *dir, const WCHAR *spec, unsigned int attrib, LON
     for (Entries entries(path.With(or_empty(spec))); entries.Found(); entries.Next()) {
         const WCHAR *const full = path.With(entries->name);
         if (!entries.IsDirectory()) {
-            sum += wcslen(full) < MAX_PATH ? entries->size : 0;
+            DWORD size = 0;
+            sum += getFileSize(full, size) ? size : 0;
         } else if (fRecursive && entries->name[0] != TEXT('.') &&
                    detail::may_enter(entries->attrib, full)) {
             sum += calcFileSize(full, spec, attrib, reserved, fRecursive, reservedText);

@@ -13,6 +13,22 @@ using detail::or_empty;
 using detail::Subdirectories;
 using OS::x_wstring;
 
+constexpr DWORD kMoveOver = MOVEFILE_REPLACE_EXISTING | MOVEFILE_COPY_ALLOWED;
+
+bool exists_or_is_created(const WCHAR *directory) {
+    return isFileExist(directory) || createDirectory(directory, false, false, false);
+}
+
+// A link is moved as it is. It is looked at only now: what was a directory when the names were
+// listed may have been replaced.
+bool move_subdirectory(const WCHAR *source, const WCHAR *target, int fIncludeSubDirectory) {
+    const DWORD attributes = GetFileAttributesW(source);
+    if (attributes != INVALID_FILE_ATTRIBUTES && detail::is_link(attributes)) {
+        return moveFileEx(source, target, kMoveOver, 1);
+    }
+    return moveDirectory(source, target, fIncludeSubDirectory, 1) != 0;
+}
+
 // With one behind it, a link would be taken for the directory that it leads to.
 x_wstring without_separators_at_end(const WCHAR *path) {
     std::u16string bare = path;
@@ -27,14 +43,18 @@ x_wstring without_separators_at_end(const WCHAR *path) {
 
 int copyDirectory(const WCHAR *source, const WCHAR *target, int fIncludeSubDirectory,
                   int fContinueOnError, int fMoveBusyAside) {
-    if (!createDirectory(target, false, false, false)) {
+    if (!exists_or_is_created(target)) {
         return 0;
     }
     JoinedPath from(or_empty(source));
     JoinedPath to(or_empty(target));
     if (fIncludeSubDirectory != 0) {
         std::vector<x_wstring> names;
-        for (Subdirectories below(&from); below.Found(); below.Next()) {
+        Subdirectories below(&from);
+        if (below.Failed()) {
+            return 0;
+        }
+        for (; below.Found(); below.Next()) {
             if (detail::may_enter(below.Attributes(), from.With(below.Name()))) {
                 names.emplace_back(below.Name());
             }
@@ -45,8 +65,9 @@ int copyDirectory(const WCHAR *source, const WCHAR *target, int fIncludeSubDirec
             }
         }
     }
-    int result = 1;
-    for (Entries entries(from.With(TEXT("*.*"))); entries.Found(); entries.Next()) {
+    Entries entries(from.With(TEXT("*.*")));
+    int result = entries.Failed() ? 0 : 1;
+    for (; entries.Found(); entries.Next()) {
         if (!entries.IsDirectory() &&
             !copyFileEx(from.With(entries->name), to.With(entries->name), fMoveBusyAside != 0)) {
             result = 0;
@@ -59,7 +80,7 @@ int copyDirectory(const WCHAR *source, const WCHAR *target, int fIncludeSubDirec
 }
 
 int moveDirectory(const WCHAR *source, const WCHAR *target, int fIncludeSubDirectory, int) {
-    if (!createDirectory(target, false, false, false)) {
+    if (!exists_or_is_created(target)) {
         return 0;
     }
     JoinedPath from(or_empty(source));
@@ -67,24 +88,25 @@ int moveDirectory(const WCHAR *source, const WCHAR *target, int fIncludeSubDirec
     std::vector<x_wstring> names;
     {
         Subdirectories below(&from);
-        if (!below.WasListed()) {
-            return 1;
+        if (!below.IsThere() || below.Failed()) {
+            return below.Failed() ? 0 : 1;
         }
         for (; below.Found() && fIncludeSubDirectory != 0; below.Next()) {
-            if (!detail::is_link(below.Attributes())) {
-                names.emplace_back(below.Name());
-            }
+            names.emplace_back(below.Name());
         }
     }
     for (const x_wstring &name : names) {
-        if (moveDirectory(from.With(name), to.With(name), fIncludeSubDirectory, 1) == 0) {
+        if (!move_subdirectory(from.With(name), to.With(name), fIncludeSubDirectory)) {
             return 0;
         }
     }
-    for (Entries entries(from.With(TEXT("*.*"))); entries.Found(); entries.Next()) {
-        if ((!entries.IsDirectory() || entries.IsLink()) &&
-            !moveFileEx(from.With(entries->name), to.With(entries->name),
-                        MOVEFILE_REPLACE_EXISTING | MOVEFILE_COPY_ALLOWED, 1)) {
+    Entries entries(from.With(TEXT("*.*")));
+    if (entries.Failed()) {
+        return 0;
+    }
+    for (; entries.Found(); entries.Next()) {
+        if (!entries.IsDirectory() &&
+            !moveFileEx(from.With(entries->name), to.With(entries->name), kMoveOver, 1)) {
             return 0;
         }
     }
@@ -96,7 +118,7 @@ bool moveFiles(const WCHAR *source, const WCHAR *target, const WCHAR *spec, DWOR
                int fRecursive) {
     constexpr unsigned int kFiles = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN |
                                     FILE_ATTRIBUTE_SYSTEM | FILE_ATTRIBUTE_ARCHIVE;
-    if (!createDirectory(target, false, false, false)) {
+    if (!exists_or_is_created(target)) {
         return false;
     }
     std::vector<x_wstring> files;

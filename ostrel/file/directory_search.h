@@ -5,6 +5,7 @@
 //
 //   for (Entries entries(path.With(spec)); entries.Found(); entries.Next()) { entries->name ... }
 
+#include <cerrno>
 #include <cstdint>
 
 #include "ostrel/core/handles.h"
@@ -21,19 +22,23 @@ class Entries {
 public:
     explicit Entries(const WCHAR *pattern)
         : m_first(_wfindfirst64i32(pattern, &m_entry)),
+          m_error(m_first != -1 ? 0 : errno),
           m_search(m_first != -1 ? m_first : 0),
           m_found(m_first != -1) {}
+
+    // Whether the directory is there and could not be listed.
+    bool Failed() const noexcept { return m_error != 0 && m_error != ENOENT; }
 
     bool Found() const noexcept { return m_found; }
     void Next() noexcept { m_found = _wfindnext64i32(m_first, &m_entry) == 0; }
     _wfinddata64i32_t *operator->() noexcept { return &m_entry; }
 
     bool IsDirectory() const noexcept { return is_directory(m_entry.attrib); }
-    bool IsLink() const noexcept { return is_link(m_entry.attrib); }
 
 private:
     _wfinddata64i32_t m_entry;
     std::intptr_t m_first;
+    int m_error;
     CAutoFindClose m_search;
     bool m_found;
 };
@@ -50,9 +55,15 @@ public:
         SkipOthers();
     }
 
-    // Whether the directory could be listed. Where nothing is found, as in the root of a drive that
-    // holds no directories, it could.
-    bool WasListed() const noexcept { return m_error == 0 || m_error == ERROR_FILE_NOT_FOUND; }
+    // Whether the directory is there. Nothing is found in the root of a drive that holds no
+    // directories.
+    bool IsThere() const noexcept {
+        return m_error != ERROR_PATH_NOT_FOUND && m_error != ERROR_DIRECTORY;
+    }
+    // Whether it is there and could not be listed.
+    bool Failed() const noexcept {
+        return m_error != ERROR_SUCCESS && m_error != ERROR_FILE_NOT_FOUND && IsThere();
+    }
 
     bool Found() const noexcept { return m_found; }
     void Next() noexcept {

@@ -181,6 +181,9 @@ bool setFileTime(const WCHAR *path, FILETIME *creation, FILETIME *access, FILETI
 }
 
 void convertTime(const WCHAR *text, int fUtc, FILETIME *out) {
+    if (out == nullptr) {
+        return;
+    }
     WCHAR digits[] = TEXT("00000000000000");
     const WCHAR *const given = detail::or_empty(text);
     for (int i = 0; digits[i] != 0 && given[i] != 0; ++i) {

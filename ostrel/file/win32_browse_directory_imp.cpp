@@ -43,8 +43,8 @@ void CBrowseDirectoryImp::BrowseSubDirectory(const WCHAR *pszTargetDirectory,
                                              bool fIncludeSubDirectory, const WCHAR *pszFileSpec,
                                              CBrowseDirectory::CFileSearchCallback &callback) {
     TRACE_CALL(DBG::kLevelEntry);
-    JoinedPath path(pszTargetDirectory);
-    const WCHAR *const strDirSpec = path.With(pszFileSpec);
+    JoinedPath path(or_empty(pszTargetDirectory));
+    const WCHAR *const strDirSpec = path.With(or_empty(pszFileSpec));
     OSTREL_TRACE(DBG::kLevelValue, TEXT("strDirSpec = %s"), strDirSpec);
     _wfinddata64i32_t fd;
     const std::intptr_t search = _wfindfirst64i32(strDirSpec, &fd);
