@@ -57,8 +57,7 @@ TEST(IniReader, StoresTheLinesAsTheyAreRead) {
     };
     const Case cases[] = {
         {u"r", "", {}},
-        {u"r", "a\n\n#c\nb", {u"a\n", u"\n", u"#c\n", u"b"}},
-        {u"r", "a\r\nb\rc\r\r\nd\r", {u"a\n", u"b\rc\r\n", u"d\r"}},
+        {u"r", "a\r\n\n#c\nb\rc\r\r\nd\r", {u"a\n", u"\n", u"#c\n", u"b\rc\r\n", u"d\r"}},
         {u"r", "a\nb\x1A\nc\n", {u"a\n", u"b"}},
         {u"r", {"ab\0cd\n\0\ne\n", 10}, {u"ab", u"", u"e\n"}},
         {u"r", "\xEF\xBB\xBF\xC3\xA4\xFF\n\xC3", {u"\u00E4\uFFFD\n", u"\uFFFD"}},
@@ -102,18 +101,6 @@ TEST(IniReader, AddsFilesAndCopies) {
     EXPECT_EQ(stopping.m_lines, (Lines{u"1\n", u"2", u"3\n"}));
     EXPECT_EQ(stopping.m_begun, 5);
     EXPECT_EQ(stopping.m_ended, 1);
-}
-
-TEST(IniReader, LetsTheExceptionOfACallbackThrough) {
-    struct Thrower : Collector {
-        bool operator()(int, const WCHAR *) override { throw 7; }
-    } thrower;
-    const TempDir dir;
-    dir.Write("a", "1\n2\n");
-    CINIReader reader;
-    reader.Parse(TEXT("a"), TEXT("r"));
-    EXPECT_THROW(reader.Enumerate(thrower), int);
-    EXPECT_EQ(lines_of(reader), (Lines{u"1\n", u"2\n"}));
 }
 
 TEST(IniReader, RaisesTheErrnoOfTheOpen) {
@@ -168,7 +155,6 @@ TEST(LineTokens, FillTheFields) {
         {u"1 2 3 4 5 6 7\n", u"1|2|3|4 5", u"1|2|3 4", u"1|2|3|4|5 6"},
         {u"\ta  b\n", u"0|b|| 2", u"a|b| 2", u"a|b||| 2"},
         {u"  # word\n", u"0||| 1", u"|| 1", u"|||| 1"},
-        {u"#word\n", u"0||| 1", u"|| 1", u"|||| 1"},
         {u"1 a # word", u"1|a|#|word 3", u"1|a|# 3", u"1|a|#|word| 3"},
         {u" \t\n", u"0||| 0", u"|| 0", u"|||| 0"},
         {u"", u"0||| 0", u"|| 0", u"|||| 0"},
@@ -181,11 +167,7 @@ TEST(LineTokens, FillTheFields) {
 }
 
 TEST(LineTokens, CutTheStoredLine) {
-    const TempDir dir;
-    CINIReader reader;
-    reader.Parse(dir.Write("one.txt", "12 alpha beta\n").c_str(), TEXT("r"));
-    class Cutter : public Collector {
-    public:
+    struct Cutter : Collector {
         bool operator()(int, const WCHAR *line) override {
             CLineReaderTokenCallback fields(line, TEXT(" \t\n"));
             Enumerate(fields);
@@ -193,6 +175,9 @@ TEST(LineTokens, CutTheStoredLine) {
             return true;
         }
     } cutter;
+    const TempDir dir;
+    CINIReader reader;
+    reader.Parse(dir.Write("one.txt", "12 alpha beta\n").c_str(), TEXT("r"));
     reader.Enumerate(cutter);
     reader.Enumerate(cutter);
     EXPECT_EQ(cutter.m_lines, (Lines{u"12|alpha|beta|", u"12|||"}));

@@ -1,13 +1,10 @@
 #include "ostrel/platform/file.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <sstream>
-#include <thread>
 #include <tuple>
 
 #include "support/temp_dir.h"
@@ -107,26 +104,6 @@ TEST(CrtFile, ReadsCharactersByMode) {
     EXPECT_EQ(errno, EINVAL);
     std::fclose(foreign);
     EXPECT_EQ(lines_of(u"file", u"r", 6), u"abc\n|d|");
-}
-
-// A pipe delivers what it has: characters and line ends are cut anywhere.
-TEST(CrtFile, ReadsFromAPipeThatIsFedInPieces) {
-    const TempDir dir;
-    ASSERT_EQ(mkfifo("pipe", 0600), 0);
-    const std::pair<const WCHAR *, std::string> cases[] = {
-        {u"r", "\xEF\xBB\xBF\xE2\x82\xAC\r\nb\rc\r"},
-        {u"r, ccs=UTF-16LE", {"\xFF\xFE\xAC\x20\r\0\n\0b\0\r\0c\0\r\0", 16}}};
-    for (const auto &[mode, bytes] : cases) {
-        const std::jthread writer([text = bytes] {
-            const int pipe = open("pipe", O_WRONLY);
-            for (const char &byte : text) {
-                ASSERT_EQ(write(pipe, &byte, 1), 1);
-                usleep(1000);
-            }
-            close(pipe);
-        });
-        EXPECT_EQ(lines_of(u"pipe", mode), u"\u20AC\n|b\rc\r|");
-    }
 }
 
 TEST(CrtFile, ReadsAndWritesBytesForTheHostsCalls) {

@@ -2,25 +2,66 @@
 
 #include "ostrel/platform/pending_moves.h"
 
-#include <gtest/gtest.h>
-#include <sys/ptrace.h>
-#include <sys/resource.h>
+#include <dlfcn.h>
+#include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
-#include <csignal>
 #include <functional>
-#include <set>
-#include <sstream>
 #include <tuple>
 
-#include "ostrel/platform/error.h"
-#include "ostrel/platform/pending_record.h"
+#include "support/file_calls.h"
+#include "support/file_tree.h"
 #include "support/temp_dir.h"
+
+namespace {
+
+// The steps towards the disk that were taken: s for an fsync, n for a change of names, w for one of
+// content. The process ends before the one of the number `g_end`.
+std::string g_steps;
+std::size_t g_end = std::string::npos;
+std::size_t g_room = std::string::npos;  // the bytes that fit on the disk
+
+void step(char kind) {
+    if (g_steps.size() == g_end) {
+        _exit(0);
+    }
+    g_steps += kind;
+}
+
+template <class Call>
+Call *next(const char *name) {
+    return reinterpret_cast<Call *>(dlsym(RTLD_NEXT, name));
+}
+
+}  // namespace
+
+#define STEP(kind, name, parameters, ...)                \
+    extern "C" int name parameters {                     \
+        step(kind);                                      \
+        return next<int parameters>(#name)(__VA_ARGS__); \
+    }
+STEP('s', fsync, (int file), file)
+STEP('w', ftruncate, (int file, off_t size), file, size)
+STEP('n', unlink, (const char *path), path)
+STEP('n', unlinkat, (int at, const char *path, int flags), at, path, flags)
+STEP('n', rmdir, (const char *path), path)
+STEP('n', rename, (const char *from, const char *to), from, to)
+STEP('n', renameat, (int at, const char *from, int to_at, const char *to), at, from, to_at, to)
+STEP('n', renameat2, (int at, const char *from, int to_at, const char *to, unsigned flags), at,
+     from, to_at, to, flags)
+
+extern "C" ssize_t pwrite(int file, const void *bytes, std::size_t count, off_t offset) {
+    step('w');
+    const std::size_t part = std::min(count, g_room);
+    g_room -= g_room != std::string::npos ? part : 0;
+    errno = ENOSPC;
+    return part > 0 ? next<ssize_t(int, const void *, std::size_t, off_t)>("pwrite")(file, bytes,
+                                                                                     part, offset)
+                    : -1;
+}
 
 namespace {
 
@@ -31,35 +72,13 @@ using platform::PendingScope;
 using platform::record_pending_move;
 
 const std::string kHeader = "ostrel-pending-moves 1\n";
-constexpr char kRecord[] = "state/pending_moves";
 
-struct StateDir : TempDir {
-    StateDir() { setenv("OSTREL_STATE_DIR", (Path() / "state").c_str(), 1); }
+struct StateDir {
+    StateDir() { setenv("OSTREL_STATE_DIR", state.Path().c_str(), 1); }
     ~StateDir() { unsetenv("OSTREL_STATE_DIR"); }
 
-    std::string In(const std::string &name) const { return Path() / name; }
-
-    // Names and contents of all files below, but for the record.
-    std::string Tree() const {
-        std::set<std::string> files;
-        for (const auto &entry : fs::recursive_directory_iterator(Path())) {
-            const std::string name = entry.path().lexically_relative(Path());
-            if (!name.starts_with("state")) {
-                files.insert(name + (entry.is_regular_file() ? "=" + Content(name) : ""));
-            }
-        }
-        std::string text;
-        for (const std::string &file : files) {
-            text += file + ' ';
-        }
-        return text;
-    }
-
-    static std::string Content(const fs::path &name) {
-        std::ostringstream content;
-        content << std::ifstream(name, std::ios::binary).rdbuf();
-        return content.str();
-    }
+    const TempDir state, files;
+    const fs::path record = state.Path() / "pending_moves";
 };
 
 DWORD record_move(const std::string &source, const std::string &target, bool replace = false) {
@@ -82,179 +101,115 @@ std::string carry_out(PendingScope scope = PendingScope::kAll) {
     return text.str();
 }
 
-// What a system call does to the disk: s for an fsync, n for a change of names, w for one of
-// content; 0 for nothing.
-char kind_of_call(std::uint64_t number) {
-    switch (number) {
-        case SYS_fsync:
-            return 's';
-        case SYS_pwrite64:
-        case SYS_ftruncate:
-            return 'w';
-#ifdef SYS_rename
-        case SYS_rename:
-        case SYS_unlink:
-        case SYS_rmdir:
-#endif
-        case SYS_renameat:
-        case SYS_renameat2:
-        case SYS_unlinkat:
-            return 'n';
-        default:
-            return 0;
-    }
-}
-
-// Runs `work` in a child and kills it at the entry of the call of this number, counting those that
-// do something to the disk; `calls` receives their kinds. Result: whether the child was killed;
-// false when it came to its end.
-bool kill_at_call(int limit, const std::function<void()> &work, std::string *calls) {
+// Runs `work` in a process that ends before the step of this number. False when there is none.
+template <class Work>
+bool ended_at(std::size_t number, Work work) {
     const pid_t child = fork();
     if (child == 0) {
-        ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
-        raise(SIGSTOP);
+        g_steps.clear();
+        g_end = number;
         work();
-        _exit(0);
+        _exit(1);
     }
     int status = 0;
     waitpid(child, &status, 0);
-    ptrace(PTRACE_SETOPTIONS, child, nullptr, PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL);
-    calls->clear();
-    while (ptrace(PTRACE_SYSCALL, child, nullptr, nullptr) == 0 &&
-           waitpid(child, &status, 0) == child && WIFSTOPPED(status)) {
-        __ptrace_syscall_info call;
-        ptrace(PTRACE_GET_SYSCALL_INFO, child, sizeof call, &call);
-        const bool entered = call.op == PTRACE_SYSCALL_INFO_ENTRY;
-        const char kind = entered ? kind_of_call(call.entry.nr) : '\0';
-        if (kind != 0 && static_cast<int>(calls->size()) == limit) {
-            kill(child, SIGKILL);
-            waitpid(child, &status, 0);
-            return true;
-        }
-        calls->append(kind != 0, kind);
-    }
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "cannot be traced";
-    return false;
+    return status == 0;
 }
 
-TEST(PendingMoves, AreDoneOnceWhereverTheProgramIsKilled) {
-    std::string calls;
-    int limit = 0;
-    for (bool killed = true; killed; ++limit) {
+TEST(PendingMoves, AreDoneOnceWhereverTheProgramEnds) {
+    std::size_t number = 0;
+    for (bool ended = true; ended; ++number) {
         const StateDir dir;
-        for (const char *name : {"a", "b", "c", "e", "f"}) {
-            dir.Write(name, name);
-        }
-        fs::create_directory("d");
+        plant("a=a b=b c=c d/ e=e f=f");
         // Done twice, the first would put the content of c into b.
-        ASSERT_EQ(record_move("a", "b", true), 0u);
-        ASSERT_EQ(record_move("c", "a"), 0u);
-        ASSERT_EQ(record_delete("d"), 0u);
+        ASSERT_EQ(record_move("a", "b", true) | record_move("c", "a") | record_delete("d"), 0u);
         ASSERT_EQ(record_move("e", "f"), 0u);  // fails
-        ASSERT_EQ(record_delete("f"), 0u);
-        killed = kill_at_call(
-            limit, [] { carry_out(); }, &calls);
+        ASSERT_TRUE(MoveFileExW(TEXT("f"), nullptr, MOVEFILE_DELAY_UNTIL_REBOOT));
+        ended = ended_at(number, [] { carry_out(); });
         carry_out();
-        EXPECT_EQ(dir.Tree(), "a=c b=a e=e ") << limit;
-        EXPECT_FALSE(fs::exists(kRecord)) << limit;
+        EXPECT_EQ(tree(), "a=c b=a e=e ") << number;
+        EXPECT_FALSE(fs::exists(dir.record)) << number;
     }
-    EXPECT_GT(limit, 30);
+    EXPECT_GT(number, 30u);
 }
 
 TEST(PendingMoves, AreRecordedWhollyOrNotAtAll) {
-    std::string calls;
-    bool killed = true;
-    for (int limit = 0; killed; ++limit) {
+    bool ended = true;
+    for (std::size_t number = 0; ended; ++number) {
         const StateDir dir;
-        dir.Write("a", "a");
-        dir.Write("b", "b");
-        killed = kill_at_call(
-            limit, [] { record_delete("a"); }, &calls);
+        plant("a=a b=b");
+        ended = ended_at(number, [] { record_delete("a"); });
         ASSERT_EQ(record_delete("b"), 0u);
         const std::string outcome = carry_out();
-        EXPECT_TRUE(outcome == "2 0 0 " || (killed && outcome == "1 0 0 ")) << limit << outcome;
-        EXPECT_EQ(dir.Tree(), outcome.front() == '2' ? "" : "a=a ");
+        EXPECT_TRUE(outcome == "2 0 0 " || (ended && outcome == "1 0 0 ")) << number << outcome;
+        EXPECT_EQ(tree(), outcome.front() == '2' ? "" : "a=a ");
     }
 }
 
 // What stands on the disk when the power goes: each step is there before the next one begins.
 TEST(PendingMoves, ReachTheDiskStepByStep) {
     const StateDir dir;
-    dir.Write("a", "");
-    fs::create_directory("state");
-    std::string calls;
-    kill_at_call(
-        -1, [] { record_delete("a"); }, &calls);
-    EXPECT_EQ(calls, "wwss");  // cut and written; the record, its directory
-    kill_at_call(
-        -1, [] { carry_out(); }, &calls);
+    plant("a=");
+    fs::remove(dir.state.Path());
+    g_steps.clear();
+    ASSERT_EQ(record_delete("a"), 0u);
+    // The folder's folder, cut and written, the record, its folder.
+    EXPECT_EQ(std::exchange(g_steps, ""), "swwss");
+    carry_out();
     // A new record is written and put in place of the old one, then the file goes, then the record.
-    EXPECT_EQ(calls,
-              "nwsns"
-              "ns"
-              "ns");
+    EXPECT_EQ(g_steps, "nwsnsnsns");
 }
 
 TEST(PendingMoves, WaitForAnotherStart) {
     const StateDir dir;
-    dir.Write("a", "a");
-    dir.Write("b", "b");
+    plant("a=a b=b");
     ASSERT_EQ(record_delete("a"), 0u);
-    const std::string asked = StateDir::Content(kRecord);
+    const std::string asked = content_of(dir.record);
     EXPECT_EQ(carry_out(PendingScope::kEarlierStarts), "0 0 0 ");
-    EXPECT_EQ(StateDir::Content(kRecord), asked);
-    std::ofstream(kRecord, std::ios::app) << "delete earlier asked " << dir.In("b") << '\n';
+    EXPECT_EQ(content_of(dir.record), asked);
+    std::ofstream(dir.record, std::ios::app)
+        << "delete earlier asked " << (dir.files.Path() / "b").string() << '\n';
     EXPECT_EQ(carry_out(PendingScope::kEarlierStarts), "1 0 0 ");
-    EXPECT_EQ(dir.Tree(), "a=a ");
-    EXPECT_EQ(StateDir::Content(kRecord), asked);
+    EXPECT_EQ(tree(), "a=a ");
+    EXPECT_EQ(content_of(dir.record), asked);
 }
 
 TEST(PendingMoves, TakeEveryPathAndTheLinkItself) {
     const StateDir dir;
     const std::string odd = "\t%41 \n\x7F\xFF\xC3\xA4";
     std::ofstream(odd) << "odd";
-    dir.Write("dir/read-only", "");
+    plant("dir/read-only= link->dir");
     fs::permissions("dir/read-only", fs::perms::owner_read);
-    fs::create_directory_symlink("dir", "link");
-    ASSERT_EQ(record_move(odd, dir.In(odd) + "2"), 0u);
-    ASSERT_EQ(record_delete("link///"), 0u);
-    ASSERT_EQ(record_delete("dir/read-only"), 0u);
+    ASSERT_EQ(record_move(odd, (dir.files.Path() / odd).string() + "2"), 0u);
+    ASSERT_EQ(record_delete("link///") | record_delete("dir/read-only"), 0u);
     fs::current_path("/");
     EXPECT_EQ(carry_out(), "3 0 0 ");
-    EXPECT_EQ(dir.Tree().substr(0, 4), odd.substr(0, 4));
-    fs::current_path(dir.Path());
-    EXPECT_EQ(dir.Tree(), odd + "2=odd dir ");
+    EXPECT_EQ(tree(dir.files.Path()), odd + "2=odd dir/ ");
     EXPECT_EQ(record_delete(""), ERROR_PATH_NOT_FOUND);
     EXPECT_EQ(record_move("a", "/proc/a"), ERROR_NOT_SAME_DEVICE);
     EXPECT_EQ(record_delete(std::string(4096, 'a')), ERROR_FILENAME_EXCED_RANGE);
-    EXPECT_FALSE(fs::exists(kRecord));
+    EXPECT_FALSE(fs::exists(dir.record));
 }
 
 TEST(PendingMoves, FailOneByOne) {
     const StateDir dir;
-    dir.Write("full/a", "a");
-    dir.Write("b", "b");
-    fs::create_directory("empty");
-    const std::string place = dir.Path().string() + '/';
-    for (const auto &[source, target] : {std::pair("none", ""), std::pair("full", ""),
-                                         std::pair("b", "empty"), std::pair("empty", "b")}) {
-        ASSERT_EQ(*target != '\0' ? record_move(source, target, true) : record_delete(source), 0u);
-    }
-    ASSERT_EQ(record_delete("b"), 0u);
-    EXPECT_EQ(carry_out(), "1 4 0 delete " + place + "none: No such file or directory\ndelete " +
-                               place + "full: Directory not empty\nmove " + place + "b to " +
-                               place + "empty: Is a directory\nmove " + place + "empty to " +
-                               place + "b: File exists\n");
-    EXPECT_EQ(dir.Tree(), "empty full full/a=a ");
+    plant("full/a=a b=b empty/");
+    const std::string place = dir.files.Path().string() + '/';
+    ASSERT_EQ(record_delete("full") | record_move("b", "empty", true), 0u);
+    ASSERT_EQ(record_move("empty", "b", true) | record_delete("b"), 0u);
+    EXPECT_EQ(carry_out(), "1 3 0 delete " + place + "full: Directory not empty\nmove " + place +
+                               "b to " + place + "empty: Is a directory\nmove " + place +
+                               "empty to " + place + "b: File exists\n");
+    EXPECT_EQ(tree(), "empty/ full/ full/a=a ");
 }
 
-// The identity of a file as the record has it.
-std::string identity_of(const char *name) {
+// The inode of a file and the time of its birth, as the record has them.
+std::pair<std::string, std::string> identity_of(const char *name) {
     struct statx facts;
-    statx(AT_FDCWD, name, AT_SYMLINK_NOFOLLOW, STATX_BASIC_STATS | STATX_BTIME, &facts);
+    statx(AT_FDCWD, name, 0, STATX_BASIC_STATS | STATX_BTIME, &facts);
     const auto &time = (facts.stx_mask & STATX_BTIME) != 0 ? facts.stx_btime : facts.stx_ctime;
-    return std::to_string(facts.stx_ino) + ':' +
-           std::to_string(time.tv_sec * 1'000'000'000 + time.tv_nsec);
+    return {std::to_string(facts.stx_ino),
+            std::to_string(time.tv_sec * 1'000'000'000 + time.tv_nsec)};
 }
 
 // Puts `by` in the place of each `mark`.
@@ -267,119 +222,82 @@ std::string filled(std::string form, char mark, const std::string &by) {
 
 TEST(PendingMoves, ReadEveryStateOfTheRecord) {
     const struct {
-        const char *text;  // # is the directory, @ the identity of "a", $ its inode alone
+        const char *text;  // # is the directory, $ the inode of "a", @ its time
         const char *outcome, *tree;
     } cases[] = {
         // Begun: only that very file. Its disk has another number since the last start.
-        {"\ndelete x begun:7:@ #/a\n", "1 0 0 ", "b=b "},
+        {"\ndelete x begun:7:$:@ #/a\n", "1 0 0 ", "b=b "},
         {"\ndelete x begun:7:$:1 #/a\n", "1 0 0 ", "a=a b=b "},
-        {"\ndelete x begun:7:1@ #/a\n", "1 0 0 ", "a=a b=b "},
+        {"\ndelete x begun:7:1$:@ #/a\n", "1 0 0 ", "a=a b=b "},
         {"\nmove x begun:7:1:1 #/c #/a\n", "1 0 0 ", "a=a b=b "},
-        // The end is missing.
-        {"\ndelete x asked #/a\ndelete x asked #/b", "1 0 0 ", "b=b "},
-        {"", "0 0 0 ", "a=a b=b "},
-        // Another version.
-        {"0\ndelete x asked #/a\n", "0 0 74 ", "a=a b=b "},
+        {"\ndelete x asked #/a\ndelete x asked #/b", "1 0 0 ", "b=b "},  // the end is missing
+        {"0\ndelete x asked #/a\n", "0 0 74 ", "a=a b=b "},              // another version
     };
-    for (const auto &[text, outcome, tree] : cases) {
+    for (const auto &[text, outcome, after] : cases) {
         const StateDir dir;
-        dir.Write("a", "a");
-        dir.Write("b", "b");
-        const std::string identity = identity_of("a");
-        const std::string inode = identity.substr(0, identity.find(':'));
-        dir.Write(kRecord,
-                  "ostrel-pending-moves 1" +
-                      filled(filled(filled(text, '#', dir.Path()), '@', identity), '$', inode));
+        plant("a=a b=b");
+        const auto [inode, time] = identity_of("a");
+        std::ofstream(dir.record) << "ostrel-pending-moves 1"
+                                  << filled(filled(filled(text, '#', dir.files.Path()), '$', inode),
+                                            '@', time);
         EXPECT_EQ(carry_out(), outcome) << text;
-        EXPECT_EQ(dir.Tree(), tree) << text;
+        EXPECT_EQ(tree(), after) << text;
     }
 }
 
 TEST(PendingMoves, ReadWhatAnyoneMayHaveWritten) {
     const StateDir dir;
-    dir.Write("a", "a");
+    plant("a=a");
     std::string text =
         "destroy x asked #\ndelete x asked a\ndelete x asked #%0\ndelete x asked #%00\n"
-        "delete x asked #%-1\ndelete x asked # #\ndelete  asked #\ndelete x asked # \n"
-        "delete x begun #\ndelete x begun:1:2 #\ndelete x begun:1:2:3: #\n\n"
-        "delete x begun:1:99999999999999999999:3 #\nmove x asked #\nmove x asked # \t\n";
-    text = kHeader + filled(text, '#', dir.In("a")) + "delete x asked " + std::string(9, '\0') +
-           "\ndelete x asked /" + std::string(10'000'000, 'x') + '\n';
-    std::string told;
-    for (int line = 2; line <= std::count(text.begin(), text.end(), '\n'); ++line) {
-        told += "line " + std::to_string(line) + " of the record is damaged, left out\n";
-    }
-    dir.Write(kRecord, text);
-    EXPECT_EQ(carry_out(PendingScope::kEarlierStarts), "0 17 0 " + told);
-    EXPECT_EQ(dir.Tree(), "a=a ");
+        "delete x asked # #\ndelete  asked #\ndelete x asked # \ndelete x begun:1:2 #\n\n"
+        "delete x begun:1:2:3: #\ndelete x begun:1:99999999999999999999:3 #\nmove x asked #\n";
+    text = kHeader + filled(text, '#', dir.files.Path() / "a") + "delete x asked /" +
+           std::string(10'000'000, 'x') + '\n';
+    std::ofstream(dir.record) << text;
+    EXPECT_TRUE(carry_out(PendingScope::kEarlierStarts).starts_with("0 13 0 line 2 of the record"));
+    EXPECT_EQ(tree(), "a=a ");
     for (const char *foreign : {"root:x:0:0:\n", "root"}) {
-        dir.Write(kRecord, foreign);
+        std::ofstream(dir.record) << foreign;
         EXPECT_EQ(carry_out(), "0 0 " + std::to_string(EBADMSG) + ' ');
         EXPECT_EQ(record_delete("a"), 13u);  // ERROR_INVALID_DATA
-        EXPECT_EQ(StateDir::Content(kRecord), foreign);
+        EXPECT_EQ(content_of(dir.record), foreign);
     }
 }
 
 TEST(PendingMoves, TrustNoOtherRecord) {
-    using Preparation = std::function<void()>;
-    const auto trusted = [] { fs::copy("other", kRecord); };
-    const Preparation preparations[] = {
-        [] { fs::create_symlink("../other", kRecord); },
-        [] { mkfifo(kRecord, 0600); },
-        [&] { trusted(), fs::permissions(kRecord, fs::perms::others_write); },
-        [&] { trusted(), std::ignore = chown(kRecord, 12345, 0); },
-        [] { fs::permissions("state", fs::perms::all); },
-    };
-    const bool is_root = geteuid() == 0;
-    for (std::size_t i = 0; i < (is_root ? std::size(preparations) : 2); ++i) {
+    const char *const preparations[] = {
+        "ln -s $PWD/other $OSTREL_STATE_DIR/pending_moves",
+        "mkfifo $OSTREL_STATE_DIR/pending_moves",
+        "cp other $OSTREL_STATE_DIR/pending_moves; chmod o+w $OSTREL_STATE_DIR/pending_moves",
+        "cp other $OSTREL_STATE_DIR/pending_moves; chown 12345 $OSTREL_STATE_DIR/pending_moves",
+        "chmod 777 $OSTREL_STATE_DIR"};
+    for (std::size_t i = 0; i < (geteuid() == 0 ? std::size(preparations) : 2); ++i) {
         const StateDir dir;
-        fs::create_directory("state");
-        dir.Write("other", kHeader + "delete x asked " + dir.In("other") + '\n');
-        const std::string tree = dir.Tree();
-        preparations[i]();
+        std::ofstream("other") << kHeader << "delete x asked "
+                               << (dir.files.Path() / "other").string() << '\n';
+        ASSERT_EQ(std::system(preparations[i]), 0);
         EXPECT_EQ(record_delete("other"), ERROR_ACCESS_DENIED) << i;
         EXPECT_EQ(carry_out(), "0 0 " + std::to_string(EACCES) + ' ') << i;
-        EXPECT_EQ(dir.Tree(), tree) << i;
+        EXPECT_TRUE(fs::exists("other")) << i;
     }
 }
 
-// Runs `work` in a child; its result.
-int in_child(const std::function<int()> &work) {
-    const pid_t child = fork();
-    if (child == 0) {
-        _exit(work());
-    }
-    int status = 0;
-    waitpid(child, &status, 0);
-    return WEXITSTATUS(status);
-}
-
-TEST(PendingMoves, LeaveTheRecordAloneWhenTheyCannotBeWritten) {
+TEST(PendingMoves, LeaveTheRecordAloneOnAFullDisk) {
     const StateDir dir;
-    dir.Write("a", "a");
-    const auto on_full_disk = [](const std::function<int()> &work, rlim_t room) {
-        return in_child([&] {
-            std::signal(SIGXFSZ, SIG_IGN);
-            const rlimit limit{room, room};
-            setrlimit(RLIMIT_FSIZE, &limit);
-            return work();
-        });
-    };
-    const auto record = [] { return static_cast<int>(record_delete("a")); };
-    EXPECT_EQ(on_full_disk(record, 30), static_cast<int>(ERROR_DISK_FULL));
-    EXPECT_FALSE(fs::exists(kRecord));
+    plant("a=a");
+    g_room = 30;
+    EXPECT_EQ(record_delete("a"), ERROR_DISK_FULL);
+    EXPECT_FALSE(fs::exists(dir.record));
+    g_room = std::string::npos;
     ASSERT_EQ(record_delete("a"), 0u);
-    const std::string before = StateDir::Content(kRecord);
-    EXPECT_EQ(on_full_disk(record, before.size() + 10), static_cast<int>(ERROR_DISK_FULL));
-    // Nothing is begun that cannot be noted.
-    const auto outcome = [] { return carry_out_pending_moves(PendingScope::kAll, stderr).error; };
-    EXPECT_EQ(on_full_disk(outcome, before.size()), EFBIG);
-    EXPECT_EQ(StateDir::Content(kRecord), before);
-    EXPECT_EQ(dir.Tree(), "a=a ");
-    if (geteuid() == 0) {
-        EXPECT_EQ(in_child([&] { return setuid(12345) == 0 && chdir("/") == 0 ? record() : -1; }),
-                  static_cast<int>(ERROR_ACCESS_DENIED));
-    }
+    const std::string before = content_of(dir.record);
+    g_room = 10;
+    EXPECT_EQ(record_delete("a"), ERROR_DISK_FULL);
+    EXPECT_EQ(carry_out(), "0 0 " + std::to_string(ENOSPC) + ' ');  // none begins without a note
+    g_room = std::string::npos;
+    EXPECT_EQ(content_of(dir.record), before);
+    EXPECT_EQ(tree(), "a=a ");
 }
 
 TEST(PendingMoves, OfManyProcessesAllCount) {
@@ -388,23 +306,20 @@ TEST(PendingMoves, OfManyProcessesAllCount) {
     pid_t children[4];
     for (pid_t &child : children) {
         child = fork();
-        if (child == 0) {
-            DWORD code = 0;
-            for (int i = 0; i < kEach; ++i) {
-                const std::string name = std::to_string(getpid()) + '.' + std::to_string(i);
-                std::ofstream(name) << name;
-                code |= record_delete(name);
+        for (int i = 0; child == 0 && i < kEach; ++i) {
+            const std::string name = std::to_string(getpid()) + '.' + std::to_string(i);
+            std::ofstream(name) << name;
+            if (record_delete(name) != 0) {
+                _exit(1);
             }
-            _exit(code != 0);
+        }
+        if (child == 0) {
+            _exit(0);
         }
     }
     // Another takes the record away all the while.
-    int done = 0;
-    const auto take = [&] {
-        const PendingOutcome outcome = carry_out_pending_moves(PendingScope::kAll, stderr);
-        EXPECT_EQ(outcome.failed + static_cast<std::size_t>(outcome.error), 0u);
-        done += static_cast<int>(outcome.done);
-    };
+    std::size_t done = 0;
+    const auto take = [&done] { done += carry_out_pending_moves(PendingScope::kAll, stderr).done; };
     for (const pid_t child : children) {
         int status = -1;
         while (waitpid(child, &status, WNOHANG) == 0) {
@@ -413,8 +328,8 @@ TEST(PendingMoves, OfManyProcessesAllCount) {
         EXPECT_EQ(status, 0);
     }
     take();
-    EXPECT_EQ(done, 4 * kEach);
-    EXPECT_EQ(dir.Tree(), "");
+    EXPECT_EQ(done, std::size_t{4 * kEach});
+    EXPECT_EQ(tree(), "");
 }
 
 }  // namespace

@@ -77,6 +77,13 @@ TEST(TimeFormat, HasTheFormsOfTheCLocale) {
         EXPECT_EQ(text_of(c.format, kMorning), c.text);
     }
     EXPECT_EQ(text_of(u"%Y %#Y %#y %#C %p %#S", kFirst), u"0000 0 0 0 AM 60");
+    setenv("TZ", "EST5EDT,M3.2.0,M11.1.0", 1);
+    std::tm time = kMorning;
+    for (const int daylight : {INT_MIN, 0, INT_MAX}) {
+        time.tm_isdst = daylight;
+        EXPECT_EQ(text_of(u"%z %#Z", time), daylight > 0 ? u"-0400 EDT" : u"-0500 EST");
+    }
+    unsetenv("TZ");
 }
 
 TEST(TimeFormat, ChecksTheFieldsThatItReads) {
@@ -107,7 +114,7 @@ TEST(TimeFormat, RefusesWhatIsNoFormat) {
 }
 
 TEST(TimeFormat, StaysWithinTheRoom) {
-    for (const WCHAR *const format : {u"%c", u"%#c", u"%Y", u"ab%A", u"%z%Z", u"%e", u"%F%%%n"}) {
+    for (const WCHAR *const format : {u"%c", u"ab%A", u"%z%Z", u"%F%%%n"}) {
         const std::u16string full = text_of(format, kMorning).value();
         for (std::size_t room = 1; room <= full.size() + 2; ++room) {
             const auto text = std::make_unique<WCHAR[]>(room);  // its bounds are watched
@@ -156,16 +163,6 @@ TEST(TimeFormat, HasNamesAndFormsOfTheProcessLocale) {
         EXPECT_EQ(text_of(c.format, kMorning), c.text) << c.locale;
     }
     g_locale = "C";
-}
-
-TEST(TimeFormat, TellsTheZone) {
-    std::tm time = kMorning;
-    setenv("TZ", "EST5EDT,M3.2.0,M11.1.0", 1);
-    for (const int daylight : {INT_MIN, 0, INT_MAX}) {
-        time.tm_isdst = daylight;
-        EXPECT_EQ(text_of(u"%z %#Z", time), daylight > 0 ? u"-0400 EDT" : u"-0500 EST");
-    }
-    unsetenv("TZ");
 }
 
 constexpr SYSTEMTIME kTime = {1995, 3, 9, 2, 9, 5, 7, 999};  // with a weekday that is none

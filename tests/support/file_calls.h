@@ -5,15 +5,14 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <fstream>
-#include <sstream>
-#include <string>
-
 #include "ostrel/platform/error.h"
 #include "ostrel/platform/file.h"
 #include "ostrel/platform/handle.h"
+#include "ostrel/platform/time.h"
 
+inline constexpr DWORD kHidden = FILE_ATTRIBUTE_HIDDEN, kReadOnly = FILE_ATTRIBUTE_READONLY;
+inline constexpr DWORD kSystem = FILE_ATTRIBUTE_SYSTEM, kArchive = FILE_ATTRIBUTE_ARCHIVE;
+inline constexpr DWORD kDirectory = FILE_ATTRIBUTE_DIRECTORY, kNormal = FILE_ATTRIBUTE_NORMAL;
 inline constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 
 // An open file, closed with the object.
@@ -44,10 +43,8 @@ inline DWORD error_of(const Opened &file) {
     return file ? 0 : file.error;
 }
 
-inline std::string content_of(const std::filesystem::path &path) {
-    std::ostringstream content;
-    content << std::ifstream(path, std::ios::binary).rdbuf();
-    return content.str();
+inline void set(const WCHAR *path, DWORD attributes) {
+    EXPECT_EQ(error_of(SetFileAttributesW(path, attributes)), 0u);
 }
 
 #endif  // TESTS_SUPPORT_FILE_CALLS_H

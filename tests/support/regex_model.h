@@ -18,8 +18,8 @@ inline constexpr std::size_t kNowhere = static_cast<std::size_t>(-1);
 // The spans of a match and its groups as text: "2-5 2-3 -".
 std::string describe(const std::vector<Span> &spans);
 
-// What `pattern` finds in `text`: a description, "no", "error 9", or nothing at all when that takes
-// more than `steps`. Case counts.
+// What `pattern`, which is one that compiles and has no abbreviations, finds in `text`: a
+// description, "no", or nothing at all when that takes more than `steps`. Case counts.
 std::string model_match(const std::u16string &pattern, const std::u16string &text, int steps);
 
 // The parts of `text` between the separators.

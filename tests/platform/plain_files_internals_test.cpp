@@ -1,0 +1,41 @@
+#include "ostrel/platform/plain_files.h"
+
+#include <fcntl.h>
+#include <sys/xattr.h>
+
+#include "ostrel/platform/host_descriptor.h"
+#include "support/file_calls.h"
+#include "support/file_tree.h"
+#include "support/temp_dir.h"
+
+namespace {
+
+// What any other program changes shows at once: its change gives the file another ctime.
+TEST(PlainFiles, AreKnownUntilTheirChangeTimeIsAnother) {
+    const TempDir dir;
+    plant("file=");
+    struct statx file;
+    ASSERT_EQ(statx(AT_FDCWD, "file", 0, STATX_BASIC_STATS, &file), 0);
+    const platform::HostDescriptor folder(open(".", O_RDONLY | O_DIRECTORY));
+    const platform::FilePlace place = {folder.Get(), "file"};
+    platform::note_as_plain(file, place);
+    EXPECT_FALSE(platform::is_known_as_plain(file));  // the next change may have the same time
+    file.stx_ctime.tv_sec -= 3600;
+    platform::note_as_plain(file, {AT_FDCWD, "file"});
+    EXPECT_FALSE(platform::is_known_as_plain(file));  // a path may lead elsewhere meanwhile
+    platform::note_as_plain(file, place);
+    EXPECT_TRUE(platform::is_known_as_plain(file));
+    for (int i = 0; i < 4; ++i) {
+        struct statx other = file;
+        other.stx_ctime.tv_nsec += i == 0;
+        other.stx_ctime.tv_sec += i == 1;
+        other.stx_ino += i == 2;
+        other.stx_dev_minor += i == 3;
+        EXPECT_FALSE(platform::is_known_as_plain(other)) << i;
+    }
+    EXPECT_EQ(GetFileAttributesW(TEXT("file")), kNormal);
+    ASSERT_EQ(setxattr("file", "user.DOSATTRIB", "0x2", 3, 0), 0);
+    EXPECT_EQ(GetFileAttributesW(TEXT("file")), kHidden);
+}
+
+}  // namespace
