@@ -5,7 +5,6 @@
 #include <sys/statfs.h>
 #include <sys/sysmacros.h>
 
-#include <array>
 #include <atomic>
 #include <cstdint>
 #include <ctime>
@@ -21,7 +20,7 @@ namespace {
 constexpr std::size_t kPlaces = std::size_t{1} << 20;
 constexpr std::size_t kRow = 64;
 
-constinit std::array<std::atomic<std::uint64_t>, kPlaces> known{};
+std::uint64_t known[kPlaces];  // used as atomics only
 
 constinit DeviceSet trusted;
 constinit DeviceSet untrusted;
@@ -44,17 +43,19 @@ std::uint64_t mark_of(const struct statx &file) {
     return mark | 1;
 }
 
-std::atomic<std::uint64_t> &place_of(const struct statx &file) {
+std::atomic_ref<std::uint64_t> place_of(const struct statx &file) {
     const std::uint64_t row = mix(file.stx_ino / kRow + 0x9E3779B97F4A7C15 * device_of(file));
-    return known[row % (kPlaces / kRow) * kRow + file.stx_ino % kRow];
+    return std::atomic_ref(known[row % (kPlaces / kRow) * kRow + file.stx_ino % kRow]);
 }
 
 // File systems of the host itself; servers and daemons may count their own time.
 bool keeps_change_times(const FilePlace &place) {
-    const HostDescriptor file(
-        openat(place.directory, *place.name != '\0' ? place.name : ".", O_PATH | O_CLOEXEC));
+    HostDescriptor named;
+    if (*place.name != '\0') {
+        named = HostDescriptor(openat(place.directory, place.name, O_PATH | O_CLOEXEC));
+    }
     struct statfs facts;
-    if (!file || fstatfs(file.Get(), &facts) != 0) {
+    if (fstatfs(named ? named.Get() : place.directory, &facts) != 0) {
         return false;
     }
     switch (facts.f_type) {
