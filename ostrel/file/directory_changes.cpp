@@ -50,13 +50,15 @@ int copyDirectory(const WCHAR *source, const WCHAR *target, int fIncludeSubDirec
     JoinedPath to(or_empty(target));
     if (fIncludeSubDirectory != 0) {
         std::vector<x_wstring> names;
-        Subdirectories below(&from);
-        if (below.Failed()) {
-            return 0;
-        }
-        for (; below.Found(); below.Next()) {
-            if (detail::may_enter(below.Attributes(), from.With(below.Name()))) {
-                names.emplace_back(below.Name());
+        {
+            Subdirectories below(&from);
+            if (below.Failed()) {
+                return 0;
+            }
+            for (; below.Found(); below.Next()) {
+                if (detail::may_enter(below.Attributes(), from.With(below.Name()))) {
+                    names.emplace_back(below.Name());
+                }
             }
         }
         for (const x_wstring &name : names) {

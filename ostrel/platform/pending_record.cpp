@@ -313,13 +313,15 @@ int PendingRecord::WriteBehind(std::size_t end, std::string_view text) const {
     return error;
 }
 
+int PendingRecord::ReadLines(std::string *text, std::size_t *end) const {
+    const int error = ReadText(text);
+    return error != 0 ? error : find_end(*text, end);
+}
+
 int PendingRecord::Append(const PendingRequest &request) {
     std::string text;
     std::size_t end;
-    if (const int error = ReadText(&text)) {
-        return error;
-    }
-    if (const int error = find_end(text, &end)) {
+    if (const int error = ReadLines(&text, &end)) {
         return error;
     }
     const std::string line = line_of_request(request);
@@ -332,10 +334,7 @@ int PendingRecord::Append(const PendingRequest &request) {
 int PendingRecord::Read(std::vector<PendingRequest> *requests, std::vector<std::size_t> *damaged) {
     std::string text;
     std::size_t end;
-    if (const int error = ReadText(&text)) {
-        return error;
-    }
-    if (const int error = find_end(text, &end)) {
+    if (const int error = ReadLines(&text, &end)) {
         return error;
     }
     std::size_t number = 2;

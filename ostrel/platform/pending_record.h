@@ -96,6 +96,7 @@ private:
     int OpenFile(bool create);
     bool IsInPlace() const;
     int ReadText(std::string *text) const;
+    int ReadLines(std::string *text, std::size_t *end) const;  // up to the last LF
     int WriteBehind(std::size_t end, std::string_view text) const;
 
     HostDescriptor m_directory;

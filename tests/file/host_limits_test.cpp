@@ -59,6 +59,8 @@ TEST(HostLimits, AnOrdinaryUserIsToldWhatIsRefused) {
                       GetLastError() != ERROR_ACCESS_DENIED ||
                       copyDirectory(TEXT("mine"), TEXT("open\\new"), 1, 1, 1) != 0 ||
                       copyDirectory(TEXT("locked"), TEXT("mine"), 0, 1, 1) != 0 ||
+                      copyDirectory(TEXT("locked"), TEXT("mine"), 1, 1, 1) != 0 ||
+                      moveDirectory(TEXT("locked"), TEXT("mine"), 1, 0) != 0 ||
                       moveFileEx(TEXT("open\\f"), TEXT("mine\\new"), 0, 1) ||
                       calcFileSize(TEXT("."), TEXT("*"), 0, nullptr, true, nullptr) != 2) {
                       return 1;
