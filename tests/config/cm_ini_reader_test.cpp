@@ -201,4 +201,16 @@ TEST(LineTokens, AreAskedThroughTheirVirtualOperations) {
     EXPECT_FALSE(fields.IsComment(TEXT("x!"), nullptr));
 }
 
+TEST(IniReader, LetsTheExceptionOfACallbackThrough) {
+    struct Thrower : Collector {
+        bool operator()(int, const WCHAR *) override { throw 7; }
+    } thrower;
+    const TempDir dir;
+    dir.Write("a", "1\n2\n");
+    CINIReader reader;
+    reader.Parse(TEXT("a"), TEXT("r"));
+    EXPECT_THROW(reader.Enumerate(thrower), int);
+    EXPECT_EQ(lines_of(reader), (Lines{u"1\n", u"2\n"}));
+}
+
 }  // namespace

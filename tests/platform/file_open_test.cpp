@@ -207,4 +207,25 @@ TEST(FileOpen, NeitherWaitsForAPeerNorDiesOfOneThatHasGone) {
     EXPECT_EQ(error_of(WriteFile(writer.handle, "x", 1, &done, nullptr)), 109u);  // BROKEN_PIPE
 }
 
+// The error of an exclusive open in another process.
+DWORD error_elsewhere(const WCHAR *path) {
+    const pid_t child = fork();
+    if (child == 0) {
+        _exit(static_cast<int>(error_of(Opened(path, GENERIC_READ, 0))));
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    return static_cast<DWORD>(WEXITSTATUS(status));
+}
+
+TEST(FileOpen, SharesWithOtherProcesses) {
+    const TempDir dir;
+    dir.Write("file", "");
+    {
+        const Opened here(TEXT("file"), GENERIC_READ, FILE_SHARE_READ);
+        EXPECT_EQ(error_elsewhere(TEXT("file")), ERROR_SHARING_VIOLATION);
+    }
+    EXPECT_EQ(error_elsewhere(TEXT("file")), 0u);
+}
+
 }  // namespace
