@@ -17,8 +17,8 @@ std::u16string name_of(const CIDMapping &mapping, int id) {
     return name != nullptr ? name : u"<null>";
 }
 
-// Behind the lines that are told apart by hand: names that share long parts, and keys that occur
-// again. The last line wins, for number and name by itself.
+// Behind the lines that are told apart by hand: names that share long parts, some of them beyond
+// Latin-1, and keys that occur again. The last line wins, for number and name by itself.
 TEST(IdMapping, AnswersBothWays) {
     std::string lines =
         "# comment line with enough words\n\n7 alpha beta\n\t8\t\tgamma  x  y  z  zz\n9 only\n"
@@ -32,9 +32,13 @@ TEST(IdMapping, AnswersBothWays) {
     std::mt19937 random(3);
     for (int line = 0; line < 2000; ++line) {
         const int id = static_cast<int>(random() % 900) + 100;
-        const std::string name = "shared" + std::to_string(random() % 1000);
-        lines += "\r\n" + std::to_string(id) + ' ' + name + " x";
-        ids[names[id] = std::u16string(name.begin(), name.end())] = id;
+        const std::string number = std::to_string(random() % 1000);
+        const bool wide = random() % 2 != 0;
+        lines +=
+            "\r\n" + std::to_string(id) + (wide ? " shared\u0100" : " shared0") + number + " x";
+        names[id] =
+            (wide ? u"shared\u0100" : u"shared0") + std::u16string(number.begin(), number.end());
+        ids[names[id]] = id;
     }
     const CIDMapping mapping(TempDir().Write("ids.txt", lines).c_str());
     for (int id = -9; id < 1009; ++id) {
