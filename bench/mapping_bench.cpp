@@ -5,8 +5,11 @@
 // and what is released stays with the process: a page of new memory costs the system more than
 // several lines cost the contenders. From the first load comes peak_B_line, the memory for a line
 // at its peak. ns_line is the time for a line in the fastest load: where a gigabyte is touched, a
-// busy host makes others several times as long. To see how it grows with the number of lines, take
-// a longer run, --benchmark_min_time=5. depth is the binary logarithm of that number: a map's.
+// busy host makes others several times as long. depth is the binary logarithm of the number of
+// lines: a map's. To see how ns_line grows with it, take turns, so that the host's moods come over
+// all sizes:
+//   bench/run mapping --benchmark_filter=LoadOstrel --benchmark_min_time=3
+//       --benchmark_enable_random_interleaving=true --benchmark_repetitions=4
 
 #include <absl/strings/numbers.h>
 #include <absl/strings/str_split.h>
