@@ -3,59 +3,45 @@
 #include <algorithm>
 #include <bit>
 #include <functional>
+#include <optional>
+#include <span>
 #include <string>
 
+#include "ostrel/core/character_finder.h"
 #include "ostrel/core/text_length.h"
-
-#ifdef __SSE2__
-#include <emmintrin.h>
-#endif
 
 namespace {
 
+using OS::detail::CharacterFinder;
 using OS::detail::text_length;
 
-constexpr std::size_t kBlock = 64;  // characters that a mask tells of, one bit each
-
-#ifdef __SSE2__
-__m128i repeated(char c) {
-    return _mm_set1_epi8(c);
-}
-__m128i repeated(WCHAR c) {
-    return _mm_set1_epi16(static_cast<short>(c));
-}
-
-// All bits set in each of the 16 characters at `text` that is equal to that of `wanted`.
-__m128i equal_bytes(const char *text, __m128i wanted) {
-    return _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i *>(text)), wanted);
-}
-__m128i equal_bytes(const WCHAR *text, __m128i wanted) {
-    const auto *const units = reinterpret_cast<const __m128i *>(text);
-    return _mm_packs_epi16(_mm_cmpeq_epi16(_mm_loadu_si128(units), wanted),
-                           _mm_cmpeq_epi16(_mm_loadu_si128(units + 1), wanted));
-}
-#endif
+constexpr std::size_t kBlock = CharacterFinder<char>::kBlock;
 
 // A copy of the delimiters, so that what they were read from may change.
 template <class Char>
 class DelimiterSet {
 public:
     explicit DelimiterSet(const Char *members) {
+        Char few[kFew];
+        std::size_t count = 0;
         for (; *members != 0; ++members) {
             const auto code = static_cast<std::make_unsigned_t<Char>>(*members);
             if (Has(*members)) {
                 continue;
             }
-            if (m_count < kFew) {
-                m_few[m_count] = *members;
+            if (count < kFew) {
+                few[count] = *members;
             }
-            ++m_count;
+            ++count;
             if (code < kLow) {
                 m_low[code] = true;
             } else {
                 m_high.resize(0x10000 - kLow);
                 m_high[code - kLow] = true;
             }
+        }
+        if (count <= kFew) {
+            m_finder.emplace(std::span(few, count));
         }
     }
 
@@ -66,19 +52,10 @@ public:
 
     // Bit i says that text[i] is a delimiter, for i below `count`, which is kBlock at most.
     std::uint64_t Mask(const Char *text, std::size_t count) const {
-        std::uint64_t mask = 0;
-#ifdef __SSE2__
-        if (count == kBlock && m_count <= kFew) {
-            for (std::size_t n = 0; n < m_count; ++n) {
-                const __m128i wanted = repeated(m_few[n]);
-                for (unsigned at = 0; at < kBlock; at += 16) {
-                    const int hits = _mm_movemask_epi8(equal_bytes(text + at, wanted));
-                    mask |= std::uint64_t{static_cast<unsigned>(hits)} << at;
-                }
-            }
-            return mask;
+        if (count == kBlock && m_finder) {
+            return m_finder->Mask(text);
         }
-#endif
+        std::uint64_t mask = 0;
         for (std::size_t i = 0; i < count; ++i) {
             mask |= std::uint64_t{Has(text[i])} << i;
         }
@@ -86,11 +63,10 @@ public:
     }
 
 private:
-    static constexpr std::size_t kFew = 4;
+    static constexpr std::size_t kFew = CharacterFinder<Char>::kMost;
     static constexpr std::size_t kLow = 256;
 
-    Char m_few[kFew] = {};
-    std::size_t m_count = 0;
+    std::optional<CharacterFinder<Char>> m_finder;  // while they are few
     bool m_low[kLow] = {};
     std::vector<bool> m_high;  // of the characters from kLow on; empty while none is a delimiter
 };
