@@ -101,23 +101,20 @@ IDMappingItem *CIDMapping::Store(int id, OS::x_wstring logicalID, OS::x_wstring 
 }
 
 void CIDMapping::FillMaps() {
+    {
+        constexpr std::size_t kAhead = 16;
+        const OS::detail::ItemsByLogicalID items(m_items);
+        const auto &entries = items.Entries();
+        for (std::size_t i = 0; i < entries.size(); ++i) {
+            if (i + kAhead < entries.size()) {
+                __builtin_prefetch(entries[i + kAhead].logicalID);
+            }
+            m_byLogicalID.insert_or_assign(m_byLogicalID.end(), entries[i].logicalID,
+                                           entries[i].item);
+        }
+    }
     for (IDMappingItem *const item : OS::detail::order_by_id(m_items)) {
         m_byID.insert_or_assign(m_byID.end(), item->m_nID, item);
-    }
-    // In the order of their names items lie all over the memory: what is needed soon is asked for
-    // while others are at work. (Not in a function of its own: g++ takes it for one without
-    // effect.)
-    constexpr std::size_t kItemAhead = 16;
-    constexpr std::size_t kTextAhead = 8;  // the item is there by then
-    const std::vector<IDMappingItem *> order = OS::detail::order_by_logical_id(m_items);
-    for (std::size_t i = 0; i < order.size(); ++i) {
-        if (i + kItemAhead < order.size()) {
-            const OS::x_wstring *const name = &order[i + kItemAhead]->m_strLogicalID;
-            __builtin_prefetch(name);  // it may lie in two cache lines
-            __builtin_prefetch(name + 1);
-            __builtin_prefetch(order[i + kTextAhead]->m_strLogicalID.c_str());
-        }
-        m_byLogicalID.insert_or_assign(m_byLogicalID.end(), order[i]->m_strLogicalID, order[i]);
     }
 }
 

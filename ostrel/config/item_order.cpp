@@ -1,31 +1,21 @@
 #include "ostrel/config/item_order.h"
 
 #include <algorithm>
-#include <cstdint>
 
 namespace OS::detail {
 namespace {
 
-// An item with the part of its logical ID that is compared at a time, several characters in one
-// number: names are mostly told apart by it, and the sort need not go to the text, which lies
-// anywhere in memory.
-struct Entry {
-    IDMappingItem *item;
-    std::size_t position;
-    std::uint64_t part;
-
-    const x_wstring &text() const { return item->m_strLogicalID; }
-};
+using Entry = ItemsByLogicalID::Entry;
 
 // The length of the text that all have in common, which is at least `length`.
 std::size_t common_length(const Entry *begin, const Entry *end, std::size_t length) {
-    const WCHAR *const first = begin->text().data();
-    std::size_t common = begin->text().size();
+    const WCHAR *const first = begin->logicalID;
+    std::size_t common = length + std::char_traits<WCHAR>::length(first + length);
     for (const Entry *entry = begin + 1; entry != end; ++entry) {
-        const x_wstring &text = entry->text();
-        const WCHAR *const limit = first + std::min(common, text.size());
-        common = static_cast<std::size_t>(
-            std::mismatch(first + length, limit, text.data() + length).first - first);
+        // The NUL of the other differs from what stands in front of the end of the first.
+        const WCHAR *const differs =
+            std::mismatch(first + length, first + common, entry->logicalID + length).first;
+        common = static_cast<std::size_t>(differs - first);
     }
     return common;
 }
@@ -36,21 +26,20 @@ template <int kCharacterBits>
 bool read_parts(Entry *begin, Entry *end, std::size_t offset) {
     WCHAR all = 0;
     for (Entry *entry = begin; entry != end; ++entry) {
-        const x_wstring &text = entry->text();
-        const std::size_t limit = std::min(text.size(), offset + 64 / kCharacterBits);
+        const WCHAR *at = entry->logicalID + offset;
         entry->part = 0;
-        int place = 64;
-        for (std::size_t i = offset; i < limit; ++i) {
-            all |= text.data()[i];
+        for (int place = 64; place != 0 && *at != 0; ++at) {
+            all |= *at;
             place -= kCharacterBits;
-            entry->part |= std::uint64_t{text.data()[i]} << place;
+            entry->part |= std::uint64_t{*at} << place;
         }
     }
     return all >> kCharacterBits == 0;
 }
 
-// Sorts entries whose texts agree up to `offset`: by the part in which they begin to differ, then
-// those of each part by what follows.
+// Sorts entries whose texts agree up to `offset`: by the part in which they begin to differ,
+// several characters in one number, then those of each part by what follows. Names are mostly told
+// apart by the first part, and the sort need not go to the texts.
 void sort_entries(Entry *begin, Entry *end, std::size_t offset) {
     if (end - begin < 2) {
         return;
@@ -61,8 +50,9 @@ void sort_entries(Entry *begin, Entry *end, std::size_t offset) {
         bits = 16;
         read_parts<16>(begin, end, offset);
     }
+    // Equal texts stand in the block in the order of their items.
     std::sort(begin, end, [](const Entry &left, const Entry &right) {
-        return left.part != right.part ? left.part < right.part : left.position < right.position;
+        return left.part != right.part ? left.part < right.part : left.logicalID < right.logicalID;
     });
     const std::uint64_t last_character = (std::uint64_t{1} << bits) - 1;
     const std::size_t next_offset = offset + static_cast<std::size_t>(64 / bits);
@@ -94,19 +84,18 @@ std::vector<IDMappingItem *> order_by_id(const Items &items) {
     return order;
 }
 
-std::vector<IDMappingItem *> order_by_logical_id(const Items &items) {
-    std::vector<Entry> entries;
-    entries.reserve(items.size());
+ItemsByLogicalID::ItemsByLogicalID(const Items &items) {
+    std::size_t characters = 0;
     for (const auto &item : items) {
-        entries.push_back({item.get(), entries.size(), 0});
+        characters += item->m_strLogicalID.size() + 1;
     }
-    sort_entries(entries.data(), entries.data() + entries.size(), 0);
-    std::vector<IDMappingItem *> order;
-    order.reserve(entries.size());
-    for (const Entry &entry : entries) {
-        order.push_back(entry.item);
+    m_texts.reserve(characters);
+    m_entries.reserve(items.size());
+    for (const auto &item : items) {
+        m_entries.push_back({m_texts.data() + m_texts.size(), item.get(), 0});
+        m_texts.append(item->m_strLogicalID.c_str(), item->m_strLogicalID.size() + 1);
     }
-    return order;
+    sort_entries(m_entries.data(), m_entries.data() + m_entries.size(), 0);
 }
 
 }  // namespace OS::detail
