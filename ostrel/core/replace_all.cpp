@@ -3,7 +3,8 @@
 #include <algorithm>
 #include <cstring>
 #include <functional>
-#include <stdexcept>
+#include <optional>
+#include <utility>
 #include <vector>
 
 #ifdef __SSE2__
@@ -168,35 +169,56 @@ void for_each_hit(const Char *text, std::size_t length, std::basic_string_view<C
     }
 }
 
-// Copies short pieces of one text to another, 16 bytes at a time where both have room behind the
-// piece; what is written too much there is written again by the next piece.
+// Joins pieces to a string. They are put together in a buffer that stays in the cache: to make the
+// string as long as it will be and then fill it would be to write it twice.
 template <class Char>
 class PieceWriter {
 public:
-    PieceWriter(Char *out, std::size_t size) : m_out(out), m_end(out + size) {}
+    explicit PieceWriter(std::size_t expected_size) { m_out.reserve(expected_size); }
 
+    // Up to 16 bytes behind the piece are read as well, where `piece_end` allows it.
     void Put(const Char *piece, std::size_t count, const Char *piece_end) {
+        if (count > kRoom - m_used) {
+            Flush();
+            if (count > kRoom) {
+                m_out.append(piece, count);
+                return;
+            }
+        }
 #ifdef __SSE2__
-        constexpr std::size_t kBlock = Block<Char>::kCount;
-        if (count <= 4 * kBlock && static_cast<std::size_t>(m_end - m_out) >= count + kBlock &&
-            static_cast<std::size_t>(piece_end - piece) >= count + kBlock) {
+        if (count <= kShort && static_cast<std::size_t>(piece_end - piece) >= count + kBlock) {
             for (std::size_t done = 0; done < count; done += kBlock) {
-                _mm_storeu_si128(reinterpret_cast<__m128i *>(m_out + done),
+                _mm_storeu_si128(reinterpret_cast<__m128i *>(m_buffer + m_used + done),
                                  _mm_loadu_si128(reinterpret_cast<const __m128i *>(piece + done)));
             }
-            m_out += count;
+            m_used += count;
             return;
         }
 #else
         (void)piece_end;
 #endif
-        std::memcpy(m_out, piece, count * sizeof(Char));
-        m_out += count;
+        std::memcpy(m_buffer + m_used, piece, count * sizeof(Char));
+        m_used += count;
+    }
+
+    std::basic_string<Char> Take() {
+        Flush();
+        return std::move(m_out);
     }
 
 private:
-    Char *m_out;
-    Char *m_end;
+    void Flush() {
+        m_out.append(m_buffer, m_used);
+        m_used = 0;
+    }
+
+    static constexpr std::size_t kBlock = 16 / sizeof(Char);
+    static constexpr std::size_t kShort = 4 * kBlock;
+    static constexpr std::size_t kRoom = 64 * kBlock;
+
+    std::basic_string<Char> m_out;
+    Char m_buffer[kRoom + kBlock];
+    std::size_t m_used = 0;
 };
 
 // The result is no longer than the text: it is written over it.
@@ -227,40 +249,35 @@ std::uint64_t replace_in_place(std::basic_string<Char> *text, std::basic_string_
     return count;
 }
 
-// The result is longer than the text: the hits are found first, so that it is laid out once.
+// The result is longer than the text. It is written as the hits are found: a long text is then read
+// once, and each stretch of it is still in the cache when it is copied.
 template <class Char>
 std::uint64_t replace_growing(std::basic_string<Char> *text, std::basic_string_view<Char> search,
                               std::basic_string_view<Char> replacement, std::uint64_t limit) {
-    std::vector<std::size_t> hits;
-    for_each_hit(text->data(), text->size(), search, [&](std::size_t hit) {
-        hits.push_back(hit);
-        return hits.size() < limit;
-    });
-    if (hits.empty()) {
-        return 0;
-    }
-    const std::size_t growth = replacement.size() - search.size();
-    if (growth > (text->max_size() - text->size()) / hits.size()) {
-        throw std::length_error("FindAndReplaceAll");
-    }
-    std::basic_string<Char> result;
-    result.resize(text->size() + hits.size() * growth);
-
-    PieceWriter<Char> writer(result.data(), result.size());
-    std::basic_string<Char> padded(replacement);
-    padded.append(16, Char());
-    const Char *const padded_end = padded.data() + padded.size();
     const Char *const end = text->data() + text->size();
     const Char *read = text->data();
-    for (const std::size_t hit : hits) {
+    std::uint64_t count = 0;
+    std::optional<PieceWriter<Char>> writer;  // from the first hit on
+    std::basic_string<Char> padded;           // the replacement, with room for a block behind it
+    for_each_hit(read, text->size(), search, [&](std::size_t hit) {
+        if (!writer) {
+            const std::size_t most = std::min<std::uint64_t>(limit, text->size() / search.size());
+            const std::size_t growth = replacement.size() - search.size();
+            const std::size_t spare = text->size() / 2;
+            writer.emplace(text->size() + (growth < spare / most ? growth * most : spare));
+            padded.assign(replacement).append(16, Char());
+        }
         const Char *const at = text->data() + hit;
-        writer.Put(read, static_cast<std::size_t>(at - read), end);
-        writer.Put(padded.data(), replacement.size(), padded_end);
+        writer->Put(read, static_cast<std::size_t>(at - read), end);
+        writer->Put(padded.data(), replacement.size(), padded.data() + padded.size());
         read = at + search.size();
+        return ++count < limit;
+    });
+    if (writer) {
+        writer->Put(read, static_cast<std::size_t>(end - read), end);
+        *text = writer->Take();
     }
-    writer.Put(read, static_cast<std::size_t>(end - read), end);
-    *text = std::move(result);
-    return hits.size();
+    return count;
 }
 
 template <class Char>
