@@ -109,17 +109,25 @@ int _stricmp(const char *left, const char *right) noexcept {
 #if defined(__SSE2__) && !OSTREL_CHECKED
 std::size_t wcslen(const WCHAR *text) noexcept {
     const auto address = reinterpret_cast<std::uintptr_t>(text);
-    const auto *block = reinterpret_cast<const __m128i *>(address & ~std::uintptr_t{15});
+    constexpr std::uintptr_t kBlock = 64;
+    const auto *block = reinterpret_cast<const __m128i *>(address & ~(kBlock - 1));
     const __m128i zero = _mm_setzero_si128();
-    const auto zeros = [zero](const __m128i *at) {
-        return static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi16(_mm_load_si128(at), zero)));
+    const auto zeros_of = [zero](const __m128i *at) {
+        const __m128i zeros = _mm_cmpeq_epi16(_mm_load_si128(at), zero);
+        return std::uint64_t{static_cast<unsigned>(_mm_movemask_epi8(zeros))};
     };
-    unsigned found = zeros(block) >> (address & 15) << (address & 15);
+    const auto zeros = [&zeros_of](const __m128i *at) {
+        return zeros_of(at) | zeros_of(at + 1) << 16 | zeros_of(at + 2) << 32 |
+               zeros_of(at + 3) << 48;
+    };
+    const std::uintptr_t before = address % kBlock;
+    std::uint64_t found = zeros(block) >> before << before;
     while (found == 0) {
-        found = zeros(++block);
+        block += kBlock / sizeof *block;
+        found = zeros(block);
     }
     const auto end =
-        reinterpret_cast<std::uintptr_t>(block) + static_cast<unsigned>(__builtin_ctz(found));
+        reinterpret_cast<std::uintptr_t>(block) + static_cast<unsigned>(__builtin_ctzll(found));
     return (end - address) / sizeof(WCHAR);
 }
 #else

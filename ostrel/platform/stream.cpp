@@ -55,14 +55,20 @@ std::size_t copy_text_run(const WCHAR *in, std::size_t count, WCHAR *out) {
     const __m128i line_feed = _mm_set1_epi16('\n');
     const __m128i carriage_return = _mm_set1_epi16('\r');
     const __m128i ctrl_z = _mm_set1_epi16(kCtrlZ);
-    for (; done + 8 <= count; done += 8) {
-        const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i *>(in + done));
-        _mm_storeu_si128(reinterpret_cast<__m128i *>(out + done), block);
-        const __m128i ends = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi16(block, line_feed),
-                                                       _mm_cmpeq_epi16(block, carriage_return)),
-                                          _mm_cmpeq_epi16(block, ctrl_z));
-        if (const int mask = _mm_movemask_epi8(ends)) {
-            return done + static_cast<std::size_t>(__builtin_ctz(static_cast<unsigned>(mask))) / 2;
+    const auto copy_block = [&](std::size_t at) {  // eight units, all bits of those that end a run
+        const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i *>(in + at));
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(out + at), block);
+        return _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi16(block, line_feed),
+                                         _mm_cmpeq_epi16(block, carriage_return)),
+                            _mm_cmpeq_epi16(block, ctrl_z));
+    };
+    const auto copy_two = [&](std::size_t at) {  // a bit for each of sixteen units
+        const __m128i ends = _mm_packs_epi16(copy_block(at), copy_block(at + 8));
+        return static_cast<unsigned>(_mm_movemask_epi8(ends));
+    };
+    for (; done + 32 <= count; done += 32) {
+        if (const unsigned mask = copy_two(done) | copy_two(done + 16) << 16) {
+            return done + static_cast<std::size_t>(__builtin_ctz(mask));
         }
     }
 #endif

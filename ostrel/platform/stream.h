@@ -53,7 +53,7 @@ public:
     int Close();
 
 private:
-    static constexpr std::size_t kBlock = 32 * 1024;
+    static constexpr std::size_t kBlock = 8 * 1024;
 
     Stream(SharingFile file, const OpenMode &mode);
 
