@@ -30,6 +30,8 @@ public:
     };
 
     explicit ItemsByLogicalID(const Items &items);
+    ItemsByLogicalID(const ItemsByLogicalID &) = delete;
+    ItemsByLogicalID &operator=(const ItemsByLogicalID &) = delete;
 
     const std::vector<Entry> &Entries() const { return m_entries; }
 

@@ -3,9 +3,10 @@
 #include <algorithm>
 #include <cstring>
 #include <functional>
+#include <memory>
+#include <new>
 #include <optional>
 #include <utility>
-#include <vector>
 
 #ifdef __SSE2__
 #include <emmintrin.h>
@@ -83,11 +84,11 @@ private:
 #endif
 
 // The same as for_each_hit from `at` on, by the method of Knuth, Morris and Pratt: each character
-// of the text is looked at once, however much it resembles what is searched.
+// of the text is looked at once, however much it resembles what is searched. `border` has room for
+// one number more than that has characters, all of them 0.
 template <class Char, class OnHit>
 void for_each_hit_linear(const Char *text, std::size_t length, std::size_t at,
-                         std::basic_string_view<Char> search, OnHit on_hit) {
-    std::vector<std::size_t> border(search.size() + 1, 0);  // of the first n characters
+                         std::basic_string_view<Char> search, std::size_t *border, OnHit on_hit) {
     for (std::size_t n = 1, k = 0; n < search.size(); border[++n] = k) {
         while (k > 0 && search[n] != search[k]) {
             k = border[k];
@@ -152,7 +153,12 @@ void for_each_hit(const Char *text, std::size_t length, std::basic_string_view<C
         }
         at = std::max(at + kBlock, from);
         if (compared > 8 * (length / 4 + width)) {
-            return for_each_hit_linear(text, length, at, search, on_hit);
+            // Without the memory it goes on as before: the text may have been changed already.
+            const std::unique_ptr<std::size_t[]> border(new (std::nothrow)
+                                                            std::size_t[width + 1]());
+            if (border != nullptr) {
+                return for_each_hit_linear(text, length, at, search, border.get(), on_hit);
+            }
         }
     }
 #endif

@@ -13,8 +13,8 @@
 
 namespace OS::detail {
 
-// Replaces the first `limit` occurrences at most of `search`, which is not empty. The views may lie
-// inside `text`. Result: the number replaced.
+// Replaces the first `limit` (at least 1) occurrences at most of `search`, which is not empty. The
+// views may lie inside `text`. Result: the number replaced. What it throws leaves `text` as it was.
 std::uint64_t replace_all(std::string *text, std::string_view search, std::string_view replacement,
                           std::uint64_t limit);
 std::uint64_t replace_all(std::basic_string<WCHAR> *text, std::basic_string_view<WCHAR> search,
