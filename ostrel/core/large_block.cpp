@@ -8,8 +8,13 @@ namespace {
 
 // What is asked of the heap. It depends on the size alone, so that nobody has to remember it.
 std::size_t heap_size(std::size_t size) {
-    constexpr std::size_t kExact = std::size_t{1} << 20;
-    return size <= kExact ? size : std::bit_ceil(size);
+    constexpr std::size_t kExact = std::size_t{1} << 16;
+    constexpr std::size_t kFourfold = std::size_t{1} << 26;
+    if (size <= kExact) {
+        return size;
+    }
+    const auto bits = static_cast<unsigned>(std::bit_width(size - 1));
+    return std::size_t{1} << (size <= kFourfold ? bits + bits % 2 : bits);
 }
 
 }  // namespace
