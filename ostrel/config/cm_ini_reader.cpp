@@ -2,7 +2,6 @@
 
 #include <cerrno>
 #include <memory>
-#include <utility>
 
 #include "ostrel/core/trace.h"
 #include "ostrel/platform/crt_text.h"
@@ -69,23 +68,17 @@ bool CINIReader::Parse(const WCHAR *pszFile, const WCHAR *pszMode) {
         OSTREL_RAISE_SYSTEM(errno);
     }
 
-    const auto store = [this](const WCHAR *piece) {
-        const std::size_t characters = wcslen(piece) + 1;
-        const std::uint32_t used = m_text.BytesUsed();
-        m_text.Append(reinterpret_cast<const unsigned char *>(piece),
-                      static_cast<std::uint32_t>(characters * sizeof(WCHAR)));
-        m_lineOffsets.push_back(static_cast<int>(used / sizeof(WCHAR)));
-    };
-    // A piece is stored when the next one has been read: what was written a moment ago is slow to
-    // read in blocks.
-    alignas(64) WCHAR pieces[2][kReadCharacters];
-    WCHAR *last = pieces[0];
-    WCHAR *next = pieces[1];
-    if (fgetws(last, kReadCharacters, file.get()) != nullptr) {
-        for (; fgetws(next, kReadCharacters, file.get()) != nullptr; std::swap(last, next)) {
-            store(last);
+    for (;;) {
+        // A piece is read to the place where it stays.
+        constexpr std::uint32_t kReadBytes = kReadCharacters * sizeof(WCHAR);
+        unsigned char *const room = m_text.Prepare(kReadBytes);
+        __builtin_prefetch(room + kReadBytes / 4, 1);  // the pieces to come are fetched ahead
+        auto *const piece = reinterpret_cast<WCHAR *>(room);
+        if (fgetws(piece, kReadCharacters, file.get()) == nullptr) {
+            break;
         }
-        store(last);
+        m_lineOffsets.push_back(static_cast<int>(m_text.BytesUsed() / sizeof(WCHAR)));
+        m_text.Commit(static_cast<std::uint32_t>((wcslen(piece) + 1) * sizeof(WCHAR)));
     }
     file.reset();
 

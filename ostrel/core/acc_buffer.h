@@ -6,6 +6,7 @@
 //
 //   CAccBuffer lines;
 //   lines.Append(bytes, count);
+//   lines.Commit(Receive(lines.Prepare(room), room));  // without a copy
 //   Send(lines.GetBuffer(), lines.BytesUsed());
 //
 // All sizes are in bytes and have 32 bits.
@@ -48,6 +49,18 @@ public:
     // Adds a copy of `count` bytes, which may lie in the block itself. When they do not fit, the
     // block grows to ((capacity + count) / unit + 1) * unit bytes.
     void Append(const unsigned char *bytes, std::uint32_t count);
+
+    // Room for `count` bytes behind those used, for a caller that writes them itself, such as a
+    // read. The block grows for them as for Append. Valid until the next growth.
+    unsigned char *Prepare(std::uint32_t count) {
+        if (m_capacity - m_used < count) {
+            Grow(count);
+        }
+        return m_block + m_used;
+    }
+
+    // Adds the first `count` bytes of that room, no more than were prepared, to the bytes used.
+    void Commit(std::uint32_t count) noexcept { m_used += count; }
 
     // Sets all bytes of the block to 0 and the bytes used to 0; keeps the block. Not for a wrapper
     // of memory that cannot be written to.

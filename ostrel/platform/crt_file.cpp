@@ -46,7 +46,9 @@ public:
             Stream *stream = nullptr;
             std::uint64_t closed = 0;
         };
-        thread_local Last last;
+        // At a fixed distance in the thread's storage: to ask where it is would take longer than
+        // to look.
+        [[gnu::tls_model("initial-exec")]] thread_local Last last;
         const std::uint64_t closed = m_closed.load(std::memory_order_acquire);
         if (last.file != file || last.closed != closed) {
             const std::lock_guard lock(m_mutex);
@@ -145,13 +147,7 @@ WCHAR *fgetws(WCHAR *buffer, int count, std::FILE *file) noexcept {
         errno = EINVAL;
         return nullptr;
     }
-    const auto room = static_cast<std::size_t>(count) - 1;
-    const std::size_t length = stream->ReadLine(buffer, room);
-    if (length == 0 && room > 0) {
-        return nullptr;
-    }
-    buffer[length] = 0;
-    return buffer;
+    return stream->ReadLine(buffer, static_cast<std::size_t>(count));
 }
 
 int _flushall() noexcept {

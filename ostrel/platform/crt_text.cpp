@@ -104,31 +104,31 @@ int _stricmp(const char *left, const char *right) noexcept {
     return compare_no_case(left, right);
 }
 
-// Reads whole aligned blocks, which never reach into a page that the text does not touch; a checked
-// build, which would see the bytes around the text, reads character by character.
+// Reads whole blocks, which never reach into a page that the text does not touch; a checked build,
+// which would see the bytes around the text, reads character by character.
 #if defined(__SSE2__) && !OSTREL_CHECKED
 std::size_t wcslen(const WCHAR *text) noexcept {
-    const auto address = reinterpret_cast<std::uintptr_t>(text);
+    constexpr std::uintptr_t kPage = 4096;
     constexpr std::uintptr_t kBlock = 64;
-    const auto *block = reinterpret_cast<const __m128i *>(address & ~(kBlock - 1));
-    const __m128i zero = _mm_setzero_si128();
-    const auto zeros_of = [zero](const __m128i *at) {
-        const __m128i zeros = _mm_cmpeq_epi16(_mm_load_si128(at), zero);
-        return std::uint64_t{static_cast<unsigned>(_mm_movemask_epi8(zeros))};
+    const auto zeros = [](std::uintptr_t block) {  // two bits for each character that is 0
+        const auto zeros_at = [block](std::uintptr_t offset) {
+            const auto *const at = reinterpret_cast<const __m128i *>(block + offset);
+            const __m128i found = _mm_cmpeq_epi16(_mm_loadu_si128(at), _mm_setzero_si128());
+            return std::uint64_t{static_cast<unsigned>(_mm_movemask_epi8(found))};
+        };
+        return zeros_at(0) | zeros_at(16) << 16 | zeros_at(32) << 32 | zeros_at(48) << 48;
     };
-    const auto zeros = [&zeros_of](const __m128i *at) {
-        return zeros_of(at) | zeros_of(at + 1) << 16 | zeros_of(at + 2) << 32 |
-               zeros_of(at + 3) << 48;
-    };
-    const std::uintptr_t before = address % kBlock;
+    // The first block begins with the text where it can: a text that has just been stored, in such
+    // blocks, is read back at once only as it was written.
+    const auto address = reinterpret_cast<std::uintptr_t>(text);
+    const std::uintptr_t before = address % kPage <= kPage - kBlock ? 0 : address % kBlock;
+    std::uintptr_t block = address - before;
     std::uint64_t found = zeros(block) >> before << before;
     while (found == 0) {
-        block += kBlock / sizeof *block;
+        block = block / kBlock * kBlock + kBlock;
         found = zeros(block);
     }
-    const auto end =
-        reinterpret_cast<std::uintptr_t>(block) + static_cast<unsigned>(__builtin_ctzll(found));
-    return (end - address) / sizeof(WCHAR);
+    return (block + static_cast<unsigned>(__builtin_ctzll(found)) - address) / sizeof(WCHAR);
 }
 #else
 std::size_t wcslen(const WCHAR *text) noexcept {

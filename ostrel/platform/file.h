@@ -280,8 +280,9 @@ OSTREL_PLATFORM_API WCHAR *_wtempnam(const WCHAR *directory, const WCHAR *prefix
 OSTREL_PLATFORM_API std::FILE *_wfopen(const WCHAR *path, const WCHAR *mode) noexcept;
 
 // Reads `count` - 1 characters at most, up to and including the next line feed, and puts a NUL
-// behind them. Text is decoded; a broken sequence gives U+FFFD for each of its maximal parts. On a
-// binary stream two bytes make a character, low byte first.
+// behind them; what `buffer` holds behind the NUL is not kept. Text is decoded; a broken sequence
+// gives U+FFFD for each of its maximal parts. On a binary stream two bytes make a character, low
+// byte first.
 //
 // Result: `buffer`, or null at the end of the file, with errno on a read error (what was read of
 // that line is lost), or with errno EINVAL for a stream that is not of _wfopen or does not read, a

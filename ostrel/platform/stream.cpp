@@ -3,16 +3,13 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <new>
 #include <string>
 #include <utility>
 
 #include "ostrel/platform/crt_text.h"
 #include "ostrel/platform/host_descriptor.h"
 #include "ostrel/platform/share_mode.h"
-
-#ifdef __SSE2__
-#include <emmintrin.h>
-#endif
 
 namespace platform {
 namespace {
@@ -41,48 +38,6 @@ bool write_all(int file, const char *bytes, std::size_t count) {
         }
     }
     return true;
-}
-
-constexpr bool ends_text_run(WCHAR c) {
-    return c == u'\n' || c == u'\r' || c == kCtrlZ;
-}
-
-// Copies up to `count` units, short of the first that a text stream must look at, and gives their
-// number. All of out[0..count) may be written to.
-std::size_t copy_text_run(const WCHAR *in, std::size_t count, WCHAR *out) {
-    std::size_t done = 0;
-#ifdef __SSE2__
-    const __m128i line_feed = _mm_set1_epi16('\n');
-    const __m128i carriage_return = _mm_set1_epi16('\r');
-    const __m128i ctrl_z = _mm_set1_epi16(kCtrlZ);
-    const auto copy_block = [&](std::size_t at) {  // eight units, all bits of those that end a run
-        const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i *>(in + at));
-        _mm_storeu_si128(reinterpret_cast<__m128i *>(out + at), block);
-        return _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi16(block, line_feed),
-                                         _mm_cmpeq_epi16(block, carriage_return)),
-                            _mm_cmpeq_epi16(block, ctrl_z));
-    };
-    const auto copy_two = [&](std::size_t at) {  // a bit for each of sixteen units
-        const __m128i ends = _mm_packs_epi16(copy_block(at), copy_block(at + 8));
-        return static_cast<unsigned>(_mm_movemask_epi8(ends));
-    };
-    for (; done + 32 <= count; done += 32) {
-        if (const unsigned mask = copy_two(done) | copy_two(done + 16) << 16) {
-            return done + static_cast<std::size_t>(__builtin_ctz(mask));
-        }
-    }
-#endif
-    for (; done < count && !ends_text_run(in[done]); ++done) {
-        out[done] = in[done];
-    }
-    return done;
-}
-
-// The same for a binary stream, on which a line feed alone ends a line.
-std::size_t copy_binary_run(const WCHAR *in, std::size_t count, WCHAR *out) {
-    const WCHAR *const end = std::find(in, in + count, u'\n');
-    std::copy(in, end, out);
-    return static_cast<std::size_t>(end - in);
 }
 
 std::optional<OpenMode::Encoding> encoding_named(std::u16string_view text) {
@@ -218,7 +173,8 @@ bool Stream::FillBytes() {
 
     const std::size_t left = m_byteEnd;
     while (!m_ended && (m_byteEnd == left || (!m_started && MayBeginMark()))) {
-        const ssize_t count = read_some(m_file.Get(), m_bytes + m_byteEnd, kBlock - m_byteEnd);
+        const ssize_t count =
+            read_some(m_file.Get(), m_bytes + m_byteEnd, sizeof m_bytes - m_byteEnd);
         m_byteEnd += count > 0 ? static_cast<std::size_t>(count) : 0;
         m_ended = count <= 0;
         m_error = count < 0 ? errno : 0;
@@ -254,94 +210,104 @@ void Stream::SkipMark() {
     }
 }
 
-// Decodes the next block of bytes; only when all units have been used up.
-bool Stream::FillUnits() {
-    m_unitPos = m_unitEnd = 0;
+// Decodes the next block of bytes; only when the last one has been used up.
+bool Stream::FillBlock() {
+    std::size_t count = 0;
     bool more = true;
-    while (m_unitEnd == 0 && more) {
+    while (count == 0 && more) {
         more = FillBytes();
         const bool pairs = m_mode.encoding == OpenMode::Encoding::kUtf16 || m_mode.Binary();
-        m_unitEnd = pairs ? DecodePairs() : DecodeText();
+        count = pairs ? DecodePairs() : DecodeText();
     }
-    return m_unitEnd > 0;
+    m_block.Fill(count, !m_mode.Binary());
+    return count > 0;
 }
 
 std::size_t Stream::DecodeText() {
     if (!m_decoder) {
         const bool utf8 = m_mode.encoding == OpenMode::Encoding::kUtf8;
-        m_decoder.emplace(utf8 ? kCodePageUtf8 : system_code_page());
+        try {
+            m_decoder.emplace(utf8 ? kCodePageUtf8 : system_code_page());
+        } catch (const std::bad_alloc &) {
+            Stop();
+            m_error = ENOMEM;
+            return 0;
+        }
     }
     const std::size_t count = m_byteEnd - m_bytePos;
     return m_decoder->Decode(m_bytes + std::exchange(m_bytePos, m_byteEnd), count, m_ended,
-                             m_units);
+                             m_block.Room());
 }
 
 // Two bytes a unit, low byte first. A byte that is left over waits for the next block; at the end
 // it is broken text, and nothing in a binary file.
 std::size_t Stream::DecodePairs() {
-    std::size_t units = 0;
+    WCHAR *const units = m_block.Room();
+    std::size_t count = 0;
     for (; m_bytePos + 2 <= m_byteEnd; m_bytePos += 2) {
         const auto low = static_cast<unsigned char>(m_bytes[m_bytePos]);
         const auto high = static_cast<unsigned char>(m_bytes[m_bytePos + 1]);
-        m_units[units++] = static_cast<WCHAR>(high << 8 | low);
+        units[count++] = static_cast<WCHAR>(high << 8 | low);
     }
     if (m_ended && m_bytePos < m_byteEnd) {
         m_bytePos = m_byteEnd;
         if (!m_mode.Binary()) {
-            m_units[units++] = 0xFFFD;
+            units[count++] = 0xFFFD;
         }
     }
-    return units;
+    return count;
 }
 
 // Nothing behind a Ctrl-Z is part of a text.
 void Stream::Stop() {
     m_ended = true;
     m_bytePos = m_byteEnd;
-    m_unitPos = m_unitEnd;
+    m_block.Clear();
     m_decoder.reset();
 }
 
-std::size_t Stream::ReadLine(WCHAR *line, std::size_t room) {
+WCHAR *Stream::ReadLine(WCHAR *line, std::size_t count) {
+    return m_block.TakeLine(line, count) ? line : ReadRuns(line, count - 1);
+}
+
+// A line that TakeLine leaves, run by run: a long one, one that goes on in the next block, lone
+// CRs.
+WCHAR *Stream::ReadRuns(WCHAR *line, std::size_t room) {
     std::size_t length = 0;
     while (length < room) {
-        if (m_unitPos == m_unitEnd && !FillUnits()) {
+        if (m_block.Empty() && !FillBlock()) {
             if (m_error != 0) {
                 errno = m_error;
-                return 0;
+                return nullptr;
             }
             if (std::exchange(m_heldReturn, false)) {
                 line[length++] = u'\r';
             }
             break;
         }
-        if (std::exchange(m_heldReturn, false) && m_units[m_unitPos] != u'\n') {
+        if (std::exchange(m_heldReturn, false) && m_block.Next() != u'\n') {
             line[length++] = u'\r';
             continue;
         }
-        const std::size_t count = std::min(m_unitEnd - m_unitPos, room - length);
-        const WCHAR *const units = m_units + m_unitPos;
-        const std::size_t run = m_mode.Binary() ? copy_binary_run(units, count, line + length)
-                                                : copy_text_run(units, count, line + length);
-        m_unitPos += run;
-        length += run;
-        if (run == count) {
+        length += m_block.TakeRun(line + length, room - length);
+        if (length == room || m_block.Empty()) {
             continue;
         }
-        const WCHAR end = m_units[m_unitPos++];
+        const WCHAR end = m_block.Take();
         if (end == u'\n') {
             line[length++] = end;
             break;
         }
         if (end == kCtrlZ) {
             Stop();
-        } else if (m_unitPos == m_unitEnd) {
+        } else if (m_block.Empty()) {
             m_heldReturn = true;
-        } else if (m_units[m_unitPos] != u'\n') {
+        } else if (m_block.Next() != u'\n') {
             line[length++] = end;
         }
     }
-    return length;
+    line[length] = 0;
+    return length > 0 || room == 0 ? line : nullptr;
 }
 
 std::ptrdiff_t Stream::ReadBytes(char *bytes, std::size_t room) {

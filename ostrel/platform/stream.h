@@ -10,6 +10,7 @@
 
 #include "ostrel/platform/charset.h"
 #include "ostrel/platform/share_mode.h"
+#include "ostrel/platform/text_block.h"
 #include "ostrel/platform/types.h"
 
 namespace platform {
@@ -38,9 +39,10 @@ public:
 
     bool Reads() const { return m_mode.Reads(); }
 
-    // Reads `room` characters at most, through the next line feed. Result: the characters stored;
-    // 0 at the end, and on an error, with errno, also when the line has begun.
-    std::size_t ReadLine(WCHAR *line, std::size_t room);
+    // Reads `count` - 1 characters at most, through the next line feed, and puts a NUL behind them;
+    // `count` is not 0. Result: `line`; null at the end, and on an error, with errno, also when the
+    // line has begun.
+    WCHAR *ReadLine(WCHAR *line, std::size_t count);
 
     // Bytes as a narrow call of the host wants them. Result: the bytes stored, 0 at the end, -1
     // with errno on an error.
@@ -53,14 +55,13 @@ public:
     int Close();
 
 private:
-    static constexpr std::size_t kBlock = 8 * 1024;
-
     Stream(SharingFile file, const OpenMode &mode);
 
     bool FillBytes();
     bool MayBeginMark() const;
     void SkipMark();
-    bool FillUnits();
+    WCHAR *ReadRuns(WCHAR *line, std::size_t room);
+    bool FillBlock();
     std::size_t DecodeText();
     std::size_t DecodePairs();
     void Stop();
@@ -70,16 +71,14 @@ private:
     bool m_started = false;     // the first block has been read
     bool m_ended = false;       // the file has no more
     int m_error = 0;            // the errno that ended it
-    bool m_heldReturn = false;  // a block of units ended with a CR
+    bool m_heldReturn = false;  // a block of text ended with a CR
 
     std::size_t m_bytePos = 0;
     std::size_t m_byteEnd = 0;
-    std::size_t m_unitPos = 0;
-    std::size_t m_unitEnd = 0;
     std::optional<StreamDecoder> m_decoder;  // made when the encoding is known
 
-    char m_bytes[kBlock];
-    WCHAR m_units[StreamDecoder::Capacity(kBlock)];
+    char m_bytes[TextBlock::kBytes];
+    TextBlock m_block;
 };
 
 }  // namespace platform

@@ -56,6 +56,22 @@ TEST(AccBuffer, LeavesAWrappedBlockToItsOwner) {
     EXPECT_EQ(content(wrapper) + content(freed) + content(copy), "123456again12345");
 }
 
+TEST(AccBuffer, TakesWhatTheCallerWrites) {
+    const unsigned char block[] = {'1', '2', '3'};
+    CAccBuffer buffer(block, 3);
+    const std::string texts[] = {std::string(32000, 'a'), std::string(700, 'b'), ""};
+    for (const std::string &text : texts) {
+        const std::string before = content(buffer);
+        const auto room = static_cast<std::uint32_t>(text.size() + 100);
+        text.copy(reinterpret_cast<char *>(buffer.Prepare(room)), text.size());
+        buffer.Commit(static_cast<std::uint32_t>(text.size()));
+        EXPECT_EQ(content(buffer), before + text);
+    }
+    EXPECT_THROW(buffer.Prepare(0xFFFFFFF0), std::length_error);
+    EXPECT_EQ(buffer.BytesUsed(), 32703u);
+    EXPECT_TRUE(holds(buffer, 65536));
+}
+
 TEST(AccBuffer, AssignsContentButNotTheUnit) {
     CAccBuffer small(100), target;
     append(&small, "abc");

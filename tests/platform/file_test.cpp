@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <sstream>
 #include <tuple>
+#include <vector>
 
 #include "support/temp_dir.h"
 
@@ -25,9 +26,9 @@ std::u16string lines_of(const WCHAR *path, const WCHAR *mode = TEXT("r"), int co
         return {static_cast<WCHAR>(errno)};
     }
     std::u16string lines;
-    WCHAR line[100];
-    while (fgetws(line, count, file) == line) {
-        lines += std::u16string(line) + u'|';
+    std::vector<WCHAR> line(static_cast<std::size_t>(count));
+    while (fgetws(line.data(), count, file) == line.data()) {
+        lines += std::u16string(line.data()) + u'|';
     }
     EXPECT_EQ(std::fclose(file), 0);
     return lines;
@@ -104,6 +105,44 @@ TEST(CrtFile, ReadsCharactersByMode) {
     EXPECT_EQ(errno, EINVAL);
     std::fclose(foreign);
     EXPECT_EQ(lines_of(u"file", u"r", 6), u"abc\n|d|");
+}
+
+TEST(CrtFile, CutsLinesOfEveryLength) {
+    const TempDir dir;
+    std::string bytes, pairs;
+    std::u16string text, units;  // what `bytes` and `pairs` hold
+    for (std::size_t length = 0; length < 150; ++length) {
+        for (const std::string end : {"\n", "\r\n", "\r", "\r\r\n", "\v\n"}) {
+            const std::string line =
+                std::string(length, static_cast<char>('a' + length % 26)) + end;
+            bytes += line;
+            units.append(line.begin(), line.end());
+        }
+    }
+    for (const WCHAR unit : units) {
+        pairs += {static_cast<char>(unit), 0};
+    }
+    for (std::size_t i = 0; i < units.size(); ++i) {
+        if (units.compare(i, 2, u"\r\n") != 0) {
+            text += units[i];
+        }
+    }
+    for (const int count : {2, 64, 71, 72, 73, 200}) {
+        const auto cut = [count](const std::u16string &whole) {
+            std::u16string lines;
+            int length = 0;
+            for (const WCHAR unit : whole) {
+                lines += unit;
+                if (unit == u'\n' || ++length == count - 1) {
+                    lines += u'|';
+                    length = 0;
+                }
+            }
+            return lines;
+        };
+        EXPECT_EQ(lines_of(dir.Write("file", bytes).c_str(), u"r", count), cut(text)) << count;
+        EXPECT_EQ(lines_of(dir.Write("file", pairs).c_str(), u"rb", count), cut(units)) << count;
+    }
 }
 
 TEST(CrtFile, ReadsAndWritesBytesForTheHostsCalls) {

@@ -2,10 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
+#include <cstdlib>
 #include <memory>
 #include <new>
 
 #include "ostrel/config/cm_IdMapping.h"
+#include "ostrel/core/exception.h"
 #include "support/failing_memory.h"
 #include "support/temp_dir.h"
 
@@ -52,6 +55,34 @@ TEST(MappingMemory, FailedCopiesLeaveSourceAndTarget) {
         *copy = *two;
     });
     expect_ids(*copy, 5);
+}
+
+// The code page is asked for once in a program.
+const int kFailedToSet = setenv("LC_ALL", "ja_JP.SJIS", 1);
+
+TEST(MappingMemory, ReadsInACodePageOrNothing) {
+    ASSERT_EQ(kFailedToSet, 0);
+    const TempDir dir;
+    const std::u16string path = dir.Write("file", "7 \x83\x65 x");
+    bool failed = true;
+    int loaded = 0;
+    for (int failing = 0; failed; ++failing) {
+        std::unique_ptr<CIDMapping> mapping;
+        failing_memory::fail_after(failing);
+        try {
+            mapping = std::make_unique<CIDMapping>(path.c_str());
+        } catch (const std::bad_alloc &) {
+        } catch (const OS::CSystemException &error) {
+            EXPECT_EQ(error.GetErrorCode(), ENOMEM);
+        }
+        failed = failing_memory::has_failed();
+        failing_memory::fail_after(-1);
+        if (mapping != nullptr && mapping->GetID(7) != nullptr) {
+            EXPECT_EQ(std::u16string(mapping->GetID(7)), u"\u30C6");
+            ++loaded;
+        }
+    }
+    EXPECT_GT(loaded, 0);
 }
 
 }  // namespace
