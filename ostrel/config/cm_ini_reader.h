@@ -97,8 +97,8 @@ public:
     //
     // Result: true. A read error ends the file where it happens.
     // Errors: OS::CSystemException with the errno when the file cannot be opened. An exception of
-    // the containers (std::bad_alloc; std::length_error from 2 G characters on) leaves the lines
-    // read so far.
+    // the containers (std::bad_alloc; std::length_error near 2 G characters) leaves the lines read
+    // so far. It may come behind the last line, too: memory is made sure of before each read.
     bool Parse(const WCHAR *pszFile, const WCHAR *pszMode);
 
     // Calls `callback`: Begin with the number of lines, then with each line until it gives false,

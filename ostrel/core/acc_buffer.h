@@ -31,7 +31,7 @@ public:
     explicit CAccBuffer(std::uint32_t unit) noexcept;
 
     // Wraps the caller's block of `count` bytes, without copying it. Nothing is written to it
-    // but by ResetBuffer.
+    // before ResetBuffer, which makes it room to append to.
     CAccBuffer(const unsigned char *bytes, std::uint32_t count) noexcept;
 
     // A copy owns a block of its own, of the source's capacity. The copy constructor starts with

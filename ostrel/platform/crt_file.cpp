@@ -1,5 +1,7 @@
 #include <atomic>
 #include <cerrno>
+#include <cstdint>
+#include <iterator>
 #include <mutex>
 #include <unordered_map>
 
@@ -14,8 +16,9 @@ namespace {
 using platform::OpenMode;
 using platform::Stream;
 
-// Which of the host's streams are the layer's. A thread remembers the last one that it asked for,
-// since a file is read by many calls in a row; `m_closed` tells it when that may have gone.
+// Which of the host's streams are the layer's. Most have a slot, in which they are found without a
+// lock: a slot that is taken stays as it is until its stream is closed, and nobody asks for a
+// stream while it is closed.
 class OpenStreams {
 public:
     static OpenStreams &Instance() {
@@ -26,14 +29,22 @@ public:
     void Add(std::FILE *file, Stream *stream) {
         const std::lock_guard lock(m_mutex);
         m_streams.emplace(file, stream);
+        Slot &slot = SlotOf(file);
+        if (slot.file.load(std::memory_order_relaxed) == nullptr) {
+            slot.stream = stream;
+            slot.file.store(file, std::memory_order_release);
+        }
     }
 
     void Remove(const Stream *stream) {
         const std::lock_guard lock(m_mutex);
         for (auto it = m_streams.begin(); it != m_streams.end(); ++it) {
             if (it->second == stream) {
+                Slot &slot = SlotOf(it->first);
+                if (slot.file.load(std::memory_order_relaxed) == it->first) {
+                    slot.file.store(nullptr, std::memory_order_relaxed);
+                }
                 m_streams.erase(it);
-                m_closed.fetch_add(1, std::memory_order_release);
                 return;
             }
         }
@@ -41,24 +52,13 @@ public:
 
     // Null for a stream that is not of _wfopen.
     Stream *Find(std::FILE *file) {
-        struct Last {
-            std::FILE *file = nullptr;
-            Stream *stream = nullptr;
-            std::uint64_t closed = 0;
-        };
-        // At a fixed distance in the thread's storage: to ask where it is would take longer than
-        // to look.
-        [[gnu::tls_model("initial-exec")]] thread_local Last last;
-        const std::uint64_t closed = m_closed.load(std::memory_order_acquire);
-        if (last.file != file || last.closed != closed) {
-            const std::lock_guard lock(m_mutex);
-            const auto found = m_streams.find(file);
-            if (found == m_streams.end()) {
-                return nullptr;  // not remembered: the next stream may stand at this address
-            }
-            last = {file, found->second, closed};
+        const Slot &slot = SlotOf(file);
+        if (slot.file.load(std::memory_order_acquire) == file) {
+            return slot.stream;
         }
-        return last.stream;
+        const std::lock_guard lock(m_mutex);
+        const auto found = m_streams.find(file);
+        return found != m_streams.end() ? found->second : nullptr;
     }
 
     int Count() {
@@ -67,9 +67,19 @@ public:
     }
 
 private:
+    struct Slot {
+        std::atomic<std::FILE *> file{nullptr};
+        Stream *stream = nullptr;
+    };
+
+    Slot &SlotOf(const std::FILE *file) {
+        const auto address = reinterpret_cast<std::uintptr_t>(file);
+        return m_slots[address / 64 % std::size(m_slots)];
+    }
+
     std::mutex m_mutex;
     std::unordered_map<std::FILE *, Stream *> m_streams;
-    std::atomic<std::uint64_t> m_closed{0};
+    Slot m_slots[64];
 };
 
 Stream *stream_of(void *cookie) {

@@ -225,6 +225,9 @@ bool Stream::FillBlock() {
 
 std::size_t Stream::DecodeText() {
     if (!m_decoder) {
+        if (m_bytePos == m_byteEnd) {
+            return 0;
+        }
         const bool utf8 = m_mode.encoding == OpenMode::Encoding::kUtf8;
         try {
             m_decoder.emplace(utf8 ? kCodePageUtf8 : system_code_page());
@@ -258,7 +261,7 @@ std::size_t Stream::DecodePairs() {
     return count;
 }
 
-// Nothing behind a Ctrl-Z is part of a text.
+// Nothing more is part of the text: what follows a Ctrl-Z, or what there is no memory to decode.
 void Stream::Stop() {
     m_ended = true;
     m_bytePos = m_byteEnd;

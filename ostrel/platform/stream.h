@@ -71,7 +71,7 @@ private:
     bool m_started = false;     // the first block has been read
     bool m_ended = false;       // the file has no more
     int m_error = 0;            // the errno that ended it
-    bool m_heldReturn = false;  // a block of text ended with a CR
+    bool m_heldReturn = false;  // the last block ended with a CR; never while a block has more
 
     std::size_t m_bytePos = 0;
     std::size_t m_byteEnd = 0;

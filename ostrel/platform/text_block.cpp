@@ -22,8 +22,11 @@ void store(WCHAR *at, __m128i units) {
     _mm_storeu_si128(reinterpret_cast<__m128i *>(at), units);
 }
 
-// The bits that one look gives at least.
+// The bits that a look gives at least.
 constexpr std::size_t kLook = 57;
+
+// What TakeLine writes at most: the units of 64 bits, and the vector behind them.
+constexpr std::size_t kLineRoom = 64 + kVector;
 
 }  // namespace
 
@@ -43,7 +46,7 @@ void TextBlock::Fill(std::size_t count, bool text) {
     }
     m_next = 0;
     m_end = count;
-    // The block ends like a run, with something that ends no line.
+    // Each look stops behind the last unit, at something that is neither CR nor LF.
     m_units[count] = 0;
     std::memset(m_ends + at / 8, 0, sizeof(std::uint64_t));
     m_ends[count / 8] = static_cast<unsigned char>(m_ends[count / 8] | 1U << count % 8);
@@ -72,7 +75,7 @@ std::size_t TextBlock::TakeRun(WCHAR *out, std::size_t room) {
 
 bool TextBlock::TakeLine(WCHAR *line, std::size_t count) {
     const std::uint64_t ends = EndsFrom(m_next);
-    if (ends == 0 || count < 64 + kVector) {
+    if (ends == 0 || count < kLineRoom) {
         return false;
     }
     const auto run = static_cast<std::size_t>(__builtin_ctzll(ends));
@@ -88,7 +91,8 @@ bool TextBlock::TakeLine(WCHAR *line, std::size_t count) {
         }
     } while (at < run);
     // The LF and the NUL go out in whole vectors, too: whoever measures the line at once need not
-    // wait for single units to reach the cache.
+    // wait for single units to reach the cache. A window on the two tables has as many units to be
+    // kept as the last vector of the run, then the LF, then NULs.
     static constexpr WCHAR kKeep[2 * kVector] = {0xFFFF, 0xFFFF, 0xFFFF, 0xFFFF,
                                                  0xFFFF, 0xFFFF, 0xFFFF, 0xFFFF};
     static constexpr WCHAR kEnd[2 * kVector] = {0, 0, 0, 0, 0, 0, 0, 0, u'\n'};

@@ -35,17 +35,20 @@ public:
 
     // Copies a line that ends in LF or CR LF, as LF and NUL, to `line`, which has room for `count`
     // units; what is there behind the NUL is lost. Result: false, and nothing is taken, when the
-    // block has no such line, when the line is long, and when the room is small.
+    // block has no such line, when the line may be longer than 56 units, and when `count` is less
+    // than 72: TakeRun does for those.
     bool TakeLine(WCHAR *line, std::size_t count);
 
 private:
 #ifdef __SSE2__
-    // How far a block of bits, and of units, reaches beyond what is in use.
+    // How many units a look reaches beyond the last: 64, from a place rounded up to 16.
     static constexpr std::size_t kBeyond = 80;
 
     std::uint64_t EndsFrom(std::size_t at) const;
 
-    unsigned char m_ends[(kCapacity + kBeyond) / 8];  // a bit for each unit at which a line may end
+    // A bit for each unit at which a line may end, and one for the place behind the last, where
+    // each look stops; the bits from there on mean nothing.
+    unsigned char m_ends[(kCapacity + kBeyond) / 8];
 #else
     static constexpr std::size_t kBeyond = 0;
 
