@@ -9,11 +9,18 @@
 #include "ostrel/platform/file.h"
 #include "ostrel/platform/handle.h"
 #include "ostrel/platform/time.h"
+#include "support/file_tree.h"
+#include "support/temp_dir.h"
 
 inline constexpr DWORD kHidden = FILE_ATTRIBUTE_HIDDEN, kReadOnly = FILE_ATTRIBUTE_READONLY;
 inline constexpr DWORD kSystem = FILE_ATTRIBUTE_SYSTEM, kArchive = FILE_ATTRIBUTE_ARCHIVE;
 inline constexpr DWORD kDirectory = FILE_ATTRIBUTE_DIRECTORY, kNormal = FILE_ATTRIBUTE_NORMAL;
 inline constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+
+// A new current directory with what plant() makes.
+struct Planted : TempDir {
+    explicit Planted(const std::string &text) { plant(text); }
+};
 
 // An open file, closed with the object.
 struct Opened {
