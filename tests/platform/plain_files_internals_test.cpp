@@ -5,15 +5,12 @@
 
 #include "ostrel/platform/host_descriptor.h"
 #include "support/file_calls.h"
-#include "support/file_tree.h"
-#include "support/temp_dir.h"
 
 namespace {
 
 // What any other program changes shows at once: its change gives the file another ctime.
 TEST(PlainFiles, AreKnownUntilTheirChangeTimeIsAnother) {
-    const TempDir dir;
-    plant("file=");
+    const Planted dir("file=");
     struct statx file;
     ASSERT_EQ(statx(AT_FDCWD, "file", 0, STATX_BASIC_STATS, &file), 0);
     const platform::HostDescriptor folder(open(".", O_RDONLY | O_DIRECTORY));

@@ -11,7 +11,6 @@
 #include "ostrel/platform/time.h"
 #include "ostrel/platform/volume.h"
 #include "support/file_calls.h"
-#include "support/temp_dir.h"
 
 namespace {
 
@@ -71,17 +70,16 @@ BOOL WriteFile(HANDLE, LPCVOID, DWORD count, DWORD *done, LPVOID) noexcept {
     return note("WriteFile", count);
 }
 BOOL GetVersionExW(OSVERSIONINFOW *version) noexcept {
-    version->dwPlatformId = g_platform;
-    return note("GetVersionExW", version->dwOSVersionInfoSize);
+    version->dwPlatformId = version->dwOSVersionInfoSize == 276 ? g_platform : 0;
+    return TRUE;
 }
 DWORD GetDriveTypeW(const WCHAR *root) noexcept {
-    note("GetDriveTypeW", root);
-    return g_drive;
+    return told(root) == "d:\\" ? g_drive : DRIVE_NO_ROOT_DIR;
 }
 BOOL GetDiskFreeSpaceW(const WCHAR *root, DWORD *sectors, DWORD *bytes, DWORD *free,
                        DWORD *) noexcept {
     std::tie(*sectors, *bytes, *free) = std::tie(g_sectors, g_bytes, g_free);
-    return note("GetDiskFreeSpaceW", root);
+    return told(root) == "z:\\";
 }
 DWORD GetModuleFileNameW(HMODULE, WCHAR *buffer, DWORD room) noexcept {
     *std::fill_n(buffer, room - 1, u'x') = 0;
@@ -93,55 +91,41 @@ namespace {
 using namespace NS_FileUtils;
 
 TEST(ReplacedCalls, MoveByHandWhereTheCallIsMissing) {
-    const struct {
-        const WCHAR *source, *target;
-        DWORD flags;
-        const char *failing, *notes;
-        bool result;
-    } cases[] = {
-        {TEXT("c:\\a"), TEXT("C:\\b"), 0, "", "MoveFileW c:\\a C:\\b\n", true},
-        {TEXT("c:\\a"), TEXT("C:\\b"), 3, "DeleteFileW",
-         "DeleteFileW C:\\b\nMoveFileW c:\\a C:\\b\n", true},
-        {TEXT("\\a"), TEXT("b"), 2, "MoveFileW", "MoveFileW \\a b\n", false},
-        {TEXT("c:a"), TEXT("b"), 1, "", "", false},
-        {TEXT("c:a"), TEXT("d:b"), 2, "", "CopyFileW c:a d:b 1\nDeleteFileW c:a\n", true},
-        {TEXT("c:a"), TEXT("d:b"), 3, "DeleteFileW", "CopyFileW c:a d:b 0\nDeleteFileW c:a\n",
-         false},
-        {TEXT("c:a"), TEXT("d:b"), 3, "CopyFileW", "CopyFileW c:a d:b 0\n", false},
-    };
-    for (const auto &c : cases) {
-        g_errors = {{c.failing, ERROR_ACCESS_DENIED}, {"MoveFileExW", ERROR_CALL_NOT_IMPLEMENTED}};
-        EXPECT_EQ(moveFileEx(c.source, c.target, c.flags, 1), c.result);
-        EXPECT_EQ(notes(), "MoveFileExW " + told(c.source) + ' ' + told(c.target) + ' ' +
-                               told(c.flags) + '\n' + c.notes);
+    const std::tuple<const WCHAR *, const WCHAR *, DWORD, const char *, const char *, bool>
+        cases[] = {
+            {u"c:a", u"C:b", 3, "DeleteFileW", "DeleteFileW C:b\nMoveFileW c:a C:b\n", true},
+            {u"\\a", u"b", 2, "MoveFileW", "MoveFileW \\a b\n", false},
+            {u"c:a", u"b", 1, "", "", false},
+            {u"c:a", u"d:b", 2, "", "CopyFileW c:a d:b 1\nDeleteFileW c:a\n", true},
+            {u"c:a", u"d:b", 3, "DeleteFileW", "CopyFileW c:a d:b 0\nDeleteFileW c:a\n", false},
+            {u"c:a", u"d:b", 3, "CopyFileW", "CopyFileW c:a d:b 0\n", false},
+        };
+    for (const auto &[source, target, flags, failing, by_hand, result] : cases) {
+        g_errors = {{failing, ERROR_ACCESS_DENIED}, {"MoveFileExW", ERROR_CALL_NOT_IMPLEMENTED}};
+        EXPECT_EQ(moveFileEx(source, target, flags, 1), result);
+        const std::string call = "MoveFileExW " + told(source) + ' ' + told(target) + ' ';
+        EXPECT_EQ(notes(), call + told(flags) + '\n' + by_hand);
     }
 }
 
 TEST(ReplacedCalls, CopyInBlocksUntilAReadOrAWriteEndsIt) {
-    const struct {
-        DWORD left, written;
-        const char *failing, *notes;
-        bool result;
-    } cases[] = {
+    const std::tuple<DWORD, DWORD, const char *, const char *, bool> cases[] = {
         {16383, 99999, "", "ReadFile 16383\nWriteFile 16383\nReadFile 16383\n", true},
         {99999, 99999, "ReadFile", "ReadFile 16383\n", true},
         {99999, 16382, "", "ReadFile 16383\nWriteFile 16383\n", false},
         {99999, 99999, "WriteFile", "ReadFile 16383\nWriteFile 16383\n", false},
     };
-    for (const auto &c : cases) {
-        const TempDir dir;
-        dir.Write("s", "");
-        g_errors = {{c.failing, ERROR_DISK_FULL}};
-        std::tie(g_left, g_written) = std::tie(c.left, c.written);
-        EXPECT_EQ(copyFileEx(TEXT("s"), TEXT("t"), false), c.result);
-        EXPECT_EQ(notes(), c.notes);
+    for (const auto &[left, written, failing, calls, result] : cases) {
+        const Planted dir("s=");
+        g_errors = {{failing, ERROR_DISK_FULL}};
+        std::tie(g_left, g_written) = std::tie(left, written);
+        EXPECT_EQ(copyFileEx(TEXT("s"), TEXT("t"), false), result);
+        EXPECT_EQ(notes(), calls);
     }
 }
 
 TEST(ReplacedCalls, MoveAsideOnceAndForgiveWhatNobodyAsksFor) {
-    const TempDir dir;
-    dir.Write("s/f", "x");
-    dir.Write("t/f.x.dll/in", "");  // cannot be opened, before and after
+    const Planted dir("s/f=x t/f.x.dll/in=");  // which cannot be opened, before and after
     g_errors = {{"RemoveDirectoryW", ERROR_DIR_NOT_EMPTY}};
     EXPECT_FALSE(copyFileEx(TEXT("s\\f"), TEXT("t\\f.x.dll"), true));
     EXPECT_EQ(notes(), "MoveFileW t\\f.x.dll t\\f.x-1.dll\n");
@@ -154,36 +138,30 @@ TEST(ReplacedCalls, MoveAsideOnceAndForgiveWhatNobodyAsksFor) {
     EXPECT_EQ(moveDirectory(TEXT("s"), TEXT("t"), 1, 0), 1);
     EXPECT_EQ(notes(), "MoveFileExW s\\f t\\f 3\nRemoveDirectoryW s\n");
     g_errors = {{"MoveFileExW", ERROR_ACCESS_DENIED}};
-    for (g_platform = 1; g_platform <= 2; ++g_platform) {
-        deleteFilesUntilReboot({TEXT("a"), TEXT("b")});
-        EXPECT_EQ(notes(), g_platform == 1 ? "GetVersionExW 276\n"
-                                           : "GetVersionExW 276\nMoveFileExW a null 4\n"
-                                             "MoveFileExW b null 4\n");
-    }
+    g_platform = 1;
+    deleteFilesUntilReboot({TEXT("a"), TEXT("b")});
+    g_platform = 2;
+    deleteFilesUntilReboot({TEXT("c"), TEXT("d")});
+    EXPECT_EQ(notes(), "MoveFileExW c null 4\nMoveFileExW d null 4\n");
 }
 
 TEST(ReplacedCalls, TellDrivesRoomAndPrograms) {
     for (g_drive = DRIVE_UNKNOWN; g_drive <= DRIVE_RAMDISK; ++g_drive) {
-        EXPECT_EQ(isDiskExist(TEXT("d:\\x")),
-                  g_drive != DRIVE_NO_ROOT_DIR && g_drive != DRIVE_CDROM);
-        EXPECT_EQ(notes(), "GetDriveTypeW d:\\\n");
+        const bool none = g_drive == DRIVE_NO_ROOT_DIR || g_drive == DRIVE_CDROM;
+        EXPECT_EQ(isDiskExist(TEXT("d:\\x")), !none);
     }
-    g_errors.clear();
     constexpr DWORD kMost = 4'294'967'295;
-    const struct {
-        DWORD sectors, bytes, free, required;
-        bool result;
-    } cases[] = {
-        {3, 100, 2, 599, true}, {3, 100, 2, 600, false}, {8, 512, 1'310'720, 1, true},
-        {1, 0, 7, 0, false},    {1, 512, 0, 0, false},   {kMost, kMost, 1, kMost, true},
+    const std::tuple<DWORD, DWORD, DWORD, DWORD, bool> cases[] = {
+        {3, 100, 2, 599, true},
+        {3, 100, 2, 600, false},
+        {1, 0, 7, 0, false},
+        {kMost, kMost, 1, kMost, true},
     };
-    for (const auto &c : cases) {
-        std::tie(g_sectors, g_bytes, g_free) = std::tie(c.sectors, c.bytes, c.free);
-        EXPECT_EQ(isEnoughFreeDiskSpace(u'z', c.required), c.result) << c.required;
-        EXPECT_EQ(notes(), "GetDiskFreeSpaceW z:\\\n");
+    for (const auto &[sectors, bytes, free, required, result] : cases) {
+        std::tie(g_sectors, g_bytes, g_free) = std::tie(sectors, bytes, free);
+        EXPECT_EQ(isEnoughFreeDiskSpace(u'z', required), result) << required;
     }
-    g_errors = {{"GetDiskFreeSpaceW", ERROR_PATH_NOT_FOUND}};
-    EXPECT_FALSE(isEnoughFreeDiskSpace(u'z', 0));
+    EXPECT_FALSE(isEnoughFreeDiskSpace(u'y', 0));
     EXPECT_EQ(getAppFullPathName(nullptr), TEXT(""));  // too long, never cut
 }
 

@@ -25,17 +25,11 @@ namespace {
 
 TEST(LowMemory, LeavesABufferThatCannotGrowAsItWas) {
     static unsigned char piece[65536] = {7}, large[2 << 20];
-    CAccBuffer buffer(sizeof piece), target(piece, 3);
-    const auto fill = [&buffer](std::uint32_t most) {
-        while (buffer.BytesUsed() < most) {
-            buffer.Append(piece, sizeof piece);
-        }
-    };
-    EXPECT_THROW(fill(64u << 20), std::bad_alloc);
-    EXPECT_GT(buffer.BytesUsed(), 512u * 1024);
-    for (std::uint32_t at = 0; at < buffer.BytesUsed(); ++at) {
-        ASSERT_EQ(buffer.GetBuffer()[at], piece[at % sizeof piece]);
-    }
+    CAccBuffer buffer(piece, sizeof piece), target(piece, 3);
+    EXPECT_THROW(buffer.Append(large, sizeof large), std::bad_alloc);
+    buffer.Append(piece, sizeof piece);
+    EXPECT_EQ(buffer.BytesUsed(), 2 * sizeof piece);
+    EXPECT_EQ(buffer.GetBuffer()[0] + buffer.GetBuffer()[sizeof piece], 14);
     // A copy needs the source's capacity; the target keeps what it held.
     EXPECT_THROW(target = CAccBuffer(large, sizeof large), std::bad_alloc);
     EXPECT_TRUE(target.IsContentTheSame(CAccBuffer(piece, 3)));
