@@ -1,17 +1,15 @@
-// Files whose host calls are interrupted, short, or fail: those calls are defined here.
+// Files and streams whose host calls are interrupted, short, or fail: those calls are defined here.
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
 #include <thread>
+#include <tuple>
 
 #include "support/file_calls.h"
-#include "support/file_tree.h"
-#include "support/temp_dir.h"
 
 namespace {
 
@@ -19,11 +17,11 @@ constexpr std::size_t kEndless = static_cast<std::size_t>(-1);
 
 std::set<std::string> g_failing;  // calls that fail, once, with `g_error`
 int g_error = EIO;
-// Reads and writes move 3 bytes, every other one is interrupted; after `g_left` bytes written,
-// `g_error`, or nothing at all when that is 0.
+// Reads and writes move 3 bytes, every other one is interrupted; when no more are left, `g_error`,
+// or nothing at all when that is 0.
 bool g_short = false;
-std::size_t g_left = kEndless;
-std::atomic<int> g_calls{0};
+std::size_t g_left_to_read = kEndless, g_left_to_write = kEndless;
+thread_local int g_calls = 0;
 
 bool fails(const std::string &call) {
     const bool failing = g_failing.erase(call) != 0;
@@ -31,30 +29,29 @@ bool fails(const std::string &call) {
     return failing;
 }
 
-bool is_interrupted() {
-    const bool interrupted = g_short && ++g_calls % 2 == 0;
-    errno = interrupted ? EINTR : errno;
-    return interrupted;
+ssize_t transfer(int call, int file, void *bytes, std::size_t count, std::size_t *left) {
+    if (!g_short) {
+        return syscall(call, file, bytes, count);
+    }
+    std::this_thread::yield();
+    const bool is_interrupted = ++g_calls % 2 == 0;
+    if (is_interrupted || *left == 0) {
+        errno = is_interrupted ? EINTR : g_error;
+        return errno == 0 ? 0 : -1;
+    }
+    const std::size_t part = std::min({count, *left, std::size_t{3}});
+    *left -= *left == kEndless ? 0 : part;
+    return syscall(call, file, bytes, part);
 }
 
 }  // namespace
 
 extern "C" ssize_t read(int file, void *bytes, std::size_t count) {
-    const std::size_t part = g_short ? std::min<std::size_t>(count, 3) : count;
-    return is_interrupted() ? -1 : syscall(SYS_read, file, bytes, part);
+    return transfer(SYS_read, file, bytes, count, &g_left_to_read);
 }
 
 extern "C" ssize_t write(int file, const void *bytes, std::size_t count) {
-    if (is_interrupted()) {
-        return -1;
-    }
-    if (g_left == 0) {
-        errno = g_error;
-        return g_error == 0 ? 0 : -1;
-    }
-    const std::size_t part = g_short ? std::min({count, g_left, std::size_t{3}}) : count;
-    g_left -= g_left == kEndless ? 0 : part;
-    return syscall(SYS_write, file, bytes, part);
+    return transfer(SYS_write, file, const_cast<void *>(bytes), count, &g_left_to_write);
 }
 
 #define FAILING(Result, name, Parameters, ...)                                                    \
@@ -81,10 +78,13 @@ extern "C" int close(int file) {
 namespace {
 
 struct Faults {
-    explicit Faults(std::set<std::string> failing, int error = EIO, std::size_t left = kEndless) {
-        g_failing = std::move(failing), g_error = error, g_left = left, g_short = true;
+    explicit Faults(std::set<std::string> failing, int error = EIO) {
+        g_failing = std::move(failing), g_error = error, g_short = true;
     }
-    ~Faults() { g_failing.clear(), g_short = false, g_left = kEndless; }
+    ~Faults() {
+        g_failing.clear(), g_short = false;
+        g_left_to_read = g_left_to_write = kEndless;
+    }
     Faults &operator=(Faults &&) = delete;  // nor copied
 };
 
@@ -92,7 +92,8 @@ TEST(FileFaults, ReadAndWriteThroughInterruptionsUntilAnError) {
     const TempDir dir;
     const Opened file(TEXT("file"), GENERIC_READ | GENERIC_WRITE, kShareAll, CREATE_NEW);
     const Opened again(TEXT("file"), GENERIC_READ);
-    const Faults faults({}, ENOSPC, 16);
+    const Faults faults({}, ENOSPC);
+    g_left_to_write = 16;
     DWORD done = 0;
     EXPECT_TRUE(WriteFile(file.handle, "0123456789", 10, &done, nullptr));
     EXPECT_EQ(done, 10u);
@@ -126,47 +127,72 @@ TEST(FileFaults, KeepTheStepsOfOneWriteTogether) {
 
 TEST(FileFaults, ACopyOrMoveIsWholeOrLeavesNothing) {
     const auto copy = [](const WCHAR *from, const WCHAR *to) { return CopyFileW(from, to, FALSE); };
-    constexpr char kBefore[] = "a=content d/ old=old ";
-    const struct {
-        BOOL (*change)(const WCHAR *from, const WCHAR *to);
-        const WCHAR *from, *to;
-        std::set<std::string> failing;
-        int error;
-        DWORD code;
-        const char *after;
-    } cases[] = {
-        {copy, u"a", u"old", {"close"}, EIO, 1117, kBefore},  // IO_DEVICE
-        {copy, u"a", u"old", {"copy_file_range"}, ENOSPC, ERROR_DISK_FULL, kBefore},
-        {copy, u"a", u"old", {"copy_file_range"}, EXDEV, 0, "a=content d/ old=content "},
-        // Where the host has no exclusive rename.
-        {MoveFileW, u"a", u"old", {"renameat2"}, EINVAL, ERROR_ALREADY_EXISTS, kBefore},
-        {MoveFileW, u"d", u"old", {"renameat2"}, EINVAL, ERROR_ALREADY_EXISTS, kBefore},
-        {MoveFileW, u"d", u"b", {"renameat2"}, EINVAL, 0, "a=content b/ old=old "},
-        {MoveFileW, u"a", u"b", {"renameat2"}, EINVAL, 0, "b=content d/ old=old "},
-        {MoveFileW, u"a", u"b", {"renameat2", "unlink"}, EINVAL, 87, kBefore},
-        // To another file system.
-        {MoveFileW, u"a", u"b", {"renameat2", "close"}, EXDEV, 17, kBefore},
-        {MoveFileW,
-         u"a",
-         u"b",
-         {"renameat2", "unlink", "fchown"},
-         EXDEV,
-         0,
-         "a=content b=content d/ old=old "},
-    };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(&c - cases);
-        const TempDir dir;
-        plant("a=content old=old d/");
+    constexpr char kBefore[] = "a=content d/ old=old ",
+                   kCopied[] = "a=content b=content d/ old=old ";
+    const std::tuple<BOOL (*)(const WCHAR *, const WCHAR *), const WCHAR *, const WCHAR *,
+                     std::set<std::string>, int, DWORD, const char *>
+        cases[] = {
+            {copy, u"a", u"old", {"close"}, EIO, 1117, kBefore},  // IO_DEVICE
+            {copy, u"a", u"old", {"copy_file_range"}, ENOSPC, ERROR_DISK_FULL, kBefore},
+            {copy, u"a", u"old", {"copy_file_range"}, EXDEV, 0, "a=content d/ old=content "},
+            // Where the host has no exclusive rename.
+            {MoveFileW, u"a", u"old", {"renameat2"}, EINVAL, ERROR_ALREADY_EXISTS, kBefore},
+            {MoveFileW, u"d", u"old", {"renameat2"}, EINVAL, ERROR_ALREADY_EXISTS, kBefore},
+            {MoveFileW, u"d", u"b", {"renameat2"}, EINVAL, 0, "a=content b/ old=old "},
+            {MoveFileW, u"a", u"b", {"renameat2"}, EINVAL, 0, "b=content d/ old=old "},
+            {MoveFileW, u"a", u"b", {"renameat2", "unlink"}, EINVAL, 87, kBefore},
+            // To another file system.
+            {MoveFileW, u"a", u"b", {"renameat2", "close"}, EXDEV, 17, kBefore},
+            {MoveFileW, u"a", u"b", {"renameat2", "unlink", "fchown"}, EXDEV, 0, kCopied},
+        };
+    for (const auto &[change, from, to, failing, error, code, after] : cases) {
+        SCOPED_TRACE(code);
+        const Planted dir("a=content old=old d/");
         chmod("a", 04751);
         {
-            const Faults faults(c.failing, c.error, c.error == ENOSPC ? 4 : kEndless);
-            EXPECT_EQ(error_of(c.change(c.from, c.to)), c.code);
+            const Faults faults(failing, error);
+            g_left_to_write = error == ENOSPC ? 4 : kEndless;
+            EXPECT_EQ(error_of(change(from, to)), code);
         }
-        EXPECT_EQ(tree(), c.after);
+        EXPECT_EQ(tree(), after);
         struct stat facts;  // the rights of an owner who did not come along are not lent
-        EXPECT_TRUE(c.failing.count("fchown") == 0 ||
-                    (stat("b", &facts) == 0 && (facts.st_mode & 07777) == 0751));
+        EXPECT_TRUE(after != kCopied || (stat("b", &facts) == 0 && facts.st_mode % 010000 == 0751));
+    }
+}
+
+TEST(StreamFaults, ReadThroughInterruptionsUntilAnErrorEndsTheFile) {
+    const TempDir dir;
+    dir.Write("file", "\xEF\xBB\xBFone\nt\r\nthree\n");
+    WCHAR line[20];
+    std::FILE *const file = _wfopen(TEXT("file"), TEXT("r"));
+    const Faults faults({});
+    g_left_to_read = 3 + 4 + 3 + 2;  // up to "th"
+    EXPECT_EQ(std::u16string(fgetws(line, 20, file)), u"one\n");
+    EXPECT_EQ(std::u16string(fgetws(line, 20, file)), u"t\n");
+    errno = 0;
+    EXPECT_EQ(fgetws(line, 20, file), nullptr);
+    EXPECT_EQ(errno, EIO);
+    std::fclose(file);
+    g_left_to_read = 6;
+    char bytes[20];
+    std::FILE *const raw = _wfopen(TEXT("file"), TEXT("r"));
+    EXPECT_EQ(std::string(bytes, std::fread(bytes, 1, 20, raw)), "one");
+    EXPECT_NE(std::ferror(raw), 0);
+    std::fclose(raw);
+}
+
+TEST(StreamFaults, WriteThroughShortWritesUntilTheDiskFails) {
+    const TempDir dir;
+    for (const std::size_t room : {kEndless, std::size_t{4}}) {
+        const Faults faults({});
+        g_left_to_write = room;
+        std::FILE *const file = _wfopen(TEXT("file"), TEXT("w"));
+        std::fputs("a\nlonger\n", file);
+        errno = 0;
+        EXPECT_EQ(std::fclose(file) == 0, room == kEndless);
+        EXPECT_EQ(errno == EIO, room != kEndless);
+        g_short = false;
+        EXPECT_EQ(content_of("file"), std::string("a\r\nlonger\r\n").substr(0, room));
     }
 }
 
