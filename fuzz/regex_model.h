@@ -1,12 +1,33 @@
-#include "support/regex_model.h"
+#ifndef OSTREL_FUZZ_REGEX_MODEL_H
+#define OSTREL_FUZZ_REGEX_MODEL_H
+
+// A second reading of the pattern language, as slow and plain as can be: functions that call each
+// other, without a program. For short patterns and texts.
 
 #include <algorithm>
+#include <cstddef>
 #include <functional>
 #include <memory>
+#include <string>
+#include <utility>
+#include <vector>
 
-namespace test {
+namespace regex_model {
 
-namespace {
+// The start and end of a match or a group.
+using Span = std::pair<std::size_t, std::size_t>;
+inline constexpr std::size_t kNowhere = static_cast<std::size_t>(-1);
+
+// The spans of a match and its groups as text: "2-5 2-3 -".
+inline std::string describe(const std::vector<Span> &spans) {
+    std::string text;
+    for (const auto &[start, end] : spans) {
+        text += text.empty() ? "" : " ";
+        text += start == kNowhere ? "" : std::to_string(start);
+        text += end == kNowhere ? "-" : "-" + std::to_string(end);
+    }
+    return text;
+}
 
 struct OutOfSteps {};
 
@@ -234,19 +255,9 @@ private:
     std::size_t m_failed = 0;
 };
 
-}  // namespace
-
-std::string describe(const std::vector<Span> &spans) {
-    std::string text;
-    for (const auto &[start, end] : spans) {
-        text += text.empty() ? "" : " ";
-        text += start == kNowhere ? "" : std::to_string(start);
-        text += end == kNowhere ? "-" : "-" + std::to_string(end);
-    }
-    return text;
-}
-
-std::string model_match(const std::u16string &pattern, const std::u16string &text, int steps) {
+// What `pattern`, which is one that compiles and has no abbreviations, finds in `text`: a
+// description, "no", or nothing at all when that takes more than `steps`. Case counts.
+inline std::string match(const std::u16string &pattern, const std::u16string &text, int steps) {
     try {
         return Model(pattern, text, steps).Run();
     } catch (const OutOfSteps &) {
@@ -254,4 +265,6 @@ std::string model_match(const std::u16string &pattern, const std::u16string &tex
     }
 }
 
-}  // namespace test
+}  // namespace regex_model
+
+#endif  // OSTREL_FUZZ_REGEX_MODEL_H
