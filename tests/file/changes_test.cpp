@@ -1,9 +1,6 @@
 // Directories made; files and directories copied, moved and deleted.
 
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <functional>
+#include <cstring>
 
 #include "ostrel/file/Std_Utils_File.h"
 #include "support/file_calls.h"
@@ -28,14 +25,11 @@ TEST(CreateDirectory, MakesWhatIsMissingAndPassesAttributesDown) {
         {u"h\\p\\q\\", false, false, true, true, {kDirectory, kAll & ~kSystem}},
         {u"h\\p\\", false, true, false, true, {kAll & ~kHidden}},
         {u"h\\p\\f.txt", true, true, true, true, {kDirectory | kArchive}},
-        {u"h\\f.txt", true, true, true, true, {}},
         {u"h/p/q/r", false, false, false, false, {}},
-        {u"h\\p\\q\\\xD800\\z", false, false, false, false, {kDirectory, kAll}},
-        {u"file\\x", false, false, false, false, {}},
     };
     for (const auto &c : cases) {
         const TempDir dir;
-        plant("file= h/");
+        plant("h/");
         set(TEXT("h"), kAll);
         EXPECT_EQ(createDirectory(c.path.c_str(), c.hasFile, c.noHidden, c.noSystem), c.result);
         std::vector<DWORD> made;
@@ -44,7 +38,7 @@ TEST(CreateDirectory, MakesWhatIsMissingAndPassesAttributesDown) {
         }
         made.erase(std::find(made.begin(), made.end(), INVALID_FILE_ATTRIBUTES), made.end());
         EXPECT_EQ(made, c.made) << fs::path(c.path);
-        EXPECT_EQ(lines_of().size(), 2 + made.size()) << fs::path(c.path);
+        EXPECT_EQ(lines_of().size(), 1 + made.size()) << fs::path(c.path);
     }
     const TempDir dir;
     std::u16string root = dir.Path().u16string();
@@ -58,14 +52,12 @@ TEST(CopyFileEx, CopiesContentTimesAndAttributesUnlessUpToDate) {
     const TempDir dir;
     dir.Write("source", std::string(16384, 'x'));
     dir.Write("copy", std::string(20000, 'y'));
-    FILETIME times[3] = {{10, 0x01C0'0000}, {20, 0x01C1'0000}, {30, 0x01C2'0000}}, copied[3];
+    FILETIME times[3] = {{10, 0x01C0'0000}, {20, 0x01C1'0000}, {30, 0x01C2'0000}}, copied[3] = {};
     ASSERT_TRUE(setFileTime(TEXT("source"), &times[0], &times[1], &times[2]));
     set(TEXT("source"), kHidden | kReadOnly);
     EXPECT_TRUE(copyFileEx(TEXT("source"), TEXT("copy"), false));
-    ASSERT_TRUE(getFileTime(TEXT("copy"), &copied[0], &copied[1], &copied[2]));
-    for (int i = 0; i < 3; ++i) {
-        EXPECT_EQ(CompareFileTime(&copied[i], &times[i]), 0);
-    }
+    EXPECT_TRUE(getFileTime(TEXT("copy"), &copied[0], &copied[1], &copied[2]));
+    EXPECT_EQ(memcmp(copied, times, sizeof times), 0);
     EXPECT_EQ(GetFileAttributesW(TEXT("copy")), kHidden | kReadOnly);
     EXPECT_TRUE(content_of("copy") == content_of("source"));
     set(TEXT("copy"), 0);
@@ -77,29 +69,27 @@ TEST(CopyFileEx, CopiesContentTimesAndAttributesUnlessUpToDate) {
 
 TEST(CopyFileEx, RefusesOrMovesAsideWhatIsInTheWay) {
     const struct {
-        const WCHAR *source;
-        std::string target;
+        const WCHAR *source, *target;
         bool aside;
         DWORD error;
         std::size_t added;
     } cases[] = {
-        {TEXT("busy"), "t", true, ERROR_SHARING_VIOLATION, 0},
-        {TEXT("s"), "none/t", true, ERROR_PATH_NOT_FOUND, 0},
-        {TEXT("s"), "d/open", false, ERROR_SHARING_VIOLATION, 0},
-        {TEXT("s"), "d/open", true, 0, 1},
-        {TEXT("s"), "d/ro", true, 0, 1},
-        {TEXT("s"), "s", true, 0, 0},
+        {TEXT("busy"), TEXT("t"), true, ERROR_SHARING_VIOLATION, 0},
+        {TEXT("s"), TEXT("none/t"), true, ERROR_PATH_NOT_FOUND, 0},
+        {TEXT("s"), TEXT("d/open"), false, ERROR_SHARING_VIOLATION, 0},
+        {TEXT("s"), TEXT("d/open"), true, 0, 1},
+        {TEXT("s"), TEXT("d/ro"), true, 0, 1},
+        {TEXT("s"), TEXT("s"), true, 0, 0},
     };
     for (const auto &c : cases) {
+        SCOPED_TRACE(&c - cases);
         const TempDir dir;
         plant("s=new busy=w d/open=b d/ro=r");
         const Lines before = lines_of();
         set(TEXT("d\\ro"), kReadOnly);
         const Opened read(TEXT("d\\open"), GENERIC_READ, FILE_SHARE_READ);
         const Opened written(TEXT("busy"), GENERIC_WRITE, FILE_SHARE_READ);
-        SCOPED_TRACE(c.target);
-        const std::u16string target(c.target.begin(), c.target.end());
-        EXPECT_EQ(error_of(copyFileEx(c.source, target.c_str(), c.aside)), c.error);
+        EXPECT_EQ(error_of(copyFileEx(c.source, c.target, c.aside)), c.error);
         EXPECT_EQ(lines_of().size(), before.size() + c.added);
         EXPECT_TRUE(c.error != 0 ? lines_of() == before : content_of(c.target) == "new");
     }
@@ -149,7 +139,6 @@ TEST(CopyAndMoveDirectory, TakeFilesAndTheSubdirectoriesWithoutADot) {
         // What fails below ends it before the files above are reached.
         {"s/d/f=1 s/g=2 t/d/f/", 1, 0, "d/ d/f/ ", "d/ d/f/ ", "s/ s/d/ s/d/f=1 s/g=2 "},
         {"s=file", 1, 1, "", "", "s=file "},
-        {"s/d/f=1 s/g=2 t/d=no", 1, 0, "d=no ", "d=no ", "s/ s/d/ s/d/f=1 s/g=2 "},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(testing::Message() << c.planted << ' ' << c.below);
@@ -167,33 +156,28 @@ TEST(CopyAndMoveDirectory, TakeFilesAndTheSubdirectoriesWithoutADot) {
 }
 
 TEST(CopyAndMoveDirectory, StopAtAFailureOrGoOn) {
-    const WCHAR *const source = TEXT("s\\d"), *const target = TEXT("t\\d");
+    static constexpr WCHAR source[] = TEXT("s\\d"), target[] = TEXT("t\\d");
     const struct {
-        std::function<bool()> change;
+        int (*change)();
         bool goesOn, moves;
     } cases[] = {
-        {[&] { return copyDirectory(source, target, 0, 0, 0) != 0; }, false, false},
-        {[&] { return copyDirectory(source, target, 0, 1, 0) != 0; }, true, false},
+        {[] { return copyDirectory(source, target, 0, 0, 0); }, false, false},
+        {[] { return copyDirectory(source, target, 0, 1, 0); }, true, false},
         // Files of subdirectories never end it, nor are they moved aside.
-        {[&] { return copyDirectory(TEXT("s"), TEXT("t"), 1, 0, 1) != 0; }, true, false},
-        {[&] { return moveDirectory(source, target, 1, 0) != 0; }, false, true},
-        {[&] { return moveFiles(source, target, TEXT("f*"), 1, 0); }, false, true},
+        {[] { return copyDirectory(TEXT("s"), TEXT("t"), 1, 0, 1); }, true, false},
+        {[] { return moveDirectory(source, target, 1, 0); }, false, true},
+        {[] { return int{moveFiles(source, target, TEXT("f*"), 1, 0)}; }, false, true},
     };
     for (const auto &c : cases) {
+        SCOPED_TRACE(&c - cases);
         const TempDir dir;
         plant("s/d/f1= s/d/f2= s/d/f3= t/d/");
-        std::vector<OS::x_wstring> order;
-        ASSERT_EQ(collectFiles(order, source, TEXT("*"), 0, nullptr, false, nullptr), 3);
-        const auto name_of = [&order](std::size_t i) {
-            return fs::path(getFilenameWithExt(order[i]).c_str());
-        };
-        fs::create_directory("t/d" / name_of(1));
-        EXPECT_FALSE(c.change());
-        for (const std::size_t i : {0u, 1u, 2u}) {
-            const bool isDone = i < 1 || (c.goesOn && i > 1);
-            EXPECT_EQ(fs::is_regular_file("t/d" / name_of(i)), isDone) << &c - cases << i;
-            EXPECT_EQ(fs::exists("s/d" / name_of(i)), !(isDone && c.moves)) << &c - cases << i;
-        }
+        std::vector<OS::x_wstring> files;  // in the order in which they come
+        ASSERT_EQ(collectFiles(files, source, TEXT("*"), 0, nullptr, false, nullptr), 3);
+        fs::create_directory(fs::path("t/d") / getFilename(files[1]).c_str());
+        EXPECT_EQ(c.change(), 0);
+        EXPECT_EQ(lines_of("t/d").size(), c.goesOn ? 3u : 2u);
+        EXPECT_EQ(lines_of("s/d").size(), c.moves ? 2u : 3u);
     }
 }
 
@@ -246,7 +230,6 @@ TEST(DeleteTree, TellsEachFileAndEachDirectoryThatStays) {
         {TEXT("s"), 1, 1, TEXT("*.tmp"), "s- s/f.tmp+ s/x.tmp- s/x.tmp/i.tmp+ ",
          "s/f.tmp=5 s/x.tmp/i.tmp=6 "},
         {TEXT("s\\"), 0, 0, TEXT("*"), "s/busy- s/f.tmp+ s/lf+ ", "s/f.tmp=5 s/lf->../o/f "},
-        {TEXT("s\\d"), 1, 0, TEXT("*.*"), "s/d/g+ ", "s/d/ s/d/g=4 "},
         {TEXT("ls"), 1, 1, TEXT("*"), "", "ls->s "},
         {TEXT("ls\\"), 0, 1, TEXT("*"), "", ""},
         {TEXT("none"), 1, 1, TEXT("*"), "none- ", ""},
@@ -272,25 +255,25 @@ TEST(DeleteTree, TellsEachFileAndEachDirectoryThatStays) {
 
 TEST(OddNames, AreListedCopiedMovedAndDeletedUnlessTheyAreTooLong) {
     const TempDir dir;
+    const std::string longest(200, 'n');
     for (const std::string &name :
          {std::string("\xFF"), std::string("a\\b"), std::string("end  "), std::string("dot."),
-          std::string("*?"), std::string(245, 'n'), std::string("\xF0\x9F\x98\x80")}) {
-        const std::string folder = "s/d" + name.substr(0, 200);
-        fs::create_directories(folder);
+          std::string("*?\xF0\x9F\x98\x80"), longest}) {
+        fs::create_directories("s/d" + name);
         std::ofstream("s/" + name) << name;
-        std::ofstream(folder + "/f") << name;
+        std::ofstream("s/d" + name + "/f") << name;
     }
     const Lines before = lines_of("s");
     EXPECT_EQ(copyDirectory(TEXT("s"), TEXT("t"), 1, 0, 0), 1);
     EXPECT_EQ(lines_of("t"), before);
     EXPECT_EQ(moveDirectory(TEXT("t"), TEXT("u"), 1, 0), 1);
     EXPECT_EQ(lines_of("u"), before);
-    const std::string tooLong = "u/d" + std::string(200, 'n') + '/' + std::string(60, 'x');
+    const std::string tooLong = "u/d" + longest + '/' + std::string(60, 'x');
     std::ofstream(tooLong) << "kept";
     EXPECT_EQ(copyDirectory(TEXT("u"), TEXT("v"), 1, 0, 0), 0);
     Lines calls;
     deleteTree(TEXT("u"), note, &calls, 1, 1, TEXT("*"));
-    EXPECT_EQ(calls.size(), 14u + 3u);  // it and two directories stay
+    EXPECT_EQ(calls.size(), 12u + 3u);  // it and two directories stay
     EXPECT_EQ(lines_of("u").size(), 2u);
     EXPECT_EQ(content_of(tooLong), "kept");
 }
