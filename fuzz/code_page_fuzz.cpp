@@ -1,5 +1,8 @@
 // Converts any bytes to UTF-16 and any UTF-16 to bytes, in UTF-8 and other code pages, with every
-// way to size the buffer. Input: a byte for the code page, one for the room, then the text.
+// way to size the buffer. In UTF-8 the text is that which ICU gives. Input: a byte for the code
+// page, one for the room, then the text.
+
+#include <unicode/ucnv.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -51,6 +54,16 @@ std::string to_narrow(unsigned page, const std::u16string &text, int less) {
     return {bytes.get(), static_cast<std::size_t>(needed)};
 }
 
+std::u16string icu_wide(const std::string &bytes) {
+    UErrorCode status = U_ZERO_ERROR;
+    static UConverter *const converter = ucnv_open("UTF-8", &status);
+    std::u16string text(bytes.size(), u'\0');
+    const int32_t length = ucnv_toUChars(converter, text.data(), static_cast<int32_t>(text.size()),
+                                         bytes.data(), static_cast<int32_t>(bytes.size()), &status);
+    text.resize(static_cast<std::size_t>(length));
+    return text;
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
@@ -64,8 +77,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     const std::string bytes(reinterpret_cast<const char *>(data) + 2, size - 2);
     const std::u16string text = to_wide(page, bytes, less);
     if (page == 65001) {
-        // What has been decoded once is sound.
+        check(text == icu_wide(bytes));
+        // What has been decoded once is sound. Repeated, it fills whole blocks.
         check(to_wide(page, to_narrow(page, text, less), less) == text);
+        std::string many;
+        for (std::size_t i = 0; i < 1 + data[1] % 40u; ++i) {
+            many += bytes;
+        }
+        check(to_wide(page, many, 0) == icu_wide(many));
     }
     std::u16string units(bytes.size() / 2, u'\0');
     std::memcpy(units.data(), bytes.data(), units.size() * 2);

@@ -1,11 +1,14 @@
 // Any format with any fields, under several locales and in a buffer of any size; any text by the
-// scan formats of the library.
+// scan formats of the library. What the host gives for the same is the measure where both agree.
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
+#include <iterator>
 #include <memory>
 #include <string>
 
@@ -85,6 +88,77 @@ void write(Input &input) {
     }
 }
 
+// Every directive, with fields that are in their ranges but need not go together.
+void write_as_host(Input &input) {
+    const auto in = [&input](int first, int last) {
+        return first + static_cast<int>(input.Take<std::uint16_t>()) % (last - first + 1);
+    };
+    std::tm time{};
+    time.tm_sec = in(0, 60);
+    time.tm_min = in(0, 59);
+    time.tm_hour = in(0, 23);
+    time.tm_mday = in(1, 31);
+    time.tm_mon = in(0, 11);
+    time.tm_year = in(1001 - 1900, 8099);  // the host writes the years before shorter
+    time.tm_wday = in(0, 6);
+    time.tm_yday = in(0, 365);
+    std::string format, host;
+    for (const char directive : std::string("aAbBcCdDeFgGhHIjmMnprRStTuUVwWxXyY%")) {
+        const bool shorter =
+            std::strchr("CdeHIjmMSUVWyY", directive) && input.Take<std::uint8_t>() % 2;
+        format += std::string(shorter ? "%#" : "%") + directive + ' ';
+        host += std::string(shorter ? "%-" : "%") + directive + ' ';
+    }
+    char expected[400];
+    const std::size_t length = std::strftime(expected, sizeof expected, host.c_str(), &time);
+    WCHAR text[400];
+    require(wcsftime(text, std::size(text), std::u16string(format.begin(), format.end()).c_str(),
+                     &time) == length);
+    require(std::equal(expected, expected + length, text));
+}
+
+// Up to three conversions, of numbers or of words, between white space and other characters.
+void scan_as_host(Input &input) {
+    static constexpr const char *kFormatParts[] = {"%d", "%1d", "%2d", "%4d", " ",
+                                                   "-",  "/",   "%%",  "\t"};
+    static constexpr const char *kTextParts[] = {"1", "20", "123", "07", "-",  "+",  "/",  "%", " ",
+                                                 "x", "a",  "",    "\t", "  ", "-1", "+2", "\n"};
+    const auto pick = [&input](const auto &list) {
+        return list[input.Take<std::uint8_t>() % std::size(list)];
+    };
+    const bool words = input.Take<std::uint8_t>() % 2 == 0;
+    std::string format;
+    for (int conversions = 0; conversions < 3 && input.Take<std::uint8_t>() % 12 != 0;) {
+        format += pick(kFormatParts);
+        conversions += format.back() == 'd';
+    }
+    if (words) {
+        std::replace(format.begin(), format.end(), 'd', 's');
+    }
+    std::string text;
+    for (int parts = input.Take<std::uint8_t>() % 14; parts > 0; --parts) {
+        text += pick(kTextParts);
+        if (text.size() - (text.find_last_not_of("0123456789") + 1) > 6) {
+            text += ' ';  // the host leaves open what a number out of range gives
+        }
+    }
+    const std::u16string wide_text(text.begin(), text.end());
+    const std::u16string wide_format(format.begin(), format.end());
+    if (words) {
+        WCHAR ours[3][64] = {};
+        char host[3][64] = {};
+        require(swscanf(wide_text.c_str(), wide_format.c_str(), ours[0], ours[1], ours[2]) ==
+                std::sscanf(text.c_str(), format.c_str(), host[0], host[1], host[2]));
+        require(std::equal(&ours[0][0], &ours[0][0] + 3 * 64, &host[0][0]));
+    } else {
+        int ours[3] = {-7, -7, -7};
+        int host[3] = {-7, -7, -7};
+        require(swscanf(wide_text.c_str(), wide_format.c_str(), &ours[0], &ours[1], &ours[2]) ==
+                std::sscanf(text.c_str(), format.c_str(), &host[0], &host[1], &host[2]));
+        require(std::equal(ours, ours + 3, host));
+    }
+}
+
 void scan(Input &input) {
     const std::u16string text = input.Rest();
     int numbers[5] = {};
@@ -111,10 +185,7 @@ void scan(Input &input) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
     Input input(data, size);
-    if (input.Take<std::uint8_t>() % 2 == 0) {
-        write(input);
-    } else {
-        scan(input);
-    }
+    static constexpr void (*kParts[])(Input &) = {write, scan, write_as_host, scan_as_host};
+    kParts[input.Take<std::uint8_t>() % 4](input);
     return 0;
 }

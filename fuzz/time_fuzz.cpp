@@ -18,6 +18,7 @@ void attempt(Call call) {
     try {
         call();
     } catch (const OS::CTimeException &) {
+    } catch (const OS::CSystemException &) {
     }
 }
 
@@ -47,6 +48,27 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     attempt([&] { (void)(time - OS::CTime(2000, 1, 1, 0, 0, 0)); });
     attempt([&] { OS::CTime(time).ToGMTime().ToLocalTime(); });
     attempt([&] { check(OS::CTime(time.GetTime()).GetTime() == time.GetTime()); });
+    // The same with the fields of a tm, whatever they are.
+    std::tm fields{};
+    std::memcpy(&fields, data, std::min(size, 9 * sizeof(int)));
+    const OS::CTime any(fields);
+    const OS::CTime other(2000, 1, 1, 0, 0, 0);
+    attempt([&] { (void)(any + any); });
+    attempt([&] { (void)((any - other) + (other - any)); });
+    attempt([&] { (void)(OS::CTime(any) + OS::CTimeSpan(INT64_MIN)); });
+    attempt([&] { (void)(OS::CTime(any) == other); });
+    attempt([&] { OS::CTime(any).ToGMTime(); });
+    attempt([&] { OS::CTime(any).ToLocalTime(); });
+    attempt([&] { (void)any.IsLastDayOfMonth(); });
+    attempt([&] {
+        FILETIME count;
+        any.GetTimeStruct(count);
+    });
+    (void)any.GetDBTimeString();
+    (void)any.GetDayOfWeek();
+    (void)any.GetTimeString(format.c_str());
+    (void)any.GetLocaleDateTimeString();
+
     const OS::CTimeEx moment = OS::CTimeEx::FromLocalTime(static_cast<const std::tm &>(time));
     (void)moment.GetLocalTime(nullptr);
     return 0;
