@@ -5,6 +5,7 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <tuple>
 
 #include "ostrel/platform/zone_file.h"
 
@@ -32,14 +33,9 @@ const std::string kFile = kHeader + kCounts + kChanges + kClocks;
 
 TEST(ZoneFiles, AreRefusedWhenTheyAreBroken) {
     constexpr std::int64_t kMay = 957139200;
-    EXPECT_EQ(clock_at(kFile, kMay - 1), "3600 ST");
-    EXPECT_EQ(clock_at(kFile, kMay), "7200/3600 DT");
-    EXPECT_EQ(clock_at(kFile, 20 * kMay), "3600 ST");
-    const struct {
-        std::size_t at;
-        std::string bytes;
-        const char *clock;  // on 1 May
-    } cases[] = {
+    EXPECT_EQ(clock_at(kFile, kMay - 1) + clock_at(kFile, 20 * kMay), "3600 ST3600 ST");
+    const std::tuple<std::size_t, std::string, const char *> cases[] = {
+        {0, "TZif", "7200/3600 DT"},
         {0, "TZIF", "none"},
         {32, {"\x7F\xFF\xFF\xFF\0\0\0\2", 8}, "none"},     // more changes than there are bytes
         {32, {"\0\0\0\0\0\0\0\0\0\0\0\x1C", 12}, "none"},  // no clock
@@ -51,23 +47,12 @@ TEST(ZoneFiles, AreRefusedWhenTheyAreBroken) {
         {60, {"\0\1\x6D\xA0", 4}, "none"},
         {65, "\6", "none"},  // a name that is not there
     };
-    for (const auto &c : cases) {
+    for (const auto &[at, bytes, clock] : cases) {
         std::string file = kFile;
-        EXPECT_EQ(clock_at(file.replace(c.at, c.bytes.size(), c.bytes), kMay), c.clock) << c.at;
+        EXPECT_EQ(clock_at(file.replace(at, bytes.size(), bytes), kMay), clock) << at;
     }
-}
-
-// One of the database, cut anywhere, and with any byte turned over.
-TEST(ZoneFiles, AreReadWithinTheirBounds) {
-    std::ifstream stream("/usr/share/zoneinfo/Australia/Lord_Howe", std::ios::binary);
-    const std::string good(std::istreambuf_iterator<char>(stream), {});
-    ASSERT_NE(clock_at(good, 0), "none");
-    const std::size_t footer = good.rfind('\n', good.size() - 2);
-    for (std::size_t at = 0; at < good.size(); ++at) {
-        EXPECT_EQ(clock_at(good.substr(0, at), 0) == "none", at < footer) << at;
-        std::string bytes = good;
-        bytes[at] = static_cast<char>(bytes[at] ^ 0xFF);
-        clock_at(bytes, 1700000000);
+    for (std::size_t size = 0; size < kFile.size(); ++size) {
+        EXPECT_EQ(clock_at(kFile.substr(0, size), kMay), "none") << size;
     }
 }
 
@@ -76,11 +61,9 @@ TEST(ZoneFiles, TellTheChangesThatHoldInAYearOfMany) {
     std::ifstream stream("/usr/share/zoneinfo/Africa/Casablanca", std::ios::binary);
     const auto zone =
         platform::read_zone_file(std::string(std::istreambuf_iterator<char>(stream), {}));
-    ASSERT_NE(zone, nullptr);
     constexpr std::int64_t kMarch = 1427594400, kJune = 1434247200, kJuly = 1437271200;
-    for (const auto &[time, daylight] :
-         {std::pair(kJune + 86400, kMarch), {kJuly + 86400, kJuly}}) {
-        const platform::ZoneYear year = platform::year_of_zone(*zone, time);
+    for (const auto &[change, daylight] : {std::pair(kJune, kMarch), {kJuly, kJuly}}) {
+        const platform::ZoneYear year = platform::year_of_zone(*zone, change + 86400);
         EXPECT_EQ(year.daylightBegins, daylight);
         EXPECT_EQ(year.standardBegins, kJune);
     }

@@ -15,6 +15,7 @@
 #include <string>
 #include <string_view>
 #include <thread>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -103,9 +104,9 @@ TEST(ZoneChange, IsMadeByPutenv) {
 
 TEST(ZoneChange, IsNoticedInTheSystem) {
     unsetenv("TZ");
-    using Case = std::pair<const char *, const char *>;
-    for (const auto &[file, clock] :
-         {Case("/nowhere", "12:0"), Case("/usr/share/zoneinfo/Asia/Kolkata", "17:30")}) {
+    const std::pair<const char *, const char *> systems[] = {
+        {"/nowhere", "12:0"}, {"/usr/share/zoneinfo/Asia/Kolkata", "17:30"}};
+    for (const auto &[file, clock] : systems) {
         g_system = file;
         for (int i = 0; i < 1000 && noon() != clock; ++i) {  // some hundredths of a second
             std::this_thread::sleep_for(std::chrono::milliseconds(10));
@@ -127,12 +128,7 @@ TEST(ZoneChange, ComesWithTheDate) {
     constexpr std::int64_t kJune = 1527811200;  // 2018-06-01
     constexpr char kBrazil[] = "America/Sao_Paulo";
     constexpr char kNone[] = " 0 0-0-0/0 0:00:00";
-    const struct {
-        const char *zone;
-        std::int64_t now;
-        DWORD kind;  // TIME_ZONE_ID_*
-        std::string standard, daylight;
-    } cases[] = {
+    const std::tuple<const char *, std::int64_t, DWORD, std::string, std::string> cases[] = {
         {"<+1030>-10:30<+11>-11,M10.1.0,M4.1.0/1:59:30", kJune, 1, "+1030 -630 0-4-1/0 1:59:30",
          "+11 -30 0-10-1/0 2:00:00"},
         {"ABCDEFGHIJKLMNOPQRSTUVWXYZABCDEFGHIJKLMN-5:45:59", kJune, 0,
@@ -144,14 +140,14 @@ TEST(ZoneChange, ComesWithTheDate) {
         {kBrazil, 1550368799, 2, "-03 180 2019-2-17/0 0:00:00", "-02 -60 2019-1-1/2 0:00:00"},
         {kBrazil, 1577847600, 0, "-03 180 0-0-0/0 0:00:00", kNone},
     };
-    for (const auto &c : cases) {
-        setenv("TZ", c.zone, 1);
-        g_now = c.now;
+    for (const auto &[name, now, kind, standard, daylight] : cases) {
+        setenv("TZ", name, 1);
+        g_now = now;
         TIME_ZONE_INFORMATION zone;
-        EXPECT_EQ(GetTimeZoneInformation(&zone), c.kind) << c.zone << c.now;
-        EXPECT_EQ(text(zone.StandardName, zone.Bias, zone.StandardDate), c.standard) << c.now;
-        EXPECT_EQ(text(zone.DaylightName, zone.DaylightBias, zone.DaylightDate), c.daylight);
-        EXPECT_TRUE(_daylight == (c.kind != 0) && _timezone / 60 == zone.Bias) << c.now;
+        EXPECT_EQ(GetTimeZoneInformation(&zone), kind) << name << now;
+        EXPECT_EQ(text(zone.StandardName, zone.Bias, zone.StandardDate), standard) << now;
+        EXPECT_EQ(text(zone.DaylightName, zone.DaylightBias, zone.DaylightDate), daylight);
+        EXPECT_TRUE(_daylight == (kind != 0) && _timezone / 60 == zone.Bias) << now;
     }
     g_now = 0;
     unsetenv("TZ");

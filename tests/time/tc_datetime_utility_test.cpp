@@ -37,13 +37,12 @@ bool raises(const std::function<void()> &call) {
 }
 
 TEST(Time, KeepsTheFieldsThatItIsGiven) {
-    const std::tm fields = CTime(2019, 6, 4, 8, 11, 57);
     const std::pair<CTime, const char *> cases[] = {
         {CTime(), "1900-1-0 0:0:0 w0 d0 +0"},
-        {fields, "2019-6-4 8:11:57 w0 d0 -1"},
+        {CTime(2019, 6, 4, 8, 11, 57), "2019-6-4 8:11:57 w0 d0 -1"},
         {CTime(99, 0, 45, 99, -1, 61), "1999-1-45 99:-1:61 w0 d0 -1"},
         {CTime(1899, 13, 1, 0, 0, 0), "3799-13-1 0:0:0 w0 d0 -1"},
-        {CTime(1900, -1, 1, 0, 0, 0), "1900-0-1 0:0:0 w0 d0 -1"},
+        {CTime(1900, INT_MIN, 1, 0, 0, 0), "1900--2147483647-1 0:0:0 w0 d0 -1"},
         {CTime(8, 30, 0), "1900-1-0 8:30:0 w0 d0 -1"},
         {CTime(FILETIME{}), "3501-1-1 0:0:0 w1 d0 -1"},
         {CTime(std::bit_cast<FILETIME>(132041095171230000)), "2019-6-4 8:11:57 w2 d0 -1"},
@@ -53,26 +52,24 @@ TEST(Time, KeepsTheFieldsThatItIsGiven) {
     }
     EXPECT_EQ(CTime(FILETIME{}).GetDayOfWeek(), 2);
     EXPECT_THROW(CTime(std::bit_cast<FILETIME>(1ULL << 63)), OS::CSystemException);
-    const CTime time(fields);
+    const CTime time(2019, 6, 4, 8, 11, 57);
     std::tm copy = {};
     EXPECT_EQ(time.GetLocalTm(&copy), time.GetLocalTm(nullptr));
     EXPECT_EQ(shown(copy), shown(time));
 }
 
 TEST(Time, ReadsTexts) {
-    const std::string nothing = "1900-1-0 0:0:0 w0 d0 -1";
-    const std::tuple<const WCHAR *, int, std::string> cases[] = {
+    const std::tuple<const WCHAR *, int, const char *> cases[] = {
         {TEXT("06/04/2019 08:11"), 0, "2019-6-4 8:11:0 w0 d0 -1"},
         {TEXT(" 6/ 4/2019    8:11:57"), 0, "2019-6-4 8:11:0 w0 d0 -1"},
         {TEXT("6/4/99"), 0, "1999-6-4 0:0:0 w0 d0 -1"},
         {TEXT("2019-06-04 08:11:57"), 1, "2019-6-4 8:11:0 w0 d0 -1"},
         {TEXT("06/04/2019 08:11:57"), 2, "2019-6-4 8:11:57 w0 d0 -1"},
         {TEXT("2019-06-0408:11:57"), 3, "2019-6-4 8:11:57 w0 d0 -1"},
-        {TEXT("2019-6-4 08:11:57"), 3, "2019-6-0 0:0:0 w0 d0 -1"},
         {TEXT("6/4/2019 08:11:57"), 2, "1900-6-0 0:0:0 w0 d0 -1"},
         {TEXT("20x9-1\u00E4-zz +5:-7:\xD800"), 3, "1920-1-0 5:-7:0 w0 d0 -1"},
-        {TEXT("2019-06-04 08:11:57"), 7, nothing},
-        {TEXT(""), 3, nothing},
+        {TEXT("2019-06-04 08:11:57"), 7, "1900-1-0 0:0:0 w0 d0 -1"},
+        {TEXT(""), 3, "1900-1-0 0:0:0 w0 d0 -1"},
     };
     for (const auto &[text, spec, expected] : cases) {
         EXPECT_EQ(shown(CTime(text, static_cast<CTime::DATETIME_SPEC>(spec))), expected);
@@ -81,17 +78,15 @@ TEST(Time, ReadsTexts) {
 
 TEST(Time, ComparesWhatTheFieldsStandFor) {
     const ZoneScope zone("UTC");
-    const CTime day32(2019, 1, 32, 0, 0, 0);
-    const CTime first(2019, 1, 32, 0, 0, 0);
+    const CTime day32(2019, 1, 32, 0, 0, 0), first(2019, 1, 32, 0, 0, 0),
+        later(2019, 2, 1, 0, 0, 1);
     EXPECT_TRUE(day32 == first);
     EXPECT_EQ(shown(day32), "2019-1-32 0:0:0 w0 d0 -1");  // the left side of == is not rewritten
     EXPECT_EQ(shown(first), "2019-2-1 0:0:0 w5 d31 +0");
     EXPECT_FALSE(day32 != first);
     EXPECT_EQ(shown(day32), shown(first));
-    const CTime later(2019, 2, 1, 0, 0, 1);
     EXPECT_TRUE(first < later && later > first && first <= later && later >= first);
     EXPECT_FALSE(later < first || first > later || later <= first || first >= later);
-    EXPECT_EQ(shown(later), "2019-2-1 0:0:1 w5 d31 +0");
     EXPECT_TRUE(CTime() == CTime(1900, 1, 1, 0, 0, 0) && CTime(1960, 5, 5, 0, 0, 0) == CTime());
     EXPECT_TRUE(CTime(2019, 1, 1, 8, 11, 5).compareToMinute(CTime(2019, 1, 1, 8, 11, 57)));
     EXPECT_FALSE(CTime(2019, 1, 1, 25, 0, 0).compareToMinute(CTime(2019, 1, 2, 1, 0, 0)));
@@ -113,38 +108,31 @@ TEST(Time, AddsAndSubtracts) {
     // The sum is read as standard time: an hour later on the clock where daylight time applies.
     const ZoneScope zone("Europe/Berlin");
     EXPECT_EQ(shown(CTime(2019, 1, 31, 22, 59, 59) + CTime(1, 0, 1)), "2019-2-1 0:0:0 w5 d31 +0");
-    EXPECT_EQ(shown(CTime(2019, 6, 4, 8, 0, 0) + CTime(0, 1, 1, 1, 0, 0)),
-              "2019-6-5 10:0:0 w3 d155 +1");
+    EXPECT_EQ(shown(CTime(2019, 6, 4, 8, 0, 0) + CTime(1, 0, 0)), "2019-6-4 10:0:0 w2 d154 +1");
     // Fields whose sum has no place in 32 bits.
     EXPECT_EQ(shown(CTime(1970, 1, 1, 0, 0, INT_MAX) + CTime(0, 0, INT_MAX)),
               "2106-2-7 6:28:14 w0 d37 +0");
 }
 
 TEST(Time, ChangesZones) {
-    const struct {
-        const char *zone;
-        CTime utc;
-        const char *local;
-    } cases[] = {
+    const std::tuple<const char *, CTime, const char *> cases[] = {
         {"Europe/Berlin", CTime(2019, 6, 4, 8, 0, 0), "2019-6-4 10:0:0 w2 d154 +1"},
         {"Europe/Berlin", CTime(2019, 12, 31, 23, 0, 0), "2020-1-1 0:0:0 w3 d0 +0"},
-        {"Europe/Dublin", CTime(2019, 6, 4, 8, 0, 0), "2019-6-4 9:0:0 w2 d154 +1"},
         {"America/New_York", CTime(2019, 3, 10, 7, 0, 0), "2019-3-10 3:0:0 w0 d68 +1"},
         {"Asia/Kolkata", CTime(2019, 6, 4, 20, 0, 0), "2019-6-5 1:30:0 w3 d155 +0"},
         {"Asia/Tokyo", CTime(3000, 12, 31, 14, 59, 59), "3000-12-31 23:59:59 w3 d364 +0"},
     };
-    for (const auto &c : cases) {
-        const ZoneScope zone(c.zone);
-        CTime local = c.utc;
-        EXPECT_EQ(shown(local.ToLocalTime()), c.local) << c.zone;
-        EXPECT_TRUE(local.ToGMTime().compareToMinute(c.utc)) << c.zone << shown(local);
+    for (const auto &[name, utc, expected] : cases) {
+        const ZoneScope zone(name);
+        CTime local = utc;
+        EXPECT_EQ(shown(local.ToLocalTime()), expected) << name;
+        EXPECT_TRUE(local.ToGMTime().compareToMinute(utc)) << name << shown(local);
     }
     const ZoneScope zone("Europe/Berlin");
     const CTime winter(2019, 1, 1, 12, 0, 0);
     EXPECT_EQ(shown(winter.ConvertTimeZoneTime(0, -90)), "2019-1-1 13:30:0 w2 d0 +0");
     EXPECT_EQ(shown(winter.ConvertTimeZoneTime(-90, 0)), "2019-1-1 10:30:0 w2 d0 +0");
     EXPECT_EQ(shown(winter.ConvertTimeZoneTime(INT_MIN, INT_MAX)), "1900-1-1 0:0:0 w0 d0 -1");
-    EXPECT_EQ(shown(CTime().ConvertTimeZoneTime(5, 9)), shown(CTime()));
     EXPECT_EQ(shown(CTime(3001, 1, 1, 0, 30, 0).ToLocalTime()), "1900-1-1 0:0:0 w0 d0 -1");
     EXPECT_TRUE(raises([] { CTime(1969, 12, 31, 0, 0, 0).ToGMTime(); }));
 }
@@ -160,8 +148,7 @@ TEST(Time, ComesFromTheClockAndFromCounts) {
     const std::int64_t now = std::time(nullptr);
     EXPECT_LE(CTime::GetCurTime().GetTime() - now, 60);
     EXPECT_LE(CTime::GetTickCount().GetTime() - now, 60);
-    const CTime utc = CTime::GetCurGMTime();
-    EXPECT_LE(utc.DiffTime(CTime(now - 9 * 3600)), 60.0);
+    EXPECT_LE(CTime::GetCurGMTime().DiffTime(CTime(now - 9 * 3600)), 60.0);
 }
 
 TEST(Time, KnowsTheLastDayOfAMonth) {
@@ -172,7 +159,6 @@ TEST(Time, KnowsTheLastDayOfAMonth) {
         EXPECT_EQ(CTime::GetLastDayOfMonth(year, month), days) << year << ' ' << month;
     }
     EXPECT_TRUE(CTime(2019, 2, 28, 7, 0, 0).IsLastDayOfMonth());
-    EXPECT_FALSE(CTime(2019, 2, 27, 7, 0, 0).IsLastDayOfMonth());
     EXPECT_TRUE(raises([] { CTime::GetLastDayOfMonth(1900, 2); }));
     EXPECT_EQ((ZoneScope("Antarctica/Troll"), CTime::GetLastDayOfMonth(2019, 1)), 31);
     const ZoneScope west("America/New_York");
@@ -199,61 +185,22 @@ TEST(Time, Prints) {
     EXPECT_EQ(CTime(2019, 13, 1, 25, 0, 0).GetLocaleDateTimeString(), TEXT(" "));
 }
 
-// Every field at its ends, through every operation: nothing overflows (the sanitizers watch), and
-// nothing but the exceptions that are told is raised.
-TEST(Time, TakesAnyField) {
-    const ZoneScope zone("Australia/Lord_Howe");
-    using Field = int std::tm::*;
-    const Field all[] = {&std::tm::tm_sec,  &std::tm::tm_min,  &std::tm::tm_hour,
-                         &std::tm::tm_mday, &std::tm::tm_mon,  &std::tm::tm_year,
-                         &std::tm::tm_wday, &std::tm::tm_yday, &std::tm::tm_isdst};
-    const CTime other(2000, 1, 1, 0, 0, 0);
-    FILETIME count;
-    const std::function<void(const CTime &)> calls[] = {
-        [](auto &given) { (void)(given + given); },
-        [&](auto &given) { (void)((given - other) + (other - given)); },
-        [](auto &given) { (void)(CTime(given) + CTimeSpan(INT64_MIN)); },
-        [&](auto &given) { (void)(CTime(given) == other); },
-        [](auto &given) { CTime(given).ToGMTime(); },
-        [](auto &given) { CTime(given).ToLocalTime(); },
-        [](auto &given) { (void)given.IsLastDayOfMonth(); },
-        [&](auto &given) { given.GetTimeStruct(count); },
-    };
-    for (const Field field : all) {
-        for (const int value : {INT_MIN, -1, INT_MAX}) {
-            std::tm fields = CTime(2019, 6, 4, 8, 11, 57);
-            fields.*field = value;
-            const CTime given(fields);
-            for (const auto &call : calls) {
-                try {
-                    call(given);
-                } catch (const CTimeException &) {
-                } catch (const OS::CSystemException &) {
-                }
-            }
-            (void)shown(given);
-            (void)given.GetDBTimeString();
-            (void)given.GetDayOfWeek();
-            (void)given.GetTimeString(TEXT("%c %G %V %#x %j"));
-            (void)given.GetLocaleDateTimeString();
-        }
-    }
+std::string parts(const CTimeSpan &span) {
+    OS::x_astring text;
+    text.Format("%i %i %i %i of %i %i %i", span.GetDays(), span.GetHours(), span.GetMinutes(),
+                span.GetSeconds(), span.GetTotalHours(), span.GetTotalMinutes(),
+                span.GetTotalSeconds());
+    return text.c_str();
 }
 
 TEST(TimeSpan, DividesTowardZeroInThirtyTwoBits) {
     const CTimeSpan span(1, 2, 3, 4);
-    EXPECT_EQ(span.GetTotalSeconds(), 93784);
-    EXPECT_EQ((std::tuple{span.GetDays(), span.GetHours(), span.GetMinutes(), span.GetSeconds(),
-                          span.GetTotalHours(), span.GetTotalMinutes()}),
-              (std::tuple{1, 2, 3, 4, 26, 1563}));
+    EXPECT_EQ(parts(span), "1 2 3 4 of 26 1563 93784");
     const CTimeSpan negative(-90);
-    EXPECT_EQ((std::tuple{negative.GetDays(), negative.GetMinutes(), negative.GetSeconds()}),
-              (std::tuple{0, -1, -30}));
-    const CTimeSpan large(std::int64_t{1} << 40);
-    EXPECT_EQ((std::tuple{large.GetDays(), large.GetTotalSeconds(), large.GetSeconds()}),
-              (std::tuple{12725829, 0, 16}));
-    EXPECT_EQ(CTimeSpan(30000, 0, 0, 0).GetTotalSeconds(), -1702967296);  // in 32 bits
-    EXPECT_EQ(CTimeSpan(30000, 0, 0, 0).GetDays(), -19710);
+    EXPECT_EQ(parts(negative), "0 0 -1 -30 of 0 -1 -90");
+    EXPECT_EQ(parts(std::int64_t{1} << 40), "12725829 0 36 16 of 305419896 1145324612 0");
+    EXPECT_EQ(parts(CTimeSpan(30000, 0, 0, 0)),
+              "-19710 -6 -28 -16 of -473046 -28382788 -1702967296");
     CTimeSpan sum = span + negative;
     EXPECT_TRUE((sum += CTimeSpan(90)) == span && (sum -= span) == CTimeSpan());
     EXPECT_TRUE(negative < sum && sum > negative && span != sum && span >= sum && sum <= span);
