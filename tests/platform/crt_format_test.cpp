@@ -1,7 +1,4 @@
-// The conversions of the formatted output: against the host's where the two agree, against texts
-// where the platform has its own, and what a buffer of any size holds.
-
-#include "ostrel/platform/printf.h"
+// Formatted output in a buffer of any size, and reading by a format.
 
 #include <gtest/gtest.h>
 
@@ -9,10 +6,12 @@
 #include <cerrno>
 #include <cmath>
 #include <cstdarg>
-#include <cstdio>
 #include <memory>
-#include <random>
 #include <string>
+#include <tuple>
+
+#include "ostrel/platform/printf.h"
+#include "ostrel/platform/scanf.h"
 
 namespace {
 
@@ -68,41 +67,20 @@ void expect_both(const std::string &expected, const std::string &format, Values.
     EXPECT_EQ(printed(wide(format).c_str(), values...), wide(expected)) << format;
 }
 
-TEST(Printf, NumbersAreThoseOfTheHost) {
-    std::mt19937_64 random(1);
-    const auto pick = [&random](const std::string &list) {
-        const std::size_t begin = list.rfind(',', random() % list.size()) + 1;
-        return list.substr(begin, list.find(',', begin) - begin);
-    };
-    const char *const kDoubles =
-        "0,1,.5,1.5,2.5,.125,.375,9.5,99.5,.999999,.9999995,1e15,1e16,1e21,1e22,123456,1234567,"
-        "1e-4,1e-5,9.9999e-5,0x1p-12,0x1.cp-13,0x1p52,4503599627370495.5,0x1.fffffffffffffp1023,"
-        "1e308,0x1p-1022,0x1p-1074,0x1.fffffffffffffp-1023,0x1.08p0,0x1.fffp3,5e-7,inf";
-    for (int round = 0; round < 100'000 && !HasFailure(); ++round) {
-        const std::string options = pick("-,,,+, ,0,#,-0,+ ,+0,-#,#0, 0,-+#0") + pick("1,,14,40") +
-                                    pick(".,,.0,.1,.2,.5,.6,.17,.18,.30,.767,.1100");
-        const std::string conversion =
-            pick("d,i,u,o,x,X,hd,hx,hhi,lld,llu,jo,zx,tX,f,e,g,a,F,E,G,A,f,e,g,a");
-        const std::string format = '<' + ('%' + options) + conversion + '>';
-        const auto check = [&format](auto value) {
-            char expected[4000];
-            std::snprintf(expected, sizeof expected, format.c_str(), value);
-            expect_both(expected, format, value);
-        };
-        const std::uint64_t bits = random() >> round % 64;
-        // The host's %a has no fixed number of digits by default, and its %#g loses a zero where
-        // rounding makes the number longer (99.5 with two digits).
-        const int letter = conversion[0] | 0x20;
-        if (letter < 'a' || letter > 'g' || letter == 'd') {
-            conversion.size() > 1 && letter != 'h' ? check(bits) : check(static_cast<int>(bits));
-        } else if (letter == 'a' ? options.find('.') != options.npos
-                                 : letter != 'g' || options.find('#') == options.npos) {
-            const double special = std::strtod(pick(kDoubles).c_str(), nullptr);
-            const double values[] = {special, static_cast<double>(bits) / 1024,
-                                     std::bit_cast<double>(random() & ~(1ULL << 62))};
-            check(std::copysign(values[round % 3], round % 2 == 0 ? 1.0 : -1.0));
-        }
-    }
+TEST(Printf, NumbersOfC) {
+    constexpr std::int64_t kOnes = -1;
+    expect_both("-7|+7| 7|7   |-007", "%d|%+i|% d|%-04d|%04d", -7, 7, 7, 7, -7);
+    expect_both(" -07|0007|", "%4.2d|%-04.4d|%.0d", -7, 7, 0);
+    expect_both("0 017 0017 0x1f 0X1F 0", "%#o %#o %#.4o %#x %#X %#x", 0, 15, 15, 31, 31, 0);
+    expect_both("-32768 65535 -1 255", "%hd %hu %hhi %hhu", 32768, -1, 255, -1);
+    expect_both("-1 18446744073709551615 FFFFFFFFFFFFFFFF", "%lld %ju %tX", kOnes, kOnes, kOnes);
+    expect_both("0.2 0.3 2 3. 0.12", "%.1f %.1f %.0f %#.0f %.2f", .25, .35, 2.5, 3.0, .125);
+    expect_both("-99.50 1.000000 0.00009155273437500", "%.2f %f %.17f", -99.5, .9999995, 0x1.8p-14);
+    expect_both("10000000000000000000000.0 0.000", "%.1f %.3f", 1e22, 0x1p-1074);
+    expect_both("1.6e+00 -1E-05 3.e+00 1e+300", "%.1e %.0E %#.0e %.0e", 1.55, -1e-5, 3., 1e300);
+    expect_both("0.0001 1e-05 100000 1E+06", "%g %g %g %G", 1e-4, 1e-5, 1e5, 999999.5);
+    expect_both("0x1.0p+0 0x1.2p+0 -0X2.00P+3", "%.1a %.1a %.2A", 0x1.08p0, 0x1.18p0, -0x1.fffp3);
+    expect_both("  inf|-INF|-0001.5|1.5 |", "%05f|%F|%07.1f|%-4g|", HUGE_VAL, -HUGE_VAL, -1.5, 1.5);
 }
 
 TEST(Printf, ConversionsInThePlatformsOwnWay) {
@@ -164,6 +142,50 @@ TEST(Printf, BuffersAndFaults) {
     expect_both(run + run, run + "%hs", run.c_str());
     EXPECT_EQ(print<char>(nullptr, 0, "ab%2147483645d", 1), std::pair(-1, 2147483647));
     EXPECT_EQ(printed(static_cast<const char *>(nullptr))[2], EINVAL);
+}
+
+// The result and what three conversions leave behind, either numbers or words, as one text.
+std::u16string outcome(const WCHAR *text, const std::u16string &format) {
+    int numbers[3] = {-7, -7, -7};
+    WCHAR words[3][64] = {u"#", u"#", u"#"};
+    const bool reads_words = format.find(u's') != format.npos;
+    const int result = reads_words
+                           ? swscanf(text, format.c_str(), words[0], words[1], words[2])
+                           : swscanf(text, format.c_str(), &numbers[0], &numbers[1], &numbers[2]);
+    std::u16string told = wide(std::to_string(result));
+    for (int i = 0; i < 3; ++i) {
+        told += u'|' + (reads_words ? words[i] : wide(std::to_string(numbers[i])));
+    }
+    return told;
+}
+
+TEST(Scanf, ReadsByAFormat) {
+    const std::tuple<const WCHAR *, const WCHAR *, const WCHAR *> cases[] = {
+        {u"-12 +345", u"%2d%d%2d", u"3|-1|2|3"},  // a sign is one of the characters
+        {u"1 % 2%3", u"%d%%%d %%%d", u"3|1|2|3"},
+        {u"1", u"%d/%d", u"1|1|-7|-7"},
+        {u"", u"%d", u"-1|-7|-7|-7"},
+        {u"-1", u"%1d", u"0|-7|-7|-7"},
+        {u"2147483647 -2147483648 2147483648", u"%d%d%d", u"3|2147483647|-2147483648|2147483647"},
+        {u"-2147483649 99999999999999999999 -99999999999999999999", u"%d%d%d",
+         u"3|-2147483648|2147483647|-2147483648"},
+        {u"\u30001\u00A0\u2028-2\u00853", u"%d%d%d", u"3|1|-2|3"},  // white space beyond ASCII
+        {u"1\u3000/\u30002", u"%d /\u2003%d", u"2|1|2|-7"},
+        {u"\uFF11", u"%d", u"0|-7|-7|-7"},  // a digit, but not of ASCII
+        {u"1 2", u"%d%u", u"1|1|-7|-7"},
+        {u"123", u"%02d%18446744073709551617d", u"2|12|3|-7"},
+        // Half a character is one of those that are counted.
+        {u"\xD83D\xDE00\xDE00\xD83Dz", u"%1s%2s%4s", u"3|\xD83D|\xDE00\xDE00|\xD83Dz"},
+        {u"a\u3000\uFEFFb\u00A0c", u"%s%s%s", u"3|a|\uFEFFb|c"},
+        {u"\u2003", u"%2s", u"-1|#|#|#"},
+    };
+    for (const auto &[text, format, expected] : cases) {
+        EXPECT_EQ(outcome(text, format), expected);
+    }
+    errno = 0;
+    EXPECT_EQ(swscanf(nullptr, u"%d"), -1);
+    EXPECT_EQ(swscanf(u"1", nullptr), -1);
+    EXPECT_EQ(errno, EINVAL);
 }
 
 }  // namespace
