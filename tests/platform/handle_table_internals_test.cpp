@@ -2,9 +2,10 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
+#include <memory>
 #include <set>
 #include <thread>
+#include <vector>
 
 #include "ostrel/platform/handle.h"
 
@@ -12,41 +13,36 @@ namespace {
 
 using Kind = platform::HandleKind;
 
-std::atomic<int> g_alive = 0;
-
-struct Counted : platform::HandleObject {
-    Counted() { ++g_alive; }
-    ~Counted() override { --g_alive; }
-};
-
 platform::HandleTable &table = platform::HandleTable::Instance();
 
 TEST(HandleTable, TellsClosedAndForeignHandlesApart) {
-    const std::uintptr_t first = table.Open(Kind::kObject, std::make_shared<Counted>());
+    const auto object = std::make_shared<platform::HandleObject>();
+    const std::uintptr_t first = table.Open(Kind::kObject, object);
     EXPECT_EQ(table.Find(Kind::kFind, first), nullptr);
     EXPECT_FALSE(table.Close(Kind::kService, first));
     EXPECT_EQ(table.Find(Kind::kObject, first + 1), nullptr);
     // A call at work on the object keeps it.
     const std::shared_ptr<platform::HandleObject> working = table.Find(Kind::kObject, first);
     EXPECT_TRUE(CloseHandle(reinterpret_cast<HANDLE>(first)));
-    EXPECT_EQ(g_alive, 1);
+    EXPECT_EQ(object.use_count(), 2);
     // The place is used again, the handle is not.
     std::set<std::uintptr_t> seen{0, first};
     for (int i = 0; i < 100; ++i) {
-        const std::uintptr_t next = table.Open(Kind::kObject, std::make_shared<Counted>());
+        const std::uintptr_t next = table.Open(Kind::kObject, object);
         EXPECT_TRUE(seen.insert(next).second);
         EXPECT_FALSE(table.Close(Kind::kObject, first));
         EXPECT_TRUE(table.Close(Kind::kObject, next));
     }
-    EXPECT_EQ(g_alive, 1);
+    EXPECT_EQ(object.use_count(), 2);
 }
 
 TEST(HandleTable, ServesManyThreads) {
+    const auto object = std::make_shared<platform::HandleObject>();
     std::vector<std::jthread> threads;
     for (int i = 0; i < 4; ++i) {
-        threads.emplace_back([] {
+        threads.emplace_back([&object] {
             for (int round = 0; round < 1000; ++round) {
-                const std::uintptr_t handle = table.Open(Kind::kFind, std::make_shared<Counted>());
+                const std::uintptr_t handle = table.Open(Kind::kFind, object);
                 ASSERT_NE(table.Find(Kind::kFind, handle), nullptr);
                 ASSERT_TRUE(table.Close(Kind::kFind, handle));
                 ASSERT_FALSE(table.Close(Kind::kFind, handle));
@@ -54,7 +50,7 @@ TEST(HandleTable, ServesManyThreads) {
         });
     }
     threads.clear();
-    EXPECT_EQ(g_alive, 0);
+    EXPECT_EQ(object.use_count(), 1);
 }
 
 }  // namespace
