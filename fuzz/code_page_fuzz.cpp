@@ -1,9 +1,10 @@
 // Converts any bytes to UTF-16 and any UTF-16 to bytes, in UTF-8 and other code pages, with every
-// way to size the buffer. In UTF-8 the text is that which ICU gives. Input: a byte for the code
-// page, one for the room, then the text.
+// way to size the buffer, and in pieces. In UTF-8 the text is that which ICU gives. Input: a byte
+// for the code page, one for the room, then the text.
 
 #include <unicode/ucnv.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -11,6 +12,7 @@
 #include <memory>
 #include <string>
 
+#include "ostrel/platform/charset.h"
 #include "ostrel/platform/codepage.h"
 
 namespace {
@@ -54,6 +56,20 @@ std::string to_narrow(unsigned page, const std::u16string &text, int less) {
     return {bytes.get(), static_cast<std::size_t>(needed)};
 }
 
+// Decodes some bytes at a time, however that cuts the characters.
+std::u16string in_pieces(unsigned page, const std::string &bytes, std::size_t most) {
+    platform::StreamDecoder decoder(page);
+    std::u16string text;
+    for (std::size_t at = 0; at < bytes.size(); at += most) {
+        const std::size_t count = std::min(most, bytes.size() - at);
+        const bool last = at + count == bytes.size();
+        std::u16string piece(platform::StreamDecoder::Capacity(count), u'\0');
+        piece.resize(decoder.Decode(&bytes[at], count, last, piece.data()));
+        text += piece;
+    }
+    return text;
+}
+
 std::u16string icu_wide(const std::string &bytes) {
     UErrorCode status = U_ZERO_ERROR;
     static UConverter *const converter = ucnv_open("UTF-8", &status);
@@ -76,6 +92,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     const int less = data[1];
     const std::string bytes(reinterpret_cast<const char *>(data) + 2, size - 2);
     const std::u16string text = to_wide(page, bytes, less);
+    check(in_pieces(page, bytes, 1 + data[1] % 9u) == text);
     if (page == 65001) {
         check(text == icu_wide(bytes));
         // What has been decoded once is sound. Repeated, it fills whole blocks.

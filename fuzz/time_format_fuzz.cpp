@@ -99,7 +99,8 @@ void write_as_host(Input &input) {
     time.tm_hour = in(0, 23);
     time.tm_mday = in(1, 31);
     time.tm_mon = in(0, 11);
-    time.tm_year = in(1001 - 1900, 8099);  // the host writes the years before shorter
+    // Years that the host writes with four digits, but not the last: the next has five.
+    time.tm_year = in(1001 - 1900, 8098);
     time.tm_wday = in(0, 6);
     time.tm_yday = in(0, 365);
     std::string format, host;
@@ -111,10 +112,15 @@ void write_as_host(Input &input) {
     }
     char expected[400];
     const std::size_t length = std::strftime(expected, sizeof expected, host.c_str(), &time);
-    WCHAR text[400];
-    require(wcsftime(text, std::size(text), std::u16string(format.begin(), format.end()).c_str(),
-                     &time) == length);
-    require(std::equal(expected, expected + length, text));
+    const std::u16string wide(format.begin(), format.end());
+    for (const std::size_t room : {length + 1, 1 + input.Take<std::uint8_t>() % length}) {
+        const auto text = std::make_unique<WCHAR[]>(room);  // its bounds are watched
+        const bool fits = room > length;
+        errno = 0;
+        require(wcsftime(text.get(), room, wide.c_str(), &time) == (fits ? length : 0));
+        require(errno == (fits ? 0 : ERANGE));
+        require(fits ? std::equal(expected, expected + length, text.get()) : text[0] == 0);
+    }
 }
 
 // Up to three conversions, of numbers or of words, between white space and other characters.
