@@ -98,8 +98,9 @@ void check_fields(const std::tm &given) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
     static constexpr struct {
         const char *name;
-        bool turned;  // the database says daylight time the other way round
-        bool steady;  // its rule holds for some years
+        bool turned;           // the database says daylight time the other way round
+        bool steady;           // its rule holds for some years
+        bool compared = true;  // the host errs where the new year of UTC lies between changes
     } kZones[] = {
         {"UTC", false, true},
         {"America/New_York", false, true},
@@ -123,7 +124,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         {"America/Argentina/San_Luis", false, false},
         {"<+1030>-10:30<+11>-11,M10.1.0,M4.1.0", false, true},
         {"EST5EDT,M3.2.0,M11.1.0", false, true},
-        {"AAA11BBB,M12.5.0/23,M1.2.4/0", false, true},
+        {"AAA11BBB,M12.5.0/23,M1.2.4/0", false, true, false},
         {"AAA0BBB,59,J300/1:2:3", false, false},
         {"AAA0BBB,J60,299", false, false},
     };
@@ -140,8 +141,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     Input input;
     std::memcpy(&input, data + 1, sizeof input);
 
-    check_local(static_cast<std::int64_t>(input.number % (kLast + 1)), zone.turned);
-    check_local(static_cast<std::int64_t>(input.number % (70 * 365 * 86400ULL)), zone.turned);
+    if (zone.compared) {
+        check_local(static_cast<std::int64_t>(input.number % (kLast + 1)), zone.turned);
+        check_local(static_cast<std::int64_t>(input.number % (70 * 365 * 86400ULL)), zone.turned);
+    }
     constexpr std::uint64_t kEnd = 9'223'149'888'000'000'000;  // of the year 30827
     check_system_time(input.number % kEnd);
     constexpr std::uint64_t kIn2021 = 132'800'000'000'000'000;
