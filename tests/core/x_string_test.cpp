@@ -2,10 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <numeric>
-#include <set>
 #include <sstream>
-#include <stdexcept>
 
 #include "support/text.h"
 
@@ -15,8 +12,6 @@ using namespace std::literals;
 
 namespace {
 
-static_assert(sizeof(x_wstring) == sizeof(std::u16string) && !std::is_polymorphic_v<x_wstring>);
-static_assert(std::is_same_v<decltype("a" + x_astring() + 'c' + std::string()), x_astring>);
 // Text of the other width does not slip in.
 static_assert(!std::is_constructible_v<x_wstring, const char *>);
 static_assert(!std::is_convertible_v<x_astring, x_wstring>);
@@ -35,17 +30,13 @@ TYPED_TEST_SUITE(XString, Twins);
 TYPED_TEST(XString, TakesNullForEmptyText) {
     const typename TestFixture::Char *const null = nullptr;
     TypeParam text = this->T("abc");
+    EXPECT_EQ(null + text + null, text);
+    EXPECT_EQ(text += null, this->T("abc"));
     text = null;
     EXPECT_TRUE(text.IsEmpty() && TypeParam(null).IsEmpty() && text.c_str()[0] == 0);
     // Null is no text: it equals nothing, the empty string neither.
-    EXPECT_FALSE(text == null || null == text || text == nullptr);
-    EXPECT_TRUE(text != null && null != text);
+    EXPECT_TRUE(text != null && null != text && !(text == null || null == text || text == nullptr));
     EXPECT_EQ(text.CompareNoCase(null), -1);
-
-    text = this->T("abc");
-    EXPECT_EQ(text + null, text);
-    EXPECT_EQ(null + text, text);
-    EXPECT_EQ(text += null, this->T("abc"));
 }
 
 TYPED_TEST(XString, ComparesTerminatedTextAsUnsignedValues) {
@@ -54,12 +45,10 @@ TYPED_TEST(XString, ComparesTerminatedTextAsUnsignedValues) {
     const auto *const pointer = other.c_str();
     EXPECT_TRUE(text == other && text == pointer && pointer == text && text == standard &&
                 standard == text && text <= other && text >= standard);
-    EXPECT_FALSE(text != other || text != pointer || pointer != text || text != standard);
-    EXPECT_FALSE(text < other || other < text || text > pointer || pointer < text);
+    EXPECT_FALSE(text != other || text < other || other < text || text > pointer);
     // 0x80 lies behind 'z', whatever the sign of a character type is.
     const TypeParam high = this->T("") + static_cast<typename TestFixture::Char>(0x80);
-    EXPECT_TRUE(this->T("z") < high && high > this->T("z"));
-    EXPECT_TRUE(this->T("a") < this->T("ab") && this->T("B") < this->T("a"));
+    EXPECT_TRUE(this->T("z") < high && this->T("a") < this->T("ab"));
 }
 
 TYPED_TEST(XString, JoinsTerminatedText) {
@@ -70,8 +59,7 @@ TYPED_TEST(XString, JoinsTerminatedText) {
     text.append(cut) += mark;
     EXPECT_EQ(whole(text), whole(this->T("!ababab!")));
     // The left side of + keeps its full length, the right side ends at its NUL.
-    EXPECT_EQ(whole(cut + cut), whole(this->T("ab\0xab"sv)));
-    EXPECT_EQ(whole(typename TestFixture::Standard(cut) + cut), whole(cut + cut));
+    EXPECT_EQ(whole(typename TestFixture::Standard(cut) + cut), whole(this->T("ab\0xab"sv)));
     EXPECT_EQ(whole(TypeParam(cut) + cut.c_str() + mark), whole(this->T("ab\0xab!"sv)));
 }
 
@@ -85,11 +73,8 @@ TYPED_TEST(XString, TakesArgumentsOutOfItself) {
     EXPECT_EQ(text, this->T("uuvwxyzuvwxyzyzz"));
     text = this->T("ab");
     EXPECT_EQ(text.FindAndReplace(this->T("b"), text), 3u);
-    text = this->T("aba");
-    EXPECT_TRUE(text.FindAndReplaceAll(this->T("a"), this->T("aa")));
-    EXPECT_EQ(text, this->T("aabaa"));
     text.FindAndReplaceAll(this->T("b"), text);
-    EXPECT_EQ(text, this->T("aaaabaaaa"));
+    EXPECT_EQ(text, this->T("aaaab"));
     text.FindAndReplaceAll(text, this->T("b"));
     text = std::move(text += this->T("c"));
     EXPECT_EQ(text, this->T("bc"));
@@ -98,45 +83,39 @@ TYPED_TEST(XString, TakesArgumentsOutOfItself) {
 TYPED_TEST(XString, CutsFindsAndReplacesByPosition) {
     TypeParam text = this->T("abcdef");
     EXPECT_EQ(text.substr(2, 100), this->T("cdef"));
-    EXPECT_EQ(text.substr(6, 1), this->T(""));
-    EXPECT_THROW(text.substr(7, 1), std::out_of_range);
-    EXPECT_EQ(text.replace(4, 100, this->T("X")), this->T("abcdX"));
-    EXPECT_THROW(text.replace(6, 0, this->T("X")), std::out_of_range);
-    EXPECT_EQ(text[-1 + 1L], text[0u]);
+    EXPECT_EQ(text.replace(4, 100, this->T("X\0Y"sv)).GetLength(), 7u);
 
     text = this->T("abcb");
     const TypeParam search = this->T("b"), replacement = this->T("xx");
-    EXPECT_EQ(text.FindAndReplace(search, replacement, 0), 3u);
-    EXPECT_EQ(text, this->T("axxcb"));
+    EXPECT_EQ(text.FindAndReplace(search, replacement), 3u);
     EXPECT_EQ(text.FindAndReplace(search, replacement, 3), 6u);
-    EXPECT_EQ(text.FindAndReplace(this->T("x"), replacement, 100), TypeParam::npos);
-    EXPECT_EQ(TypeParam(text).FindAndReplace(this->T(""), this->T("e"), 1), 2u);
-    // By the full length, NULs too.
-    TypeParam nuls = this->T("a\0b\0c"sv);
-    EXPECT_TRUE(nuls.FindAndReplaceAll(this->T("\0b"sv), this->T("x\0y"sv)));
-    EXPECT_EQ(whole(nuls), whole(this->T("ax\0y\0c"sv)));
     EXPECT_EQ(text, this->T("axxcxx"));
+    EXPECT_EQ(text.FindAndReplace(this->T("x"), replacement, 100), TypeParam::npos);
+    EXPECT_EQ(text.FindAndReplace(this->T(""), this->T("e"), 1), 2u);
+    // By the full length, NULs too.
+    text = this->T("a\0b\0c"sv);
+    EXPECT_TRUE(text.FindAndReplaceAll(this->T("\0b"sv), this->T("x\0y"sv)));
+    EXPECT_EQ(whole(text), whole(this->T("ax\0y\0c"sv)));
 }
 
 template <class String>
 void expect_case_and_trims(const String &start, const String &upper, const String &left,
                            const String &right) {
-    String raised = start, cut_left = start, cut_right = start;
-    raised.ToUpper();
-    cut_left.TrimLeft();
-    cut_right.TrimRight();
-    EXPECT_EQ(whole(raised), whole(upper));
-    EXPECT_EQ(whole(cut_left), whole(left));
-    EXPECT_EQ(whole(cut_right), whole(right));
+    String texts[] = {start, start, start};
+    texts[0].ToUpper();
+    texts[1].TrimLeft();
+    texts[2].TrimRight();
+    EXPECT_EQ(whole(texts[0]), whole(upper));
+    EXPECT_EQ(whole(texts[1]), whole(left));
+    EXPECT_EQ(whole(texts[2]), whole(right));
 }
 
 TYPED_TEST(XString, IgnoresCaseAndTrimsUpToANul) {
     // What lies behind a NUL stays unless the trim has changed the text; on the right it goes.
     const std::string_view cases[][4] = {{"", "", "", ""},
                                          {" \t\n\v\f\r", " \t\n\v\f\r", "", ""},
-                                         {" aZ_ ", " AZ_ ", "aZ_ ", " aZ_"},
                                          {" a\0 "sv, " A\0 "sv, "a", " a"},
-                                         {"a\0b"sv, "A\0b"sv, "a\0b"sv, "a"},
+                                         {"aZ_\0b"sv, "AZ_\0b"sv, "aZ_\0b"sv, "aZ_"},
                                          {"a \0"sv, "A \0"sv, "a \0"sv, "a "}};
     for (const auto &[start, upper, left, right] : cases) {
         expect_case_and_trims(this->T(start), this->T(upper), this->T(left), this->T(right));
@@ -144,20 +123,12 @@ TYPED_TEST(XString, IgnoresCaseAndTrimsUpToANul) {
     EXPECT_LT(this->T("John_").CompareNoCase(this->T("johns")), 0);  // '_' lies in front of 's'
 }
 
-TEST(XStringTwins, OrderSetsFromZToA) {
-    const std::set<x_astring, OS::XASTRICMP> narrow = {"b", "A", "c", "a"};
-    const std::set<x_wstring, OS::XWSTRICMP> wide = {TEXT("b"), TEXT("A"), TEXT("c"), TEXT("a")};
-    EXPECT_EQ(std::accumulate(narrow.begin(), narrow.end(), x_astring()), "cbA");
-    EXPECT_EQ(std::accumulate(wide.begin(), wide.end(), x_wstring()), TEXT("cbA"));
-}
-
 TEST(XStringTwins, DifferWhereTheyShould) {
     // Beyond ASCII nothing folds, and only wide text knows more white space.
     const x_wstring spaced(TEXT("\u3000\u00A0\u00E4\u200B\u2003\u0085"));
     expect_case_and_trims<x_wstring>(spaced, spaced, spaced.c_str() + 2, spaced.substr(0, 4));
-    expect_case_and_trims<x_astring>("\xA0z\xE4\xA0", "\xA0Z\xE4\xA0", "\xA0z\xE4\xA0",
-                                     "\xA0z\xE4\xA0");
-    EXPECT_NE(x_wstring(TEXT("\u00E4")).CompareNoCase(TEXT("\u00C4")), 0);
+    const x_astring bytes("\xA0\xE4\xA0");
+    expect_case_and_trims<x_astring>(bytes, bytes, bytes, bytes);
     std::ostringstream out;
     out << x_astring("ab\0c"s) << x_astring("d");
     EXPECT_EQ(out.str(), "abd");
@@ -168,16 +139,37 @@ TEST(XStringTwins, DifferWhereTheyShould) {
         x_wstring wide(std::u16string(count, u'a'));
         EXPECT_EQ(narrow.FindAndReplaceAll("a", "bb"), count < 4999);
         EXPECT_EQ(narrow.GetLength(), count + std::min<std::size_t>(count, 4999));
-        EXPECT_TRUE(wide.FindAndReplaceAll(TEXT("a"), TEXT("bb")));
-        EXPECT_EQ(wide.GetLength(), 2 * count);
+        EXPECT_TRUE(wide.FindAndReplaceAll(TEXT("a"), TEXT("bb")) && wide.size() == 2 * count);
     }
     // An empty search text: both end, each in its own way.
     x_astring narrow("z");
     x_wstring wide(TEXT("z"));
     EXPECT_FALSE(narrow.FindAndReplaceAll("", "xy"));
     EXPECT_EQ(narrow.substr(4999 * 2 - 2), "xyz");
-    EXPECT_TRUE(wide.FindAndReplaceAll(TEXT(""), TEXT("xy")));
-    EXPECT_EQ(wide, TEXT("z"));
+    EXPECT_TRUE(wide.FindAndReplaceAll(TEXT(""), TEXT("xy")) && wide == TEXT("z"));
+}
+
+TEST(Escape, PreparesMarkupAndLiterals) {
+    EXPECT_EQ(x_wstring(TEXT("a&b it's")).EscapeSpecialCharacters().EscapeSpecialCharacters(),
+              TEXT("a&amp;amp;b it&amp;#039;s"));
+    EXPECT_EQ(x_astring("it's <\r\n>").EscapeSpecialCharacters(), "it's &lt;&#x0D;&#x0A;&gt;");
+    EXPECT_EQ(x_wstring(TEXT(" \t &\u0120")).EscapeSpecialSpaceAndTab(),
+              TEXT("&nbsp;&nbsp;&nbsp;&\u0120"));
+    EXPECT_EQ(x_wstring(TEXT("\\\"'\n")).EscapeSpecialCharactersForCString(),
+              TEXT("\\\\\\\"\\'\n"));
+    // Blocks of 64 characters, and what is left.
+    const std::u16string plain(63, u'x');
+    EXPECT_EQ(x_wstring(plain + u"<" + plain + u"&\">").EscapeSpecialCharacters(),
+              plain + u"&lt;" + plain + u"&amp;&quot;&gt;");
+}
+
+TEST(Escape, LeavesWhatTheNarrowBoundLeaves) {
+    x_astring text(std::string(6000, '&') + std::string(5000, '<'));
+    text.EscapeSpecialCharacters();
+    EXPECT_EQ(text.GetLength(), 4999u * 5 + 1001 + 4999 * 4 + 1);
+    x_astring slashes(std::string(5001, '\\'));
+    EXPECT_EQ(slashes.EscapeSpecialCharactersForCString().GetLength(), 10000u);
+    EXPECT_EQ(x_wstring(std::u16string(6000, u'&')).EscapeSpecialCharacters().GetLength(), 30000u);
 }
 
 }  // namespace
