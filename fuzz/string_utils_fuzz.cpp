@@ -4,6 +4,7 @@
 #include "ostrel/text/string_utils.h"
 
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -85,8 +86,44 @@ void check_bytes(const std::string &text) {
     require(StringToBinary(text, bytes.data(), size) == (text.size() % 2 == 0));
     require(text.size() % 2 == 0 || bytes == untouched);
     require(!StringToBinary(text, bytes.data(), size + 1));
+    // The host reads each pair as a number by itself.
+    for (std::size_t i = 0; text.size() % 2 == 0 && i < bytes.size(); ++i) {
+        unsigned expected = 0;
+        std::sscanf(text.substr(2 * i, 2).c_str(), "%x", &expected);
+        require(bytes[i] == (expected & 0xFF));
+    }
+}
+
+// The host's strtok is the measure.
+void check_narrow_tokens(const std::string &text) {
+    for (const char *delimiters : {",", ",; \x80\xFF", "abcdefgh", "abcdefgh,"}) {
+        std::vector<OS::x_astring> tokens, expected;
+        std::string copy = text.c_str();
+        for (const char *token = std::strtok(copy.data(), delimiters); token != nullptr;
+             token = std::strtok(nullptr, delimiters)) {
+            expected.push_back(token);
+        }
+        require(SplitStringToTokensA(&tokens, text, delimiters) && tokens == expected);
+    }
+}
+
+// Wide text gives the same tokens.
+void check_wide_tokens(const std::string &text) {
+    const auto widened = [](const std::string &bytes) {
+        std::u16string units;
+        for (const char c : bytes) {
+            units.push_back(static_cast<unsigned char>(c));
+        }
+        return units;
+    };
     std::vector<OS::x_astring> tokens;
-    require(SplitStringToTokensA(&tokens, text, ",; \x80\xFF"));
+    std::vector<OS::x_wstring> wide, expected;
+    require(SplitStringToTokensA(&tokens, text, "ab;,\xE4"));
+    require(SplitStringToTokensW(&wide, widened(text), u"ab;,\u00E4"));
+    for (const OS::x_astring &token : tokens) {
+        expected.push_back(widened(token));
+    }
+    require(wide == expected);
 }
 
 }  // namespace
@@ -103,5 +140,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     check_characters(text, other);
     check_tokens(text, other);
     check_bytes(narrow);
+    check_narrow_tokens(narrow);
+    check_wide_tokens(narrow);
     return 0;
 }
