@@ -39,6 +39,38 @@ Bytes code(char *(*coding)(const char *, unsigned, unsigned *), const std::strin
     return bytes;
 }
 
+// Base64 a character at a time, in lines of 60.
+std::string plain_base64(const std::string &data) {
+    const std::string alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    const std::basic_string<unsigned char> bytes(data.begin(), data.end());
+    std::string text;
+    for (std::size_t bit = 0; bit < data.size() * 8; bit += 6) {
+        const unsigned next = bit / 8 + 1 < bytes.size() ? bytes[bit / 8 + 1] : 0;
+        text += alphabet[(bytes[bit / 8] * 256 + next) >> (10 - bit % 8) & 63];
+    }
+    text.append((4 - text.size() % 4) % 4, '=');
+    std::string lines;
+    for (std::size_t at = 0; at <= text.size(); at += 60) {  // one more after a full line
+        lines += text.substr(at, 60) + "\r\n";
+    }
+    return lines;
+}
+
+// The text with more of what is not of the alphabet in it.
+std::string scattered(const std::string &text, std::size_t distance) {
+    std::string result;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (i % (distance + 1) == distance) {
+            result += "\r\n -_\xFF\x80!"[i % 8];
+        }
+        result += text[i];
+        if (text[i] == '=') {  // padding is not taken apart
+            return result + text.substr(i + 1);
+        }
+    }
+    return result;
+}
+
 Bytes words(char *(*function)(const char *), const std::string &text) {
     const std::vector<char> block(text.c_str(), text.c_str() + text.size() + 1);
     char *const result = function(block.data());
@@ -56,6 +88,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     code(DecodeQuotedPrintable, bytes);
     const Bytes base64 = code(EncodeBase64, bytes);
     check(base64.complete && code(DecodeBase64, base64.content).content == bytes);
+    check(bytes.empty() || base64.content == plain_base64(bytes));
+    const std::string more = scattered(base64.content, size % 11);
+    check(code(DecodeBase64, more).content == bytes);
     const Bytes quoted = code(EncodeQuotedPrintable, bytes);
     check(quoted.complete && code(DecodeQuotedPrintable, quoted.content).content == bytes);
 
