@@ -78,7 +78,7 @@ TEST(AccBuffer, ResetsToZerosAndCompares) {
     append(&buffer, "abc");
     for (const char *text : {"ab", "d"}) {
         append(&other, text);
-        EXPECT_FALSE(buffer.IsContentTheSame(other));
+        EXPECT_FALSE(other.IsContentTheSame(buffer));
     }
 }
 

@@ -30,7 +30,7 @@ TEST(Format, FitsLongTexts) {
     // Longer than the estimate says: the precision alone makes it.
     EXPECT_EQ(formatted("%+.40d", 7), "+" + std::string(39, '0') + "7");
     const std::u16string million(1000000, u'x');
-    EXPECT_EQ(formatted((million + u"%s%d%%").c_str(), million.c_str(), 42).substr(1999999),
+    EXPECT_EQ(formatted(TEXT("%s%s%d%%"), million.c_str(), million.c_str(), 42).substr(1999999),
               TEXT("x42%"));
 }
 

@@ -157,6 +157,7 @@ TEST(Escape, PreparesMarkupAndLiterals) {
               TEXT("&nbsp;&nbsp;&nbsp;&\u0120"));
     EXPECT_EQ(x_wstring(TEXT("\\\"'\n")).EscapeSpecialCharactersForCString(),
               TEXT("\\\\\\\"\\'\n"));
+    EXPECT_EQ(x_astring("'").EscapeSpecialCharactersForCString(), "\\'");
     // Blocks of 64 characters, and what is left.
     const std::u16string plain(63, u'x');
     EXPECT_EQ(x_wstring(plain + u"<" + plain + u"&\">").EscapeSpecialCharacters(),

@@ -188,10 +188,10 @@ TEST(WexlogFile, IsUtf8AndComesBackAfterAFailedRotation) {
     const TempDir dir;
     const Added file{DBG::AddFileSink("logs/t.log", 200, 5)};
     Trace(1, TEXT("%s"),
-          TEXT("\r\n\t\x1B\x7F\u2028 \u00E9 \u20AC \U0001F600 \xD800 \xDC00\xDC00 \xD83D"));
+          TEXT("\r\n\t\x1B\x7F\u2028 \u00E9 \u20AC \U0001F600 \xD800 \xDC00\xDC00 \xD83D\xD83D"));
     EXPECT_EQ(SaidIn("logs/t.log").at(0),
               "1 a\\b(7) \\r\\n\t\\u001b\\u007f\\u2028 \xC3\xA9 \xE2\x82\xAC \xF0\x9F\x98\x80 "
-              "\xEF\xBF\xBD \xEF\xBF\xBD\xEF\xBF\xBD \xEF\xBF\xBD");
+              "\xEF\xBF\xBD \xEF\xBF\xBD\xEF\xBF\xBD \xEF\xBF\xBD\xEF\xBF\xBD");
     // A file in the folder's place: the rotation finds no way, nor does the new open behind it.
     fs::rename("logs", "away");
     dir.Write("logs", "in the way");
