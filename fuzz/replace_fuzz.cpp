@@ -69,8 +69,11 @@ void check_escapes(const std::string &bytes) {
         {'&', "&amp;"},   {'"', "&quot;"},  {'<', "&lt;"},   {'>', "&gt;"},
         {'\r', "&#x0D;"}, {'\n', "&#x0A;"}, {'\'', "&#039;"}};
     Standard text = text_of<Standard>(bytes);
-    for (auto &c : text) {
-        c = c % 5 == 0 ? static_cast<typename Standard::value_type>(kOften[c % 7]) : c;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const auto byte = static_cast<unsigned char>(bytes[i]);
+        if (byte % 5 == 0) {
+            text[i] = static_cast<typename Standard::value_type>(kOften[byte % 7]);
+        }
     }
     Standard expected = text;
     for (const auto &[character, escape] : kSteps) {
