@@ -99,7 +99,7 @@ TEST(Japanese, MapsBrokenTextAndStopsAtItsEnd) {
 TEST(Japanese, GoesThroughTheHubFromAndToEachEncoding) {
     const std::string euc = "a\xB0\xA1";
     const std::string in[] = {
-        "", "a\x1B$B0!\x1B(B", "a\x88\x9F", euc, "a=?ISO-2022-JP?B?GyRCMCEbKEI=?=", "a\?\?"};
+        "ab", "a\x1B$B0!\x1B(B", "a\x88\x9F", euc, "a=?ISO-2022-JP?B?GyRCMCEbKEI=?=", "a\?\?"};
     for (int target = EncodingJis; target <= EncodingMasked; ++target) {
         const auto detected = [=](const char *text) { return ConvertDetected(text, target); };
         for (int source = EncodingJis; source <= EncodingMime; ++source) {
@@ -110,7 +110,7 @@ TEST(Japanese, GoesThroughTheHubFromAndToEachEncoding) {
     }
     for (int source = EncodingNone; source <= EncodingMime; ++source) {
         EXPECT_EQ(exact(in[source], [=](auto text) { return ConvertToInternal(text, source); }),
-                  source == EncodingNone ? "" : euc);
+                  source == EncodingNone ? "ab" : euc);
     }
     // A word that cannot be decoded.
     EXPECT_EQ(ConvertDetected("=?EUC-JP?Q?=x?=", EncodingShiftJis), nullptr);
