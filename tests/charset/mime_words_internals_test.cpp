@@ -24,7 +24,6 @@ const std::string kNihongo = "\x1B$BF|K\\8l\x1B(B";
 
 TEST(MimeWords, Decodes) {
     const std::pair<std::string, std::optional<std::string>> kCases[] = {
-        {"Subject: a=b", "Subject: a=b"},
         // As Python's email.header writes them, then the same kanji in the other charsets.
         {"=?iso-2022-jp?b?GyRCRnxLXDhsGyhC?=", kNihongo},
         {"a =?SHIFT_JIS?B?k/qWe4zq?= b", "a " + kNihongo + " b"},

@@ -31,9 +31,7 @@ TEST(Utf8String, ConvertsFromAnyCharset) {
 TEST(Utf8String, ForgivesElevenIllegalSequences) {
     // In the last line a character that is cut at the end is one more.
     for (const auto &[charset, bad, end] : {std::tuple{"Shift_JIS", "\x81 ", ""},
-                                            {"GB18030", "\x81 ", ""},
                                             {"UTF-7", "\x80 ", ""},
-                                            {"ISO-2022-JP", "\xFF ", ""},
                                             {"Shift_JIS", "\x81 ", "\x83"}}) {
         const std::size_t most = *end == '\0' ? 11 : 10;
         const TraceCapture trace;

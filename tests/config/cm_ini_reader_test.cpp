@@ -49,7 +49,6 @@ TEST(IniReader, StoresTheLinesAsTheyAreRead) {
     const std::tuple<std::u16string, std::string, Lines> cases[] = {
         {u"r", "a\r\n\n#c\nb\rc\r\r\nd\r", {u"a\n", u"\n", u"#c\n", u"b\rc\r\n", u"d\r"}},
         {u"r", mixed, mixed_lines},
-        {u"r", "a\nb\x1A\nc\n", {u"a\n", u"b"}},
         {u"r", {"ab\0cd\n\0\ne\n", 10}, {u"ab", u"", u"e\n"}},
         {u"r", "\xEF\xBB\xBF\xC3\xA4\xFF\n\xC3", {u"\u00E4\uFFFD\n", u"\uFFFD"}},
         {u"r", x4094 + "\n" + x4094 + "x\ny", {y4094 + u"\n", y4095, u"\n", u"y"}},
