@@ -12,6 +12,8 @@ using namespace std::literals;
 
 namespace {
 
+static_assert(sizeof(x_wstring) == sizeof(std::u16string) &&
+              sizeof(x_astring) == sizeof(std::string));
 // Text of the other width does not slip in.
 static_assert(!std::is_constructible_v<x_wstring, const char *>);
 static_assert(!std::is_convertible_v<x_astring, x_wstring>);
@@ -83,6 +85,7 @@ TYPED_TEST(XString, TakesArgumentsOutOfItself) {
 TYPED_TEST(XString, CutsFindsAndReplacesByPosition) {
     TypeParam text = this->T("abcdef");
     EXPECT_EQ(text.substr(2, 100), this->T("cdef"));
+    EXPECT_THROW(text.substr(7, 1), std::out_of_range);
     EXPECT_EQ(text.replace(4, 100, this->T("X\0Y"sv)).GetLength(), 7u);
 
     text = this->T("abcb");

@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <tuple>
 #include <vector>
@@ -112,6 +113,20 @@ TEST(CrtFile, CutsLinesOfEveryLength) {
         const std::u16string path = dir.Write("file", bytes);
         EXPECT_EQ(lines_in(path, u"r", static_cast<int>(count)), lines) << count;
     }
+}
+
+TEST(CrtFile, TellsManyStreamsApart) {
+    const TempDir dir;
+    dir.Write("file", "1\n2\n");
+    std::FILE *files[200];
+    std::generate_n(files, 200, [] { return _wfopen(u"file", u"r"); });
+    for (const std::u16string_view line : {u"1\n", u"2\n"}) {
+        for (std::FILE *const file : files) {
+            WCHAR buffer[9];
+            EXPECT_EQ(fgetws(buffer, 9, file), line);
+        }
+    }
+    std::for_each(files, files + 200, std::fclose);
 }
 
 TEST(CrtFile, ReadsAndWritesBytesForTheHostsCalls) {
