@@ -11,6 +11,7 @@
 #include <iterator>
 #include <string>
 
+#include "fuzz/check.h"
 #include "ostrel/platform/time.h"
 #include "ostrel/platform/timezone.h"
 
@@ -18,12 +19,6 @@ namespace {
 
 constexpr std::int64_t kLast = 32535215999;
 constexpr std::int64_t kFrom1601 = 11'644'473'600;
-
-void check(bool holds) {
-    if (!holds) {
-        __builtin_trap();
-    }
-}
 
 std::string text(const std::tm &of, const char *format = "%F %T %w %j %z %Z ") {
     char buffer[200];

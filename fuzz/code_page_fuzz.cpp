@@ -12,16 +12,11 @@
 #include <memory>
 #include <string>
 
+#include "fuzz/check.h"
 #include "ostrel/platform/charset.h"
 #include "ostrel/platform/codepage.h"
 
 namespace {
-
-void check(bool holds) {
-    if (!holds) {
-        __builtin_trap();
-    }
-}
 
 std::u16string to_wide(unsigned page, const std::string &bytes, int less) {
     const int length = static_cast<int>(bytes.size());

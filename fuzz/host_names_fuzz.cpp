@@ -3,23 +3,17 @@
 // says, and a path of any units is turned or refused.
 
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string>
 #include <string_view>
 
+#include "fuzz/check.h"
 #include "ostrel/platform/file.h"
 #include "ostrel/platform/host_path.h"
 #include "ostrel/platform/wildcard.h"
 
 namespace {
-
-void require(bool holds) {
-    if (!holds) {
-        std::abort();
-    }
-}
 
 bool slow_match(std::u16string_view pattern, std::u16string_view name) {
     if (pattern.empty()) {
@@ -65,28 +59,28 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     std::erase_if(name, [](char c) { return c == '\0' || c == '/'; });
     const std::unique_ptr<WCHAR[]> room(new WCHAR[name.size() + 1]);
     const std::size_t length = platform::told_name(name, room.get());
-    require(length <= name.size());
+    check(length <= name.size());
     const std::u16string told(room.get(), length);
-    require(platform::host_path((u"C:\\" + told).c_str()) == "/" + name);
+    check(platform::host_path((u"C:\\" + told).c_str()) == "/" + name);
 
     // As a text: a path, a name and a pattern.
     std::u16string text(size / 2, u'\0');
     std::memcpy(text.data(), data, text.size() * 2);
     if (const auto path = platform::host_path(text.c_str())) {
-        require(path->find('\0') == path->npos);
+        check(path->find('\0') == path->npos);
     }
     if (text.size() < MAX_PATH && length < MAX_PATH) {
         platform::Wildcard(text).Matches(told);
         const bool plain = !platform::is_pattern(told) && !told.ends_with(u'.');
-        require(!plain || told.empty() || platform::Wildcard(told).Matches(told));
-        require(platform::Wildcard(u"*").Matches(told));
+        check(!plain || told.empty() || platform::Wildcard(told).Matches(told));
+        check(platform::Wildcard(u"*").Matches(told));
     }
     if (size >= 6) {
         std::uint32_t bits = 0;
         std::memcpy(&bits, data, sizeof bits);
         const std::u16string pattern = short_text(u"a.*?", bits, data[4] % 8);
         const std::u16string other = short_text(u"ab.a", bits >> data[5] % 32, data[5] / 32);
-        require(platform::Wildcard(pattern).Matches(other) == slow_wildcard(pattern, other));
+        check(platform::Wildcard(pattern).Matches(other) == slow_wildcard(pattern, other));
     }
     return 0;
 }

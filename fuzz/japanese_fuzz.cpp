@@ -13,18 +13,13 @@
 #include <string>
 #include <vector>
 
+#include "fuzz/check.h"
 #include "ostrel/charset/japanese.h"
 #include "ostrel/charset/japanese_walks.h"
 
 using namespace OS::charset;
 
 namespace {
-
-void check(bool holds) {
-    if (!holds) {
-        __builtin_trap();
-    }
-}
 
 // The result of a conversion, which may be null only where words of mail headers are decoded.
 std::string taken(char *text, bool may_fail) {

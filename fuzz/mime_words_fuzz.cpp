@@ -9,18 +9,13 @@
 #include <string>
 #include <vector>
 
+#include "fuzz/check.h"
 #include "ostrel/charset/mime_words.h"
 #include "ostrel/charset/transfer_coding.h"
 
 using namespace OS::charset;
 
 namespace {
-
-void check(bool holds) {
-    if (!holds) {
-        __builtin_trap();
-    }
-}
 
 struct Bytes {
     bool complete;

@@ -2,20 +2,10 @@
 // again, and never with a path that the record's rules do not allow.
 
 #include <cstdint>
-#include <cstdlib>
 #include <string_view>
 
+#include "fuzz/check.h"
 #include "ostrel/platform/pending_record.h"
-
-namespace {
-
-void require(bool holds) {
-    if (!holds) {
-        std::abort();
-    }
-}
-
-}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
     const std::string_view line(reinterpret_cast<const char *>(data), size);
@@ -23,14 +13,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     if (!request) {
         return 0;
     }
-    require(request->source.starts_with('/'));
-    require((request->verb == platform::PendingVerb::kDelete) == request->target.empty());
+    check(request->source.starts_with('/'));
+    check((request->verb == platform::PendingVerb::kDelete) == request->target.empty());
     const std::string written = platform::line_of_request(*request);
-    require(written.ends_with('\n'));
+    check(written.ends_with('\n'));
     const auto again =
         platform::request_of_line(std::string_view(written).substr(0, written.size() - 1));
-    require(again && again->verb == request->verb && again->boot == request->boot &&
-            again->source == request->source && again->target == request->target &&
-            again->begun.has_value() == request->begun.has_value());
+    check(again && again->verb == request->verb && again->boot == request->boot &&
+          again->source == request->source && again->target == request->target &&
+          again->begun.has_value() == request->begun.has_value());
     return 0;
 }

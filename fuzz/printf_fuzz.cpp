@@ -9,15 +9,10 @@
 #include <memory>
 #include <string>
 
+#include "fuzz/check.h"
 #include "ostrel/platform/printf.h"
 
 namespace {
-
-void check(bool holds) {
-    if (!holds) {
-        __builtin_trap();
-    }
-}
 
 int print(char *buffer, std::size_t count, const char *format, std::va_list arguments) {
     return _vsnprintf(buffer, count, format, arguments);

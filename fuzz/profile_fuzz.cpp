@@ -1,25 +1,19 @@
 // Any bytes as a profile file: values, numbers and lists of names, into buffers of any size, with
 // what must hold of each answer. The first byte gives the size of the buffer.
 
+#include "fuzz/check.h"
 #include "ostrel/platform/profile.h"
 
 #include <sys/mman.h>
 #include <unistd.h>
 
 #include <cstdint>
-#include <cstdlib>
 #include <memory>
 #include <string>
 
 #include "ostrel/platform/error.h"
 
 namespace {
-
-void require(bool holds) {
-    if (!holds) {
-        std::abort();
-    }
-}
 
 constexpr DWORD kEnough = 16 * 1024;
 
@@ -30,11 +24,11 @@ std::u16string ask(const std::u16string &path, const WCHAR *section, const WCHAR
     const DWORD count =
         GetPrivateProfileStringW(section, key, TEXT("= "), buffer.get(), size, path.c_str());
     const bool lists = section == nullptr || key == nullptr;
-    require(count < size || size == 0);
-    require(size == 0 || buffer[count] == 0);
-    require(!lists || size < 2 || count == 0 || buffer[count - 1] == 0 || buffer[count + 1] == 0);
-    require(GetLastError() == ERROR_SUCCESS ||
-            (GetLastError() == ERROR_MORE_DATA && count + (lists ? 2 : 1) >= size));
+    check(count < size || size == 0);
+    check(size == 0 || buffer[count] == 0);
+    check(!lists || size < 2 || count == 0 || buffer[count - 1] == 0 || buffer[count + 1] == 0);
+    check(GetLastError() == ERROR_SUCCESS ||
+          (GetLastError() == ERROR_MORE_DATA && count + (lists ? 2 : 1) >= size));
     return {buffer.get(), count};
 }
 
@@ -43,7 +37,7 @@ std::u16string ask_both(const std::u16string &path, const WCHAR *section, const 
                         DWORD size) {
     const std::u16string whole = ask(path, section, key, kEnough);
     const std::u16string cut = ask(path, section, key, size);
-    require(whole.compare(0, cut.size(), cut) == 0);
+    check(whole.compare(0, cut.size(), cut) == 0);
     return whole;
 }
 
@@ -54,7 +48,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         return 0;
     }
     const int file = memfd_create("profile", MFD_CLOEXEC);
-    require(file >= 0 && write(file, data + 1, size - 1) == static_cast<ssize_t>(size - 1));
+    check(file >= 0 && write(file, data + 1, size - 1) == static_cast<ssize_t>(size - 1));
     const std::string name = "/proc/self/fd/" + std::to_string(file);
     const std::u16string path(name.begin(), name.end());
 
@@ -68,12 +62,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
             const std::u16string wanted = keys.c_str() + key;
             key += wanted.size() + 1;
             const std::u16string value = ask_both(path, section.c_str(), wanted.c_str(), data[0]);
-            require(value.find(u'\0') == std::u16string::npos);
+            check(value.find(u'\0') == std::u16string::npos);
             const unsigned number =
                 GetPrivateProfileIntW(section.c_str(), wanted.c_str(), 77, path.c_str());
             const unsigned other =
                 GetPrivateProfileIntW(section.c_str(), wanted.c_str(), 78, path.c_str());
-            require(number == other);  // no default
+            check(number == other);  // no default
         }
     }
     ask_both(path, TEXT("s"), TEXT("k"), data[0]);

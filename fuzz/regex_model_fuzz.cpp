@@ -2,7 +2,7 @@
 // deep the pattern lies in brackets; up to 12 bytes for the parts of the pattern; behind the first
 // 255 up to 7 bytes for the characters of the text.
 
-#include "regex_model.h"
+#include "fuzz/regex_model.h"
 
 #include <cstdint>
 

@@ -5,21 +5,15 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 #include <utility>
 
+#include "fuzz/check.h"
 #include "ostrel/core/replace_all.h"
 #include "ostrel/core/x_string.h"
 
 namespace {
-
-void require(bool holds) {
-    if (!holds) {
-        std::abort();
-    }
-}
 
 template <class Text>
 std::uint64_t step_by_step(Text *text, const Text &search, const Text &replacement,
@@ -56,8 +50,8 @@ void check_replacement(const std::string &bytes, std::size_t width, std::size_t 
     }
     Text expected = text;
     const std::uint64_t hits = step_by_step(&expected, search, replacement, limit);
-    require(OS::detail::replace_all(&text, search, replacement, limit) == hits);
-    require(text == expected);
+    check(OS::detail::replace_all(&text, search, replacement, limit) == hits);
+    check(text == expected);
 }
 
 // The order of the replacements is what the members promise.
@@ -85,7 +79,7 @@ void check_escapes(const std::string &bytes) {
     }
     String escaped(text);
     escaped.EscapeSpecialCharacters();
-    require(static_cast<Standard &>(escaped) == expected);
+    check(static_cast<Standard &>(escaped) == expected);
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 // The first half of the input as wide text, the second as narrow: escapes, hexadecimal text,
 // formats, paths, words and tokens, each beside what must hold of it.
 
+#include "fuzz/check.h"
 #include "ostrel/text/string_utils.h"
 
 #include <cstdint>
@@ -18,12 +19,6 @@ namespace {
 
 using namespace NS_StringUtils;
 
-void require(bool holds) {
-    if (!holds) {
-        std::abort();
-    }
-}
-
 // A buffer of exactly the room that a call asks for.
 std::unique_ptr<WCHAR[]> room(std::size_t count) {
     return std::make_unique<WCHAR[]>(count);
@@ -35,62 +30,62 @@ void check_characters(const std::u16string &text, const std::u16string &other) {
     convertFromEscape(text.c_str(), output.get());
     text.copy(in_place.get(), length);
     convertFromEscape(in_place.get(), in_place.get());
-    require(convertFromEscapeChar(text.c_str()) == output.get());
-    require(OS::x_wstring(in_place.get()) == output.get());
+    check(convertFromEscapeChar(text.c_str()) == output.get());
+    check(OS::x_wstring(in_place.get()) == output.get());
     if (text.find(u'%') == text.npos) {
-        require(text == output.get());
+        check(text == output.get());
     }
     collect(text.c_str(), SFilenameIndentifier(), output.get());
-    require(SFileExtensionAdapter()(text) == output.get());
+    check(SFileExtensionAdapter()(text) == output.get());
     isAllDigitChar(text.c_str());
     const bool fits = isFormatCorrect(text.c_str(), other.c_str()) != 0;
-    require(!fits || !other.empty());
+    check(!fits || !other.empty());
 
     const std::unique_ptr<WCHAR[]> path = room(length + other.size() + 2);
     concatPath(text.c_str(), other.c_str(), path.get());
     const std::u16string joined = path.get();
-    require(concatPath(text.c_str(), other.c_str()) == (joined.size() <= 260 ? joined : TEXT("")));
+    check(concatPath(text.c_str(), other.c_str()) == (joined.size() <= 260 ? joined : TEXT("")));
 
     SYSTEMTIME time = {};
-    require((convertTime(text.c_str(), time) == 1) == (length >= 14));
+    check((convertTime(text.c_str(), time) == 1) == (length >= 14));
 }
 
 // Tokens joined by a delimiter and split again are the same tokens.
 void check_tokens(const std::u16string &text, const std::u16string &delimiters) {
     std::vector<OS::x_wstring> tokens, again, words;
-    require(SplitStringToTokensW(&tokens, text, delimiters.c_str()));
+    check(SplitStringToTokensW(&tokens, text, delimiters.c_str()));
     for (const OS::x_wstring &token : tokens) {
-        require(!token.empty() && token.find_first_of(delimiters) == token.npos);
+        check(!token.empty() && token.find_first_of(delimiters) == token.npos);
     }
     GetStrings(text.c_str(), delimiters.c_str(), words);
-    require(words == tokens);
+    check(words == tokens);
     if (!delimiters.empty()) {
         OS::x_wstring joined;
-        require(CombineTokensToStringW(tokens, &joined, delimiters.c_str()));
-        require(SplitStringToTokensW(&again, joined, delimiters.c_str()) && again == tokens);
+        check(CombineTokensToStringW(tokens, &joined, delimiters.c_str()));
+        check(SplitStringToTokensW(&again, joined, delimiters.c_str()) && again == tokens);
 
         const WCHAR one[] = {delimiters[0], 0};
         words.clear();
         splitWords(one[0], text.c_str(), words, SCharAdapter());
-        require(SplitStringToTokensW(&again, text, one) && again == words);
+        check(SplitStringToTokensW(&again, text, one) && again == words);
     }
     std::set<OS::x_wstring, OS::XWSTRICMP> ordered;
-    require(SplitStringToTokensW(&ordered, text, delimiters.c_str()));
-    require(ordered.size() <= tokens.size() && ordered.empty() == tokens.empty());
+    check(SplitStringToTokensW(&ordered, text, delimiters.c_str()));
+    check(ordered.size() <= tokens.size() && ordered.empty() == tokens.empty());
 }
 
 void check_bytes(const std::string &text) {
     const std::vector<unsigned char> untouched(text.size() / 2, 0xEE);
     std::vector<unsigned char> bytes = untouched;
     const int size = static_cast<int>(bytes.size());
-    require(StringToBinary(text, bytes.data(), size) == (text.size() % 2 == 0));
-    require(text.size() % 2 == 0 || bytes == untouched);
-    require(!StringToBinary(text, bytes.data(), size + 1));
+    check(StringToBinary(text, bytes.data(), size) == (text.size() % 2 == 0));
+    check(text.size() % 2 == 0 || bytes == untouched);
+    check(!StringToBinary(text, bytes.data(), size + 1));
     // The host reads each pair as a number by itself.
     for (std::size_t i = 0; text.size() % 2 == 0 && i < bytes.size(); ++i) {
         unsigned expected = 0;
         std::sscanf(text.substr(2 * i, 2).c_str(), "%x", &expected);
-        require(bytes[i] == (expected & 0xFF));
+        check(bytes[i] == (expected & 0xFF));
     }
 }
 
@@ -103,7 +98,7 @@ void check_narrow_tokens(const std::string &text) {
              token = std::strtok(nullptr, delimiters)) {
             expected.push_back(token);
         }
-        require(SplitStringToTokensA(&tokens, text, delimiters) && tokens == expected);
+        check(SplitStringToTokensA(&tokens, text, delimiters) && tokens == expected);
     }
 }
 
@@ -118,12 +113,12 @@ void check_wide_tokens(const std::string &text) {
     };
     std::vector<OS::x_astring> tokens;
     std::vector<OS::x_wstring> wide, expected;
-    require(SplitStringToTokensA(&tokens, text, "ab;,\xE4"));
-    require(SplitStringToTokensW(&wide, widened(text), u"ab;,\u00E4"));
+    check(SplitStringToTokensA(&tokens, text, "ab;,\xE4"));
+    check(SplitStringToTokensW(&wide, widened(text), u"ab;,\u00E4"));
     for (const OS::x_astring &token : tokens) {
         expected.push_back(widened(token));
     }
-    require(wide == expected);
+    check(wide == expected);
 }
 
 }  // namespace

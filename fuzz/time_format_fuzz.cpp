@@ -5,13 +5,13 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <iterator>
 #include <memory>
 #include <string>
 
+#include "fuzz/check.h"
 #include "ostrel/platform/scanf.h"
 #include "ostrel/platform/time.h"
 #include "ostrel/platform/time_locale.h"
@@ -61,12 +61,6 @@ std::tm fields(Input &input) {
     return time;
 }
 
-void require(bool holds) {
-    if (!holds) {
-        std::abort();
-    }
-}
-
 void write(Input &input) {
     static const char *const kLocales[] = {"de_DE.UTF-8", "en_US",       "ja_JP", "fi_FI",
                                            "ar_EG",       "sr_RS@latin", "th_TH", "zh_TW"};
@@ -78,13 +72,13 @@ void write(Input &input) {
     const auto text = std::make_unique<WCHAR[]>(room);  // its bounds are watched
     errno = 0;
     const std::size_t length = wcsftime(text.get(), room, format.c_str(), &time);
-    require(length < room || room == 0);
-    require(room == 0 || std::char_traits<WCHAR>::length(text.get()) == length);
-    require(length > 0 || errno != 0 || format.c_str()[0] == 0);
+    check(length < room || room == 0);
+    check(room == 0 || std::char_traits<WCHAR>::length(text.get()) == length);
+    check(length > 0 || errno != 0 || format.c_str()[0] == 0);
     if (room > 0) {
         int error = 0;
-        require(platform::write_time(platform::time_forms_of(locale), format, time, 9999,
-                                     text.get(), room, &error) < room);
+        check(platform::write_time(platform::time_forms_of(locale), format, time, 9999, text.get(),
+                                   room, &error) < room);
     }
 }
 
@@ -117,9 +111,9 @@ void write_as_host(Input &input) {
         const auto text = std::make_unique<WCHAR[]>(room);  // its bounds are watched
         const bool fits = room > length;
         errno = 0;
-        require(wcsftime(text.get(), room, wide.c_str(), &time) == (fits ? length : 0));
-        require(errno == (fits ? 0 : ERANGE));
-        require(fits ? std::equal(expected, expected + length, text.get()) : text[0] == 0);
+        check(wcsftime(text.get(), room, wide.c_str(), &time) == (fits ? length : 0));
+        check(errno == (fits ? 0 : ERANGE));
+        check(fits ? std::equal(expected, expected + length, text.get()) : text[0] == 0);
     }
 }
 
@@ -153,25 +147,25 @@ void scan_as_host(Input &input) {
     if (words) {
         WCHAR ours[3][64] = {};
         char host[3][64] = {};
-        require(swscanf(wide_text.c_str(), wide_format.c_str(), ours[0], ours[1], ours[2]) ==
-                std::sscanf(text.c_str(), format.c_str(), host[0], host[1], host[2]));
-        require(std::equal(&ours[0][0], &ours[0][0] + 3 * 64, &host[0][0]));
+        check(swscanf(wide_text.c_str(), wide_format.c_str(), ours[0], ours[1], ours[2]) ==
+              std::sscanf(text.c_str(), format.c_str(), host[0], host[1], host[2]));
+        check(std::equal(&ours[0][0], &ours[0][0] + 3 * 64, &host[0][0]));
     } else {
         int ours[3] = {-7, -7, -7};
         int host[3] = {-7, -7, -7};
-        require(swscanf(wide_text.c_str(), wide_format.c_str(), &ours[0], &ours[1], &ours[2]) ==
-                std::sscanf(text.c_str(), format.c_str(), &host[0], &host[1], &host[2]));
-        require(std::equal(ours, ours + 3, host));
+        check(swscanf(wide_text.c_str(), wide_format.c_str(), &ours[0], &ours[1], &ours[2]) ==
+              std::sscanf(text.c_str(), format.c_str(), &host[0], &host[1], &host[2]));
+        check(std::equal(ours, ours + 3, host));
     }
 }
 
 void scan(Input &input) {
     const std::u16string text = input.Rest();
     int numbers[5] = {};
-    require(swscanf(text.c_str(), TEXT("%2d/%2d/%4d %2d:%2d"), &numbers[0], &numbers[1],
-                    &numbers[2], &numbers[3], &numbers[4]) <= 5);
+    check(swscanf(text.c_str(), TEXT("%2d/%2d/%4d %2d:%2d"), &numbers[0], &numbers[1], &numbers[2],
+                  &numbers[3], &numbers[4]) <= 5);
     for (const int number : numbers) {
-        require(number > -1000 && number < 10000);
+        check(number > -1000 && number < 10000);
     }
     for (const WCHAR *const format : {TEXT("%4s-%2s-%2s %2s:%2s"), TEXT("%2s/%2s/%4s %2s:%2s:%2s"),
                                       TEXT("%4s-%2s-%2s %2s:%2s:%2s")}) {
@@ -179,10 +173,10 @@ void scan(Input &input) {
             WCHAR text[5];
         };
         const auto words = std::make_unique<Word[]>(6);
-        require(swscanf(text.c_str(), format, words[0].text, words[1].text, words[2].text,
-                        words[3].text, words[4].text, words[5].text) <= 6);
+        check(swscanf(text.c_str(), format, words[0].text, words[1].text, words[2].text,
+                      words[3].text, words[4].text, words[5].text) <= 6);
         for (std::size_t i = 0; i < 6; ++i) {
-            require(words[i].text[4] == 0);
+            check(words[i].text[4] == 0);
         }
     }
 }

@@ -7,18 +7,9 @@
 #include <cstring>
 #include <string_view>
 
+#include "fuzz/check.h"
 #include "ostrel/platform/calendar.h"
 #include "ostrel/platform/zone_file.h"
-
-namespace {
-
-void check(bool holds) {
-    if (!holds) {
-        __builtin_trap();
-    }
-}
-
-}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
     std::uint64_t some = 0;
