@@ -50,7 +50,7 @@ bool allows(DWORD share, DWORD access) {
 TEST(FileOpen, SharesWhatBothAllow) {
     const Planted dir("file=");
     constexpr DWORD kAccesses[] = {GENERIC_READ, GENERIC_WRITE, kReadWrite};
-    for (int i = 0; i < 3 * 3 * 4 * 4; ++i) {
+    for (DWORD i = 0; i < 3 * 3 * 4 * 4; ++i) {
         const DWORD access = kAccesses[i % 3], share = i / 3 % 4;
         const DWORD other_access = kAccesses[i / 12 % 3], other_share = i / 36;
         const Opened first(TEXT("file"), access, share);

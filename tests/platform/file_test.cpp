@@ -102,7 +102,7 @@ TEST(CrtFile, ReadsCharactersByMode) {
 // Each line just fits into the buffer, or is shorter.
 TEST(CrtFile, CutsLinesOfEveryLength) {
     const TempDir dir;
-    for (const std::size_t count : {3, 71, 72, 200}) {
+    for (const std::size_t count : {3u, 71u, 72u, 200u}) {
         std::string bytes;
         std::u16string lines;
         for (std::size_t length = 0; length + 2 < count; ++length) {

@@ -19,7 +19,6 @@
 namespace {
 
 constexpr std::int64_t kLast = 32535215999;
-constexpr std::int64_t kDay = 86400;
 
 std::tm fields(int year, int month, int day, int hour = 0, int minute = 0, int isdst = -1) {
     return {0, minute, hour, day, month - 1, year - 1900, 0, 0, isdst, 0, nullptr};
