@@ -12,20 +12,9 @@
 #include "fuzz/check.h"
 #include "ostrel/core/replace_all.h"
 #include "ostrel/core/x_string.h"
+#include "tests/support/step_by_step.h"
 
 namespace {
-
-template <class Text>
-std::uint64_t step_by_step(Text *text, const Text &search, const Text &replacement,
-                           std::uint64_t limit) {
-    std::uint64_t count = 0;
-    for (std::size_t at = 0; count < limit && (at = text->find(search, at)) != text->npos;
-         ++count) {
-        text->replace(at, search.size(), replacement);
-        at += replacement.size();
-    }
-    return count;
-}
 
 // The bytes as characters. In 16 bits there are some that share a byte.
 template <class Text>

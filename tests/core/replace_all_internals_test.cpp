@@ -2,20 +2,9 @@
 
 #include <gtest/gtest.h>
 
-namespace {
+#include "support/step_by_step.h"
 
-// The rule itself: search from the end of the last replacement, one at a time.
-template <class String>
-std::uint64_t step_by_step(String *text, const String &search, const String &replacement,
-                           std::uint64_t limit) {
-    std::uint64_t count = 0;
-    for (std::size_t at = 0; count < limit && (at = text->find(search, at)) != text->npos;
-         ++count) {
-        text->replace(at, search.size(), replacement);
-        at += replacement.size();
-    }
-    return count;
-}
+namespace {
 
 template <class String>
 void compare(const std::string &ascii, const std::string &search, const std::string &replacement) {
