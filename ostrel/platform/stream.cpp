@@ -273,8 +273,7 @@ WCHAR *Stream::ReadLine(WCHAR *line, std::size_t count) {
     return m_block.TakeLine(line, count) ? line : ReadRuns(line, count - 1);
 }
 
-// A line that TakeLine leaves, run by run: a long one, one that goes on in the next block, lone
-// CRs.
+// A line that TakeLine leaves, run by run: it is long, has lone CRs or goes on in the next block.
 WCHAR *Stream::ReadRuns(WCHAR *line, std::size_t room) {
     std::size_t length = 0;
     while (length < room) {

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <thread>
 #include <tuple>
 #include <vector>
 
@@ -118,15 +119,19 @@ TEST(CrtFile, CutsLinesOfEveryLength) {
 TEST(CrtFile, TellsManyStreamsApart) {
     const TempDir dir;
     dir.Write("file", "1\n2\n");
-    std::FILE *files[200];
-    std::generate_n(files, 200, [] { return _wfopen(u"file", u"r"); });
-    for (const std::u16string_view line : {u"1\n", u"2\n"}) {
-        for (std::FILE *const file : files) {
-            WCHAR buffer[9];
-            EXPECT_EQ(fgetws(buffer, 9, file), line);
+    const auto read = [] {
+        std::FILE *files[200];
+        std::generate_n(files, 200, [] { return _wfopen(u"file", u"r"); });
+        for (const std::u16string_view line : {u"1\n", u"2\n"}) {
+            for (std::FILE *const file : files) {
+                WCHAR buffer[9];
+                EXPECT_EQ(fgetws(buffer, 9, file), line);
+            }
         }
-    }
-    std::for_each(files, files + 200, std::fclose);
+        std::for_each(files, files + 200, std::fclose);
+    };
+    const std::jthread other(read);
+    read();
 }
 
 TEST(CrtFile, ReadsAndWritesBytesForTheHostsCalls) {
