@@ -13,8 +13,8 @@
 #include <string>
 
 #include "fuzz/check.h"
-#include "ostrel/platform/charset.h"
 #include "ostrel/platform/codepage.h"
+#include "ostrel/platform/text/charset.h"
 
 namespace {
 
@@ -53,12 +53,12 @@ std::string to_narrow(unsigned page, const std::u16string &text, int less) {
 
 // Decodes some bytes at a time, however that cuts the characters.
 std::u16string in_pieces(unsigned page, const std::string &bytes, std::size_t most) {
-    platform::StreamDecoder decoder(page);
+    ostrel_platform::StreamDecoder decoder(page);
     std::u16string text;
     for (std::size_t at = 0; at < bytes.size(); at += most) {
         const std::size_t count = std::min(most, bytes.size() - at);
         const bool last = at + count == bytes.size();
-        std::u16string piece(platform::StreamDecoder::Capacity(count), u'\0');
+        std::u16string piece(ostrel_platform::StreamDecoder::Capacity(count), u'\0');
         piece.resize(decoder.Decode(&bytes[at], count, last, piece.data()));
         text += piece;
     }

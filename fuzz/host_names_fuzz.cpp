@@ -10,8 +10,8 @@
 
 #include "fuzz/check.h"
 #include "ostrel/platform/file.h"
-#include "ostrel/platform/host_path.h"
-#include "ostrel/platform/wildcard.h"
+#include "ostrel/platform/file/host_path.h"
+#include "ostrel/platform/file/wildcard.h"
 
 namespace {
 
@@ -58,29 +58,29 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     std::string name(reinterpret_cast<const char *>(data), size);
     std::erase_if(name, [](char c) { return c == '\0' || c == '/'; });
     const std::unique_ptr<WCHAR[]> room(new WCHAR[name.size() + 1]);
-    const std::size_t length = platform::told_name(name, room.get());
+    const std::size_t length = ostrel_platform::name_from_host(name, room.get());
     check(length <= name.size());
     const std::u16string told(room.get(), length);
-    check(platform::host_path((u"C:\\" + told).c_str()) == "/" + name);
+    check(ostrel_platform::host_path((u"C:\\" + told).c_str()) == "/" + name);
 
     // As a text: a path, a name and a pattern.
     std::u16string text(size / 2, u'\0');
     std::memcpy(text.data(), data, text.size() * 2);
-    if (const auto path = platform::host_path(text.c_str())) {
+    if (const auto path = ostrel_platform::host_path(text.c_str())) {
         check(path->find('\0') == path->npos);
     }
     if (text.size() < MAX_PATH && length < MAX_PATH) {
-        platform::Wildcard(text).Matches(told);
-        const bool plain = !platform::is_pattern(told) && !told.ends_with(u'.');
-        check(!plain || told.empty() || platform::Wildcard(told).Matches(told));
-        check(platform::Wildcard(u"*").Matches(told));
+        ostrel_platform::Wildcard(text).Matches(told);
+        const bool plain = !ostrel_platform::is_pattern(told) && !told.ends_with(u'.');
+        check(!plain || told.empty() || ostrel_platform::Wildcard(told).Matches(told));
+        check(ostrel_platform::Wildcard(u"*").Matches(told));
     }
     if (size >= 6) {
         std::uint32_t bits = 0;
         std::memcpy(&bits, data, sizeof bits);
         const std::u16string pattern = short_text(u"a.*?", bits, data[4] % 8);
         const std::u16string other = short_text(u"ab.a", bits >> data[5] % 32, data[5] / 32);
-        check(platform::Wildcard(pattern).Matches(other) == slow_wildcard(pattern, other));
+        check(ostrel_platform::Wildcard(pattern).Matches(other) == slow_wildcard(pattern, other));
     }
     return 0;
 }

@@ -14,7 +14,7 @@
 #include "fuzz/check.h"
 #include "ostrel/platform/scanf.h"
 #include "ostrel/platform/time.h"
-#include "ostrel/platform/time_locale.h"
+#include "ostrel/platform/time/time_locale.h"
 
 namespace {
 
@@ -77,8 +77,8 @@ void write(Input &input) {
     check(length > 0 || errno != 0 || format.c_str()[0] == 0);
     if (room > 0) {
         int error = 0;
-        check(platform::write_time(platform::time_forms_of(locale), format, time, 9999, text.get(),
-                                   room, &error) < room);
+        check(ostrel_platform::write_time(ostrel_platform::time_forms_of(locale), format, time,
+                                          9999, text.get(), room, &error) < room);
     }
 }
 

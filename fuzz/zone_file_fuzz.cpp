@@ -8,8 +8,8 @@
 #include <string_view>
 
 #include "fuzz/check.h"
-#include "ostrel/platform/calendar.h"
-#include "ostrel/platform/zone_file.h"
+#include "ostrel/platform/time/calendar.h"
+#include "ostrel/platform/time/zone_file.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
     std::uint64_t some = 0;
@@ -17,20 +17,21 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         return 0;
     }
     std::memcpy(&some, data + size - sizeof some, sizeof some);
-    const auto zone = platform::read_zone_file(
+    const auto zone = ostrel_platform::read_zone_file(
         std::string_view(reinterpret_cast<const char *>(data), size - sizeof some));
     if (zone == nullptr) {
         return 0;
     }
-    const auto time = static_cast<std::int64_t>(some % (platform::kLastTime + 1));
-    const platform::ZoneInterval clock = zone->At(time);
+    const auto time = static_cast<std::int64_t>(some % (ostrel_platform::kLastTime + 1));
+    const ostrel_platform::ZoneInterval clock = zone->At(time);
     check(clock.begin <= time && time < clock.end);
     check(clock.name != nullptr && std::strlen(clock.name) <= size);
-    check(std::abs(clock.offset) < platform::kMostOffset);
-    for (const auto kind : {platform::ClockKind::kWall, platform::ClockKind::kStandard}) {
-        check(std::abs(zone->ToUtc(time, kind) - time) < 2 * platform::kMostOffset);
+    check(std::abs(clock.offset) < ostrel_platform::kMaxOffset);
+    for (const auto kind :
+         {ostrel_platform::ClockKind::kWall, ostrel_platform::ClockKind::kStandard}) {
+        check(std::abs(zone->ToUtc(time, kind) - time) < 2 * ostrel_platform::kMaxOffset);
     }
-    const platform::ZoneYear year = platform::year_of_zone(*zone, time);
+    const ostrel_platform::ZoneYear year = ostrel_platform::year_of_zone(*zone, time);
     check(year.begin < year.end && year.now.begin == clock.begin);
     return 0;
 }

@@ -16,9 +16,9 @@ const Byte *bytes_of(const char *text) {
 
 // The text in `room` bytes for each of its own, as `convert` walks it.
 template <class Convert>
-char *convert_walking(const char *text, std::size_t room, Convert convert) {
+char *convert_walking(const char *text, std::size_t capacity, Convert convert) {
     const std::size_t length = std::strlen(text);
-    HeapText result = allocate_text(length, room);
+    HeapText result = allocate_text(length, capacity);
     if (result != nullptr) {
         Byte *const out = reinterpret_cast<Byte *>(result.get());
         *convert(Walk{bytes_of(text), bytes_of(text) + length, out}) = 0;
@@ -52,7 +52,7 @@ char *ConvertToJis(const char *text, int encoding) {
     if (text == nullptr) {
         return nullptr;
     }
-    constexpr std::size_t kRoom = 8;  // an escape sequence, a byte, and the sequence at the end
+    constexpr std::size_t kCapacity = 8;  // an escape sequence, a byte, and the sequence at the end
     switch (encoding) {
         case EncodingMime:
             return DecodeMimeWords(text);
@@ -60,9 +60,9 @@ char *ConvertToJis(const char *text, int encoding) {
         case EncodingJis:
             return copy_text(text).release();
         case EncodingShiftJis:
-            return convert_walking(text, kRoom, shift_jis_to_jis<kHasBlocks>);
+            return convert_walking(text, kCapacity, shift_jis_to_jis<kHasBlocks>);
         case EncodingEucJp:
-            return convert_walking(text, kRoom, euc_to_jis<kHasBlocks>);
+            return convert_walking(text, kCapacity, euc_to_jis<kHasBlocks>);
         default:
             return copy_text("").release();
     }

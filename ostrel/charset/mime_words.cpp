@@ -57,8 +57,8 @@ struct GrowingText {
     }
 
     bool Append(const char *text, std::size_t count) {
-        const auto room = static_cast<std::size_t>(capacity - length);
-        if (count > room) {
+        const auto available = static_cast<std::size_t>(capacity - length);
+        if (count > available) {
             const auto unit = static_cast<std::size_t>(step);
             if (!SetCapacity(static_cast<std::size_t>(capacity) + (count / unit + 1) * unit)) {
                 return false;

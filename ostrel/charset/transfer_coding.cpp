@@ -240,13 +240,13 @@ public:
     }
 
     void Literal(Byte c) {
-        MakeRoom(1);
+        Reserve(1);
         *m_out++ = static_cast<char>(c);
     }
 
     void Encoded(Byte c) {
         static constexpr char kDigits[] = "0123456789ABCDEF";
-        MakeRoom(3);
+        Reserve(3);
         const char text[] = {'=', kDigits[c >> 4], kDigits[c & 15]};
         Put(text, sizeof text);
     }
@@ -254,10 +254,10 @@ public:
     char *End() const { return m_out; }
 
 private:
-    void MakeRoom(unsigned width) {
-        constexpr unsigned kMostColumns = 75;
+    void Reserve(unsigned width) {
+        constexpr unsigned kMaxColumns = 75;
         m_column += width;
-        if (m_column > kMostColumns) {
+        if (m_column > kMaxColumns) {
             Put("=\r\n", 3);
             m_column = width;
         }

@@ -14,7 +14,7 @@
 
 namespace {
 
-constexpr std::int32_t kMostIllegal = 11;
+constexpr std::int32_t kMaxIllegal = 11;
 
 // In UTF-8 a unit takes 3 bytes at most, and ICU counts bytes in 32 bits.
 constexpr std::size_t kLongest = INT32_MAX / 3;
@@ -30,7 +30,7 @@ void forgive_illegal(const void *context, UConverterToUnicodeArgs *, const char 
     if (reason == UCNV_RESET) {
         *count = 0;
     } else if (reason == UCNV_ILLEGAL) {
-        if (*count < kMostIllegal) {
+        if (*count < kMaxIllegal) {
             *error = U_ZERO_ERROR;
         } else {
             OSTREL_TRACE(DBG::kLevelValue,

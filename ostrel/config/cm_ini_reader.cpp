@@ -5,7 +5,7 @@
 
 #include "ostrel/core/trace.h"
 #include "ostrel/platform/crt_text.h"
-#include "ostrel/platform/file.h"
+#include "ostrel/platform/stream.h"
 
 namespace {
 
@@ -71,9 +71,10 @@ bool CINIReader::Parse(const WCHAR *pszFile, const WCHAR *pszMode) {
     for (;;) {
         // A piece is read to the place where it stays.
         constexpr std::uint32_t kReadBytes = kReadCharacters * sizeof(WCHAR);
-        unsigned char *const room = m_text.Prepare(kReadBytes);
-        __builtin_prefetch(room + 2048, 1);  // where the lines to come, of usual length, will stand
-        auto *const piece = reinterpret_cast<WCHAR *>(room);
+        unsigned char *const buffer = m_text.Prepare(kReadBytes);
+        __builtin_prefetch(buffer + 2048,
+                           1);  // where the lines to come, of usual length, will stand
+        auto *const piece = reinterpret_cast<WCHAR *>(buffer);
         if (fgetws(piece, kReadCharacters, file.get()) == nullptr) {
             break;
         }

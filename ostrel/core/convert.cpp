@@ -15,20 +15,20 @@ namespace {
 // The platform's call for a terminated text, by the width of the target. Each call asks for the
 // system code page anew.
 struct CallInSystemPage {
-    int operator()(const char *text, WCHAR *target, int room) const {
-        return MultiByteToWideChar(GetACP(), 0, text, -1, target, room);
+    int operator()(const char *text, WCHAR *target, int capacity) const {
+        return MultiByteToWideChar(GetACP(), 0, text, -1, target, capacity);
     }
-    int operator()(const WCHAR *text, char *target, int room) const {
-        return WideCharToMultiByte(GetACP(), 0, text, -1, target, room, nullptr, nullptr);
+    int operator()(const WCHAR *text, char *target, int capacity) const {
+        return WideCharToMultiByte(GetACP(), 0, text, -1, target, capacity, nullptr, nullptr);
     }
 };
 
 struct CallInUtf8 {
-    int operator()(const char *text, WCHAR *target, int room) const {
-        return MultiByteToWideChar(CP_UTF8, 0, text, -1, target, room);
+    int operator()(const char *text, WCHAR *target, int capacity) const {
+        return MultiByteToWideChar(CP_UTF8, 0, text, -1, target, capacity);
     }
-    int operator()(const WCHAR *text, char *target, int room) const {
-        return WideCharToMultiByte(CP_UTF8, 0, text, -1, target, room, nullptr, nullptr);
+    int operator()(const WCHAR *text, char *target, int capacity) const {
+        return WideCharToMultiByte(CP_UTF8, 0, text, -1, target, capacity, nullptr, nullptr);
     }
 };
 
@@ -38,9 +38,9 @@ std::basic_string<To> converted(const From *text, Call call, int spare) {
     std::basic_string<To> result;
     const int needed = call(text, static_cast<To *>(nullptr), 0);
     if (needed > 0) {
-        const int room = needed + std::min(spare, INT_MAX - needed);
-        result.resize(static_cast<std::size_t>(room));
-        call(text, result.data(), room);
+        const int capacity = needed + std::min(spare, INT_MAX - needed);
+        result.resize(static_cast<std::size_t>(capacity));
+        call(text, result.data(), capacity);
         result.resize(detail::text_length(result.c_str()));
     }
     return result;

@@ -20,8 +20,8 @@ constexpr Escape kMarkup[] = {{'&', "&amp;"},   {'"', "&quot;"},  {'<', "&lt;"},
 constexpr Escape kMarkupBlanks[] = {{' ', "&nbsp;"}, {'\t', "&nbsp;"}};
 constexpr Escape kCString[] = {{'\\', "\\\\"}, {'"', "\\\""}, {'\'', "\\'"}};
 
-constexpr std::size_t kMostEscapes = std::size(kMarkup);
-static_assert(kMostEscapes <= CharacterFinder<char>::kMost);
+constexpr std::size_t kMaxEscapes = std::size(kMarkup);
+static_assert(kMaxEscapes <= CharacterFinder<char>::kMost);
 
 std::span<const Escape> escapes_of(EscapeSet set) {
     switch (set) {
@@ -34,7 +34,7 @@ std::span<const Escape> escapes_of(EscapeSet set) {
         case EscapeSet::kMarkup:
             break;
     }
-    return std::span(kMarkup).first(kMostEscapes - 1);
+    return std::span(kMarkup).first(kMaxEscapes - 1);
 }
 
 // Calls take(place) for each character that the finder looks for.
@@ -59,8 +59,8 @@ void for_each_found(const std::basic_string<Char> &text, const CharacterFinder<C
 template <class Char>
 void escape_text(std::basic_string<Char> *text, std::span<const Escape> escapes,
                  std::uint64_t limit) {
-    Char characters[kMostEscapes];
-    std::basic_string<Char> replacements[kMostEscapes];
+    Char characters[kMaxEscapes];
+    std::basic_string<Char> replacements[kMaxEscapes];
     std::size_t longest = 0;
     for (std::size_t i = 0; i < escapes.size(); ++i) {
         characters[i] = static_cast<Char>(escapes[i].character);
@@ -77,7 +77,7 @@ void escape_text(std::basic_string<Char> *text, std::span<const Escape> escapes,
     const std::uint64_t replaced =
         found > limit ? std::min<std::uint64_t>(found, limit * escapes.size()) : found;
     escaped.reserve(text->size() + replaced * (longest - 1));
-    std::uint64_t counts[kMostEscapes] = {};
+    std::uint64_t counts[kMaxEscapes] = {};
     std::size_t copied = 0;
     for_each_found(*text, finder, [&](std::size_t at) {
         std::size_t which = 0;

@@ -26,24 +26,24 @@ int print(char *buffer, std::size_t count, const char *format, std::va_list args
 // Prints into `buffer`, which holds `room` characters, one at least, and a NUL. True when the text
 // is there, as far as the format goes without a fault; false when it needs a larger buffer.
 template <class Char>
-bool try_print(Char *buffer, std::size_t room, const Char *format, std::va_list args) {
+bool try_print(Char *buffer, std::size_t capacity, const Char *format, std::va_list args) {
     std::va_list values;
     va_copy(values, args);
     const int saved_errno = errno;
     errno = 0;
-    buffer[room - 1] = 0;
-    const int length = print(buffer, room, format, values);
+    buffer[capacity - 1] = 0;
+    const int length = print(buffer, capacity, format, values);
     const int fault = length < 0 ? errno : 0;
     errno = saved_errno;
     va_end(values);
-    buffer[room] = 0;
+    buffer[capacity] = 0;
     if (fault == ENOMEM) {
         throw std::bad_alloc();
     }
     if (fault == EOVERFLOW) {
         throw std::length_error("Format");
     }
-    const bool cut_before_the_fault = buffer[room - 1] != 0;
+    const bool cut_before_the_fault = buffer[capacity - 1] != 0;
     return length >= 0 || (fault != 0 && !cut_before_the_fault);
 }
 
@@ -52,8 +52,8 @@ void format_any(std::basic_string<Char> *out, const Char *format, std::va_list a
     Char scratch[kStackCharacters + 1];
     const FormatEstimate estimate = estimate_format(format, args);
     const std::uint64_t most = estimate.complete ? estimate.total : kStackCharacters;
-    const auto room = std::clamp<std::uint64_t>(most, 1, kStackCharacters);
-    if (try_print(scratch, static_cast<std::size_t>(room), format, args)) {
+    const auto capacity = std::clamp<std::uint64_t>(most, 1, kStackCharacters);
+    if (try_print(scratch, static_cast<std::size_t>(capacity), format, args)) {
         out->assign(scratch);
         return;
     }

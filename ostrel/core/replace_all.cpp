@@ -184,9 +184,9 @@ public:
 
     // Up to 16 bytes behind the piece are read as well, where `piece_end` allows it.
     void Put(const Char *piece, std::size_t count, const Char *piece_end) {
-        if (count > kRoom - m_used) {
+        if (count > kCapacity - m_used) {
             Flush();
-            if (count > kRoom) {
+            if (count > kCapacity) {
                 m_out.append(piece, count);
                 return;
             }
@@ -220,10 +220,10 @@ private:
 
     static constexpr std::size_t kBlock = 16 / sizeof(Char);
     static constexpr std::size_t kShort = 4 * kBlock;
-    static constexpr std::size_t kRoom = 64 * kBlock;
+    static constexpr std::size_t kCapacity = 64 * kBlock;
 
     std::basic_string<Char> m_out;
-    Char m_buffer[kRoom + kBlock];
+    Char m_buffer[kCapacity + kBlock];
     std::size_t m_used = 0;
 };
 

@@ -19,7 +19,7 @@ struct Twin;
 
 template <>
 struct Twin<WCHAR> {
-    static constexpr std::uint64_t kMostReplacements = std::numeric_limits<std::uint64_t>::max();
+    static constexpr std::uint64_t kMaxReplacements = std::numeric_limits<std::uint64_t>::max();
     static constexpr auto kMarkup = detail::EscapeSet::kMarkupApostrophe;
 
     static int CompareNoCase(const WCHAR *left, const WCHAR *right) {
@@ -32,7 +32,7 @@ struct Twin<WCHAR> {
 
 template <>
 struct Twin<char> {
-    static constexpr std::uint64_t kMostReplacements = 4999;
+    static constexpr std::uint64_t kMaxReplacements = 4999;
     static constexpr auto kMarkup = detail::EscapeSet::kMarkup;
 
     static int CompareNoCase(const char *left, const char *right) { return _stricmp(left, right); }
@@ -108,7 +108,7 @@ std::uint64_t x_string_members<Self, Char>::FindAndReplace(const x_string &searc
 template <class Self, class Char>
 bool x_string_members<Self, Char>::FindAndReplaceAll(const x_string &search,
                                                      const x_string &replacement) {
-    constexpr std::uint64_t limit = Twin<Char>::kMostReplacements;
+    constexpr std::uint64_t limit = Twin<Char>::kMaxReplacements;
     constexpr bool bounded = limit != std::numeric_limits<std::uint64_t>::max();
     if (search.empty()) {
         if (bounded) {
@@ -157,18 +157,18 @@ void x_string_members<Self, Char>::TrimRight() {
 
 template <class Self, class Char>
 Self &x_string_members<Self, Char>::EscapeSpecialCharacters() {
-    detail::escape(this, Twin<Char>::kMarkup, Twin<Char>::kMostReplacements);
+    detail::escape(this, Twin<Char>::kMarkup, Twin<Char>::kMaxReplacements);
     return self();
 }
 
 template <class Self, class Char>
 Self &x_string_members<Self, Char>::EscapeSpecialCharactersForCString() {
-    detail::escape(this, detail::EscapeSet::kCString, Twin<Char>::kMostReplacements);
+    detail::escape(this, detail::EscapeSet::kCString, Twin<Char>::kMaxReplacements);
     return self();
 }
 
 x_wstring &x_wstring::EscapeSpecialSpaceAndTab() {
-    detail::escape(this, detail::EscapeSet::kMarkupBlanks, Twin<WCHAR>::kMostReplacements);
+    detail::escape(this, detail::EscapeSet::kMarkupBlanks, Twin<WCHAR>::kMaxReplacements);
     return *this;
 }
 

@@ -42,9 +42,9 @@ inline constexpr unsigned CP_UTF8 = 65001;
 // source and target the same, a default character, or more than 2147483647 to store), or
 // ERROR_NOT_ENOUGH_MEMORY.
 OSTREL_PLATFORM_API int MultiByteToWideChar(unsigned code_page, DWORD flags, const char *source,
-                                            int length, WCHAR *target, int room) noexcept;
+                                            int length, WCHAR *target, int capacity) noexcept;
 OSTREL_PLATFORM_API int WideCharToMultiByte(unsigned code_page, DWORD flags, const WCHAR *source,
-                                            int length, char *target, int room,
+                                            int length, char *target, int capacity,
                                             const char *default_char, BOOL *used_default) noexcept;
 
 #endif

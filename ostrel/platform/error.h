@@ -14,33 +14,10 @@
 OSTREL_PLATFORM_API DWORD GetLastError() noexcept;
 OSTREL_PLATFORM_API void SetLastError(DWORD code) noexcept;
 
-// Codes that the layer itself gives; names and numbers are those of the platform's winerror.h.
-inline constexpr DWORD ERROR_SUCCESS = 0;
-inline constexpr DWORD ERROR_FILE_NOT_FOUND = 2;
-inline constexpr DWORD ERROR_PATH_NOT_FOUND = 3;
-inline constexpr DWORD ERROR_ACCESS_DENIED = 5;
-inline constexpr DWORD ERROR_INVALID_HANDLE = 6;
-inline constexpr DWORD ERROR_NOT_ENOUGH_MEMORY = 8;
-inline constexpr DWORD ERROR_CURRENT_DIRECTORY = 16;
-inline constexpr DWORD ERROR_NOT_SAME_DEVICE = 17;
-inline constexpr DWORD ERROR_NO_MORE_FILES = 18;
-inline constexpr DWORD ERROR_SHARING_VIOLATION = 32;
-inline constexpr DWORD ERROR_FILE_EXISTS = 80;
-inline constexpr DWORD ERROR_INVALID_PARAMETER = 87;
-inline constexpr DWORD ERROR_DISK_FULL = 112;
-inline constexpr DWORD ERROR_CALL_NOT_IMPLEMENTED = 120;
-inline constexpr DWORD ERROR_INSUFFICIENT_BUFFER = 122;
-inline constexpr DWORD ERROR_INVALID_NAME = 123;
-inline constexpr DWORD ERROR_MOD_NOT_FOUND = 126;
-inline constexpr DWORD ERROR_DIR_NOT_EMPTY = 145;
-inline constexpr DWORD ERROR_ALREADY_EXISTS = 183;
-inline constexpr DWORD ERROR_FILENAME_EXCED_RANGE = 206;
-inline constexpr DWORD ERROR_MORE_DATA = 234;
-inline constexpr DWORD ERROR_DIRECTORY = 267;
-inline constexpr DWORD ERROR_MR_MID_NOT_FOUND = 317;
-inline constexpr DWORD ERROR_NOACCESS = 998;
-inline constexpr DWORD ERROR_INVALID_FLAGS = 1004;
-inline constexpr DWORD ERROR_RESOURCE_LANG_NOT_FOUND = 1815;
+// The system's error codes: ERROR_FILE_NOT_FOUND and so on, each a constant of type DWORD.
+#define OSTREL_ERROR(name, number, ...) inline constexpr DWORD name = number;
+#include "ostrel/platform/error_codes.inc"
+#undef OSTREL_ERROR
 
 inline constexpr DWORD FORMAT_MESSAGE_ALLOCATE_BUFFER = 0x0100;
 inline constexpr DWORD FORMAT_MESSAGE_IGNORE_INSERTS = 0x0200;

@@ -1,7 +1,7 @@
 #ifndef OSTREL_PLATFORM_FILE_H
 #define OSTREL_PLATFORM_FILE_H
 
-// Files and directories by path, open files, and the runtime's streams.
+// Files and directories by path, and open files.
 //
 // Paths. '\' and '/' both separate. "C:" is the host's root directory, another letter the host
 // directory that the environment variable OSTREL_DRIVE_<letter> names; without it that drive does
@@ -48,13 +48,9 @@
 
 #include <io.h>
 
-#include <cstdio>
-#include <cwchar>
-
 #else
 
 #include <cstddef>
-#include <cstdio>
 
 // The room for a path, in characters with the NUL.
 inline constexpr std::size_t MAX_PATH = 260;
@@ -240,7 +236,7 @@ OSTREL_PLATFORM_API BOOL MoveFileExW(const WCHAR *source, const WCHAR *target,
 // Result: the characters stored, without the NUL; when `room` is too small, nothing is stored and
 // it is the room needed, with the NUL; 0, with ERROR_INVALID_PARAMETER, for a null buffer with a
 // room.
-OSTREL_PLATFORM_API DWORD GetTempPathW(DWORD room, WCHAR *buffer) noexcept;
+OSTREL_PLATFORM_API DWORD GetTempPathW(DWORD capacity, WCHAR *buffer) noexcept;
 
 // Whether a file can be used: `mode` is 0 (it exists), 2 (written), 4 (read) or 6. Only READONLY
 // counts; a directory can always. Result: 0, or -1 with errno ENOENT (also for a path that is too
@@ -253,47 +249,6 @@ OSTREL_PLATFORM_API int _waccess(const WCHAR *path, int mode) noexcept;
 // name. Result: a text that the caller releases with free; null, with errno, when there is none:
 // ENOENT when TMP is set and `directory` is given and neither exists, ENAMETOOLONG, ENOMEM.
 OSTREL_PLATFORM_API WCHAR *_wtempnam(const WCHAR *directory, const WCHAR *prefix) noexcept;
-
-// Opens a stream.
-//
-// `mode` is one of the letters r, w, a, then any of: b or t (binary or text; text is the default),
-// x (behind w: the file must not exist), c n N S R T (hints, without effect), and with r, instead
-// of b, ", ccs=UTF-8", ", ccs=UTF-16LE" or ", ccs=UNICODE". Leading blanks are skipped. A stream
-// goes in one direction: + is refused.
-//
-// A text stream reads CR LF as LF and ends at a Ctrl-Z (0x1A); a lone CR stays. It writes LF as
-// CR LF. Its characters are those of the system code page (GetACP), of UTF-8 or of UTF-16 by the
-// ccs= part; a byte order mark at the start wins over that part and is skipped, as is a UTF-8 mark
-// without one. UNICODE without a mark is UTF-16LE.
-//
-// The stream is a stream of the host: fclose closes it, fread, fgets, fwrite and their kin take
-// bytes (with the line ends of a text stream turned, and not decoded). One stream is read by
-// fgetws or by those, not by both, and has no position calls; fgetws does not set what feof and
-// ferror tell.
-//
-// Threads: a stream belongs to one thread at a time; different streams are independent.
-//
-// Result: the stream, or null with errno: ENOENT, EACCES (no permission, a directory, or a file
-// that is open against it), EEXIST,
-// EINVAL for a null or empty path or mode or one that does not read as above, or what else the
-// host's open gives.
-OSTREL_PLATFORM_API std::FILE *_wfopen(const WCHAR *path, const WCHAR *mode) noexcept;
-
-// Reads `count` - 1 characters at most, up to and including the next line feed, and puts a NUL
-// behind them; what `buffer` holds behind the NUL is not kept. Text is decoded; a broken sequence
-// gives U+FFFD for each of its maximal parts. On a binary stream two bytes make a character, low
-// byte first.
-//
-// Result: `buffer`, or null at the end of the file, with errno on a read error (what was read of
-// that line is lost), or with errno EINVAL for a stream that is not of _wfopen or does not read, a
-// null buffer or a `count` below 1.
-OSTREL_PLATFORM_API WCHAR *fgetws(WCHAR *buffer, int count, std::FILE *stream) noexcept;
-
-// Writes out what the process's streams hold back. Result: the number of open streams: those of
-// _wfopen, and the three that every process starts with. Each stream is locked on the way: while
-// another thread waits within a call for input of a stream of the host, such as a line of standard
-// input, this call waits too.
-OSTREL_PLATFORM_API int _flushall() noexcept;
 
 // Removes a file. Result: 0, or -1 with errno: EACCES for a directory, for a file that is read-only
 // (its owner has no write permission) and for one that is open without FILE_SHARE_DELETE, ENOENT,

@@ -25,7 +25,8 @@ OSTREL_PLATFORM_API BOOL DisableThreadLibraryCalls(HMODULE module) noexcept;
 // ERROR_INSUFFICIENT_BUFFER; the path is cut then. 0 on failure, with the last error
 // ERROR_INVALID_PARAMETER (null buffer, room 0), ERROR_MOD_NOT_FOUND (no such module) or what the
 // host's refusal becomes.
-OSTREL_PLATFORM_API DWORD GetModuleFileNameW(HMODULE module, WCHAR *buffer, DWORD room) noexcept;
+OSTREL_PLATFORM_API DWORD GetModuleFileNameW(HMODULE module, WCHAR *buffer,
+                                             DWORD capacity) noexcept;
 
 #endif
 

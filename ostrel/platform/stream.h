@@ -1,86 +1,60 @@
 #ifndef OSTREL_PLATFORM_STREAM_H
 #define OSTREL_PLATFORM_STREAM_H
 
-// Internal. What stands behind a stream of _wfopen: the open file, the line ends and the decoding.
+// The runtime's streams: text files read by lines of 16-bit characters. Paths are told in file.h.
 
-#include <cstddef>
-#include <memory>
-#include <optional>
-#include <string_view>
-
-#include "ostrel/platform/charset.h"
-#include "ostrel/platform/share_mode.h"
-#include "ostrel/platform/text_block.h"
 #include "ostrel/platform/types.h"
 
-namespace platform {
+#ifdef _WIN32
 
-// A mode string, taken apart.
-struct OpenMode {
-    enum class Encoding { kSystem, kUtf8, kUtf16, kBinary };
+#include <cstdio>
+#include <cwchar>
 
-    char access = 'r';  // r, w or a
-    bool exclusive = false;
-    bool find_mark = false;  // a ccs= part was given: a byte order mark decides
-    Encoding encoding = Encoding::kSystem;
+#else
 
-    bool Reads() const { return access == 'r'; }
-    bool Binary() const { return encoding == Encoding::kBinary; }
+#include <cstdio>
 
-    // Nothing when the text is no mode of file.h.
-    static std::optional<OpenMode> Parse(std::u16string_view text);
-};
+// Opens a stream.
+//
+// `mode` is one of the letters r, w, a, then any of: b or t (binary or text; text is the default),
+// x (behind w: the file must not exist), c n N S R T (hints, without effect), and with r, instead
+// of b, ", ccs=UTF-8", ", ccs=UTF-16LE" or ", ccs=UNICODE". Leading blanks are skipped. A stream
+// goes in one direction: + is refused.
+//
+// A text stream reads CR LF as LF and ends at a Ctrl-Z (0x1A); a lone CR stays. It writes LF as
+// CR LF. Its characters are those of the system code page (GetACP), of UTF-8 or of UTF-16 by the
+// ccs= part; a byte order mark at the start wins over that part and is skipped, as is a UTF-8 mark
+// without one. UNICODE without a mark is UTF-16LE.
+//
+// The stream is a stream of the host: fclose closes it, fread, fgets, fwrite and their kin take
+// bytes (with the line ends of a text stream turned, and not decoded). One stream is read by
+// fgetws or by those, not by both, and has no position calls; fgetws does not set what feof and
+// ferror tell.
+//
+// Threads: a stream belongs to one thread at a time; different streams are independent.
+//
+// Result: the stream, or null with errno: ENOENT, EACCES (no permission, a directory, or a file
+// that is open against it), EEXIST,
+// EINVAL for a null or empty path or mode or one that does not read as above, or what else the
+// host's open gives.
+OSTREL_PLATFORM_API std::FILE *_wfopen(const WCHAR *path, const WCHAR *mode) noexcept;
 
-class Stream {
-public:
-    // Opens the file, or gives null with errno.
-    static std::unique_ptr<Stream> Open(const char *path, const OpenMode &mode);
-    Stream &operator=(Stream &&) = delete;  // nor copied
+// Reads `count` - 1 characters at most, up to and including the next line feed, and puts a NUL
+// behind them; what `buffer` holds behind the NUL is not kept. Text is decoded; a broken sequence
+// gives U+FFFD for each of its maximal parts. On a binary stream two bytes make a character, low
+// byte first.
+//
+// Result: `buffer`, or null at the end of the file, with errno on a read error (what was read of
+// that line is lost), or with errno EINVAL for a stream that is not of _wfopen or does not read, a
+// null buffer or a `count` below 1.
+OSTREL_PLATFORM_API WCHAR *fgetws(WCHAR *buffer, int count, std::FILE *stream) noexcept;
 
-    bool Reads() const { return m_mode.Reads(); }
+// Writes out what the process's streams hold back. Result: the number of open streams: those of
+// _wfopen, and the three that every process starts with. Each stream is locked on the way: while
+// another thread waits within a call for input of a stream of the host, such as a line of standard
+// input, this call waits too.
+OSTREL_PLATFORM_API int _flushall() noexcept;
 
-    // Reads `count` - 1 characters at most, through the next line feed, and puts a NUL behind them;
-    // `count` is not 0. Result: `line`; null at the end, and on an error, with errno, also when the
-    // line has begun.
-    WCHAR *ReadLine(WCHAR *line, std::size_t count);
-
-    // Bytes as a narrow call of the host wants them. Result: the bytes stored, 0 at the end, -1
-    // with errno on an error.
-    std::ptrdiff_t ReadBytes(char *bytes, std::size_t room);
-
-    // Result: false with errno on an error.
-    bool WriteBytes(const char *bytes, std::size_t count);
-
-    // Closes the file. Result: 0, or -1 with errno. Nothing else may follow.
-    int Close();
-
-private:
-    Stream(SharingFile file, const OpenMode &mode);
-
-    bool FillBytes();
-    bool MayBeginMark() const;
-    void SkipMark();
-    WCHAR *ReadRuns(WCHAR *line, std::size_t room);
-    bool FillBlock();
-    std::size_t DecodeText();
-    std::size_t DecodePairs();
-    void Stop();
-
-    SharingFile m_file;
-    OpenMode m_mode;
-    bool m_started = false;     // the first block has been read
-    bool m_ended = false;       // the file has no more
-    int m_error = 0;            // the errno that ended it
-    bool m_heldReturn = false;  // the last block ended with a CR; never while a block has more
-
-    std::size_t m_bytePos = 0;
-    std::size_t m_byteEnd = 0;
-    std::optional<StreamDecoder> m_decoder;  // made when the encoding is known
-
-    char m_bytes[TextBlock::kBytes];
-    TextBlock m_block;
-};
-
-}  // namespace platform
+#endif
 
 #endif  // OSTREL_PLATFORM_STREAM_H

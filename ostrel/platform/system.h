@@ -37,6 +37,11 @@ OSTREL_PLATFORM_API BOOL GetVersionExW(OSVERSIONINFOW *version) noexcept;
 // value of a variable is kept once.
 OSTREL_PLATFORM_API WCHAR *_wgetenv(const WCHAR *name) noexcept;
 
+// Sets a variable of the environment, or removes it when `value` is empty. A pair of name and value
+// that was ever set stays in memory, once. Result: 0; EINVAL for a null pointer and for a name that
+// is empty or holds '='; ENOMEM when memory is missing. errno is set to the same, unless it is 0.
+OSTREL_PLATFORM_API int _putenv_s(const char *name, const char *value) noexcept;
+
 #endif
 
 #endif  // OSTREL_PLATFORM_SYSTEM_H

@@ -98,7 +98,7 @@ OSTREL_PLATFORM_API BOOL FileTimeToSystemTime(const FILETIME *count, SYSTEMTIME 
 // unknown directive, a lone % at the end, and a field out of its range (those that the directive
 // reads: year 0 to 9999, also of the ISO week, second 0 to 60, the others as calendars have them,
 // each by itself).
-OSTREL_PLATFORM_API std::size_t wcsftime(WCHAR *text, std::size_t room, const WCHAR *format,
+OSTREL_PLATFORM_API std::size_t wcsftime(WCHAR *text, std::size_t capacity, const WCHAR *format,
                                          const std::tm *time) noexcept;
 
 // The date and the time of fields as the system's locale writes them (of LC_ALL, LC_TIME and LANG
@@ -118,9 +118,9 @@ inline constexpr DWORD DATE_SHORTDATE = 1;
 // ERROR_INVALID_PARAMETER (fields that are no date or no time, null pointers, another locale or a
 // format).
 OSTREL_PLATFORM_API int GetDateFormatW(DWORD locale, DWORD flags, const SYSTEMTIME *time,
-                                       const WCHAR *format, WCHAR *text, int room) noexcept;
+                                       const WCHAR *format, WCHAR *text, int capacity) noexcept;
 OSTREL_PLATFORM_API int GetTimeFormatW(DWORD locale, DWORD flags, const SYSTEMTIME *time,
-                                       const WCHAR *format, WCHAR *text, int room) noexcept;
+                                       const WCHAR *format, WCHAR *text, int capacity) noexcept;
 
 #endif
 

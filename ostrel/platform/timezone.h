@@ -22,7 +22,6 @@
 #include "ostrel/platform/types.h"
 
 #ifdef _WIN32
-#include <cstdlib>
 #include <ctime>
 #else
 
@@ -38,11 +37,6 @@ inline constexpr struct PlatformTimezone {
 inline constexpr struct PlatformDaylight {
     operator int() const noexcept { return platform_daylight(); }
 } _daylight;
-
-// Sets a variable of the environment, or removes it when `value` is empty. A pair of name and value
-// that was ever set stays in memory, once. Result: 0; EINVAL for a null pointer and for a name that
-// is empty or holds '='; ENOMEM when memory is missing. errno is set to the same, unless it is 0.
-OSTREL_PLATFORM_API int _putenv_s(const char *name, const char *value) noexcept;
 
 inline constexpr DWORD TIME_ZONE_ID_UNKNOWN = 0;   // the zone has no daylight time
 inline constexpr DWORD TIME_ZONE_ID_STANDARD = 1;  // it has, but not now

@@ -105,15 +105,15 @@ inline Instruction *Compiler::Take(std::uint32_t count) {
     if (count > m_program.instructions.Count() - m_next) {
         Grow(count);
     }
-    Instruction *const room = m_program.instructions.Data() + m_next;
+    Instruction *const place = m_program.instructions.Data() + m_next;
     m_next += count;
-    return room;
+    return place;
 }
 
 template <class... Instructions>
 inline void Compiler::Add(Instructions... instructions) {
-    Instruction *room = Take(sizeof...(instructions));
-    ((*room++ = instructions), ...);
+    Instruction *place = Take(sizeof...(instructions));
+    ((*place++ = instructions), ...);
 }
 
 RegexResult Compiler::Compile(const WCHAR *pattern) {
@@ -485,8 +485,8 @@ void Compiler::WriteHeads(Element &element, Suffix suffix) {
     }
     const std::uint32_t present = m_next - element.start;
     Take(size);
-    Instruction *const room = &At(element.start);
-    relocate(room, room + size, present, loop ? 1 : 0);
+    Instruction *const place = &At(element.start);
+    relocate(place, place + size, present, loop ? 1 : 0);
     for (Expansion &expansion : m_expansions) {
         if (expansion.start >= element.start) {
             expansion.start += size;
@@ -495,30 +495,30 @@ void Compiler::WriteHeads(Element &element, Suffix suffix) {
     }
     element.atom += size;
     if (suffix.alternative) {
-        room[0] = {OpPushPos, 0};
-        room[1] = {OpCall, element.start + kAlternationHead};
-        room[2] = {OpPopPos, 0};
-        room[3] = {OpJump, 0};
+        place[0] = {OpPushPos, 0};
+        place[1] = {OpCall, element.start + kAlternationHead};
+        place[2] = {OpPopPos, 0};
+        place[3] = {OpJump, 0};
     }
     if (loop) {
-        WriteLoopHead(room + size - kLoopHead, element.atom - kLoopHead, element.slot);
+        WriteLoopHead(place + size - kLoopHead, element.atom - kLoopHead, element.slot);
         ++element.slot;
         ++m_program.memoryCount;
     } else if (lazy) {
-        room[size - kLazyHead] = {OpCall, 0};
+        place[size - kLazyHead] = {OpCall, 0};
     }
 }
 
 // Writes what stands before the body of a greedy loop to `room`, which is the place of the
 // instruction `index`. The body follows.
-void Compiler::WriteLoopHead(Instruction *room, std::uint32_t index, std::uint32_t slot) {
-    room[0] = {OpPushMemory, slot};
-    room[1] = {OpStorePos, slot};
-    room[2] = {OpPushPos, 0};
-    room[3] = {OpCall, index + kLoopHead};
-    room[4] = {OpPopPos, 0};
-    room[5] = {OpPopMemory, slot};
-    room[6] = {OpJump, 0};
+void Compiler::WriteLoopHead(Instruction *place, std::uint32_t index, std::uint32_t slot) {
+    place[0] = {OpPushMemory, slot};
+    place[1] = {OpStorePos, slot};
+    place[2] = {OpPushPos, 0};
+    place[3] = {OpCall, index + kLoopHead};
+    place[4] = {OpPopPos, 0};
+    place[5] = {OpPopMemory, slot};
+    place[6] = {OpJump, 0};
 }
 
 // Writes what stands behind the body of a greedy loop whose head is at the index `head`.

@@ -95,7 +95,7 @@ private:
     void WriteHeads(Element &element, Suffix suffix);
     void WriteLookAheadTails(const Element &element);
     void WriteQuantifierTail(const Element &element, Suffix suffix);
-    void WriteLoopHead(Instruction *room, std::uint32_t index, std::uint32_t slot);
+    void WriteLoopHead(Instruction *place, std::uint32_t index, std::uint32_t slot);
     void WriteLoopTail(std::uint32_t head, Quantifier quantifier);
 
     Instruction &At(std::uint32_t index) { return m_program.instructions[index]; }

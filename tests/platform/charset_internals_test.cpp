@@ -1,4 +1,4 @@
-#include "ostrel/platform/charset.h"
+#include "ostrel/platform/text/charset.h"
 
 #include <gtest/gtest.h>
 
@@ -6,13 +6,13 @@
 #include <string>
 #include <vector>
 
-#include "ostrel/platform/utf8.h"
+#include "ostrel/platform/text/utf8.h"
 
 namespace {
 
-using platform::StreamDecoder;
-using platform::to_narrow;
-using platform::to_wide;
+using ostrel_platform::StreamDecoder;
+using ostrel_platform::to_narrow;
+using ostrel_platform::to_wide;
 
 struct Text {
     std::string bytes;
@@ -44,7 +44,7 @@ TEST(Utf8, ConvertsBlocksOfEveryKind) {
                           text.bytes + "\xEF\xBF\xBD" + text.bytes);
                 const Text broken = text + kBroken[length % 6] + first * length;
                 ASSERT_EQ(to_wide(broken.bytes, 65001), broken.units) << length;
-                ASSERT_EQ(platform::wide_length(broken.bytes, 65001), broken.units.size());
+                ASSERT_EQ(ostrel_platform::wide_length(broken.bytes, 65001), broken.units.size());
             }
         }
     }
@@ -52,9 +52,11 @@ TEST(Utf8, ConvertsBlocksOfEveryKind) {
 
 TEST(Utf8, ReadsNothingBehindTheText) {
     for (std::size_t length = 0; length < 140; ++length) {
-        EXPECT_EQ(platform::utf8_length(std::vector<WCHAR>(length, u'\u30BD').data(), length),
-                  3 * length);
-        EXPECT_EQ(platform::utf16_length(std::vector<char>(length, 'x').data(), length), length);
+        EXPECT_EQ(
+            ostrel_platform::utf8_length(std::vector<WCHAR>(length, u'\u30BD').data(), length),
+            3 * length);
+        EXPECT_EQ(ostrel_platform::utf16_length(std::vector<char>(length, 'x').data(), length),
+                  length);
     }
 }
 
@@ -67,7 +69,7 @@ TEST(Charset, GoesOnInLongTexts) {
             const std::string bytes = to_narrow(text, page);
             ASSERT_EQ(bytes.size(), 2 * (length + 3000) + to_narrow(u"\U0001F600", page).size());
             ASSERT_TRUE(to_wide(bytes, page).ends_with(end));
-            ASSERT_EQ(platform::wide_length(bytes, page), to_wide(bytes, page).size());
+            ASSERT_EQ(ostrel_platform::wide_length(bytes, page), to_wide(bytes, page).size());
         }
     }
 }
@@ -78,11 +80,13 @@ TEST(Charset, FillsABufferToItsLastUnit) {
         const std::string bytes = to_narrow(u"a\u20AC\U0001F600\U0001F600\u30BD\u30BDz", page);
         const std::u16string units = to_wide(bytes, page);
         for (std::size_t room = 0; room < bytes.size(); ++room) {
-            EXPECT_EQ(platform::to_narrow_within(units, page, std::vector<char>(room).data(), room),
-                      platform::kTooSmall);
+            EXPECT_EQ(ostrel_platform::to_narrow_within(units, page, std::vector<char>(room).data(),
+                                                        room),
+                      ostrel_platform::kTooSmall);
             const bool fits = room >= units.size();
-            EXPECT_EQ(platform::to_wide_within(bytes, page, std::vector<WCHAR>(room).data(), room),
-                      fits ? units.size() : platform::kTooSmall);
+            EXPECT_EQ(
+                ostrel_platform::to_wide_within(bytes, page, std::vector<WCHAR>(room).data(), room),
+                fits ? units.size() : ostrel_platform::kTooSmall);
         }
     }
 }

@@ -1,4 +1,5 @@
 #include "ostrel/platform/file.h"
+#include "ostrel/platform/stream.h"
 
 #include <sys/stat.h>
 

@@ -1,4 +1,4 @@
-#include "ostrel/platform/handle_table.h"
+#include "ostrel/platform/base/handle_table.h"
 
 #include <gtest/gtest.h>
 
@@ -11,18 +11,18 @@
 
 namespace {
 
-using Kind = platform::HandleKind;
+using Kind = ostrel_platform::HandleKind;
 
-platform::HandleTable &table = platform::HandleTable::Instance();
+ostrel_platform::HandleTable &table = ostrel_platform::HandleTable::Instance();
 
 TEST(HandleTable, TellsClosedAndForeignHandlesApart) {
-    const auto object = std::make_shared<platform::HandleObject>();
+    const auto object = std::make_shared<ostrel_platform::HandleObject>();
     const std::uintptr_t first = table.Open(Kind::kObject, object);
     EXPECT_EQ(table.Find(Kind::kFind, first), nullptr);
     EXPECT_FALSE(table.Close(Kind::kService, first));
     EXPECT_EQ(table.Find(Kind::kObject, first + 1), nullptr);
     // A call at work on the object keeps it.
-    const std::shared_ptr<platform::HandleObject> working = table.Find(Kind::kObject, first);
+    const std::shared_ptr<ostrel_platform::HandleObject> working = table.Find(Kind::kObject, first);
     EXPECT_TRUE(CloseHandle(reinterpret_cast<HANDLE>(first)));
     EXPECT_EQ(object.use_count(), 2);
     // The place is used again, the handle is not.
@@ -37,7 +37,7 @@ TEST(HandleTable, TellsClosedAndForeignHandlesApart) {
 }
 
 TEST(HandleTable, ServesManyThreads) {
-    const auto object = std::make_shared<platform::HandleObject>();
+    const auto object = std::make_shared<ostrel_platform::HandleObject>();
     std::vector<std::jthread> threads;
     for (int i = 0; i < 4; ++i) {
         threads.emplace_back([&object] {

@@ -1,6 +1,6 @@
 // Moves that wait for the next start: nothing is lost, done twice or done by halves.
 
-#include "ostrel/platform/pending_moves.h"
+#include "ostrel/platform/pending/pending_moves.h"
 
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -50,9 +50,9 @@ STEP('n', int, renameat, (int at, const char *from, int to_at, const char *to), 
 namespace {
 
 namespace fs = std::filesystem;
-using platform::carry_out_pending_moves;
-using platform::PendingScope;
-using platform::record_pending_move;
+using ostrel_platform::carry_out_pending_moves;
+using ostrel_platform::PendingScope;
+using ostrel_platform::record_pending_move;
 
 const std::string kHeader = "ostrel-pending-moves 1";
 

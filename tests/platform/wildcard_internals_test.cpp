@@ -1,4 +1,4 @@
-#include "ostrel/platform/wildcard.h"
+#include "ostrel/platform/file/wildcard.h"
 
 #include <gtest/gtest.h>
 
@@ -7,7 +7,7 @@
 
 namespace {
 
-using platform::Wildcard;
+using ostrel_platform::Wildcard;
 
 // The names that match, of a list that has each kind.
 std::string matched(const std::u16string &pattern) {

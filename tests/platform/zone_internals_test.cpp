@@ -7,18 +7,18 @@
 #include <string>
 #include <tuple>
 
-#include "ostrel/platform/zone_file.h"
+#include "ostrel/platform/time/zone_file.h"
 
 namespace {
 
 // The clock around a time, as "offset name" or "offset/standard name" with daylight time.
 std::string clock_at(const std::string &file, std::int64_t time) {
-    const auto zone = platform::read_zone_file(file);
+    const auto zone = ostrel_platform::read_zone_file(file);
     if (zone == nullptr) {
         return "none";
     }
-    zone->ToUtc(time, platform::ClockKind::kStandard);
-    const platform::ZoneInterval clock = zone->At(time);
+    zone->ToUtc(time, ostrel_platform::ClockKind::kStandard);
+    const ostrel_platform::ZoneInterval clock = zone->At(time);
     EXPECT_TRUE(clock.begin <= time && time < clock.end);
     return std::to_string(clock.offset) +
            (clock.daylight ? '/' + std::to_string(clock.standard) : "") + ' ' + clock.name;
@@ -60,10 +60,10 @@ TEST(ZoneFiles, AreRefusedWhenTheyAreBroken) {
 TEST(ZoneFiles, TellTheChangesThatHoldInAYearOfMany) {
     std::ifstream stream("/usr/share/zoneinfo/Africa/Casablanca", std::ios::binary);
     const auto zone =
-        platform::read_zone_file(std::string(std::istreambuf_iterator<char>(stream), {}));
+        ostrel_platform::read_zone_file(std::string(std::istreambuf_iterator<char>(stream), {}));
     constexpr std::int64_t kMarch = 1427594400, kJune = 1434247200, kJuly = 1437271200;
     for (const auto &[change, daylight] : {std::pair(kJune, kMarch), {kJuly, kJuly}}) {
-        const platform::ZoneYear year = platform::year_of_zone(*zone, change + 86400);
+        const ostrel_platform::ZoneYear year = ostrel_platform::year_of_zone(*zone, change + 86400);
         EXPECT_EQ(year.daylightBegins, daylight);
         EXPECT_EQ(year.standardBegins, kJune);
     }

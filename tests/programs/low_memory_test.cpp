@@ -6,7 +6,7 @@
 #include <new>
 
 #include "ostrel/config/cm_ini_reader.h"
-#include "ostrel/platform/file.h"
+#include "ostrel/platform/stream.h"
 #include "support/temp_dir.h"
 
 #if defined(__has_feature)

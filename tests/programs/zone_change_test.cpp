@@ -19,6 +19,7 @@
 #include <utility>
 #include <vector>
 
+#include "ostrel/platform/system.h"
 #include "ostrel/platform/time.h"
 #include "ostrel/platform/timezone.h"
 #include "support/failing_memory.h"

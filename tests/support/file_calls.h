@@ -8,6 +8,7 @@
 #include "ostrel/platform/error.h"
 #include "ostrel/platform/file.h"
 #include "ostrel/platform/handle.h"
+#include "ostrel/platform/stream.h"
 #include "ostrel/platform/time.h"
 #include "support/file_tree.h"
 #include "support/temp_dir.h"

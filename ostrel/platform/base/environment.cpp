@@ -1,0 +1,113 @@
+#include "ostrel/platform/base/environment.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstddef>
+#include <cstring>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <set>
+#include <vector>
+
+namespace ostrel_platform {
+namespace {
+
+// What _putenv_s has put into the environment. It stays: the host's environment, and threads that
+// read it, have pointers to it. A value that comes back is found again, and arrays grow in
+// proportion, so that a program which goes on setting variables does not go on taking memory.
+class Additions {
+public:
+    // Never destroyed: the environment is used to the very end of the process.
+    static Additions &Instance() {
+        static Additions *const additions = new Additions;
+        return *additions;
+    }
+
+    std::mutex &Mutex() { return m_mutex; }
+
+    char *Entry(std::string text) {
+        // The host's declarations have no const; nothing writes there.
+        return const_cast<char *>(m_entries.insert(std::move(text)).first->c_str());
+    }
+
+    // Adds an entry behind the `count` there are.
+    void Append(char **environment, std::size_t count, char *entry) {
+        if (m_arrays.empty() || environment != m_arrays.back().get() || count + 2 > m_capacity) {
+            const std::size_t capacity = std::max(m_capacity, 2 * (count + 2));
+            auto array = std::make_unique<char *[]>(capacity);
+            std::copy_n(environment, count, array.get());
+            m_arrays.push_back(std::move(array));
+            m_capacity = capacity;
+        }
+        char **const array = m_arrays.back().get();
+        std::atomic_ref(array[count + 1]).store(nullptr, std::memory_order_release);
+        std::atomic_ref(array[count]).store(entry, std::memory_order_release);
+        std::atomic_ref(environ).store(array, std::memory_order_release);
+    }
+
+private:
+    std::mutex m_mutex;
+    std::set<std::string> m_entries;
+    std::vector<std::unique_ptr<char *[]>> m_arrays;
+    std::size_t m_capacity = 0;  // of the last array
+};
+
+// The index of a variable, or of the end. `name` ends with '='.
+std::size_t find(char **environment, std::string_view name) {
+    std::size_t index = 0;
+    while (environment[index] != nullptr &&
+           std::strncmp(environment[index], name.data(), name.size()) != 0) {
+        ++index;
+    }
+    return index;
+}
+
+void remove(char **environment, std::size_t index) {
+    for (; environment[index] != nullptr; ++index) {
+        std::atomic_ref(environment[index])
+            .store(environment[index + 1], std::memory_order_release);
+    }
+}
+
+void replace_variable(const std::string &name, std::string_view value) {
+    char *none = nullptr;
+    char **const environment = environ != nullptr ? environ : &none;
+    const std::size_t index = find(environment, name);
+    if (value.empty()) {
+        remove(environment, index);
+        return;
+    }
+    char *const entry = Additions::Instance().Entry(name + std::string(value));
+    if (environment[index] != nullptr) {
+        std::atomic_ref(environment[index]).store(entry, std::memory_order_release);
+    } else {
+        Additions::Instance().Append(environment, index, entry);
+    }
+}
+
+}  // namespace
+
+std::optional<std::string> WatchedVariable::Read(std::string_view name) {
+    const std::lock_guard lock(Additions::Instance().Mutex());
+    m_changes = s_changes.load(std::memory_order_acquire);
+    m_environment = environ;
+    char **const environment = environ != nullptr ? environ : &s_none;
+    const std::size_t index = find(environment, name);
+    m_slot = &environment[index];
+    m_entry = *m_slot;
+    m_slotBefore = m_entry != nullptr || index == 0 ? m_slot : m_slot - 1;
+    m_entryBefore = *m_slotBefore;
+    if (m_entry == nullptr) {
+        return std::nullopt;
+    }
+    return std::string(m_entry + name.size());
+}
+
+void set_variable(const std::string &name, std::string_view value) {
+    const std::lock_guard lock(Additions::Instance().Mutex());
+    replace_variable(name, value);
+    WatchedVariable::NoteChange();
+}
+
+}  // namespace ostrel_platform

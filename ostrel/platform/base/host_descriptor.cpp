@@ -1,0 +1,43 @@
+#include "ostrel/platform/base/host_descriptor.h"
+
+namespace ostrel_platform {
+
+HostDescriptor open_host(const char *path, int flags, mode_t mode) noexcept {
+    int file;
+    do {
+        file = open(path, flags | O_CLOEXEC | O_NOCTTY, mode);
+    } while (file < 0 && errno == EINTR);
+    return HostDescriptor(file);
+}
+
+HostDescriptor open_host_to_write(const char *path, int flags) noexcept {
+    struct stat facts;
+    if (stat(path, &facts) != 0 || S_ISREG(facts.st_mode)) {
+        HostDescriptor file = open_host(path, flags | O_RDWR);
+        if (file || errno != EACCES) {
+            return file;
+        }
+    }
+    return open_host(path, flags | O_WRONLY);
+}
+
+int write_all(int file, const char *bytes, std::size_t count) noexcept {
+    while (count > 0) {
+        const ssize_t written = write(file, bytes, count);
+        if (written < 0 && errno != EINTR) {
+            return errno;
+        }
+        if (written > 0) {
+            bytes += written;
+            count -= static_cast<std::size_t>(written);
+        }
+    }
+    return 0;
+}
+
+int sync_directory(int directory) noexcept {
+    const int error = error_of(fsync(directory));
+    return error == EINVAL || error == EROFS ? 0 : error;
+}
+
+}  // namespace ostrel_platform

@@ -1,0 +1,312 @@
+#include "ostrel/platform/file/file_facts.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <limits>
+#include <optional>
+
+#include "ostrel/platform/file.h"
+#include "ostrel/platform/file/no_attribute_cache.h"
+#include "ostrel/platform/file/stored_attributes.h"
+#include "ostrel/platform/time/calendar.h"
+#include "ostrel/platform/time/system_time.h"
+
+namespace ostrel_platform {
+namespace {
+
+constexpr DWORD kStoredOfFile =
+    FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM | FILE_ATTRIBUTE_ARCHIVE;
+constexpr DWORD kStoredOfDirectory = kStoredOfFile | FILE_ATTRIBUTE_READONLY;
+
+constexpr mode_t kAllMayWrite = S_IWUSR | S_IWGRP | S_IWOTH;
+
+constexpr std::int64_t kSecondsTo1970 = kMillisecondsTo1970 / 1000;
+constexpr std::int64_t kLastTicks = std::numeric_limits<std::int64_t>::max();
+
+// What statx is asked for.
+constexpr unsigned kFields = STATX_BASIC_STATS | STATX_BTIME;
+
+// Pipes, sockets and devices have none: neither told nor set, and nothing is asked of them.
+bool has_attributes(mode_t mode) {
+    return S_ISREG(mode) || S_ISDIR(mode);
+}
+
+// A time before 1601 is told as 0, one beyond the last count of FileTimeToSystemTime as that.
+FILETIME time_from_host(const statx_timestamp &time) {
+    if (time.tv_sec < -kSecondsTo1970) {
+        return count_of(0);
+    }
+    if (time.tv_sec >= kLastTicks / kTicksOfSecond - kSecondsTo1970) {
+        return count_of(kLastTicks);
+    }
+    return count_of((time.tv_sec + kSecondsTo1970) * kTicksOfSecond + time.tv_nsec / 100);
+}
+
+bool is_earlier(const statx_timestamp &left, const statx_timestamp &right) {
+    return left.tv_sec != right.tv_sec ? left.tv_sec < right.tv_sec : left.tv_nsec < right.tv_nsec;
+}
+
+// A host that keeps no time of birth knows at least when the file was there.
+const statx_timestamp &host_creation(const struct statx &host) {
+    if ((host.stx_mask & STATX_BTIME) != 0) {
+        return host.stx_btime;
+    }
+    return is_earlier(host.stx_mtime, host.stx_ctime) ? host.stx_mtime : host.stx_ctime;
+}
+
+// All but NORMAL and `link`. `ref` leads to what `host` tells of, through a link or not.
+FileFacts facts_of(const struct statx &host, const FileRef &ref, DWORD link) {
+    const dev_t device = makedev(host.stx_dev_major, host.stx_dev_minor);
+    FileFacts facts;
+    facts.attributes = 0;
+    facts.creation = time_from_host(host_creation(host));
+    facts.access = time_from_host(host.stx_atime);
+    facts.write = time_from_host(host.stx_mtime);
+    facts.size = S_ISREG(host.stx_mode) ? host.stx_size : 0;
+    facts.volume = device;
+    facts.index = host.stx_ino;
+    facts.links = host.stx_nlink;
+    DWORD stored = kStoredOfFile;
+    if (S_ISDIR(host.stx_mode)) {
+        facts.attributes = FILE_ATTRIBUTE_DIRECTORY;
+        stored = kStoredOfDirectory;
+    } else if (S_ISREG(host.stx_mode) && (host.stx_mode & S_IWUSR) == 0) {
+        facts.attributes = FILE_ATTRIBUTE_READONLY;
+    }
+    if (!has_attributes(host.stx_mode) || is_known_without_attributes(host)) {
+        return facts;
+    }
+    errno = 0;
+    if (const auto kept = read_stored_bits(ref, device)) {
+        facts.attributes |= *kept & stored;
+        if (const auto ticks = read_stored_creation(ref, device)) {
+            facts.creation = count_of(*ticks);
+        }
+    } else if (errno == ENODATA && link == 0) {
+        remember_without_attributes(host, ref);
+    }
+    return facts;
+}
+
+void store_facts(const struct statx &host, const FileRef &ref, DWORD link, FileFacts *facts) {
+    *facts = facts_of(host, ref, link);
+    facts->attributes |= link;
+    if (facts->attributes == 0) {
+        facts->attributes = FILE_ATTRIBUTE_NORMAL;
+    }
+}
+
+int ask_host(const FileRef &ref, int flags, struct statx *host) {
+    return statx(ref.directory, ref.name, flags, kFields, host) == 0 ? 0 : errno;
+}
+
+// The change of a file that goes by its path or by its open file.
+
+int change_mode(const char *path, mode_t mode) {
+    return chmod(path, mode) == 0 ? 0 : errno;
+}
+
+int change_mode(int file, mode_t mode) {
+    return fchmod(file, mode) == 0 ? 0 : errno;
+}
+
+FileRef ref_of(const char *path) {
+    return {AT_FDCWD, path};
+}
+
+FileRef ref_of(int file) {
+    return {file, ""};
+}
+
+int ask_host(const FileRef &ref, struct stat *host) {
+    return fstatat(ref.directory, ref.name, host, AT_EMPTY_PATH) == 0 ? 0 : errno;
+}
+
+// The host wants permissions for attributes, also of an owner who could give them to himself: he
+// gets them for the length of `store`.
+template <class Target, class Store>
+int with_permission(Target target, mode_t mode, Store store) {
+    constexpr mode_t kNeeded = S_IRUSR | S_IWUSR;
+    const int error = store();
+    if (error != EACCES || (mode & kNeeded) == kNeeded ||
+        change_mode(target, mode | kNeeded) != 0) {
+        return error;
+    }
+    const int result = store();
+    const int restored = change_mode(target, mode);
+    return result != 0 ? result : restored;
+}
+
+// Replaces the bits of `mask` by those of `bits`. Others that a file server has stored stay.
+template <class Target>
+int change_stored_bits(Target target, DWORD mask, DWORD bits) {
+    const FileRef ref = ref_of(target);
+    errno = 0;
+    const std::optional<DWORD> kept = read_stored_bits(ref, kAnyDevice);
+    if (!kept && errno != 0 && errno != ENODATA) {
+        return errno;
+    }
+    const DWORD before = kept.value_or(0);
+    const DWORD after = (before & ~mask) | bits;
+    if (after == before) {
+        return 0;
+    }
+    if (after == 0 && !read_stored_creation(ref, kAnyDevice)) {
+        return remove_bits(target);
+    }
+    return store_bits(target, after);
+}
+
+template <class Target>
+int write_attributes_of(Target target, DWORD attributes) {
+    struct stat host;
+    if (const int error = ask_host(ref_of(target), &host)) {
+        return error;
+    }
+    if (!has_attributes(host.st_mode)) {
+        return 0;
+    }
+    // READONLY that a file server has stored for a file would only contradict the mode.
+    const bool is_directory = S_ISDIR(host.st_mode);
+    const DWORD bits = attributes & (is_directory ? kStoredOfDirectory : kStoredOfFile);
+    const mode_t mode = host.st_mode & 07777;
+    const int error = with_permission(
+        target, mode, [&] { return change_stored_bits(target, kStoredOfDirectory, bits); });
+    if (error != 0 && (error != EOPNOTSUPP || (bits & FILE_ATTRIBUTE_READONLY) != 0)) {
+        return error;
+    }
+    if (is_directory) {
+        return 0;
+    }
+    const bool read_only = (attributes & FILE_ATTRIBUTE_READONLY) != 0;
+    const mode_t wanted = read_only ? mode & ~kAllMayWrite : mode | S_IWUSR;
+    return wanted == mode ? 0 : change_mode(target, wanted);
+}
+
+// Null, 0 and all bits set leave a time alone.
+bool is_given(const FILETIME *time) {
+    constexpr DWORD kAllBits = 0xFFFFFFFF;
+    return time != nullptr && (time->dwLowDateTime != 0 || time->dwHighDateTime != 0) &&
+           (time->dwLowDateTime != kAllBits || time->dwHighDateTime != kAllBits);
+}
+
+// False for what is no time.
+bool put_time(const FILETIME *time, timespec *host) {
+    *host = {0, UTIME_OMIT};
+    if (!is_given(time)) {
+        return true;
+    }
+    const auto ticks = ticks_of(*time);
+    if (ticks) {
+        host->tv_sec = *ticks / kTicksOfSecond - kSecondsTo1970;
+        host->tv_nsec = *ticks % kTicksOfSecond * 100;
+    }
+    return ticks.has_value();
+}
+
+// Every file system keeps the times of 1980 to 2037, of others those of its range. A difference of
+// up to a day is a coarse step.
+bool is_kept(const timespec &wanted, const timespec &kept) {
+    constexpr std::int64_t k1980 = 315'532'800;
+    constexpr std::int64_t k2038 = 2'145'916'800;
+    return wanted.tv_nsec == UTIME_OMIT || (wanted.tv_sec >= k1980 && wanted.tv_sec < k2038) ||
+           std::abs(wanted.tv_sec - kept.tv_sec) <= kSecondsOfDay;
+}
+
+// A file system brings a time out of its range to the nearest in silence: such a change is undone.
+int write_host_times(int file, const struct stat &before, const timespec (&times)[2]) {
+    struct stat after;
+    if (futimens(file, times) != 0 || fstat(file, &after) != 0) {
+        return errno;
+    }
+    if (is_kept(times[0], after.st_atim) && is_kept(times[1], after.st_mtim)) {
+        return 0;
+    }
+    const timespec old[] = {before.st_atim, before.st_mtim};
+    return futimens(file, old) == 0 ? EINVAL : errno;
+}
+
+int write_creation_time(int file, const struct stat &host, std::int64_t ticks) {
+    const int error = with_permission(file, host.st_mode & 07777, [&] {
+        const int result = store_creation(file, ticks);
+        if (result != 0 || read_stored_bits(ref_of(file), host.st_dev)) {
+            return result;
+        }
+        return store_bits(file, 0);
+    });
+    return error == EOPNOTSUPP ? 0 : error;
+}
+
+}  // namespace
+
+int read_facts(int directory, const char *name, unsigned char type, FileFacts *facts) noexcept {
+    const FileRef ref = {directory, name};
+    struct statx host;
+    DWORD link = type == DT_LNK ? FILE_ATTRIBUTE_REPARSE_POINT : 0;
+    if (link == 0) {
+        if (const int error = ask_host(ref, AT_SYMLINK_NOFOLLOW, &host)) {
+            return error;
+        }
+        link = S_ISLNK(host.stx_mode) ? FILE_ATTRIBUTE_REPARSE_POINT : 0;
+    }
+    // A target out of reach, for whatever reason, is as good as none: a link can always be told of.
+    if (link != 0 && ask_host(ref, 0, &host) != 0) {
+        if (const int error = ask_host(ref, AT_SYMLINK_NOFOLLOW, &host)) {
+            return error;
+        }
+    }
+    store_facts(host, ref, link, facts);
+    return 0;
+}
+
+int read_facts(int directory, const char *name, FileFacts *facts) noexcept {
+    return read_facts(directory, name, DT_UNKNOWN, facts);
+}
+
+int read_facts(int file, FileFacts *facts) noexcept {
+    const FileRef ref = ref_of(file);
+    struct statx host;
+    if (const int error = ask_host(ref, AT_EMPTY_PATH, &host)) {
+        return error;
+    }
+    store_facts(host, ref, 0, facts);
+    return 0;
+}
+
+int write_attributes(const char *path, DWORD attributes) noexcept {
+    return write_attributes_of(path, attributes);
+}
+
+int write_attributes(int file, DWORD attributes) noexcept {
+    return write_attributes_of(file, attributes);
+}
+
+int write_times(int file, const FILETIME *creation, const FILETIME *access,
+                const FILETIME *write) noexcept {
+    timespec times[2];
+    timespec unused;
+    if (!put_time(access, &times[0]) || !put_time(write, &times[1]) ||
+        !put_time(creation, &unused)) {
+        return EINVAL;
+    }
+    struct stat host;
+    if (fstat(file, &host) != 0) {
+        return errno;
+    }
+    if (is_given(access) || is_given(write)) {
+        if (const int error = write_host_times(file, host, times)) {
+            return error;
+        }
+    }
+    if (is_given(creation) && has_attributes(host.st_mode)) {
+        return write_creation_time(file, host, *ticks_of(*creation));
+    }
+    return 0;
+}
+
+}  // namespace ostrel_platform

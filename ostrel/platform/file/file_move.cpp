@@ -1,0 +1,181 @@
+// Moving and renaming.
+
+#include <array>
+#include <optional>
+#include <string>
+
+#include "ostrel/platform/base/call_result.h"
+#include "ostrel/platform/base/errno_code.h"
+#include "ostrel/platform/base/host_descriptor.h"
+#include "ostrel/platform/base/host_rename.h"
+#include "ostrel/platform/file.h"
+#include "ostrel/platform/file/atomic_copy.h"
+#include "ostrel/platform/file/delete_file.h"
+#include "ostrel/platform/file/host_path.h"
+#include "ostrel/platform/file/share_mode.h"
+#include "ostrel/platform/pending/pending_moves.h"
+
+namespace ostrel_platform {
+namespace {
+
+// A missing source, or else the target's folder.
+DWORD code_of_move(int error, const std::string &source) {
+    struct stat facts;
+    if (error == ENOENT && lstat(source.c_str(), &facts) == 0) {
+        return ERROR_PATH_NOT_FOUND;
+    }
+    return code_of_path(error, source.c_str());
+}
+
+// Writes the folder of a file that came into it to the disk.
+int sync_folder_of(const std::string &path) {
+    const HostDescriptor folder = open_host(folder_of(path).c_str(), O_RDONLY | O_DIRECTORY);
+    return folder ? sync_directory(folder.Get()) : errno;
+}
+
+bool is_unchanged(const struct stat &before, const struct stat &now) {
+    return is_same_file(before, now) && before.st_size == now.st_size &&
+           before.st_mtim.tv_sec == now.st_mtim.tv_sec &&
+           before.st_mtim.tv_nsec == now.st_mtim.tv_nsec;
+}
+
+// To another file system. The source is deleted when the copy is in its place, on the disk, and
+// nobody has put or written anything else there meanwhile.
+int move_by_copy(const std::string &source, const std::string &target, bool replace) {
+    struct stat facts, there;
+    if (lstat(source.c_str(), &facts) != 0) {
+        return errno;
+    }
+    if (!S_ISREG(facts.st_mode) && !S_ISLNK(facts.st_mode)) {
+        return EXDEV;
+    }
+    if (is_same_entry(source, target)) {
+        return 0;  // seen through two mounts of one file system
+    }
+    if (!replace && lstat(target.c_str(), &there) == 0) {
+        return EEXIST;  // before a long copy
+    }
+    SharingFile file;
+    int error = 0;
+    if (S_ISLNK(facts.st_mode)) {
+        error = copy_link(source, facts, target, replace);
+    } else {
+        file = SharingFile(open_host(source.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK));
+        if (!file || fstat(file.Get(), &facts) != 0) {
+            return errno;
+        }
+        error = file.Take(kShareRead, kShareRead | kShareWrite | kShareDelete);
+        if (error == 0) {
+            error = copy_file(file.Get(), facts, target, {replace, true});
+        }
+    }
+    if (error == 0) {
+        error = sync_folder_of(target);
+    }
+    if (error == 0 && lstat(source.c_str(), &there) == 0 && is_unchanged(facts, there)) {
+        unlink(source.c_str());  // a source that stays is no failure
+    }
+    return error;
+}
+
+int move_new(const std::string &source, const std::string &target) {
+    const int error = rename_host(source.c_str(), target.c_str(), false);
+    return error == EEXIST && is_same_entry(source, target)
+               ? rename_host(source.c_str(), target.c_str(), true)
+               : error;
+}
+
+// Puts a file in the place of another, if there is one; nobody comes to that as long as `held`
+// lives.
+int move_over(const std::string &source, const std::string &target, SharingFile *held) {
+    struct stat facts, there;
+    if (lstat(source.c_str(), &facts) != 0) {
+        return errno;
+    }
+    if (S_ISDIR(facts.st_mode)) {
+        return EACCES;
+    }
+    const bool exists = lstat(target.c_str(), &there) == 0 && !is_same_entry(source, target);
+    if (exists && (S_ISDIR(there.st_mode) || is_read_only(there) ||
+                   (S_ISREG(there.st_mode) && lock_for_delete(target.c_str(), there, held) != 0))) {
+        return EACCES;
+    }
+    return rename_over(source, target);
+}
+
+// The folders of a move, opened before it, since what cannot be opened must be told before.
+class SyncedFolders {
+public:
+    int Open(const std::string &source, const std::string &target) {
+        m_folders[0] = open_host(folder_of(source).c_str(), O_RDONLY | O_DIRECTORY);
+        if (!m_folders[0]) {
+            return errno;
+        }
+        m_folders[1] = open_host(folder_of(target).c_str(), O_RDONLY | O_DIRECTORY);
+        return m_folders[1] ? 0 : errno;
+    }
+
+    int Sync() const {
+        const int error = sync_directory(m_folders[0].Get());
+        return error != 0 ? error : sync_directory(m_folders[1].Get());
+    }
+
+private:
+    std::array<HostDescriptor, 2> m_folders;
+};
+
+DWORD move_path(const std::string &source, const std::string &target, DWORD flags) {
+    const bool replace = (flags & MOVEFILE_REPLACE_EXISTING) != 0;
+    const bool syncs = (flags & MOVEFILE_WRITE_THROUGH) != 0;
+    SyncedFolders folders;
+    SharingFile held;
+    int error = syncs ? folders.Open(source, target) : 0;
+    if (error == 0) {
+        error = replace ? move_over(source, target, &held) : move_new(source, target);
+    }
+    if (error == EXDEV && (flags & MOVEFILE_COPY_ALLOWED) != 0) {
+        error = move_by_copy(source, target, replace);
+    }
+    if (error == 0 && syncs) {
+        error = folders.Sync();
+    }
+    return error == 0 ? ERROR_SUCCESS : code_of_move(error, source);
+}
+
+DWORD move_file(const WCHAR *source, const WCHAR *target, DWORD flags) {
+    constexpr DWORD kFlags = MOVEFILE_REPLACE_EXISTING | MOVEFILE_COPY_ALLOWED |
+                             MOVEFILE_DELAY_UNTIL_REBOOT | MOVEFILE_WRITE_THROUGH;
+    const bool delayed = (flags & MOVEFILE_DELAY_UNTIL_REBOOT) != 0;
+    if ((flags & ~kFlags) != 0 || (target == nullptr && !delayed) ||
+        (delayed && (flags & MOVEFILE_COPY_ALLOWED) != 0)) {
+        return ERROR_INVALID_PARAMETER;
+    }
+    const std::optional<std::string> from = file_path(source);
+    std::optional<std::string> to;
+    if (from && target != nullptr) {
+        to = file_path(target);
+    }
+    if (!from || (target != nullptr && !to)) {
+        return GetLastError();
+    }
+    if (is_root(source) || (to && is_root(target))) {
+        return ERROR_ACCESS_DENIED;
+    }
+    if (delayed) {
+        return record_pending_move(*from, to ? &*to : nullptr,
+                                   (flags & MOVEFILE_REPLACE_EXISTING) != 0);
+    }
+    return move_path(*from, *to, flags);
+}
+
+}  // namespace
+}  // namespace ostrel_platform
+
+BOOL MoveFileExW(const WCHAR *source, const WCHAR *target, DWORD flags) noexcept {
+    return ostrel_platform::call_result(
+        [=] { return ostrel_platform::move_file(source, target, flags); });
+}
+
+BOOL MoveFileW(const WCHAR *source, const WCHAR *target) noexcept {
+    return MoveFileExW(source, target, MOVEFILE_COPY_ALLOWED);
+}

@@ -1,0 +1,235 @@
+// CreateFileW: the rules of opening.
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "ostrel/platform/base/call_result.h"
+#include "ostrel/platform/base/errno_code.h"
+#include "ostrel/platform/base/handle_table.h"
+#include "ostrel/platform/base/host_descriptor.h"
+#include "ostrel/platform/file.h"
+#include "ostrel/platform/file/file_facts.h"
+#include "ostrel/platform/file/host_path.h"
+#include "ostrel/platform/file/open_file.h"
+#include "ostrel/platform/file/share_mode.h"
+
+namespace ostrel_platform {
+namespace {
+
+constexpr DWORD kKeptAttributes =
+    FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;
+
+// The arguments of an open.
+struct Request {
+    DWORD access, share, creation, flags;
+
+    bool MayCreate() const {
+        return creation == CREATE_NEW || creation == CREATE_ALWAYS || creation == OPEN_ALWAYS;
+    }
+    bool Empties() const { return creation == CREATE_ALWAYS || creation == TRUNCATE_EXISTING; }
+    bool Writes() const { return (access & GENERIC_WRITE) != 0 || Empties(); }
+    DWORD NewAttributes() const { return FILE_ATTRIBUTE_ARCHIVE | (flags & kKeptAttributes); }
+
+    bool OpensDirectories() const {
+        return creation == OPEN_EXISTING && (flags & FILE_FLAG_BACKUP_SEMANTICS) != 0 && !Writes();
+    }
+
+    bool IsValid() const {
+        constexpr DWORD kShares = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+        constexpr DWORD kFlags = kKeptAttributes | FILE_ATTRIBUTE_ARCHIVE | FILE_ATTRIBUTE_NORMAL |
+                                 FILE_FLAG_BACKUP_SEMANTICS;
+        return (access & ~(GENERIC_READ | GENERIC_WRITE)) == 0 && (share & ~kShares) == 0 &&
+               (flags & ~kFlags) == 0 && creation >= CREATE_NEW && creation <= TRUNCATE_EXISTING &&
+               (creation != TRUNCATE_EXISTING || (access & GENERIC_WRITE) != 0);
+    }
+
+    unsigned ShareAccess() const {
+        return ((access & GENERIC_READ) != 0 ? kShareRead : 0) |
+               ((access & GENERIC_WRITE) != 0 ? kShareWrite : 0);
+    }
+};
+
+// Opens for the facts alone, or for reading what is emptied first. That takes a look before: to
+// open a FIFO or a device for what was not asked for, or at all for its facts, may already do
+// something.
+HostDescriptor open_by_kind(const char *path, const Request &request) {
+    struct stat facts;
+    if (stat(path, &facts) != 0) {
+        return HostDescriptor();
+    }
+    if (!S_ISREG(facts.st_mode) && !S_ISDIR(facts.st_mode)) {
+        return open_host(path, request.access == 0 ? O_PATH : O_RDONLY | O_NONBLOCK);
+    }
+    if (request.Empties()) {
+        return request.access == 0 ? open_host_to_write(path, O_NONBLOCK)
+                                   : open_host(path, O_RDWR | O_NONBLOCK);
+    }
+    HostDescriptor file = open_host(path, O_RDONLY | O_NONBLOCK);
+    return !file && errno == EACCES ? open_host(path, O_PATH) : std::move(file);
+}
+
+// Never empties the file: that waits until sharing allows the open. Never waits for a peer.
+HostDescriptor open_existing(const char *path, const Request &request) {
+    switch (request.access) {
+        case GENERIC_READ | GENERIC_WRITE:
+            return open_host(path, O_RDWR | O_NONBLOCK);
+        case GENERIC_WRITE:
+            return open_host_to_write(path, O_NONBLOCK);
+        case GENERIC_READ:
+            if (!request.Empties()) {
+                return open_host(path, O_RDONLY | O_NONBLOCK);
+            }
+            break;
+        default:
+            break;
+    }
+    return open_by_kind(path, request);
+}
+
+HostDescriptor create(const char *path, const Request &request, int exclusive) {
+    return open_host(path,
+                     O_CREAT | O_NONBLOCK | (request.Writes() ? O_RDWR : O_RDONLY) | exclusive);
+}
+
+// Opens or creates as `creation` says; none with errno.
+HostDescriptor open_or_create(const char *path, const Request &request, bool *created) {
+    *created = true;
+    if (request.creation == CREATE_NEW) {
+        return create(path, request, O_EXCL);
+    }
+    // Others may create and delete the file meanwhile. What is there and cannot be opened at every
+    // turn is a link that leads nowhere: its target is created.
+    constexpr int kMaxAttempts = 3;
+    for (int attempt = 0; attempt < kMaxAttempts; ++attempt) {
+        HostDescriptor file = open_existing(path, request);
+        *created = !file;
+        if (file || errno != ENOENT || !request.MayCreate()) {
+            return file;
+        }
+        file = create(path, request, O_EXCL);
+        if (file || errno != EEXIST) {
+            return file;
+        }
+    }
+    return create(path, request, 0);
+}
+
+// Makes an existing file a new one.
+DWORD empty_file(int file, const Request &request) {
+    if ((request.access & GENERIC_WRITE) == 0 && !is_shared_for(file, kShareWrite)) {
+        return ERROR_SHARING_VIOLATION;
+    }
+    constexpr DWORD kProtecting = FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;
+    FileFacts facts;
+    if (request.creation == CREATE_ALWAYS && read_facts(file, &facts) == 0 &&
+        (facts.attributes & kProtecting & ~request.flags) != 0) {
+        return ERROR_ACCESS_DENIED;
+    }
+    if (ftruncate(file, 0) != 0) {
+        return code_of_errno(errno);
+    }
+    if (request.creation == CREATE_ALWAYS) {
+        write_attributes(file, request.NewAttributes());
+    }
+    return ERROR_SUCCESS;
+}
+
+// An open file of the host on its way to become a handle.
+struct Opened {
+    SharingFile file;
+    bool created = false;
+    struct stat facts = {};
+};
+
+// Nothing when the path leads to another file than the one that is open, or to none: others have
+// deleted or replaced it before it was shared, so that nobody would find it by its name.
+std::optional<DWORD> share(const char *path, const Request &request, Opened *opened) {
+    const int refusal = opened->file.Take(request.ShareAccess(), request.share);
+    if (request.ShareAccess() != 0 && !path_still_names(path, opened->facts)) {
+        return std::nullopt;
+    }
+    return refusal != 0 ? ERROR_SHARING_VIOLATION : ERROR_SUCCESS;
+}
+
+// What follows when the host has opened the file: the rules that the host does not know. Nothing
+// as above.
+std::optional<DWORD> complete_open(const char *path, const Request &request, Opened *opened) {
+    const int file = opened->file.Get();
+    const mode_t mode = opened->facts.st_mode;
+    if (S_ISDIR(mode) && !request.OpensDirectories()) {
+        return ERROR_ACCESS_DENIED;
+    }
+    if (!S_ISREG(mode) && !S_ISDIR(mode)) {
+        if (request.access != 0) {
+            fcntl(file, F_SETFL, fcntl(file, F_GETFL) & ~O_NONBLOCK);  // the open did not wait
+        }
+        return ERROR_SUCCESS;
+    }
+    if (!opened->created && request.Writes() && is_read_only(opened->facts)) {
+        return ERROR_ACCESS_DENIED;
+    }
+    const std::optional<DWORD> code = share(path, request, opened);
+    if (code != ERROR_SUCCESS) {
+        return code;
+    }
+    if (opened->created) {
+        write_attributes(file, request.NewAttributes());
+        return ERROR_SUCCESS;
+    }
+    return request.Empties() ? empty_file(file, request) : ERROR_SUCCESS;
+}
+
+std::optional<DWORD> try_open(const char *path, const Request &request, Opened *opened) {
+    opened->file = SharingFile();  // that of the turn before must not be in the way
+    opened->file = SharingFile(open_or_create(path, request, &opened->created));
+    if (!opened->file) {
+        return errno == EEXIST ? ERROR_FILE_EXISTS : code_of_path(errno, path);
+    }
+    if (fstat(opened->file.Get(), &opened->facts) != 0) {
+        return code_of_errno(errno);
+    }
+    return complete_open(path, request, opened);
+}
+
+DWORD open_file(const WCHAR *path, const Request &request, HANDLE *handle) {
+    const std::optional<std::string> host = file_path(path);
+    if (!host) {
+        return GetLastError();
+    }
+    Opened opened;
+    std::optional<DWORD> code;
+    for (int attempt = 0; !code && attempt < kMaxAttempts; ++attempt) {
+        code = try_open(host->c_str(), request, &opened);
+    }
+    if (code != ERROR_SUCCESS) {
+        return code.value_or(ERROR_SHARING_VIOLATION);
+    }
+    auto object = std::make_shared<OpenFile>(std::move(opened.file), request.access,
+                                             S_ISREG(opened.facts.st_mode));
+    *handle = reinterpret_cast<HANDLE>(
+        HandleTable::Instance().Open(HandleKind::kObject, std::move(object)));
+    if (request.creation == CREATE_ALWAYS || request.creation == OPEN_ALWAYS) {
+        SetLastError(opened.created ? ERROR_SUCCESS : ERROR_ALREADY_EXISTS);
+    }
+    return ERROR_SUCCESS;
+}
+
+}  // namespace
+}  // namespace ostrel_platform
+
+HANDLE CreateFileW(const WCHAR *path, DWORD access, DWORD share, SECURITY_ATTRIBUTES *security,
+                   DWORD creation, DWORD flags, HANDLE pattern) noexcept {
+    HANDLE handle = INVALID_HANDLE_VALUE;
+    ostrel_platform::call_result([&]() -> DWORD {
+        const ostrel_platform::Request request = {access, share, creation, flags};
+        const bool valid = security == nullptr && pattern == nullptr && request.IsValid();
+        return valid ? ostrel_platform::open_file(path, request, &handle) : ERROR_INVALID_PARAMETER;
+    });
+    return handle;
+}

@@ -1,0 +1,43 @@
+#ifndef OSTREL_PLATFORM_FILE_OPEN_FILE_H
+#define OSTREL_PLATFORM_FILE_OPEN_FILE_H
+
+// Internal. The object behind a handle of CreateFileW.
+
+#include <mutex>
+
+#include "ostrel/platform/base/handle_table.h"
+#include "ostrel/platform/file/share_mode.h"
+#include "ostrel/platform/types.h"
+
+namespace ostrel_platform {
+
+class OpenFile : public HandleObject {
+public:
+    // `access` holds the GENERIC_ bits of the open. `regular` is false for what has no file
+    // position: a FIFO, socket or device.
+    OpenFile(SharingFile file, DWORD access, bool regular);
+
+    int Get() const { return m_file.Get(); }
+    bool Allows(DWORD access) const { return (m_access & access) != 0; }
+
+    // Transfer up to `count` bytes from the file position on and advance it. A read ends early only
+    // at the end of the file, or, on what has no position, with the data at hand. A write stores
+    // all bytes. On return, and on failure too, `*done` holds the bytes moved. Return 0 or an error
+    // code.
+    DWORD Read(char *bytes, DWORD count, DWORD *done);
+    DWORD Write(const char *bytes, DWORD count, DWORD *done);
+
+private:
+    template <class Step>
+    DWORD Transfer(DWORD count, DWORD *done, bool one_step, Step step);
+
+    SharingFile m_file;
+    DWORD m_access;
+    bool m_regular;
+    int m_signal;           // blocked while writing; 0 is none
+    std::mutex m_position;  // makes the steps of one call atomic
+};
+
+}  // namespace ostrel_platform
+
+#endif  // OSTREL_PLATFORM_FILE_OPEN_FILE_H

@@ -1,0 +1,187 @@
+#include "ostrel/platform/file/search.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+
+#include "ostrel/platform/base/errno_code.h"
+#include "ostrel/platform/base/host_rename.h"
+#include "ostrel/platform/error.h"
+#include "ostrel/platform/file/host_path.h"
+
+namespace ostrel_platform {
+namespace {
+
+constexpr std::size_t kBlock = 32 * 1024;
+constexpr char16_t kSeparators[] = u"\\/";
+
+constexpr SearchFailure kNotFound = {ERROR_FILE_NOT_FOUND, ENOENT};
+constexpr SearchFailure kNoFolder = {ERROR_PATH_NOT_FOUND, ENOENT};
+constexpr SearchFailure kFolderIsFile = {ERROR_DIRECTORY, ENOENT};
+constexpr SearchFailure kNoMore = {ERROR_NO_MORE_FILES, ENOENT};
+
+// A link may lead to a directory, and not every file system tells.
+bool is_surely_a_file(unsigned char type) {
+    return type != DT_DIR && type != DT_LNK && type != DT_UNKNOWN;
+}
+
+SearchFailure host_failure(int error) {
+    return {code_of_errno(error), error};
+}
+
+// A path, cut before its last component.
+struct Parts {
+    std::u16string_view name;
+    bool inRoot;  // of a drive
+};
+
+Parts parts_of(const WCHAR *path) {
+    const std::u16string_view text = path;
+    const std::size_t drive = has_drive(path) ? 2 : 0;
+    const std::size_t separator = text.find_last_of(kSeparators);
+    const std::size_t name = std::max(drive, separator == text.npos ? 0 : separator + 1);
+    const std::u16string_view folders = text.substr(drive, name - drive);
+    return {text.substr(name), name > 0 && folders.find_first_not_of(kSeparators) == folders.npos};
+}
+
+SearchFailure folder_failure(int error, const std::string &folder) {
+    struct stat facts;
+    if (error == ENOTDIR) {
+        // Either the folder itself is a file, or one on the way to it.
+        return stat(folder.c_str(), &facts) == 0 ? kFolderIsFile : kNoFolder;
+    }
+    return error == ENOENT ? kNoFolder : host_failure(error);
+}
+
+SearchFailure path_failure(int error, const std::string &host) {
+    if (error == ENOTDIR) {
+        return folder_failure(error, folder_of(host));
+    }
+    return {code_of_path(error, host.c_str()), error};
+}
+
+}  // namespace
+
+SearchResult Search::First(const WCHAR *path, SearchEntry *entry) {
+    const std::optional<std::string> host = file_path(path);
+    if (!host) {
+        const DWORD code = GetLastError();
+        return SearchFailure{code, code == ERROR_FILENAME_EXCED_RANGE ? ENAMETOOLONG : ENOENT};
+    }
+    const Parts parts = parts_of(path);
+    if (parts.name.empty()) {
+        return kNotFound;
+    }
+    if (!is_pattern(parts.name)) {
+        return FindExactly(*host, parts.name, entry);
+    }
+    m_pattern.emplace(parts.name);
+    if (const SearchResult failure = Open(folder_of(*host), parts.inRoot)) {
+        return failure;
+    }
+    const SearchResult result = Next(entry);
+    if (!result || result->code != ERROR_NO_MORE_FILES) {
+        return result;
+    }
+    return FindExactly(*host, parts.name, entry) ? SearchResult(kNotFound) : std::nullopt;
+}
+
+SearchResult Search::FindExactly(const std::string &host, std::u16string_view name,
+                                 SearchEntry *entry) {
+    if (const int error = read_facts(AT_FDCWD, host.c_str(), &entry->facts)) {
+        return path_failure(error, host);
+    }
+    std::copy(name.begin(), name.end(), m_name);
+    entry->name = {m_name, name.size()};
+    return std::nullopt;
+}
+
+SearchResult Search::Open(const std::string &folder, bool isRoot) {
+    m_directory = open_host(folder.c_str(), O_RDONLY | O_DIRECTORY);
+    if (!m_directory) {
+        return folder_failure(errno, folder);
+    }
+    m_block = std::make_unique_for_overwrite<char[]>(kBlock);
+    return isRoot ? std::nullopt : ReadDots();
+}
+
+SearchResult Search::ReadDots() {
+    const bool self = m_pattern->Matches(u".");
+    const bool parent = m_pattern->Matches(u"..");
+    if (!self && !parent) {
+        return std::nullopt;
+    }
+    int error = read_facts(m_directory.Get(), &m_dots[0].facts);
+    if (error == 0) {
+        error = read_facts(m_directory.Get(), "..", DT_DIR, &m_dots[1].facts);
+    }
+    if (error != 0) {
+        return host_failure(error);
+    }
+    const FileFacts &a = m_dots[0].facts;
+    const FileFacts &b = m_dots[1].facts;
+    if (a.volume == b.volume && a.index == b.index) {
+        return std::nullopt;  // only the host's root is its own parent
+    }
+    m_dots[0].name = u".";
+    m_dots[1].name = u"..";
+    m_dotsTold = self ? 0 : 1;
+    m_dotsEnd = parent ? 2 : 1;
+    return std::nullopt;
+}
+
+// Closes the directory at its end.
+SearchResult Search::ReadBlock() {
+    const ssize_t count = m_directory ? getdents64(m_directory.Get(), m_block.get(), kBlock) : 0;
+    if (count > 0) {
+        m_blockPos = 0;
+        m_blockEnd = static_cast<std::size_t>(count);
+        return std::nullopt;
+    }
+    const int error = count < 0 ? errno : 0;
+    m_directory = HostDescriptor();
+    // ENOENT: the directory was removed meanwhile.
+    return error == 0 || error == ENOENT ? kNoMore : host_failure(error);
+}
+
+// Whether the pattern matches a name, which is told in m_name then.
+bool Search::Takes(std::string_view hostName) {
+    if (hostName == "." || hostName == ".." || hostName.size() > kMaxBytes) {
+        return false;
+    }
+    m_nameLength = name_from_host(hostName, m_name);
+    return m_nameLength < MAX_PATH && m_pattern->Matches({m_name, m_nameLength});
+}
+
+SearchResult Search::Next(SearchEntry *entry) {
+    if (m_dotsTold < m_dotsEnd) {
+        *entry = m_dots[m_dotsTold++];
+        return std::nullopt;
+    }
+    for (;;) {
+        if (m_blockPos == m_blockEnd) {
+            if (const SearchResult failure = ReadBlock()) {
+                return failure;
+            }
+        }
+        const auto *const found = reinterpret_cast<const dirent64 *>(&m_block[m_blockPos]);
+        m_blockPos += found->d_reclen;
+        if ((m_mayLeaveOutFiles && is_surely_a_file(found->d_type)) || !Takes(found->d_name)) {
+            continue;
+        }
+        const int error =
+            read_facts(m_directory.Get(), found->d_name, found->d_type, &entry->facts);
+        if (error == 0) {
+            entry->name = {m_name, m_nameLength};
+            return std::nullopt;
+        }
+        if (error != ENOENT) {
+            return host_failure(error);
+        }
+    }
+}
+
+}  // namespace ostrel_platform

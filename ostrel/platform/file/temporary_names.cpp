@@ -1,0 +1,197 @@
+// Where temporary files go, names for them, and whether a file can be used.
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <string>
+#include <string_view>
+
+#include "ostrel/platform/base/call_result.h"
+#include "ostrel/platform/base/environment.h"
+#include "ostrel/platform/file.h"
+#include "ostrel/platform/file/file_facts.h"
+#include "ostrel/platform/file/host_path.h"
+#include "ostrel/platform/system.h"
+
+namespace ostrel_platform {
+namespace {
+
+void add_separator(std::u16string *folder) {
+    if (folder->empty() || (folder->back() != u'\\' && folder->back() != u'/')) {
+        folder->push_back(u'\\');
+    }
+}
+
+// An absolute path of the host that a variable holds; empty when it does not. The bytes of such a
+// path are a name, whatever the system code page is.
+std::u16string host_folder_of_variable(std::string_view name) {
+    const std::optional<std::string> value = WatchedVariable().Read(name);
+    std::u16string folder =
+        value && value->starts_with('/') ? path_from_host(*value) : std::u16string();
+    if (!folder.empty()) {
+        add_separator(&folder);
+    }
+    return folder;
+}
+
+// The folder that a variable names, with a separator behind it; empty without the variable.
+std::u16string folder_of_variable(const WCHAR *name) {
+    std::string host_name;
+    for (const WCHAR *c = name; *c != 0; ++c) {
+        host_name.push_back(static_cast<char>(*c));
+    }
+    std::u16string folder = host_folder_of_variable(host_name + '=');
+    const WCHAR *const value = folder.empty() ? _wgetenv(name) : nullptr;
+    if (value != nullptr) {
+        folder = value;
+        if (folder.front() == u'/') {
+            std::replace(folder.begin(), folder.end(), u'/', u'\\');
+            folder.insert(0, u"C:");
+        }
+        add_separator(&folder);
+    }
+    return folder;
+}
+
+// A relative TMPDIR is no place that all would agree on.
+std::u16string folder_of_host() {
+    const std::u16string folder = host_folder_of_variable("TMPDIR=");
+    return folder.empty() ? u"C:\\tmp\\" : folder;
+}
+
+// Folders that no call of the system takes are passed over.
+std::u16string temporary_folder() {
+    for (const WCHAR *name : {u"TMP", u"TEMP", u"USERPROFILE"}) {
+        std::u16string folder = folder_of_variable(name);
+        if (!folder.empty() && folder.size() < MAX_PATH) {
+            return folder;
+        }
+    }
+    std::u16string folder = folder_of_host();
+    return folder.size() < MAX_PATH ? folder : u"C:\\tmp\\";
+}
+
+bool is_folder(const WCHAR *path) {
+    const std::optional<std::string> host = host_path(path);
+    struct stat facts;
+    return host && stat(host->c_str(), &facts) == 0 && S_ISDIR(facts.st_mode);
+}
+
+// Where _wtempnam looks for a name, with a separator behind it. Empty, with errno, when there is no
+// such folder.
+std::u16string folder_of_name(const WCHAR *directory) {
+    std::u16string folder = folder_of_variable(u"TMP");
+    const bool is_set = !folder.empty();
+    if (is_set && is_folder(folder.c_str())) {
+        return folder;
+    }
+    if (directory != nullptr && *directory != 0 && is_folder(directory)) {
+        folder = directory;
+        add_separator(&folder);
+        return folder;
+    }
+    errno = ENOENT;
+    return is_set && directory != nullptr ? u"" : u".\\";
+}
+
+// A different number each time, in this process and in the others of the host.
+std::u16string next_number() {
+    static std::atomic<unsigned> count = 0;
+    std::u16string digits;
+    for (const char c :
+         std::to_string(getpid()) + std::to_string(1'000'000 + count++ % 1'000'000)) {
+        digits.push_back(static_cast<WCHAR>(c));
+    }
+    return digits;
+}
+
+// Result: 0 for a name that no file has, else an errno: EEXIST, or why there is none.
+int check_name(const std::u16string &name) {
+    if (name.size() >= MAX_PATH) {
+        return ENAMETOOLONG;
+    }
+    const std::optional<std::string> host = host_path(name.c_str());
+    struct stat facts;
+    if (!host) {
+        return ENOENT;
+    }
+    return lstat(host->c_str(), &facts) == 0 ? EEXIST : errno == ENOENT ? 0 : errno;
+}
+
+// Stores a copy that the caller releases with free. Result: 0 or an errno.
+int allocate(const std::u16string &text, WCHAR **result) {
+    const std::size_t size = text.size() + 1;
+    WCHAR *const copy = static_cast<WCHAR *>(std::malloc(size * sizeof(WCHAR)));
+    if (copy == nullptr) {
+        return ENOMEM;
+    }
+    copy[text.copy(copy, size)] = 0;
+    *result = copy;
+    return 0;
+}
+
+int find_name(const WCHAR *directory, const WCHAR *prefix, WCHAR **result) {
+    const std::u16string folder = folder_of_name(directory);
+    if (folder.empty()) {
+        return errno;
+    }
+    std::u16string name;
+    int error = EEXIST;
+    while (error == EEXIST) {
+        name = folder + (prefix != nullptr ? prefix : u"") + next_number();
+        error = check_name(name);
+    }
+    return error == 0 ? allocate(name, result) : error;
+}
+
+// Result: 0 or an errno.
+int check_access(const WCHAR *path, int mode) {
+    if (path == nullptr || (mode & ~6) != 0) {
+        return EINVAL;
+    }
+    const std::optional<std::string> host = file_path(path);
+    FileFacts facts;
+    const int error = host ? read_facts(AT_FDCWD, host->c_str(), &facts) : ENOENT;
+    if (error != 0) {
+        return error == ENOTDIR || error == ENAMETOOLONG ? ENOENT : error;
+    }
+    constexpr DWORD kBoth = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_DIRECTORY;
+    const bool is_protected = (facts.attributes & kBoth) == FILE_ATTRIBUTE_READONLY;
+    return (mode & 2) != 0 && is_protected ? EACCES : 0;
+}
+
+}  // namespace
+}  // namespace ostrel_platform
+
+DWORD GetTempPathW(DWORD capacity, WCHAR *buffer) noexcept {
+    DWORD result = 0;
+    ostrel_platform::call_result([&]() -> DWORD {
+        if (buffer == nullptr && capacity != 0) {
+            return ERROR_INVALID_PARAMETER;
+        }
+        const std::u16string folder = ostrel_platform::temporary_folder();
+        const auto length = static_cast<DWORD>(folder.size());
+        result = capacity > length ? length : length + 1;
+        if (capacity > length) {
+            buffer[folder.copy(buffer, length)] = 0;
+        }
+        return ERROR_SUCCESS;
+    });
+    return result;
+}
+
+int _waccess(const WCHAR *path, int mode) noexcept {
+    return ostrel_platform::crt_result([=] { return ostrel_platform::check_access(path, mode); });
+}
+
+WCHAR *_wtempnam(const WCHAR *directory, const WCHAR *prefix) noexcept {
+    WCHAR *name = nullptr;
+    ostrel_platform::crt_result(
+        [&] { return ostrel_platform::find_name(directory, prefix, &name); });
+    return name;
+}

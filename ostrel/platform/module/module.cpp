@@ -1,0 +1,110 @@
+#include "ostrel/platform/module.h"
+
+#include <dlfcn.h>
+#include <linux/limits.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cinttypes>
+#include <cstdio>
+#include <fstream>
+#include <string>
+
+#include "ostrel/platform/base/call_result.h"
+#include "ostrel/platform/base/errno_code.h"
+#include "ostrel/platform/base/handle_table.h"
+#include "ostrel/platform/file/host_path.h"
+
+namespace ostrel_platform {
+namespace {
+
+// Whether it is the address at which a program or shared library is loaded.
+bool is_load_address(const void *address) {
+    Dl_info info;
+    return address != nullptr && dladdr(address, &info) != 0 && info.dli_fbase == address;
+}
+
+// What the host says behind the path of a file that has been removed or replaced since.
+void strip_mark_of_removal(std::string *path) {
+    constexpr std::string_view kMark = " (deleted)";
+    if (path->ends_with(kMark) && access(path->c_str(), F_OK) != 0) {
+        path->resize(path->size() - kMark.size());
+    }
+}
+
+// Result: 0 or an error code, here and below.
+DWORD find_program(std::string *path) {
+    char buffer[PATH_MAX];
+    const ssize_t length = readlink("/proc/self/exe", buffer, sizeof buffer);
+    if (length < 0) {
+        return code_of_errno(errno);
+    }
+    path->assign(buffer, static_cast<std::size_t>(length));
+    strip_mark_of_removal(path);
+    return ERROR_SUCCESS;
+}
+
+// The list of mappings has the full path; the loader knows the name only that it was given, which
+// may be relative to what was the current directory then.
+DWORD find_mapped(const void *address, std::string *path) {
+    std::ifstream mappings("/proc/self/maps");
+    for (std::string line; std::getline(mappings, line);) {
+        std::uintptr_t begin = 0;
+        if (std::sscanf(line.c_str(), "%" SCNxPTR, &begin) != 1 ||
+            begin != reinterpret_cast<std::uintptr_t>(address)) {
+            continue;
+        }
+        const std::size_t start = line.find('/');
+        if (start == line.npos) {
+            break;
+        }
+        *path = line.substr(start);
+        for (std::size_t at; (at = path->find("\\012")) != path->npos;) {
+            path->erase(at, 3);
+            (*path)[at] = '\n';
+        }
+        strip_mark_of_removal(path);
+        return ERROR_SUCCESS;
+    }
+    return ERROR_MOD_NOT_FOUND;
+}
+
+}  // namespace
+}  // namespace ostrel_platform
+
+BOOL FreeLibrary(HMODULE module) noexcept {
+    return ostrel_platform::close_handle(ostrel_platform::HandleKind::kModule, module);
+}
+
+BOOL DisableThreadLibraryCalls(HMODULE module) noexcept {
+    if (ostrel_platform::is_load_address(module)) {
+        return TRUE;
+    }
+    SetLastError(ERROR_INVALID_HANDLE);
+    return FALSE;
+}
+
+DWORD GetModuleFileNameW(HMODULE module, WCHAR *buffer, DWORD capacity) noexcept {
+    DWORD stored = 0;
+    ostrel_platform::call_result([&]() -> DWORD {
+        if (buffer == nullptr || capacity == 0) {
+            return ERROR_INVALID_PARAMETER;
+        }
+        if (module != nullptr && !ostrel_platform::is_load_address(module)) {
+            return ERROR_MOD_NOT_FOUND;
+        }
+        std::string path;
+        const DWORD code = module != nullptr ? ostrel_platform::find_mapped(module, &path)
+                                             : ostrel_platform::find_program(&path);
+        if (code != ERROR_SUCCESS) {
+            return code;
+        }
+        const std::u16string told = ostrel_platform::path_from_host(path);
+        const std::size_t count = std::min<std::size_t>(told.size(), capacity - 1);
+        buffer[told.copy(buffer, count)] = 0;
+        stored = count < told.size() ? capacity : static_cast<DWORD>(count);
+        return count < told.size() ? ERROR_INSUFFICIENT_BUFFER : ERROR_SUCCESS;
+    });
+    return stored;
+}

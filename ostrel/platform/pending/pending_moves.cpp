@@ -1,0 +1,241 @@
+#include "ostrel/platform/pending/pending_moves.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstring>
+#include <fstream>
+#include <new>
+#include <vector>
+
+#include "ostrel/platform/base/errno_code.h"
+#include "ostrel/platform/base/host_rename.h"
+#include "ostrel/platform/error.h"
+#include "ostrel/platform/pending/pending_record.h"
+
+namespace ostrel_platform {
+namespace {
+
+// Empty when the host does not tell.
+std::string boot_id() {
+    std::string id;
+    std::ifstream("/proc/sys/kernel/random/boot_id") >> id;
+    return id;
+}
+
+// Makes a path absolute. A separator at its end goes: with it a link would be followed.
+DWORD make_absolute(std::string *path) {
+    if (path->empty()) {
+        return ERROR_PATH_NOT_FOUND;
+    }
+    while (path->size() > 1 && path->back() == '/') {
+        path->pop_back();
+    }
+    if (path->front() != '/') {
+        char current[PATH_MAX];
+        // The host tells a directory that cannot be reached from its root without a '/' in front.
+        if (getcwd(current, sizeof current) == nullptr || *current != '/') {
+            return ERROR_PATH_NOT_FOUND;
+        }
+        path->insert(0, std::string(current) + (current[1] != '\0' ? "/" : ""));
+    }
+    return path->size() < PATH_MAX ? ERROR_SUCCESS : ERROR_FILENAME_EXCED_RANGE;
+}
+
+// The folders are asked: a file may tell another device than its folder in a stacked file system.
+bool are_on_different_devices(const std::string &source, const std::string &target) {
+    struct stat from, to;
+    return stat(folder_of(source).c_str(), &from) == 0 &&
+           stat(folder_of(target).c_str(), &to) == 0 && from.st_dev != to.st_dev;
+}
+
+DWORD code_of_record(int error) {
+    return error == 0         ? ERROR_SUCCESS
+           : error == EBADMSG ? ERROR_INVALID_DATA
+           : error == ENOENT  ? ERROR_PATH_NOT_FOUND  // the directory that it would be in
+                              : code_of_errno(error);
+}
+
+DWORD record_request(PendingRequest request) {
+    if (const DWORD code = make_absolute(&request.source)) {
+        return code;
+    }
+    if (request.verb != PendingVerb::kDelete) {
+        if (const DWORD code = make_absolute(&request.target)) {
+            return code;
+        }
+        if (are_on_different_devices(request.source, request.target)) {
+            return ERROR_NOT_SAME_DEVICE;
+        }
+    }
+    request.boot = boot_id();
+    if (request.boot.empty()) {
+        return ERROR_CALL_NOT_IMPLEMENTED;
+    }
+    PendingRecord record;
+    int error = record.Open(true);
+    if (error == 0) {
+        error = record.Append(request);
+    }
+    return code_of_record(error);
+}
+
+struct Source {
+    SourceIdentity identity;
+    bool is_directory;
+};
+
+int identify(const std::string &path, Source *source) {
+    struct statx facts;
+    if (statx(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT,
+              STATX_BASIC_STATS | STATX_BTIME, &facts) != 0) {
+        return errno;
+    }
+    const statx_timestamp &time =
+        (facts.stx_mask & STATX_BTIME) != 0 ? facts.stx_btime : facts.stx_ctime;
+    // Without a sign, as it may overflow: a file can have any time.
+    const std::uint64_t since_1970 =
+        static_cast<std::uint64_t>(time.tv_sec) * 1'000'000'000 + time.tv_nsec;
+    source->identity = {std::uint64_t{facts.stx_dev_major} << 32 | facts.stx_dev_minor,
+                        facts.stx_ino, static_cast<std::int64_t>(since_1970)};
+    source->is_directory = S_ISDIR(facts.stx_mode);
+    return 0;
+}
+
+int act(const PendingRequest &request, bool is_directory) {
+    const char *const source = request.source.c_str();
+    if (request.verb == PendingVerb::kDelete) {
+        return (is_directory ? rmdir(source) : unlink(source)) == 0 ? 0 : errno;
+    }
+    // Directories are never replaced, nor do they replace; the host refuses the former itself.
+    if (request.verb == PendingVerb::kMove || is_directory) {
+        return rename_host(source, request.target.c_str(), false);
+    }
+    return rename_over(request.source, request.target);
+}
+
+int sync_folder_of(const std::string &path) {
+    const HostDescriptor folder = open_host(folder_of(path).c_str(), O_RDONLY | O_DIRECTORY);
+    if (folder) {
+        return sync_directory(folder.Get());
+    }
+    return errno == ENOENT ? 0 : errno;  // a later request has taken the folder
+}
+
+int sync_folders(const PendingRequest &request) {
+    const int error = sync_folder_of(request.source);
+    return error != 0 || request.target.empty() ? error : sync_folder_of(request.target);
+}
+
+class PendingWork {
+public:
+    PendingWork(std::FILE *log, PendingOutcome *outcome) : m_log(log), m_outcome(outcome) {}
+
+    // Result: 0, or the errno of the record.
+    int Run(PendingScope scope) {
+        const std::string boot = boot_id();
+        if (scope == PendingScope::kEarlierStarts && boot.empty()) {
+            return ENOSYS;
+        }
+        std::vector<std::size_t> damaged;
+        int error = m_record.Open(false);
+        if (error == 0) {
+            error = m_record.Read(&m_waiting, &damaged);
+        }
+        if (error != 0) {
+            return error == ENOENT ? 0 : error;
+        }
+        for (const std::size_t line : damaged) {
+            std::fprintf(m_log, "line %zu of the record is damaged, left out\n", line);
+        }
+        m_outcome->failed = damaged.size();
+        for (std::size_t at = 0; at < m_waiting.size();) {
+            if (scope == PendingScope::kEarlierStarts && m_waiting[at].boot == boot) {
+                ++at;
+            } else if ((error = CarryOut(&m_waiting[at])) != 0) {
+                return error;
+            } else {
+                m_waiting.erase(m_waiting.begin() + static_cast<std::ptrdiff_t>(at));
+            }
+        }
+        const bool changed = m_outcome->done + m_outcome->failed != 0 || m_waiting.empty();
+        return changed ? m_record.Replace(m_waiting) : 0;
+    }
+
+private:
+    // A request is marked as begun, on the disk, before anything is done, and with that those
+    // before it leave the record. So whoever finds it begun can tell by the source whether it was
+    // carried out: then the file is no longer there.
+    int CarryOut(PendingRequest *request) {
+        Source source = {};
+        int error = identify(request->source, &source);
+        const bool was_done =
+            request->begun &&
+            (error == ENOENT || (error == 0 && source.identity != *request->begun));
+        if (error == 0 && !request->begun) {
+            request->begun = source.identity;
+            if (const int failure = m_record.Replace(m_waiting)) {
+                return failure;
+            }
+        }
+        if (was_done) {
+            error = 0;
+        } else if (error == 0) {
+            error = act(*request, source.is_directory);
+        }
+        if (error == 0) {
+            error = sync_folders(*request);
+        }
+        Tell(*request, error);
+        return 0;
+    }
+
+    void Tell(const PendingRequest &request, int error) {
+        if (error == 0) {
+            ++m_outcome->done;
+            return;
+        }
+        ++m_outcome->failed;
+        char text[100];
+        std::fprintf(m_log, "%s %s%s%s: %s\n",
+                     request.verb == PendingVerb::kDelete ? "delete" : "move",
+                     encode_path(request.source).c_str(), request.target.empty() ? "" : " to ",
+                     encode_path(request.target).c_str(), strerror_r(error, text, sizeof text));
+    }
+
+    std::FILE *const m_log;
+    PendingOutcome *const m_outcome;
+    PendingRecord m_record;
+    std::vector<PendingRequest> m_waiting;  // what the record holds, but for what is done
+};
+
+}  // namespace
+
+DWORD record_pending_move(const std::string &source, const std::string *target,
+                          bool replace) noexcept {
+    try {
+        PendingRequest request{PendingVerb::kDelete, {}, {}, source, {}};
+        if (target != nullptr) {
+            request.verb = replace ? PendingVerb::kReplace : PendingVerb::kMove;
+            request.target = *target;
+        }
+        return record_request(std::move(request));
+    } catch (const std::bad_alloc &) {
+        return ERROR_NOT_ENOUGH_MEMORY;
+    }
+}
+
+PendingOutcome carry_out_pending_moves(PendingScope scope, std::FILE *log) noexcept {
+    PendingOutcome outcome;
+    try {
+        outcome.error = PendingWork(log, &outcome).Run(scope);
+    } catch (const std::bad_alloc &) {
+        outcome.error = ENOMEM;
+    }
+    return outcome;
+}
+
+}  // namespace ostrel_platform

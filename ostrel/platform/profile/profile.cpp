@@ -1,0 +1,368 @@
+#include "ostrel/platform/profile.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "ostrel/platform/base/call_result.h"
+#include "ostrel/platform/base/errno_code.h"
+#include "ostrel/platform/crt_text.h"
+#include "ostrel/platform/file/host_path.h"
+#include "ostrel/platform/text/charset.h"
+
+namespace {
+
+using Text = std::u16string_view;
+
+constexpr Text kBlanks = TEXT(" \t\n\v\f\r");
+
+Text trimmed_right(Text text) {
+    return text.substr(0, text.find_last_not_of(kBlanks) + 1);
+}
+
+Text trimmed(Text text) {
+    text.remove_prefix(std::min(text.find_first_not_of(kBlanks), text.size()));
+    return trimmed_right(text);
+}
+
+Text unquoted(Text text) {
+    const bool quoted = text.size() >= 2 && (text.front() == u'"' || text.front() == u'\'') &&
+                        text.back() == text.front();
+    return quoted ? text.substr(1, text.size() - 2) : text;
+}
+
+bool same_name(Text left, Text right) {
+    return !left.empty() && std::equal(left.begin(), left.end(), right.begin(), right.end(),
+                                       [](WCHAR a, WCHAR b) { return towupper(a) == towupper(b); });
+}
+
+// A regular file, open for reading; anything else is an error.
+class File {
+public:
+    // Never waits, whatever stands behind the path.
+    explicit File(const char *path) {
+        struct stat facts;
+        if (stat(path, &facts) == 0 && !S_ISREG(facts.st_mode)) {
+            m_error = EACCES;  // unopened: a pipe's writer and a device would notice
+            return;
+        }
+        do {
+            m_file = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+        } while (m_file < 0 && errno == EINTR);
+        if (m_file < 0) {
+            m_error = errno == ENXIO || errno == ENODEV ? EACCES : errno;
+        } else if (fstat(m_file, &facts) != 0) {
+            m_error = errno;
+        } else if (!S_ISREG(facts.st_mode)) {
+            m_error = EACCES;
+        }
+    }
+    ~File() {
+        if (m_file >= 0) {
+            close(m_file);
+        }
+    }
+    File(const File &) = delete;
+    File &operator=(const File &) = delete;
+
+    // The errno of the first failure, 0 while there is none.
+    int Error() const { return m_error; }
+
+    // Fills the room, short only at the end of the file and on an error.
+    std::size_t Read(char *bytes, std::size_t capacity) {
+        std::size_t stored = 0;
+        while (stored < capacity && m_error == 0) {
+            const ssize_t count = read(m_file, bytes + stored, capacity - stored);
+            if (count == 0) {
+                break;
+            }
+            if (count > 0) {
+                stored += static_cast<std::size_t>(count);
+            } else if (errno != EINTR) {
+                m_error = errno;
+            }
+        }
+        return stored;
+    }
+
+private:
+    int m_file = -1;
+    int m_error = 0;
+};
+
+// Gives the lines of a file, decoded, without their line feeds.
+class LineReader {
+public:
+    explicit LineReader(File &file) : m_file(file) {}
+
+    // Result: false behind the last line. The line is valid until the next call.
+    bool Next(Text *line) {
+        m_carried.clear();
+        for (;;) {
+            if (m_units.empty() && !Fill()) {
+                *line = m_carried;
+                return !m_carried.empty();
+            }
+            const std::size_t end = m_units.find(u'\n');
+            const Text part = m_units.substr(0, end);
+            m_units.remove_prefix(std::min(part.size() + 1, m_units.size()));
+            if (end != Text::npos && m_carried.empty()) {
+                *line = part;
+                return true;
+            }
+            m_carried.append(part);
+            if (end != Text::npos) {
+                *line = m_carried;
+                return true;
+            }
+        }
+    }
+
+private:
+    static constexpr std::size_t kBlock = 8 * 1024;  // even, so that no pair of bytes is cut
+
+    bool Fill() {
+        while (m_units.empty() && !m_ended) {
+            std::string_view bytes(m_bytes, m_file.Read(m_bytes, kBlock));
+            m_ended = bytes.size() < kBlock;
+            if (!m_started) {
+                m_started = true;
+                bytes.remove_prefix(TakeMark(bytes));
+            }
+            m_units = Text(m_decoded, m_decoder ? m_decoder->Decode(bytes.data(), bytes.size(),
+                                                                    m_ended, m_decoded)
+                                                : DecodePairs(bytes));
+        }
+        return !m_units.empty();
+    }
+
+    // Chooses the encoding. Result: the length of the mark.
+    std::size_t TakeMark(std::string_view bytes) {
+        if (bytes.substr(0, 2) == "\xFF\xFE") {
+            return 2;
+        }
+        const bool utf8 = bytes.substr(0, 3) == "\xEF\xBB\xBF";
+        m_decoder.emplace(utf8 ? ostrel_platform::kCodePageUtf8
+                               : ostrel_platform::system_code_page());
+        return utf8 ? 3 : 0;
+    }
+
+    std::size_t DecodePairs(std::string_view bytes) {
+        std::size_t units = 0;
+        for (; bytes.size() >= 2; bytes.remove_prefix(2)) {
+            const auto low = static_cast<unsigned char>(bytes[0]);
+            const auto high = static_cast<unsigned char>(bytes[1]);
+            m_decoded[units++] = static_cast<WCHAR>(high << 8 | low);
+        }
+        if (!bytes.empty()) {
+            m_decoded[units++] = 0xFFFD;
+        }
+        return units;
+    }
+
+    File &m_file;
+    bool m_started = false;
+    bool m_ended = false;
+    std::optional<ostrel_platform::StreamDecoder> m_decoder;  // none for UTF-16
+    Text m_units;                                             // what is left of the decoded block
+    std::u16string m_carried;                                 // a line that began in another block
+    char m_bytes[kBlock];
+    WCHAR m_decoded[ostrel_platform::StreamDecoder::Capacity(kBlock)];
+};
+
+struct Line {
+    enum class Kind { kNothing, kSection, kEntry };
+
+    Kind kind = Kind::kNothing;
+    Text name;   // of the section, or the key
+    Text value;  // of the key
+};
+
+Line parsed(Text text) {
+    text = trimmed(text.substr(0, text.find(u'\0')));
+    if (text.empty() || text[0] == u';') {
+        return {};
+    }
+    if (text[0] == u'[') {
+        return {Line::Kind::kSection, trimmed(text.substr(1, text.find(u']') - 1)), {}};
+    }
+    const std::size_t equals = text.find(u'=');
+    if (equals == Text::npos) {
+        return {};
+    }
+    return {Line::Kind::kEntry, trimmed(text.substr(0, equals)),
+            unquoted(trimmed(text.substr(equals + 1)))};
+}
+
+// Calls take(line) for each line that holds something, until it gives false. Result: 0 or an error
+// code, also when lines were given before the failure.
+template <class Take>
+DWORD for_each_line(const WCHAR *path, Take take) {
+    return ostrel_platform::code_of_call([&]() -> DWORD {
+        const std::optional<std::string> host =
+            path != nullptr ? ostrel_platform::host_path(path) : std::nullopt;
+        if (!host) {
+            return ERROR_FILE_NOT_FOUND;
+        }
+        File file(host->c_str());
+        LineReader lines(file);
+        for (Text text; file.Error() == 0 && lines.Next(&text) && file.Error() == 0;) {
+            const Line line = parsed(text);
+            if (line.kind != Line::Kind::kNothing && !take(line)) {
+                break;
+            }
+        }
+        return file.Error() != 0 ? ostrel_platform::code_of_errno(file.Error()) : ERROR_SUCCESS;
+    });
+}
+
+// The same for the entries of the first section of that name.
+template <class Take>
+DWORD for_each_entry(const WCHAR *path, Text section, Take take) {
+    section = trimmed(section);
+    bool inside = false;
+    return for_each_line(path, [&](const Line &line) {
+        if (line.kind == Line::Kind::kSection) {
+            const bool left = inside;
+            inside = same_name(line.name, section);
+            return !left;
+        }
+        return !inside || take(line);
+    });
+}
+
+DWORD find_value(const WCHAR *path, Text section, Text key, std::optional<std::u16string> *value) {
+    key = trimmed(key);
+    return for_each_entry(path, section, [&](const Line &line) {
+        if (!same_name(line.name, key)) {
+            return true;
+        }
+        value->emplace(line.value);
+        return false;
+    });
+}
+
+// Adds names, a NUL behind each, until they no longer fit into `room` with a last NUL.
+class NameList {
+public:
+    explicit NameList(DWORD capacity) : m_capacity(capacity) {}
+
+    bool Add(Text name) {
+        if (!name.empty()) {
+            m_names.append(name).push_back(u'\0');
+        }
+        return m_names.size() < m_capacity;
+    }
+    const std::u16string &Names() const { return m_names; }
+
+private:
+    std::size_t m_capacity;
+    std::u16string m_names;
+};
+
+DWORD list_names(const WCHAR *path, const WCHAR *section, NameList *names) {
+    if (section != nullptr) {
+        return for_each_entry(path, section,
+                              [names](const Line &line) { return names->Add(line.name); });
+    }
+    return for_each_line(path, [names](const Line &line) {
+        return line.kind != Line::Kind::kSection || names->Add(line.name);
+    });
+}
+
+// A buffer of the caller.
+struct Target {
+    WCHAR *buffer;
+    std::size_t size;
+
+    // Stores the text, which is cut where it does not leave room for `ends` NULs. It may lie in the
+    // buffer. Result: the characters stored, without these NULs.
+    DWORD Put(Text text, std::size_t ends) const {
+        const std::size_t count = std::min(text.size(), size - std::min(size, ends));
+        if (size > 0) {
+            std::char_traits<WCHAR>::move(buffer, text.data(), count);
+            std::fill_n(buffer + count, std::min(size - count, ends), u'\0');
+        }
+        if (count < text.size()) {
+            SetLastError(ERROR_MORE_DATA);
+        }
+        return static_cast<DWORD>(count);
+    }
+
+    // A list brings one of its two last NULs along, unless it is empty or cut.
+    DWORD PutList(Text names) const {
+        const bool fits = names.size() < size;
+        return Put(names, fits && !names.empty() ? 1 : 2);
+    }
+};
+
+constexpr bool is_digit(WCHAR c) {
+    return c >= u'0' && c <= u'9';
+}
+
+constexpr bool is_hex_digit(WCHAR c) {
+    return is_digit(c) || (towupper(c) >= u'A' && towupper(c) <= u'F');
+}
+
+// The number at the start of a text, modulo 2^32.
+unsigned number_in(const WCHAR *text) {
+    while (*text != 0 && kBlanks.find(*text) != Text::npos) {
+        ++text;
+    }
+    const bool negative = *text == u'-';
+    text += negative || *text == u'+';
+    unsigned value = 0;
+    if (text[0] == u'0' && towupper(text[1]) == u'X') {
+        for (text += 2; is_hex_digit(*text); ++text) {
+            const int digit = is_digit(*text) ? *text - u'0' : towupper(*text) - u'A' + 10;
+            value = value << 4 | static_cast<unsigned>(digit);
+        }
+    } else {
+        for (; is_digit(*text); ++text) {
+            value = value * 10 + static_cast<unsigned>(*text - u'0');
+        }
+    }
+    return negative ? 0 - value : value;
+}
+
+}  // namespace
+
+DWORD GetPrivateProfileStringW(const WCHAR *section, const WCHAR *key, const WCHAR *fallback,
+                               WCHAR *buffer, DWORD size, const WCHAR *file) noexcept {
+    const Target target{buffer, buffer != nullptr ? size : 0};
+    const Text spare =
+        trimmed_right(fallback != nullptr ? Text(fallback, wcslen(fallback)) : Text());
+    const bool lists = section == nullptr || key == nullptr;
+    NameList names(size);
+    std::optional<std::u16string> value;
+    const DWORD error =
+        lists ? list_names(file, section, &names) : find_value(file, section, key, &value);
+    if (error != ERROR_SUCCESS) {
+        const DWORD stored = target.Put(spare, lists ? 2 : 1);
+        SetLastError(error);
+        return stored;
+    }
+    if (lists) {
+        return target.PutList(names.Names());
+    }
+    return target.Put(value ? Text(*value) : spare, 1);
+}
+
+unsigned GetPrivateProfileIntW(const WCHAR *section, const WCHAR *key, int fallback,
+                               const WCHAR *file) noexcept {
+    std::optional<std::u16string> value;
+    if (section != nullptr && key != nullptr) {
+        const DWORD error = find_value(file, section, key, &value);
+        if (error != ERROR_SUCCESS) {
+            SetLastError(error);
+            return static_cast<unsigned>(fallback);
+        }
+    }
+    return value ? number_in(value->c_str()) : static_cast<unsigned>(fallback);
+}

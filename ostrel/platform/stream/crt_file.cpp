@@ -1,0 +1,157 @@
+#include <atomic>
+#include <cerrno>
+#include <cstdint>
+#include <iterator>
+#include <mutex>
+#include <unordered_map>
+
+#include "ostrel/platform/base/call_result.h"
+#include "ostrel/platform/crt_text.h"
+#include "ostrel/platform/file/host_path.h"
+#include "ostrel/platform/stream.h"
+#include "ostrel/platform/stream/stream.h"
+
+namespace {
+
+using ostrel_platform::OpenMode;
+using ostrel_platform::Stream;
+
+// Which of the host's streams are the layer's. Most have a slot, in which they are found without a
+// lock: a slot that is taken stays as it is until its stream is closed, and nobody asks for a
+// stream while it is closed.
+class OpenStreams {
+public:
+    static OpenStreams &Instance() {
+        static OpenStreams *const streams = new OpenStreams;  // outlives every static object
+        return *streams;
+    }
+
+    void Add(std::FILE *file, Stream *stream) {
+        const std::lock_guard lock(m_mutex);
+        m_streams.emplace(file, stream);
+        Slot &slot = SlotOf(file);
+        if (slot.file.load(std::memory_order_relaxed) == nullptr) {
+            slot.stream = stream;
+            slot.file.store(file, std::memory_order_release);
+        }
+    }
+
+    void Remove(const Stream *stream) {
+        const std::lock_guard lock(m_mutex);
+        for (auto it = m_streams.begin(); it != m_streams.end(); ++it) {
+            if (it->second == stream) {
+                Slot &slot = SlotOf(it->first);
+                if (slot.file.load(std::memory_order_relaxed) == it->first) {
+                    slot.file.store(nullptr, std::memory_order_relaxed);
+                }
+                m_streams.erase(it);
+                return;
+            }
+        }
+    }
+
+    // Null for a stream that is not of _wfopen.
+    Stream *Find(std::FILE *file) {
+        const Slot &slot = SlotOf(file);
+        if (slot.file.load(std::memory_order_acquire) == file) {
+            return slot.stream;
+        }
+        const std::lock_guard lock(m_mutex);
+        const auto found = m_streams.find(file);
+        return found != m_streams.end() ? found->second : nullptr;
+    }
+
+    int Count() {
+        const std::lock_guard lock(m_mutex);
+        return static_cast<int>(m_streams.size());
+    }
+
+private:
+    struct Slot {
+        std::atomic<std::FILE *> file{nullptr};
+        Stream *stream = nullptr;
+    };
+
+    Slot &SlotOf(const std::FILE *file) {
+        const auto address = reinterpret_cast<std::uintptr_t>(file);
+        return m_slots[address / 64 % std::size(m_slots)];
+    }
+
+    std::mutex m_mutex;
+    std::unordered_map<std::FILE *, Stream *> m_streams;
+    Slot m_slots[64];
+};
+
+Stream *stream_of(void *cookie) {
+    return static_cast<Stream *>(cookie);
+}
+
+ssize_t read_cookie(void *cookie, char *bytes, std::size_t capacity) {
+    return stream_of(cookie)->ReadBytes(bytes, capacity);
+}
+
+ssize_t write_cookie(void *cookie, const char *bytes, std::size_t count) {
+    const int result =
+        ostrel_platform::crt_result([=] { return stream_of(cookie)->WriteBytes(bytes, count); });
+    return result == 0 ? static_cast<ssize_t>(count) : 0;
+}
+
+int close_cookie(void *cookie) {
+    const std::unique_ptr<Stream> stream(stream_of(cookie));
+    OpenStreams::Instance().Remove(stream.get());
+    return stream->Close();
+}
+
+int open_stream(const WCHAR *path, const WCHAR *mode_text, std::FILE **result) {
+    const std::optional<OpenMode> mode =
+        path != nullptr && mode_text != nullptr ? OpenMode::Parse(mode_text) : std::nullopt;
+    if (!mode || *path == 0) {
+        return EINVAL;
+    }
+    const std::optional<std::string> host = ostrel_platform::host_path(path);
+    if (!host) {
+        return ENOENT;
+    }
+    std::unique_ptr<Stream> stream = Stream::Open(host->c_str(), *mode);
+    if (stream == nullptr) {
+        return errno;
+    }
+    const char host_mode[] = {mode->access, '\0'};
+    std::FILE *const file =
+        fopencookie(stream.get(), host_mode, {read_cookie, write_cookie, nullptr, close_cookie});
+    if (file == nullptr) {
+        return errno;
+    }
+    Stream *const owned_by_file = stream.release();
+    try {
+        OpenStreams::Instance().Add(file, owned_by_file);
+    } catch (...) {
+        std::fclose(file);
+        throw;
+    }
+    *result = file;
+    return 0;
+}
+
+}  // namespace
+
+std::FILE *_wfopen(const WCHAR *path, const WCHAR *mode) noexcept {
+    std::FILE *file = nullptr;
+    ostrel_platform::crt_result([&] { return open_stream(path, mode, &file); });
+    return file;
+}
+
+WCHAR *fgetws(WCHAR *buffer, int count, std::FILE *file) noexcept {
+    Stream *const stream = file != nullptr ? OpenStreams::Instance().Find(file) : nullptr;
+    if (buffer == nullptr || count < 1 || stream == nullptr || !stream->Reads()) {
+        errno = EINVAL;
+        return nullptr;
+    }
+    return stream->ReadLine(buffer, static_cast<std::size_t>(count));
+}
+
+int _flushall() noexcept {
+    constexpr int kStandardStreams = 3;
+    std::fflush(nullptr);
+    return kStandardStreams + OpenStreams::Instance().Count();
+}

@@ -1,0 +1,104 @@
+#include "ostrel/platform/system.h"
+
+#include <cerrno>
+#include <cstring>
+#include <mutex>
+#include <set>
+#include <string>
+#include <string_view>
+
+#include "ostrel/platform/base/call_result.h"
+#include "ostrel/platform/base/environment.h"
+#include "ostrel/platform/text/charset.h"
+
+namespace ostrel_platform {
+namespace {
+
+constexpr WCHAR to_upper(WCHAR c) {
+    return c >= u'a' && c <= u'z' ? static_cast<WCHAR>(c - u'a' + u'A') : c;
+}
+
+bool is_same_name(std::u16string_view a, std::u16string_view b) {
+    for (std::size_t i = 0; i < a.size() && i < b.size(); ++i) {
+        if (to_upper(a[i]) != to_upper(b[i])) {
+            return false;
+        }
+    }
+    return a.size() == b.size();
+}
+
+// The value of a variable within its entry, or null.
+const char *find_value(std::u16string_view name) {
+    char **const environment = load_environment();
+    if (environment == nullptr) {
+        return nullptr;
+    }
+    std::size_t count = 0;
+    while (load_entry(&environment[count]) != nullptr) {
+        ++count;
+    }
+    const std::size_t length = to_narrow(name).size();
+    const char *spelled = nullptr;
+    const char *similar = nullptr;
+    // From the end, as another thread may remove a variable: those behind it move forward one by
+    // one, each into the next place before it leaves its own, so that none is missed.
+    while (count-- > 0) {
+        const char *const entry = load_entry(&environment[count]);
+        if (entry == nullptr || std::strcspn(entry, "=") != length || entry[length] == '\0' ||
+            entry[length + 1] == '\0') {
+            continue;
+        }
+        const std::u16string entry_name = to_wide({entry, length});
+        if (is_same_name(entry_name, name)) {
+            (entry_name == name ? spelled : similar) = entry + length + 1;
+        }
+    }
+    return spelled != nullptr ? spelled : similar;
+}
+
+// Keeps a text for good; the same one each time.
+WCHAR *keep(std::u16string text) {
+    static std::mutex *const mutex = new std::mutex;  // used to the very end of the process
+    static std::set<std::u16string> *const texts = new std::set<std::u16string>;
+    const std::lock_guard lock(*mutex);
+    // The interface has no const; whoever writes there does so to his own harm.
+    return const_cast<WCHAR *>(texts->insert(std::move(text)).first->c_str());
+}
+
+}  // namespace
+}  // namespace ostrel_platform
+
+BOOL GetVersionExW(OSVERSIONINFOW *version) noexcept {
+    if (version == nullptr || version->dwOSVersionInfoSize != sizeof(OSVERSIONINFOW)) {
+        SetLastError(version == nullptr ? ERROR_NOACCESS : ERROR_INSUFFICIENT_BUFFER);
+        return FALSE;
+    }
+    *version = {sizeof(OSVERSIONINFOW), 6, 2, 9200, VER_PLATFORM_WIN32_NT, {}};
+    return TRUE;
+}
+
+WCHAR *_wgetenv(const WCHAR *name) noexcept {
+    WCHAR *kept = nullptr;
+    ostrel_platform::crt_result([&] {
+        if (name == nullptr) {
+            return EINVAL;
+        }
+        if (const char *const value = ostrel_platform::find_value(name)) {
+            kept = ostrel_platform::keep(ostrel_platform::to_wide(value));
+        }
+        return 0;
+    });
+    return kept;
+}
+
+int _putenv_s(const char *name, const char *value) noexcept {
+    const int result = ostrel_platform::crt_result([=] {
+        if (name == nullptr || value == nullptr || *name == '\0' ||
+            std::strchr(name, '=') != nullptr) {
+            return EINVAL;
+        }
+        ostrel_platform::set_variable(std::string(name) + '=', value);
+        return 0;
+    });
+    return result == 0 ? 0 : errno;
+}

@@ -1,0 +1,412 @@
+#include "ostrel/platform/text/charset.h"
+
+#include <unicode/ucnv.h>
+#include <unicode/ucnv_cb.h>
+
+#include <algorithm>
+#include <charconv>
+#include <cstdlib>
+#include <cstring>
+#include <iterator>
+#include <new>
+
+#include "ostrel/platform/text/utf8.h"
+
+namespace ostrel_platform {
+namespace {
+
+struct Charset {
+    unsigned code_page;
+    const char *name;
+};
+
+// Names under which ICU knows no Windows number. The numbers are those of Microsoft's list of code
+// page identifiers; the first name of a number is also the one to open its converter with.
+constexpr Charset kUnnumbered[] = {
+    {949, "windows-949"},   {949, "cp949"},         {28591, "ISO-8859-1"},
+    {51932, "EUC-JP"},      {51932, "ujis"},        {936, "gbk"},
+    {936, "GB2312"},        {950, "Big5"},          {950, "Big5-HKSCS"},
+    {20932, "EUC-JP"},      {51936, "EUC-CN"},      {52936, "HZ-GB-2312"},
+    {50220, "ISO-2022-JP"}, {50221, "ISO-2022-JP"}, {50222, "ISO_2022,locale=ja,version=3"},
+    {50225, "ISO-2022-KR"},
+};
+
+unsigned number_behind(std::string_view prefix, std::string_view name) {
+    unsigned number = 0;
+    if (name.substr(0, prefix.size()) == prefix) {
+        std::from_chars(name.data() + prefix.size(), name.data() + name.size(), number);
+    }
+    return number;
+}
+
+unsigned code_page_of(const char *charset) {
+    UErrorCode status = U_ZERO_ERROR;
+    const char *const numbered = ucnv_getStandardName(charset, "WINDOWS", &status);
+    if (numbered != nullptr) {
+        if (const unsigned number = number_behind("windows-", numbered)) {
+            return number;
+        }
+    }
+    for (const Charset &entry : kUnnumbered) {
+        if (ucnv_compareNames(entry.name, charset) == 0) {
+            return entry.code_page;
+        }
+    }
+    return kCodePageUtf8;
+}
+
+unsigned code_page_of_environment() {
+    for (const char *variable : {"LC_ALL", "LC_CTYPE", "LANG"}) {
+        const char *const value = std::getenv(variable);
+        if (value == nullptr || *value == '\0') {
+            continue;
+        }
+        const std::string_view locale = value;
+        const std::size_t dot = locale.find('.');
+        if (dot == std::string_view::npos) {
+            return kCodePageUtf8;
+        }
+        const std::string charset(locale.substr(dot + 1, locale.find('@', dot) - dot - 1));
+        return code_page_of(charset.c_str());
+    }
+    return kCodePageUtf8;
+}
+
+struct CloseConverter {
+    void operator()(UConverter *converter) const { ucnv_close(converter); }
+};
+using ConverterPtr = std::unique_ptr<UConverter, CloseConverter>;
+
+// Writes U+FFFD for whatever is broken or unassigned; ICU's own callback has another substitute for
+// some bytes, U+001A.
+void replace_broken(const void *, UConverterToUnicodeArgs *args, const char *, int32_t,
+                    UConverterCallbackReason reason, UErrorCode *status) {
+    if (reason <= UCNV_IRREGULAR) {
+        constexpr UChar kReplacement = 0xFFFD;
+        *status = U_ZERO_ERROR;
+        ucnv_cbToUWriteUChars(args, &kReplacement, 1, 0, status);
+    }
+}
+
+// Writes the substitute for whatever has no counterpart; ICU's own callback drops some characters,
+// such as U+200D.
+void replace_missing(const void *, UConverterFromUnicodeArgs *args, const UChar *, int32_t, UChar32,
+                     UConverterCallbackReason reason, UErrorCode *status) {
+    if (reason <= UCNV_IRREGULAR) {
+        *status = U_ZERO_ERROR;
+        ucnv_cbFromUWriteSub(args, 0, status);
+    }
+}
+
+// Code pages that ICU knows by IBM's number alone. The platform's number is the same, or that
+// behind 20000 or 50000.
+constexpr unsigned kIbmPages[] = {
+    37,    500,   860,   863,   864,   865,   870,   875,   1026,  1047,  1140,  1141,  1142,
+    1143,  1144,  1145,  1146,  1147,  1148,  1149,  20273, 20277, 20278, 20280, 20284, 20285,
+    20290, 20297, 20420, 20424, 20838, 20871, 21025, 50930, 50931, 50933, 50935, 50937};
+
+constexpr unsigned ibm_number(unsigned code_page) {
+    return code_page % (code_page < 50000 ? 20000 : 50000);
+}
+
+// UTF-16 and UTF-32 have numbers too, but are no code pages of narrow text.
+constexpr unsigned kWidePages[] = {1200, 1201, 12000, 12001};
+
+ConverterPtr open_by_name(const std::string &name) {
+    UErrorCode status = U_ZERO_ERROR;
+    ConverterPtr converter(ucnv_open(name.c_str(), &status));
+    if (status == U_MEMORY_ALLOCATION_ERROR) {
+        throw std::bad_alloc();
+    }
+    return converter;
+}
+
+// Null when ICU has no converter for the code page.
+ConverterPtr open_converter(unsigned code_page) {
+    if (std::find(std::begin(kWidePages), std::end(kWidePages), code_page) !=
+        std::end(kWidePages)) {
+        return nullptr;
+    }
+    ConverterPtr converter = open_by_name("windows-" + std::to_string(code_page));
+    for (const Charset &entry : kUnnumbered) {
+        if (!converter && entry.code_page == code_page) {
+            converter = open_by_name(entry.name);
+        }
+    }
+    if (!converter &&
+        std::find(std::begin(kIbmPages), std::end(kIbmPages), code_page) != std::end(kIbmPages)) {
+        converter = open_by_name("ibm-" + std::to_string(ibm_number(code_page)));
+    }
+    UErrorCode status = U_ZERO_ERROR;
+    if (converter) {
+        ucnv_setToUCallBack(converter.get(), replace_broken, nullptr, nullptr, nullptr, &status);
+        ucnv_setFromUCallBack(converter.get(), replace_missing, nullptr, nullptr, nullptr, &status);
+        ucnv_setSubstString(converter.get(), TEXT("?"), 1, &status);
+        ucnv_setFallback(converter.get(), true);
+    }
+    return converter;
+}
+
+constexpr WCHAR kRotated[] = {0x1A, 0x1C, 0x7F};
+
+// Decoded text: each control character becomes that of its byte (1A -> 7F -> 1C -> 1A). Text to be
+// encoded: the other way.
+void turn_controls(WCHAR *units, std::size_t count, bool decoded) {
+    for (WCHAR *unit = units; unit != units + count; ++unit) {
+        for (std::size_t i = 0; i < 3; ++i) {
+            if (*unit == kRotated[i]) {
+                *unit = kRotated[(i + (decoded ? 2 : 1)) % 3];
+                break;
+            }
+        }
+    }
+}
+
+}  // namespace
+
+// ICU's converter of one code page.
+class Converter {
+public:
+    // Null when there is none.
+    static std::unique_ptr<Converter> Open(unsigned code_page) {
+        ConverterPtr handle = open_converter(code_page);
+        return handle ? std::unique_ptr<Converter>(new Converter(std::move(handle))) : nullptr;
+    }
+
+    void Reset() { ucnv_reset(m_handle.get()); }
+
+    // Decodes from `*in` on, `room` units at most, and moves `*in` to the first byte that it has
+    // not read. Result: the units stored. `*full` tells that more was to be stored.
+    std::size_t Decode(const char **in, const char *end, bool last, WCHAR *units,
+                       std::size_t capacity, bool *full) {
+        WCHAR *out = units;
+        WCHAR *const out_end = units + capacity;
+        UErrorCode status = U_ZERO_ERROR;
+        do {
+            const char *const to = *in + std::min(end - *in, kMost);
+            WCHAR *const limit = out + std::min(out_end - out, kMost);
+            status = U_ZERO_ERROR;
+            ucnv_toUnicode(m_handle.get(), &out, limit, in, to, nullptr, last && to == end,
+                           &status);
+        } while (status == U_ZERO_ERROR ? *in != end
+                                        : status == U_BUFFER_OVERFLOW_ERROR && out != out_end);
+        *full = status == U_BUFFER_OVERFLOW_ERROR;
+        const auto stored = static_cast<std::size_t>(out - units);
+        if (m_rotates) {
+            turn_controls(units, stored, true);
+        }
+        return stored;
+    }
+
+    // The same for text to be encoded.
+    std::size_t Encode(const WCHAR **in, const WCHAR *end, char *bytes, std::size_t capacity,
+                       bool *full) {
+        char *out = bytes;
+        UErrorCode status = U_ZERO_ERROR;
+        do {
+            WCHAR turned[256];
+            const WCHAR *from = *in;
+            const WCHAR *to = *in + std::min(end - *in, kMost);
+            if (m_rotates) {
+                to = turned + std::min<std::ptrdiff_t>(end - *in, std::ssize(turned));
+                std::copy(*in, *in + (to - turned), turned);
+                turn_controls(turned, static_cast<std::size_t>(to - turned), false);
+                from = turned;
+            }
+            const WCHAR *const begin = from;
+            const bool last = to - begin == end - *in;
+            status = U_ZERO_ERROR;
+            ucnv_fromUnicode(m_handle.get(), &out, bytes + capacity, &from, to, nullptr, last,
+                             &status);
+            *in += from - begin;
+        } while (*in != end && status == U_ZERO_ERROR);
+        *full = status == U_BUFFER_OVERFLOW_ERROR;
+        return static_cast<std::size_t>(out - bytes);
+    }
+
+private:
+    // ICU refuses more bytes than 2^31 - 1, or units of that size, on either side of a call.
+    static constexpr std::ptrdiff_t kMost = 0x3FFFFFFF;
+
+    // Some converters turn three control characters round, as old terminals did: byte 0x1A is
+    // U+001C there, 0x1C is U+007F and 0x7F is U+001A. On the platform each is itself.
+    explicit Converter(ConverterPtr handle) : m_handle(std::move(handle)) {
+        const char *in = "\x1A";
+        WCHAR unit = 0;
+        bool full = false;
+        Decode(&in, in + 1, true, &unit, 1, &full);
+        m_rotates = unit == 0x1C;
+        Reset();
+    }
+
+    ConverterPtr m_handle;
+    bool m_rotates = false;
+};
+
+namespace {
+
+// A converter that its thread keeps, or, at the end of a thread, one of its own.
+struct Release {
+    bool owns = false;
+
+    void operator()(Converter *converter) const {
+        if (owns) {
+            delete converter;
+        }
+    }
+};
+using ConverterInUse = std::unique_ptr<Converter, Release>;
+
+thread_local bool t_ended = false;  // whether what the thread kept is gone
+
+struct Kept {
+    ~Kept() { t_ended = true; }
+
+    unsigned code_page = kCodePageUtf8;
+    std::unique_ptr<Converter> converter;
+};
+
+// The converter of a code page, ready for a new text; null for UTF-8 and for one that is unknown.
+// Each thread keeps the last one: to open it takes far longer than to convert a short text. The
+// destructors of objects that outlive what is kept may still convert.
+ConverterInUse converter_for(unsigned code_page) {
+    if (code_page == kCodePageUtf8) {
+        return nullptr;
+    }
+    if (t_ended) {
+        return {Converter::Open(code_page).release(), Release{true}};
+    }
+    thread_local Kept kept;
+    if (code_page != kept.code_page) {
+        kept.converter = Converter::Open(code_page);
+        kept.code_page = code_page;
+    } else if (kept.converter) {
+        kept.converter->Reset();
+    }
+    return {kept.converter.get(), Release{false}};
+}
+
+// Whether ASCII bytes are themselves in a code page, as they must be in that of the system; behind
+// an escape sequence or a shift too.
+bool holds_ascii(unsigned code_page) {
+    constexpr char kBytes[] = "\t\n\x0E\x1B$B*HAz09#%\\~";
+    constexpr WCHAR kUnits[] = TEXT("\t\n\x0E\x1B$B*HAz09#%\\~");
+    return code_page == kCodePageUtf8 ||
+           (converter_for(code_page) != nullptr && to_wide(kBytes, code_page) == kUnits);
+}
+
+}  // namespace
+
+unsigned system_code_page() {
+    static const unsigned code_page = [] {
+        const unsigned named = code_page_of_environment();
+        return holds_ascii(named) ? named : kCodePageUtf8;
+    }();
+    return code_page;
+}
+
+bool is_code_page(unsigned code_page) {
+    return code_page == kCodePageUtf8 || converter_for(code_page) != nullptr;
+}
+
+std::size_t to_wide_within(std::string_view bytes, unsigned code_page, WCHAR *units,
+                           std::size_t capacity) {
+    const ConverterInUse converter = converter_for(code_page);
+    if (converter == nullptr) {
+        return utf8_to_utf16_within(bytes.data(), bytes.size(), units, capacity);
+    }
+    const char *in = bytes.data();
+    const char *const end = in + bytes.size();
+    bool full = false;
+    const std::size_t stored = converter->Decode(&in, end, true, units, capacity, &full);
+    // What is left may be an escape sequence, which makes no unit.
+    WCHAR more;
+    return full && (converter->Decode(&in, end, true, &more, 1, &full) > 0 || full) ? kTooSmall
+                                                                                    : stored;
+}
+
+std::size_t to_narrow_within(std::u16string_view text, unsigned code_page, char *bytes,
+                             std::size_t capacity) {
+    const ConverterInUse converter = converter_for(code_page);
+    if (converter == nullptr) {
+        return utf16_to_utf8_within(text.data(), text.size(), bytes, capacity);
+    }
+    const WCHAR *in = text.data();
+    bool full = false;
+    const std::size_t stored = converter->Encode(&in, in + text.size(), bytes, capacity, &full);
+    return full ? kTooSmall : stored;
+}
+
+std::size_t wide_length(std::string_view bytes, unsigned code_page) {
+    const ConverterInUse converter = converter_for(code_page);
+    if (converter == nullptr) {
+        return utf16_length(bytes.data(), bytes.size());
+    }
+    std::size_t length = 0;
+    const char *in = bytes.data();
+    for (bool full = true; full;) {
+        WCHAR scratch[1024];
+        length += converter->Decode(&in, bytes.data() + bytes.size(), true, scratch,
+                                    std::size(scratch), &full);
+    }
+    return length;
+}
+
+std::size_t narrow_length(std::u16string_view text, unsigned code_page) {
+    const ConverterInUse converter = converter_for(code_page);
+    if (converter == nullptr) {
+        return utf8_length(text.data(), text.size());
+    }
+    std::size_t length = 0;
+    const WCHAR *in = text.data();
+    for (bool full = true; full;) {
+        char scratch[2048];
+        length +=
+            converter->Encode(&in, text.data() + text.size(), scratch, std::size(scratch), &full);
+    }
+    return length;
+}
+
+std::u16string to_wide(std::string_view bytes, unsigned code_page) {
+    std::u16string text(StreamDecoder::Capacity(bytes.size()), u'\0');
+    text.resize(to_wide_within(bytes, code_page, text.data(), text.size()));
+    return text;
+}
+
+std::string to_narrow(std::u16string_view text, unsigned code_page) {
+    std::string bytes(narrow_length(text, code_page), '\0');
+    to_narrow_within(text, code_page, bytes.data(), bytes.size());
+    return bytes;
+}
+
+StreamDecoder::StreamDecoder(unsigned code_page)
+    : m_converter(code_page == kCodePageUtf8 ? nullptr : Converter::Open(code_page)) {}
+
+StreamDecoder::~StreamDecoder() = default;
+
+std::size_t StreamDecoder::Decode(const char *bytes, std::size_t count, bool last, WCHAR *units) {
+    if (m_converter) {
+        bool full = false;
+        return m_converter->Decode(&bytes, bytes + count, last, units, Capacity(count), &full);
+    }
+    WCHAR *out = units;
+    std::size_t consumed = 0;
+    // Complete the character that the last block left, a byte at a time: it is short and rare.
+    while (m_pendingCount > 0 && (count > 0 || last)) {
+        if (count > 0 && m_pendingCount < sizeof m_pending) {
+            m_pending[m_pendingCount++] = *bytes++;
+            --count;
+        }
+        out += utf8_to_utf16(m_pending, m_pendingCount, last && count == 0, out, &consumed);
+        m_pendingCount -= consumed;
+        std::memmove(m_pending, m_pending + consumed, m_pendingCount);
+    }
+    if (m_pendingCount == 0) {
+        out += utf8_to_utf16(bytes, count, last, out, &consumed);
+        m_pendingCount = count - consumed;
+        std::memcpy(m_pending, bytes + consumed, m_pendingCount);
+    }
+    return static_cast<std::size_t>(out - units);
+}
+
+}  // namespace ostrel_platform

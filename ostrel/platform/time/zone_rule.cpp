@@ -1,0 +1,242 @@
+#include "ostrel/platform/time/zone_rule.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "ostrel/platform/time/calendar.h"
+
+namespace ostrel_platform {
+namespace {
+
+constexpr int kDaysBefore[] = {0, 31, 59, 90, 120, 151, 181, 212, 243, 273, 304, 334, 365};
+
+constexpr int kMaxHoursOfOffset = 24;
+constexpr int kMaxHoursOfTime = 167;
+
+constexpr bool is_digit(char c) {
+    return c >= '0' && c <= '9';
+}
+constexpr bool is_letter(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+}
+
+// Reads the parts of a rule. After the first that is wrong, nothing more is read.
+class RuleParser {
+public:
+    explicit RuleParser(std::string_view text) : m_text(text) {}
+
+    bool AtEnd() const { return m_text.empty(); }
+    bool Failed() const { return m_failed; }
+
+    bool StandsAt(char c) const { return !m_text.empty() && m_text.front() == c; }
+
+    bool Skip(char c) {
+        const bool found = StandsAt(c);
+        m_text.remove_prefix(found);
+        return found;
+    }
+
+    void Require(char c) { m_failed = !Skip(c) || m_failed; }
+
+    // Letters, or anything of letters, digits and signs between < and >; three at least.
+    std::string Name() {
+        const bool quoted = Skip('<');
+        std::size_t length = 0;
+        while (length < m_text.size() && IsOfName(m_text[length], quoted)) {
+            ++length;
+        }
+        std::string name(m_text.substr(0, length));
+        m_text.remove_prefix(length);
+        if (quoted) {
+            Require('>');
+        }
+        m_failed = m_failed || length < 3;
+        return name;
+    }
+
+    int Number(int least, int most) {
+        int number = 0;
+        std::size_t digits = 0;
+        for (; digits < m_text.size() && digits < 4 && is_digit(m_text[digits]); ++digits) {
+            number = number * 10 + (m_text[digits] - '0');
+        }
+        m_text.remove_prefix(digits);
+        m_failed = m_failed || digits == 0 || number < least || number > most;
+        return m_failed ? least : number;
+    }
+
+    // [+-]hh[:mm[:ss]] in seconds.
+    std::int64_t Time(int most_hours) {
+        const bool negative = Skip('-');
+        if (!negative) {
+            Skip('+');
+        }
+        std::int64_t seconds = Number(0, most_hours) * 3600;
+        if (Skip(':')) {
+            seconds += Number(0, 59) * 60;
+            if (Skip(':')) {
+                seconds += Number(0, 59);
+            }
+        }
+        return negative ? -seconds : seconds;
+    }
+
+    // Mm.n.d, Jn or n, and perhaps a time behind /.
+    RuleDate Date() {
+        RuleDate date;
+        if (Skip('M')) {
+            date.form = RuleDate::Form::kWeekday;
+            date.month = Number(1, 12);
+            Require('.');
+            date.day = Number(1, 5);
+            Require('.');
+            date.weekday = Number(0, 6);
+        } else if (Skip('J')) {
+            date.form = RuleDate::Form::kDayOfPlainYear;
+            date.day = Number(1, 365);
+        } else {
+            date.day = Number(0, 365);
+        }
+        if (Skip('/')) {
+            date.seconds = Time(kMaxHoursOfTime);
+        }
+        return date;
+    }
+
+private:
+    static bool IsOfName(char c, bool quoted) {
+        return is_letter(c) || (quoted && (is_digit(c) || c == '+' || c == '-'));
+    }
+
+    std::string_view m_text;
+    bool m_failed = false;
+};
+
+void swap_negative_dst(ZoneRule *rule) {
+    std::swap(rule->standard, rule->daylight);
+    std::swap(rule->standardName, rule->daylightName);
+    std::swap(rule->standardBegins, rule->daylightBegins);
+}
+
+}  // namespace
+
+RuleYear::RuleYear(std::int64_t number)
+    : firstDay(days_from_civil(number, 1, 1)), isLeap(is_leap_year(number)) {}
+
+std::int64_t RuleDate::InYear(const RuleYear &year) const {
+    const bool leap_day_before = year.isLeap && month > 2;
+    std::int64_t days = year.firstDay;
+    switch (form) {
+        case Form::kWeekday: {
+            days += kDaysBefore[month - 1] + leap_day_before;
+            const int to_weekday = (weekday + 7 - weekday_of(days)) % 7;
+            const int length = kDaysBefore[month] - kDaysBefore[month - 1];
+            const int in_month = to_weekday + 7 * (day - 1);
+            days += in_month < length + (year.isLeap && month == 2) ? in_month : in_month - 7;
+            break;
+        }
+        case Form::kDayOfMonth:
+            days += kDaysBefore[month - 1] + leap_day_before + day - 1;
+            break;
+        case Form::kDayOfYear:
+            days += day;
+            break;
+        case Form::kDayOfPlainYear:
+            days += day - 1 + (day >= 60 && year.isLeap);
+            break;
+    }
+    return days * kSecondsOfDay + seconds;
+}
+
+std::int64_t ZoneRule::DaylightBegins(const RuleYear &year) const {
+    return daylightBegins.InYear(year) - standard;
+}
+
+std::int64_t ZoneRule::StandardBegins(const RuleYear &year) const {
+    return standardBegins.InYear(year) - daylight;
+}
+
+// A year falls into three parts: its first and its last days, where changes of the neighbouring
+// years can come to lie too, and what is between them. The interval stays within one part.
+ZoneInterval ZoneRule::At(std::int64_t time) const {
+    if (!hasDaylight) {
+        return {kTimeBegin, kTimeEnd, standard, standard, standardName.c_str(), false};
+    }
+    constexpr int kFirstDays = 10;
+    constexpr int kLastDays = 355;
+    const std::int64_t today = floor_quotient(time + standard, kSecondsOfDay);
+    const CivilDay date = civil_from_days(today);
+    const bool at_edge = date.dayOfYear < kFirstDays || date.dayOfYear >= kLastDays;
+    std::int64_t before = kTimeBegin;
+    std::int64_t behind = kTimeEnd;
+    bool now = false;
+    bool next = false;
+    const auto consider = [&](std::int64_t change, bool to_daylight) {
+        if (change <= time && change >= before) {
+            before = change;
+            now = to_daylight;
+        } else if (change > time && change < behind) {
+            behind = change;
+            next = to_daylight;
+        }
+    };
+    const auto consider_both = [&](const RuleYear &year) {
+        consider(StandardBegins(year), false);
+        consider(DaylightBegins(year), true);  // wins when both are at once
+    };
+    const RuleYear this_year(today - date.dayOfYear, is_leap_year(date.year));
+    if (!at_edge) {
+        consider_both(this_year);
+    } else {
+        consider_both(RuleYear(date.year - 1));
+        consider_both(this_year);
+        consider_both(RuleYear(date.year + 1));
+    }
+    if (before == kTimeBegin) {
+        now = !next;
+    }
+    const auto part = [&](int day) {
+        return (this_year.firstDay + day) * kSecondsOfDay - standard;
+    };
+    const int first = !at_edge ? kFirstDays : date.dayOfYear < kFirstDays ? 0 : kLastDays;
+    const int last = !at_edge                      ? kLastDays
+                     : date.dayOfYear < kFirstDays ? kFirstDays
+                                                   : 365 + this_year.isLeap;
+    return {std::max(before, part(first)),
+            std::min(behind, part(last)),
+            now ? daylight : standard,
+            standard,
+            (now ? daylightName : standardName).c_str(),
+            now};
+}
+
+std::optional<ZoneRule> parse_zone_rule(std::string_view text) {
+    RuleParser parser(text);
+    ZoneRule rule;
+    rule.standardName = parser.Name();
+    rule.standard = -parser.Time(kMaxHoursOfOffset);
+    rule.daylight = rule.standard;
+    rule.hasDaylight = !parser.AtEnd();
+    if (rule.hasDaylight && !parser.Failed()) {
+        rule.daylightName = parser.Name();
+        rule.daylight = rule.standard + 3600;
+        if (!parser.AtEnd() && !parser.StandsAt(',')) {
+            rule.daylight = -parser.Time(kMaxHoursOfOffset);
+        }
+        RuleParser united_states(",M3.2.0,M11.1.0");
+        RuleParser &from = parser.AtEnd() ? united_states : parser;
+        from.Require(',');
+        rule.daylightBegins = from.Date();
+        from.Require(',');
+        rule.standardBegins = from.Date();
+    }
+    if (parser.Failed() || !parser.AtEnd()) {
+        return std::nullopt;
+    }
+    if (rule.hasDaylight && rule.daylight < rule.standard) {
+        swap_negative_dst(&rule);
+    }
+    return rule;
+}
+
+}  // namespace ostrel_platform
