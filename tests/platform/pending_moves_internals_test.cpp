@@ -41,8 +41,7 @@ bool step(char kind) {
     }
 STEP('s', int, fsync, (int file), file)
 STEP('w', int, ftruncate, (int file, off_t size), file, size)
-STEP('w', ssize_t, pwrite, (int file, const void *bytes, std::size_t count, off_t at), file, bytes,
-     count, at)
+STEP('w', ssize_t, write, (int file, const void *bytes, std::size_t count), file, bytes, count)
 STEP('n', int, unlink, (const char *path), path)
 STEP('n', int, unlinkat, (int at, const char *path, int flags), at, path, flags)
 STEP('n', int, renameat, (int at, const char *from, int to_at, const char *to), at, from, to_at, to)
