@@ -48,7 +48,7 @@ template <class Char>
 OS::detail::FormatEstimate estimate(const Char *format, ...) {
     std::va_list args;
     va_start(args, format);
-    const auto result = OS::detail::estimate_format(format, args);
+    const auto result = OS::detail::estimate_format(format, &args);
     va_end(args);
     return result;
 }

@@ -1,7 +1,7 @@
 #ifndef OSTREL_OSTREL_H
 #define OSTREL_OSTREL_H
 
-// Every public header of the library.
+// Includes every public header of the library.
 
 #include "ostrel/charset/util_toUTF8.h"
 #include "ostrel/config/cm_IdMapping.h"

@@ -24,7 +24,7 @@ using detail::FormattedText;
 using detail::SinkFunction;
 using detail::SinkList;
 
-constexpr std::size_t kEnvironmentMaxBytes = 10 * 1024 * 1024;
+constexpr std::size_t kEnvironmentMaxBytes = std::size_t{10} << 20;
 constexpr std::size_t kEnvironmentOlderFiles = 2;
 
 // The kinds that any sink wants. All, until the environment has been read: the first line goes on

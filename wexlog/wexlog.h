@@ -109,7 +109,7 @@ WEXLOG_API SinkId AddErrorStreamSink(Kinds kinds = kAllKinds);
 //
 // After a failed write the file is closed and opened again a second later; the lines until then are
 // lost.
-WEXLOG_API SinkId AddFileSink(const char *path, std::size_t maxBytes = 10 * 1024 * 1024,
+WEXLOG_API SinkId AddFileSink(const char *path, std::size_t maxBytes = std::size_t{10} << 20,
                               std::size_t olderFiles = 2, Kinds kinds = kAllKinds);
 
 // Adds a sink that sends lines of `kinds` to the system log under the name `program`: failures as

@@ -117,6 +117,48 @@ bool append_as_word_body(GrowingText *text, const char *data, const char *end) {
     return body != nullptr && text->Append(body.get(), length) && text->Append("?=");
 }
 
+// Writes a text in ISO-2022-JP as MIME words: text between Enter and Leave becomes a word, other
+// text stays. Each call takes the text up to `at`. False is no memory.
+class MimeWordWriter {
+public:
+    bool Begin(const char *at) {
+        m_copied = at;
+        return m_result.Init(kStep, kStep);
+    }
+
+    bool Enter(const char *at) {
+        if (m_inside) {
+            return true;
+        }
+        m_inside = true;
+        return Copy(at) && m_result.Append(kPrefixes[0].text);
+    }
+
+    bool Leave(const char *at) {
+        if (!m_inside) {
+            return true;
+        }
+        m_inside = false;
+        return append_as_word_body(&m_result, std::exchange(m_copied, at), at);
+    }
+
+    // Takes the rest of the text. Returns the result, which the caller owns, or null.
+    char *End() {
+        const char *const end = m_copied + std::strlen(m_copied);
+        return (m_inside ? Leave(end) : Copy(end)) ? RemoveLineBreaks(m_result.Detach()) : nullptr;
+    }
+
+private:
+    bool Copy(const char *at) {
+        const char *const from = std::exchange(m_copied, at);
+        return m_result.Append(from, static_cast<std::size_t>(at - from));
+    }
+
+    GrowingText m_result;
+    const char *m_copied = nullptr;  // the first character that is not written
+    bool m_inside = false;
+};
+
 }  // namespace
 
 const MimePrefix *find_mime_prefix(const char *text) {
@@ -162,41 +204,24 @@ char *DecodeMimeWords(const char *text) {
 }
 
 char *EncodeMimeWords(const char *text) {
-    GrowingText result;
-    if (text == nullptr || std::strlen(text) >= INT_MAX || !result.Init(kStep, kStep)) {
+    if (text == nullptr || std::strlen(text) >= INT_MAX) {
         return nullptr;
     }
-    const char *copied = text;  // inside a word, where its bytes begin
-    bool inside = false;
-    const char *at = std::strchr(text, '\x1B');
-    for (; at != nullptr; at = std::strchr(at, '\x1B')) {
+    MimeWordWriter writer;
+    const char *at = text;
+    bool complete = writer.Begin(text);
+    while (complete && (at = std::strchr(at, '\x1B')) != nullptr) {
         if (at[1] == '$' && (at[2] == 'B' || at[2] == 'J')) {
-            if (!inside) {
-                if (!result.Append(copied, static_cast<std::size_t>(at - copied)) ||
-                    !result.Append(kPrefixes[0].text)) {
-                    return nullptr;
-                }
-                copied = at;
-                inside = true;
-            }
+            complete = writer.Enter(at);
             at += 3;
         } else if (at[1] == '(' && at[2] == 'B') {
             at += 3;
-            if (inside) {
-                if (!append_as_word_body(&result, copied, at)) {
-                    return nullptr;
-                }
-                copied = at;
-                inside = false;
-            }
+            complete = writer.Leave(at);
         } else {
             ++at;
         }
     }
-    const char *const end = copied + std::strlen(copied);
-    const bool complete = inside ? append_as_word_body(&result, copied, end)
-                                 : result.Append(copied, static_cast<std::size_t>(end - copied));
-    return complete ? RemoveLineBreaks(result.Detach()) : nullptr;
+    return complete ? writer.End() : nullptr;
 }
 
 }  // namespace OS::charset

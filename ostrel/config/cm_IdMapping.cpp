@@ -13,9 +13,9 @@ constexpr const WCHAR *kDelimiters = TEXT(" \t\n");
 
 // Calls take(fields) if the line holds an entry.
 template <class Take>
-void take_entry(CINIReader::CIterateEachLineCallback &cutter, const WCHAR *line, Take take) {
+void take_entry(CINIReader::CIterateEachLineCallback &splitter, const WCHAR *line, Take take) {
     CLineReaderTokenCallback fields(line, kDelimiters);
-    cutter.Enumerate(fields);
+    splitter.Enumerate(fields);
     if (!fields.m_strToken1.IsEmpty() && !fields.m_strToken2.IsEmpty()) {
         OSTREL_TRACE(DBG::kLevelValue, TEXT("ID         = %d"), fields.m_nID);
         OSTREL_TRACE(DBG::kLevelValue, TEXT("Logical ID = %s"), fields.m_strToken1.c_str());
@@ -43,8 +43,8 @@ bool CIDMapping::CLineReaderCallback::operator()(int, const WCHAR *line) {
     return true;
 }
 
-// Takes a whole file: the items come first, and the maps are filled when the text is gone. That is
-// faster than to search for the place of each line, and takes less memory at its peak.
+// Stores the items of a whole file. The constructor fills the maps after the text has been freed,
+// which is faster than an insertion for each line and lowers the peak of memory.
 class CIDMapping::CFileLoader : public CLineReaderCallback {
 public:
     explicit CFileLoader(CIDMapping *mapping) : CLineReaderCallback(mapping), m_mapping(*mapping) {}
@@ -78,7 +78,8 @@ CIDMapping::CIDMapping(const WCHAR *file) {
     FillMaps();
 }
 
-// The items go over last, when nothing can fail any more: the source's maps point at them.
+// Takes the items last, and the assignment allocates before it takes the first one: when anything
+// throws, the source still owns the items that its maps point at.
 CIDMapping::CIDMapping(const CIDMapping &source)
     : m_byID(source.m_byID), m_byLogicalID(source.m_byLogicalID) {
     m_items = source.m_items;

@@ -1,21 +1,23 @@
 #ifndef OSTREL_CONFIG_CM_IDMAPPING_H
 #define OSTREL_CONFIG_CM_IDMAPPING_H
 
-// CIDMapping: a two-way table between numeric IDs and logical IDs, loaded from a text file.
+// CIDMapping is a two-way table of numeric IDs and logical IDs, loaded from a text file.
 //
 //   const WCHAR *name = CIDMapping::Instance()->GetID(7);
 //   int id = CIDMapping::Instance()->GetID(TEXT("DISK_FULL"));
 //
-// The file has one mapping to a line: numeric ID (decimal), logical ID and category, separated by
-// blanks and tabs. A fourth field is allowed and ignored, as is what follows. A line with fewer
-// than three fields, an empty one, and one whose first field begins with '#' add
-// nothing. An ID that is not a
-// number counts as 0. When an ID or a logical ID occurs again, the last line wins, for each of the
-// two by itself.
+// Each line of the file holds one mapping: numeric ID (decimal), logical ID and category, separated
+// by blanks and tabs. Further fields are ignored. An empty line, a line with fewer than three
+// fields and a line whose first field begins with '#' add nothing. A numeric ID that is not a
+// number counts as 0; one out of range counts as the nearest 32-bit value. When a numeric ID or a
+// logical ID occurs again, the last line wins, for each of the two separately.
 //
-// Threads: there is no lock. Once the table is loaded, GetID may be called from many threads at a
-// time; the first call of Instance and every AddItem must not run beside any other call.
-// Errors: OS::CSystemException with the errno when the file cannot be opened; std::bad_alloc.
+// Threads: a table has no lock. Several threads may call GetID on a loaded table at once. The first
+// call of Instance, AddItem, copying from a table and assigning must not run at the same time as
+// any other call on the table.
+// Errors: loading throws OS::CSystemException with the errno when the file cannot be opened (EINVAL
+// for a null or empty path), and std::length_error beyond the limit of CINIReader::Parse. Loading,
+// copying, AddItem and GetID of a logical ID throw std::bad_alloc when memory is short.
 
 #include <map>
 #include <vector>
@@ -25,6 +27,7 @@
 #include "ostrel/core/auto_ptr.h"
 #include "ostrel/core/x_string.h"
 
+// One entry of a table.
 struct IDMappingItem {
     int m_nID;
     OS::x_wstring m_strLogicalID;
@@ -33,7 +36,8 @@ struct IDMappingItem {
 
 class OSTREL_API CIDMapping {
 public:
-    // Takes the lines of a reader into a mapping, as told above. `mapping` null takes none.
+    // Adds the lines of a CINIReader to a table of the caller, by the rules above, or nowhere when
+    // `mapping` is null. operator() always returns true.
     class OSTREL_API CLineReaderCallback : public CINIReader::CIterateEachLineCallback {
     public:
         explicit CLineReaderCallback(CIDMapping *mapping) : m_pMapping(mapping) {}
@@ -48,27 +52,32 @@ public:
         CIDMapping *m_pMapping;
     };
 
-    // The process's table, loaded at the first call from config\cfg_IdMapping.txt in the current
-    // directory, and kept until the library is unloaded. While loading fails, every call raises the
-    // exception and the next one tries again.
+    // Returns the table of the process, never null. The first call loads the table from
+    // config\cfg_IdMapping.txt in the current directory; the library keeps the table until it is
+    // unloaded. When loading fails, the call throws as the constructor does, and the next call
+    // tries again.
     static CIDMapping *Instance();
 
-    // Loads a table of its own from `file`.
+    // Loads a new table from `file`.
     explicit CIDMapping(const WCHAR *file);
 
-    // A copy takes the items over. The source goes on answering from them, so it must not be used
-    // once the copy is gone.
+    // Take the entries over from the source. The source still finds these entries, so do not use
+    // the source after the copy is destroyed. An assignment destroys the old entries of the target.
     CIDMapping(const CIDMapping &);
     CIDMapping &operator=(const CIDMapping &);
     ~CIDMapping();
 
-    // Adds one entry. The texts are copied; null counts as empty.
+    // Adds one entry, which replaces earlier answers for `id` and for `logicalID`. The table copies
+    // the texts; null counts as empty. When the call throws std::bad_alloc, the entry can be
+    // missing or can be found by `id` only.
     void AddItem(int id, const WCHAR *logicalID, const WCHAR *category);
 
-    // The logical ID of a numeric ID, valid as long as the table; null when there is none.
+    // Returns the logical ID of a numeric ID, or null when the table has none. The pointer is valid
+    // until the table that owns the entry is destroyed or assigned to.
     const WCHAR *GetID(int id) const;
 
-    // The numeric ID of a logical ID, in exactly that case; -1 when there is none.
+    // Returns the numeric ID of a logical ID, or -1 when the table has none; an entry can have the
+    // numeric ID -1 too. The comparison is case-sensitive. Null counts as the empty logical ID.
     int GetID(const WCHAR *logicalID) const;
 
 private:
@@ -79,7 +88,7 @@ private:
 
     static OS::CAutoPtr<CIDMapping> s_pInstance;
 
-    std::vector<OS::CAutoPtr<IDMappingItem>> m_items;  // all of them, in order of addition
+    std::vector<OS::CAutoPtr<IDMappingItem>> m_items;  // all entries, in order of addition
     std::map<int, IDMappingItem *> m_byID;
     std::map<OS::x_wstring, IDMappingItem *> m_byLogicalID;
 };

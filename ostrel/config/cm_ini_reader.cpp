@@ -9,7 +9,7 @@
 
 namespace {
 
-// The longest piece of a line, with its NUL.
+// The capacity for one piece of a line, in characters with the NUL.
 constexpr int kReadCharacters = 4096;
 
 struct CloseFile {
@@ -55,7 +55,7 @@ CINIReader::CINIReader() = default;
 CINIReader::CINIReader(const CINIReader &) = default;
 CINIReader &CINIReader::operator=(const CINIReader &source) {
     std::vector<int> offsets(source.m_lineOffsets);
-    m_text = source.m_text;  // changes nothing when it fails
+    m_text = source.m_text;  // leaves m_text unchanged when it throws
     m_lineOffsets.swap(offsets);
     return *this;
 }
@@ -69,11 +69,11 @@ bool CINIReader::Parse(const WCHAR *pszFile, const WCHAR *pszMode) {
     }
 
     for (;;) {
-        // A piece is read to the place where it stays.
+        // fgetws reads each piece directly to its final place.
         constexpr std::uint32_t kReadBytes = kReadCharacters * sizeof(WCHAR);
         unsigned char *const buffer = m_text.Prepare(kReadBytes);
         __builtin_prefetch(buffer + 2048,
-                           1);  // where the lines to come, of usual length, will stand
+                           1);  // the place of later lines
         auto *const piece = reinterpret_cast<WCHAR *>(buffer);
         if (fgetws(piece, kReadCharacters, file.get()) == nullptr) {
             break;

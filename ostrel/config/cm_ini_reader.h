@@ -1,11 +1,11 @@
 #ifndef OSTREL_CONFIG_CM_INI_READER_H
 #define OSTREL_CONFIG_CM_INI_READER_H
 
-// CINIReader: loads a text file as a list of lines and walks the lines through a callback.
+// CINIReader loads a text file as a list of lines and passes the lines to a callback.
 //
-// The reader knows nothing of sections, keys or comments. What a line means is decided by the
-// callback, which as a rule builds a token callback on the line (see line_tokens.h) and has
-// Enumerate cut it:
+// The reader does not interpret sections, keys or comments. The line callback decides what a line
+// means. It usually builds a token callback for the line (see line_tokens.h) and calls Enumerate,
+// which splits the line into tokens:
 //
 //   class Counter : public CINIReader::CIterateEachLineCallback {
 //   public:
@@ -25,7 +25,10 @@
 //   Counter counter;
 //   reader.Enumerate(counter);
 //
-// Threads: a reader belongs to one thread at a time.
+// Ownership: a reader owns the stored lines; a copy shares nothing with its source.
+// Threads: one thread at a time may use a reader.
+// Errors: see Parse. A copy throws std::bad_alloc when memory is short. Exceptions of a callback
+// pass through.
 
 #include <vector>
 
@@ -35,24 +38,28 @@
 
 class OSTREL_API CINIReader {
 public:
-    // One line to be cut into tokens, and what receives them. It keeps the two pointers, which must
-    // stay valid while the line is cut, and copies nothing. It serves one line: build a new one for
-    // the next.
+    // A line to split into tokens, and the receiver of the tokens. The object stores the two
+    // pointers and copies nothing: line and delimiters must stay valid while the line is split.
+    // Build a new object for each line.
     class OSTREL_API CIterateEachTokenCallback {
     public:
-        // `delimiter` is the set of characters that separate tokens.
+        // `line` is terminated text, which Enumerate changes. `delimiter` is the set of characters
+        // that separate tokens. Enumerate needs a `line` that is not null. With a null `delimiter`
+        // Enumerate finds no token.
         CIterateEachTokenCallback(const WCHAR *line, const WCHAR *delimiter)
             : m_pszLine(line), m_pszDelimiter(delimiter) {}
         CIterateEachTokenCallback(const CIterateEachTokenCallback &) = default;
         CIterateEachTokenCallback &operator=(const CIterateEachTokenCallback &) = default;
         virtual ~CIterateEachTokenCallback() = 0;
 
-        // Whether `token` begins with one of `commentChars`, or is empty.
+        // Returns true when `token` begins with one of `commentChars` and when `token` is empty.
+        // Neither may be null.
         virtual bool IsComment(const WCHAR *token, const WCHAR *commentChars) const;
+        // Return the pointers that the constructor received.
         virtual const WCHAR *GetLineContent() const;
         virtual const WCHAR *GetDelimiter() const;
 
-        // Receives the token number `index`, from 0 on. False ends the line.
+        // Receives the token number `index`, which counts from 0. Returns false to end the line.
         virtual bool operator()(int index, const WCHAR *token) = 0;
 
     protected:
@@ -60,7 +67,7 @@ public:
         const WCHAR *m_pszDelimiter;
     };
 
-    // Receives the lines of a reader.
+    // The receiver of the lines of a reader.
     class OSTREL_API CIterateEachLineCallback {
     public:
         CIterateEachLineCallback() = default;
@@ -68,47 +75,59 @@ public:
         CIterateEachLineCallback &operator=(const CIterateEachLineCallback &) = default;
         virtual ~CIterateEachLineCallback() = 0;
 
+        // Receives the number of lines before the first line.
         virtual void Begin(int lineCount) = 0;
+
+        // Runs after the last line that operator() receives.
         virtual void End() = 0;
 
-        // Receives the line number `lineIndex`, from 0 on, as it is stored. False ends the walk.
+        // Receives the stored line number `lineIndex`, which counts from 0. Returns false to end
+        // the enumeration.
         virtual bool operator()(int lineIndex, const WCHAR *line) = 0;
 
-        // Cuts the line of `tokens` and calls it with each token, until it gives false. A run of
-        // delimiters separates once, and there are no empty tokens. The line is changed: a NUL is
-        // written behind each token, so that a stored line ends with its first token afterwards.
-        // An exception of `tokens` passes through.
+        // Splits the line of `tokens` and passes each token to `tokens` until `tokens` returns
+        // false. A run of delimiters separates once, and no token is empty. The call changes the
+        // line: it writes a NUL over the delimiter after each token, so that a stored line ends
+        // with its first token afterwards. The call changes the thread's wcstok position too.
         virtual void Enumerate(CIterateEachTokenCallback &tokens);
     };
 
-    // A copy shares nothing with its source.
     CINIReader();
     CINIReader(const CINIReader &);
     CINIReader &operator=(const CINIReader &);
     ~CINIReader();
 
-    // Adds the lines of a file to those that the reader holds. Path and mode go to the runtime's
-    // _wfopen as they are (see ostrel/platform/file.h); "r" reads text, decoded to UTF-16, with one
-    // line feed at the end of a line.
+    // Adds the lines of a file to the lines that the reader holds. The call passes path and mode to
+    // the runtime's _wfopen (see ostrel/platform/file.h and stream.h). The mode "r" reads text,
+    // decodes it to UTF-16 and turns CR LF into a line feed.
     //
-    // A line is stored with its line feed; the last one may have none. A line of more than 4095
-    // characters is stored in pieces of 4095, as lines of their own. What follows a NUL in a line
-    // (or piece) is dropped.
+    // A line is stored with its line feed; the last line of the file may have none. A line of more
+    // than 4095 characters (UTF-16 units) is stored in pieces of 4095, each as a line of its own.
+    // Characters after a NUL in a line or piece are dropped.
     //
-    // Result: true. A read error ends the file where it happens.
-    // Errors: OS::CSystemException with the errno when the file cannot be opened. An exception of
-    // the containers (std::bad_alloc; std::length_error near 2 G characters) leaves the lines read
-    // so far. It may come behind the last line, too: memory is made sure of before each read.
+    // Returns true, always. A read error, or a mode that does not read, is not reported: the stored
+    // lines end there.
+    //
+    // Throws OS::CSystemException with the errno of _wfopen when the file cannot be opened; the
+    // errno is EINVAL for a null or empty path and for a null or unknown mode. Throws
+    // std::bad_alloc when memory is short and std::length_error when the stored text would need
+    // more than 4,294,967,295 bytes (about 2 G characters). The lines read before the exception
+    // stay. Either exception can also come after the last line, because the call allocates before
+    // each read.
+    //
+    // At the end, Parse flushes all output streams of the process (_flushall). _flushall waits
+    // while another thread waits for input inside a call on a stream of the host.
     bool Parse(const WCHAR *pszFile, const WCHAR *pszMode);
 
-    // Calls `callback`: Begin with the number of lines, then with each line until it gives false,
-    // then End. The line is the stored text itself: it is valid until the next Parse, and what is
-    // written through it stays. An exception of the callback passes through, and End is not called.
+    // Calls Begin of `callback` with the number of lines, then `callback` with each line until it
+    // returns false, then End, also after false. The callback receives the stored text itself: the
+    // pointer is valid until the next Parse, and a change through the pointer stays. When the
+    // callback throws, the exception passes through and End is not called.
     void Enumerate(CIterateEachLineCallback &callback);
 
 private:
     std::vector<int> m_lineOffsets;  // in characters from the start of m_text
-    CAccBuffer m_text;               // the lines, each with a NUL behind it
+    CAccBuffer m_text;               // the lines, each with its NUL
 };
 
 #endif  // OSTREL_CONFIG_CM_INI_READER_H

@@ -7,12 +7,13 @@ namespace {
 
 using Entry = ItemsByLogicalID::Entry;
 
-// The length of the text that all have in common, which is at least `length`.
+// Returns the length of the prefix that all texts share. The first `length` characters are known to
+// be equal.
 std::size_t common_length(const Entry *begin, const Entry *end, std::size_t length) {
     const WCHAR *const first = begin->logicalID;
     std::size_t common = length + std::char_traits<WCHAR>::length(first + length);
     for (const Entry *entry = begin + 1; entry != end; ++entry) {
-        // The NUL of the other differs from what stands in front of the end of the first.
+        // A shorter text differs at its NUL, so the comparison never reads past its end.
         const WCHAR *const differs =
             std::mismatch(first + length, first + common, entry->logicalID + length).first;
         common = static_cast<std::size_t>(differs - first);
@@ -20,26 +21,27 @@ std::size_t common_length(const Entry *begin, const Entry *end, std::size_t leng
     return common;
 }
 
-// Makes each part of the characters from `offset` on, the first in the highest place, with NULs
-// behind the end. False if a character does not fit into its bits.
+// Packs the characters from `offset` on into the part of each entry: the first character into the
+// highest bits, zeros after the end of the text. Returns false when a character does not fit into
+// kCharacterBits bits.
 template <int kCharacterBits>
 bool read_parts(Entry *begin, Entry *end, std::size_t offset) {
     WCHAR all = 0;
     for (Entry *entry = begin; entry != end; ++entry) {
         const WCHAR *at = entry->logicalID + offset;
         entry->part = 0;
-        for (int place = 64; place != 0 && *at != 0; ++at) {
+        for (int shift = 64; shift != 0 && *at != 0; ++at) {
             all |= *at;
-            place -= kCharacterBits;
-            entry->part |= std::uint64_t{*at} << place;
+            shift -= kCharacterBits;
+            entry->part |= std::uint64_t{*at} << shift;
         }
     }
     return all >> kCharacterBits == 0;
 }
 
-// Sorts entries whose texts agree up to `offset`: by the part in which they begin to differ,
-// several characters in one number, then those of each part by what follows. Names are mostly told
-// apart by the first part, and the sort need not go to the texts.
+// Sorts entries whose texts are equal up to `offset`. The sort compares parts, several characters
+// in one number, from the first difference on, and then sorts the entries of equal parts by the
+// text after the part. Most names differ in the first part, so the sort seldom reads the texts.
 void sort_entries(Entry *begin, Entry *end, std::size_t offset) {
     if (end - begin < 2) {
         return;
@@ -50,7 +52,7 @@ void sort_entries(Entry *begin, Entry *end, std::size_t offset) {
         bits = 16;
         read_parts<16>(begin, end, offset);
     }
-    // Equal texts stand in the block in the order of their items.
+    // The block holds the texts in the order of their items: addresses order equal texts.
     std::sort(begin, end, [](const Entry &left, const Entry &right) {
         return left.part != right.part ? left.part < right.part : left.logicalID < right.logicalID;
     });
@@ -60,7 +62,7 @@ void sort_entries(Entry *begin, Entry *end, std::size_t offset) {
         const std::uint64_t part = same->part;
         Entry *const next =
             std::find_if(same, end, [part](const Entry &entry) { return entry.part != part; });
-        if ((part & last_character) != 0) {  // there may be more text
+        if ((part & last_character) != 0) {  // the text may continue
             sort_entries(same, next, next_offset);
         }
         same = next;

@@ -11,7 +11,7 @@ bool starts_comment(const CINIReader::CIterateEachTokenCallback &line, int index
     return index == 0 && line.IsComment(token, TEXT("#"));
 }
 
-// Stores the token in the field that `index` names; false when there is none.
+// Stores the token in the field that `index` names. Returns false when there is no such field.
 bool store(std::initializer_list<OS::x_wstring *> fields, int index, const WCHAR *token) {
     if (index < 0 || static_cast<std::size_t>(index) >= fields.size()) {
         return false;

@@ -1,22 +1,31 @@
 #ifndef OSTREL_CONFIG_LINE_TOKENS_H
 #define OSTREL_CONFIG_LINE_TOKENS_H
 
-// Token callbacks that store the fields of a configuration line, for
+// Token callbacks that store the fields of a configuration line. They are passed to
 // CINIReader::CIterateEachLineCallback::Enumerate.
 //
-// A line is a row of fields without keys, sections or quoting, separated by runs of the delimiters.
-// A line whose first token begins with '#' is a comment: it leaves the fields as they are. Further
-// on a '#' is an ordinary character. Tokens beyond the last field end the line without effect.
+//   CLineReaderTokenCallback fields(line, TEXT(" \t\n"));
+//   Enumerate(fields);  // in a line callback
 //
-// The fields start out empty (the number 0) and are read directly. Build a new object for each
-// line. Errors: std::bad_alloc from copying a token.
+// A line is a sequence of fields without keys, sections or quoting; runs of delimiters separate the
+// fields. A line whose first token begins with '#' is a comment and leaves the fields as they are.
+// In other tokens '#' is an ordinary character. Tokens after the last field are ignored.
+//
+// operator() stores the token in the field that `index` names and returns true. It returns false,
+// which ends the line, for a comment and for an `index` without a field. `token` must not be null.
+//
+// The fields are empty, and the number is 0, until a token is stored. Build a new object for each
+// line.
+//
+// Ownership: the fields hold copies of the tokens; the line stays the caller's.
+// Errors: std::bad_alloc when memory for a copy is short.
 
 #include "ostrel/config/cm_ini_reader.h"
 #include "ostrel/core/api.h"
 #include "ostrel/core/x_string.h"
 
-// A number and three texts. A first token without leading digits gives 0; a number out of range
-// gives the nearest 32-bit value.
+// A number and three texts. A first token that does not begin with a number, with or without a
+// sign, gives 0. A number out of range gives the nearest 32-bit value.
 class OSTREL_API CLineReaderTokenCallback : public CINIReader::CIterateEachTokenCallback {
 public:
     CLineReaderTokenCallback(const WCHAR *line, const WCHAR *delimiter);

@@ -7,8 +7,6 @@
 #include <new>
 #include <stdexcept>
 
-#include "ostrel/core/large_block.h"
-
 CAccBuffer::CAccBuffer(std::uint32_t unit) noexcept : m_unit(unit != 0 ? unit : kDefaultUnit) {}
 
 CAccBuffer::CAccBuffer(const unsigned char *bytes, std::uint32_t count) noexcept
@@ -27,7 +25,7 @@ const CAccBuffer &CAccBuffer::operator=(const CAccBuffer &source) {
     }
     unsigned char *block = nullptr;
     if (source.m_capacity != 0) {
-        block = static_cast<unsigned char *>(OS::detail::grow_block(nullptr, 0, source.m_capacity));
+        block = static_cast<unsigned char *>(std::malloc(source.m_capacity));
         if (block == nullptr) {
             throw std::bad_alloc();
         }
@@ -65,8 +63,8 @@ void CAccBuffer::Grow(std::uint32_t count) {
     if (capacity > std::numeric_limits<std::uint32_t>::max()) {
         throw std::length_error("CAccBuffer");
     }
-    void *const block = OS::detail::grow_block(m_owns ? m_block : nullptr, m_capacity,
-                                               static_cast<std::size_t>(capacity));
+    void *const block =
+        std::realloc(m_owns ? m_block : nullptr, static_cast<std::size_t>(capacity));
     if (block == nullptr) {
         throw std::bad_alloc();
     }

@@ -1,7 +1,7 @@
 #ifndef OSTREL_CORE_API_H
 #define OSTREL_CORE_API_H
 
-// OSTREL_API marks what libostrel exports.
+// OSTREL_API marks the classes and functions that libostrel exports.
 
 #ifdef _WIN32
 #ifdef OSTREL_BUILD

@@ -1,14 +1,18 @@
 #ifndef OSTREL_CORE_AUTO_PTR_H
 #define OSTREL_CORE_AUTO_PTR_H
 
-// CAutoPtr: an owning pointer whose copy takes the object over.
+// CAutoPtr is an owning pointer whose copy takes the object from the source.
 //
-// It holds one pointer, or null, and destroys its object (delete) when it is destroyed itself or
-// given another one. Copying and assigning move the pointer to the target and leave the source
-// null, also when the source is const: a container of CAutoPtr that is copied hands its objects
-// over. Where that is not wanted, use std::unique_ptr.
+//   OS::CAutoPtr<Job> job(new Job);
+//   OS::CAutoPtr<Job> taken(job);    // job holds null
+//   queue.push_back(taken);          // so does taken
 //
-// Threads: an object belongs to one thread at a time.
+// Ownership: a CAutoPtr holds one pointer or null and deletes the object when the CAutoPtr is
+// destroyed or receives another pointer. Copy and assignment move the pointer to the target and
+// leave null in the source, even in a const source: copying a container of CAutoPtr takes the
+// objects from the original. Use std::unique_ptr where that is not wanted.
+// Threads: one thread at a time may use an object. A copy changes its source too.
+// Errors: no function throws anything except what the destructor of T throws.
 
 #include <utility>
 
@@ -27,15 +31,17 @@ public:
         return *this;
     }
 
+    // Access to the object. get returns null when there is none; -> and * must not be used then.
     T *get() const noexcept { return m_p; }
     T *operator->() const noexcept { return m_p; }
     T &operator*() const noexcept { return *m_p; }
     explicit operator bool() const noexcept { return m_p != nullptr; }
 
-    // Gives the object to the caller.
+    // Returns the pointer and holds null afterwards: the caller owns the object.
     T *release() const noexcept { return std::exchange(m_p, nullptr); }
 
-    // Destroys the object held, unless it is this one, and takes ownership of `object`.
+    // Takes ownership of `object`, which may be null, and deletes the object held before. Has no
+    // effect when `object` is the one already held.
     void reset(T *object = nullptr) {
         if (object != m_p) {
             delete std::exchange(m_p, object);

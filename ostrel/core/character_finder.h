@@ -1,7 +1,7 @@
 #ifndef OSTREL_CORE_CHARACTER_FINDER_H
 #define OSTREL_CORE_CHARACTER_FINDER_H
 
-// Internal. Where a text has one of a few characters, for many of its places in one go.
+// Internal. Finds any of up to eight characters in a text, 64 positions at a time.
 
 #include <cstddef>
 #include <cstdint>
@@ -18,16 +18,18 @@ namespace OS::detail {
 template <class Char>
 class CharacterFinder {
 public:
-    static constexpr std::size_t kMost = 8;    // characters that it looks for
-    static constexpr std::size_t kBlock = 64;  // places that a mask tells of, one bit each
+    static constexpr std::size_t kMost = 8;    // the most characters that a finder looks for
+    static constexpr std::size_t kBlock = 64;  // positions that a mask covers, one bit each
 
+    // `wanted` holds kMost characters or fewer.
     explicit CharacterFinder(std::span<const Char> wanted) : m_count(wanted.size()) {
         for (std::size_t n = 0; n < m_count; ++n) {
             m_wanted[n] = Repeated(wanted[n]);
         }
     }
 
-    // Bit i says that text[i] is one of the characters, for the kBlock places at `text`.
+    // Returns a mask whose bit i is set when text[i] is one of the characters. Reads kBlock
+    // characters at `text`.
     std::uint64_t Mask(const Char *text) const {
         std::uint64_t mask = 0;
         for (std::size_t at = 0; at < kBlock; at += kStep) {

@@ -37,7 +37,7 @@ std::span<const Escape> escapes_of(EscapeSet set) {
     return std::span(kMarkup).first(kMaxEscapes - 1);
 }
 
-// Calls take(place) for each character that the finder looks for.
+// Calls take(index) for each position at which the finder finds a character.
 template <class Char, class Take>
 void for_each_found(const std::basic_string<Char> &text, const CharacterFinder<Char> &finder,
                     Take take) {
@@ -51,7 +51,7 @@ void for_each_found(const std::basic_string<Char> &text, const CharacterFinder<C
     for (; at + kBlock <= text.size(); at += kBlock) {
         take_block(at, text.data() + at);
     }
-    Char rest[kBlock] = {};  // the NULs behind are not looked for
+    Char rest[kBlock] = {};  // padded with NULs, which are in no set
     std::copy(text.data() + at, text.data() + text.size(), rest);
     take_block(at, rest);
 }

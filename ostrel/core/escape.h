@@ -1,7 +1,7 @@
 #ifndef OSTREL_CORE_ESCAPE_H
 #define OSTREL_CORE_ESCAPE_H
 
-// Internal. Replaces characters by texts, all of them in one pass.
+// Internal. Escapes a text: replaces each character of a set by its escape, in one pass.
 
 #include <cstdint>
 #include <string>
@@ -12,14 +12,15 @@ namespace OS::detail {
 
 enum class EscapeSet {
     kMarkup,            // & " < > CR LF
-    kMarkupApostrophe,  // these and '
+    kMarkupApostrophe,  // & " < > CR LF '
     kMarkupBlanks,      // blank and tab
     kCString,           // \ " '
 };
 
-// Gives what a replacement of one character after the other would: no character of a set occurs in
-// the texts that replace the characters behind it. Of each character the first `limit` are
-// replaced. When memory fails the text is unchanged.
+// Replaces the first `limit` occurrences of each character of the set. The result is the same as
+// that of one replacement pass for each character, in the order of the set, because no character of
+// a set occurs in the escapes of the characters before it. Throws std::bad_alloc when memory is
+// short; the text is unchanged then.
 void escape(std::string *text, EscapeSet set, std::uint64_t limit);
 void escape(std::basic_string<WCHAR> *text, EscapeSet set, std::uint64_t limit);
 

@@ -6,7 +6,7 @@
 namespace OS {
 namespace {
 
-x_wstring name_of(const WCHAR *path) {
+x_wstring file_name(const WCHAR *path) {
     x_wstring file;
     if (path != nullptr) {
         WCHAR name[_MAX_FNAME];
@@ -18,7 +18,7 @@ x_wstring name_of(const WCHAR *path) {
     return file;
 }
 
-// The system's text of a code, or null.
+// Looks up the system's text of a code. Get returns null when the lookup has failed.
 class SystemText {
 public:
     explicit SystemText(int code) {
@@ -44,7 +44,7 @@ int last_error() {
 }  // namespace
 
 CException::CException(int code, const WCHAR *file, int line)
-    : m_nCode(code), m_strFile(name_of(file)), m_nLine(line) {}
+    : m_nCode(code), m_strFile(file_name(file)), m_nLine(line) {}
 
 CException::~CException() = default;
 

@@ -1,7 +1,7 @@
 #ifndef OSTREL_CORE_EXCEPTION_H
 #define OSTREL_CORE_EXCEPTION_H
 
-// The exceptions of the library. They are raised by value and caught by reference:
+// The exceptions of the library. Throw them by value and catch them by reference:
 //
 //   try {
 //       CIDMapping mapping(TEXT("config\\ids.txt"));
@@ -9,12 +9,9 @@
 //       Report(failure.GetErrorMsg().c_str(), failure.GetErrorCode());
 //   }
 //
-// CException is the root and has no relation to std::exception. CSystemException tells of a failed
-// call of the platform and carries a system error code or an errno, as the operation that raises it
-// says. CTimeException tells of a time that cannot be represented; its code is 0.
-//
-// Threads: an object belongs to one thread at a time; copies are independent.
-// Errors: building and copying text can raise std::bad_alloc, nothing else does.
+// Threads: one thread at a time may use an object; copies may be used on different threads.
+// Errors: constructors, copies and functions that return a string throw std::bad_alloc when memory
+// is short. The other functions do not throw.
 
 #include <memory>
 
@@ -23,26 +20,33 @@
 
 namespace OS {
 
+// The base class: an error code and the source position of the throw. Does not derive from
+// std::exception.
 class OSTREL_API CException {
 public:
-    // `file` is the path of the source file that raises; its name and extension are kept. Null
-    // leaves the name empty, as does a name or an extension of more than 255 characters.
+    // Stores the code, the name and extension of `file`, and the line. `file` is the path of the
+    // source file that throws. The stored name is empty when `file` is null, and when its name or
+    // its extension with the dot has more than 255 characters.
     CException(int code = 0, const WCHAR *file = TEXT(""), int line = 0);
     CException(const CException &) = default;
     CException &operator=(const CException &) = default;
     virtual ~CException();
 
+    // Returns the code as the constructor received it.
     virtual int GetErrorCode() const;
 
-    // The failure in words. Here: the code as a number.
+    // Returns a text of the failure; for a CException and a CTimeException the code in decimal.
     virtual x_wstring GetErrorMsg() const;
 
-    // GetErrorMsg with the position, "%s, (%d), [%s|%d]" of message, code, file and line;
-    // GetErrorMsg alone when no file name is stored.
+    // Returns GetErrorMsg with the position: "%s, (%d), [%s|%d]" of message, code, file and line.
+    // Returns GetErrorMsg alone when the stored file name is empty.
     virtual x_wstring GetErrorMsgEx() const;
 
-    // The stored file name, valid as long as the exception; never null.
+    // Returns the stored file name; never null, and valid until the exception is destroyed or
+    // assigned to.
     const WCHAR *GetFilename() const { return m_strFile.c_str(); }
+
+    // Returns the line as the constructor received it.
     int GetLineNumber() const { return m_nLine; }
 
 private:
@@ -51,6 +55,7 @@ private:
     int m_nLine;
 };
 
+// A time that cannot be represented. The library throws it with the code 0.
 class OSTREL_API CTimeException : public CException {
 public:
     CTimeException(int code = 0, const WCHAR *file = TEXT(""), int line = 0);
@@ -59,7 +64,7 @@ public:
     ~CTimeException() override;
 };
 
-// What a CSystemException holds. Catch and hold CSystemException.
+// The content of a CSystemException. Callers catch and hold CSystemException instead.
 class OSTREL_API CSystemExceptionImp : public CException {
 public:
     CSystemExceptionImp(int code, const WCHAR *file, int line);
@@ -67,18 +72,29 @@ public:
     CSystemExceptionImp &operator=(const CSystemExceptionImp &) = default;
     ~CSystemExceptionImp() override;
 
-    // The system's text of the code, asked for at each call and used as it is, with its line end:
-    // "%s (%d)" of text and code when file name and line are missing, else "%s, (%d), [%s|%d]" of
-    // text, code, file and line. When the system has no text, "(%d, %d)" and "%d, (%d), [%s|%d]",
-    // with the error of that lookup in front of the code.
+    // Returns the system's text of the code, with its CR LF, and the position. Each call looks the
+    // text up with FormatMessageW. The position is missing when the file name is empty and the line
+    // is 0:
+    //
+    //   "%s (%d)"             text, code                     position missing
+    //   "%s, (%d), [%s|%d]"   text, code, file, line         position stored
+    //   "(%d, %d)"            lookup error, code             no text, position missing
+    //   "%d, (%d), [%s|%d]"   lookup error, code, file, line no text, position stored
+    //
+    // The lookup error is the last error that FormatMessageW sets (see ostrel/platform/error.h); it
+    // stays set. An errno is looked up as if it were a system error code, so its text can be that
+    // of another failure.
     x_wstring GetErrorMsg() const override;
 
-    // The calling thread's last system error.
+    // Returns the calling thread's last system error.
     static int GetLastError();
 };
 
+// A failed platform call. The code is a system error code or an errno; the operation that throws
+// says which.
 class OSTREL_API CSystemException : public CException {
 public:
+    // Stores code and position as CException does.
     CSystemException(int code, const WCHAR *file, int line);
     CSystemException(const CSystemException &) = default;
     CSystemException &operator=(const CSystemException &) = default;
@@ -86,11 +102,11 @@ public:
 
     int GetErrorCode() const override;
 
-    // As CSystemExceptionImp::GetErrorMsg. GetErrorMsgEx gives the same text: the position stands
-    // in it, while GetFilename is empty and GetLineNumber 0.
+    // Returns the text of CSystemExceptionImp::GetErrorMsg, position included. GetErrorMsgEx
+    // returns the same text. GetFilename is empty and GetLineNumber is 0.
     x_wstring GetErrorMsg() const override;
 
-    // The calling thread's last system error.
+    // Returns the calling thread's last system error.
     static int GetLastError();
 
 private:

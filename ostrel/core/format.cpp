@@ -2,11 +2,14 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <limits>
 #include <memory>
 #include <new>
+#include <optional>
 #include <stdexcept>
 
 #include "ostrel/core/format_estimate.h"
+#include "ostrel/core/text_length.h"
 #include "ostrel/platform/printf.h"
 
 namespace OS::detail {
@@ -23,10 +26,32 @@ int print(char *buffer, std::size_t count, const char *format, std::va_list args
     return _vsnprintf(buffer, count, format, args);
 }
 
-// Prints into `buffer`, which holds `room` characters, one at least, and a NUL. True when the text
-// is there, as far as the format goes without a fault; false when it needs a larger buffer.
+int measure(const WCHAR *format, std::va_list args) {
+    return _vscwprintf(format, args);
+}
+
+int measure(const char *format, std::va_list args) {
+    return _vscprintf(format, args);
+}
+
+// Returns the length of the whole text; nothing for a format with a fault in it.
 template <class Char>
-bool try_print(Char *buffer, std::size_t capacity, const Char *format, std::va_list args) {
+std::optional<std::size_t> measured_length(const Char *format, std::va_list args) {
+    std::va_list values;
+    va_copy(values, args);
+    const int saved_errno = errno;
+    const int length = measure(format, values);
+    errno = saved_errno;
+    va_end(values);
+    return length >= 0 ? std::optional(static_cast<std::size_t>(length)) : std::nullopt;
+}
+
+// Prints into `buffer`, which holds `capacity` characters, one at least, and a NUL. Returns the
+// length of what was printed, up to the first fault of the format, or nothing when the text needs a
+// larger buffer. `may_hold_nul` says whether the text has to be searched for its end.
+template <class Char>
+std::optional<std::size_t> try_print(Char *buffer, std::size_t capacity, bool may_hold_nul,
+                                     const Char *format, std::va_list args) {
     std::va_list values;
     va_copy(values, args);
     const int saved_errno = errno;
@@ -36,32 +61,50 @@ bool try_print(Char *buffer, std::size_t capacity, const Char *format, std::va_l
     const int fault = length < 0 ? errno : 0;
     errno = saved_errno;
     va_end(values);
-    buffer[capacity] = 0;
+    if (length >= 0 && !may_hold_nul) {
+        return static_cast<std::size_t>(length);
+    }
     if (fault == ENOMEM) {
         throw std::bad_alloc();
     }
     if (fault == EOVERFLOW) {
         throw std::length_error("Format");
     }
+    buffer[capacity] = 0;
     const bool cut_before_the_fault = buffer[capacity - 1] != 0;
-    return length >= 0 || (fault != 0 && !cut_before_the_fault);
+    const bool printed = length >= 0 || (fault != 0 && !cut_before_the_fault);
+    return printed ? std::optional(text_length(buffer)) : std::nullopt;
 }
 
 template <class Char>
-void format_any(std::basic_string<Char> *out, const Char *format, std::va_list args) {
-    Char scratch[kStackCharacters + 1];
-    const FormatEstimate estimate = estimate_format(format, args);
-    const std::uint64_t most = estimate.complete ? estimate.total : kStackCharacters;
-    const auto capacity = std::clamp<std::uint64_t>(most, 1, kStackCharacters);
-    if (try_print(scratch, static_cast<std::size_t>(capacity), format, args)) {
-        out->assign(scratch);
-        return;
+void format_any(std::basic_string<Char> *out, const Char *format, std::va_list *to_measure,
+                std::va_list *to_print) {
+    const FormatEstimate estimate = estimate_format(format, to_measure);
+    const auto try_with = [&](Char *buffer, std::size_t capacity) {
+        const std::optional<std::size_t> length =
+            try_print(buffer, capacity, estimate.may_hold_nul, format, *to_print);
+        if (length) {
+            out->assign(buffer, *length);
+        }
+        return length.has_value();
+    };
+    std::size_t size = kStackCharacters;
+    if (estimate.complete) {
+        constexpr std::uint64_t kMax = std::numeric_limits<int>::max();  // the longest text
+        size = static_cast<std::size_t>(std::clamp<std::uint64_t>(estimate.expected, 1, kMax));
     }
-    // A long text, for which the estimate is far too large: its own length decides.
-    for (std::size_t size = 4 * kStackCharacters;; size *= 2) {
+    if (size <= kStackCharacters) {
+        Char buffer[kStackCharacters + 1];
+        if (try_with(buffer, size)) {
+            return;
+        }
+        size = measured_length(format, *to_print).value_or(2 * kStackCharacters);
+    }
+    // A format with a fault has no length to ask for: the buffer grows until the text in front of
+    // the fault fits.
+    for (;; size *= 2) {
         const std::unique_ptr<Char[]> buffer(new Char[size + 1]);
-        if (try_print(buffer.get(), size, format, args)) {
-            out->assign(buffer.get());
+        if (try_with(buffer.get(), size)) {
             return;
         }
     }
@@ -69,12 +112,14 @@ void format_any(std::basic_string<Char> *out, const Char *format, std::va_list a
 
 }  // namespace
 
-void format_text(std::basic_string<WCHAR> *out, const WCHAR *format, std::va_list args) {
-    format_any(out, format, args);
+void format_text(std::basic_string<WCHAR> *out, const WCHAR *format, std::va_list *to_measure,
+                 std::va_list *to_print) {
+    format_any(out, format, to_measure, to_print);
 }
 
-void format_text(std::string *out, const char *format, std::va_list args) {
-    format_any(out, format, args);
+void format_text(std::string *out, const char *format, std::va_list *to_measure,
+                 std::va_list *to_print) {
+    format_any(out, format, to_measure, to_print);
 }
 
 }  // namespace OS::detail

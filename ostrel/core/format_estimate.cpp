@@ -1,10 +1,11 @@
 #include "ostrel/core/format_estimate.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
-#include <cstring>
 #include <limits>
 
+#include "ostrel/core/text_length.h"
 #include "ostrel/platform/codepage.h"
 #include "ostrel/platform/crt_text.h"
 #include "ostrel/platform/printf.h"
@@ -21,13 +22,6 @@ struct Conversion {
     Modifier modifier = Modifier::kNone;
 };
 
-std::size_t length_of(const WCHAR *text) {
-    return wcslen(text);
-}
-std::size_t length_of(const char *text) {
-    return std::strlen(text);
-}
-
 const WCHAR *next_character(const WCHAR *at) {
     return at + 1;
 }
@@ -43,29 +37,24 @@ bool is_digit(Char c) {
     return c >= '0' && c <= '9';
 }
 
-// A decimal number, INT_MAX at most; steps over its digits.
+// Reads a decimal number, of which the most is INT_MAX, and steps over its digits.
 template <class Char>
 std::uint64_t read_number(const Char **at) {
-    constexpr std::uint64_t kMost = std::numeric_limits<int>::max();
+    constexpr std::uint64_t kMax = std::numeric_limits<int>::max();
     std::uint64_t number = 0;
     for (; is_digit(**at); ++*at) {
-        number = std::min(kMost, number * 10 + static_cast<std::uint64_t>(**at - '0'));
+        number = std::min(kMax, number * 10 + static_cast<std::uint64_t>(**at - '0'));
     }
     return number;
 }
 
-// Reads no further than the precision, as the printer does.
+// Returns the length of a string, which need not be terminated within the precision.
 template <class Char>
 std::uint64_t bounded_length(const Char *text, const Conversion &conversion) {
-    const std::uint64_t limit = conversion.precision;
-    if (limit == 0) {
-        return conversion.reads_text ? length_of(text) : 0;
+    if (conversion.precision != 0) {
+        return text_length_within(text, conversion.precision);
     }
-    std::uint64_t length = 0;
-    while (length < limit && text[length] != 0) {
-        ++length;
-    }
-    return length;
+    return conversion.reads_text ? text_length(text) : 0;
 }
 
 std::uint64_t string_item(const Conversion &conversion, std::uint64_t length) {
@@ -107,87 +96,100 @@ int count_fixed(const char *format, ...) {
     return count;
 }
 
-std::uint64_t count_digits(std::uint64_t number) {
-    std::uint64_t digits = 1;
-    for (; number >= 10; number /= 10) {
-        ++digits;
+// Entry n is 10^n; each and the whole numbers around it are exact in a double.
+constexpr auto kPowersOf10 = [] {
+    std::array<double, 16> powers{1};
+    for (std::size_t i = 1; i < powers.size(); ++i) {
+        powers[i] = 10 * powers[i - 1];
     }
-    return digits;
-}
+    return powers;
+}();
 
-// The number of characters that "%*.*f" makes of the value with that width and with six digits more
-// than the precision. It is worked out where rounding can't carry into a further digit, and printed
-// elsewhere, as for 9.9999999999.
+// Returns the number of characters that "%*.*f" makes of the value with that width and with six
+// digits more than the precision. The number is worked out where rounding cannot carry into a
+// further digit; elsewhere, as for 9.9999999999, the value is printed.
 std::uint64_t fixed_item(const Conversion &conversion, double value) {
-    constexpr double kExactWhole = 1e15;
     const double magnitude = std::fabs(value);
     const std::uint64_t decimals = conversion.precision + 6;
-    if (magnitude < kExactWhole) {
-        const auto whole = static_cast<std::uint64_t>(magnitude);
-        const std::uint64_t digits = count_digits(whole);
-        if (digits == count_digits(whole + 1)) {
+    if (magnitude < kPowersOf10.back()) {
+        std::size_t digits = 1;
+        while (magnitude >= kPowersOf10[digits]) {
+            ++digits;
+        }
+        if (magnitude < kPowersOf10[digits] - 1) {
             const std::uint64_t sign = std::signbit(value) ? 1 : 0;
             return std::max(sign + digits + 1 + decimals, conversion.width);
         }
     }
-    constexpr std::uint64_t kMost = std::numeric_limits<int>::max();
+    constexpr std::uint64_t kMax = std::numeric_limits<int>::max();
     const int length = count_fixed("%*.*f", static_cast<int>(conversion.width),
-                                   static_cast<int>(std::min(decimals, kMost)), value);
-    return length >= 0 ? static_cast<std::uint64_t>(length) : kMost;
+                                   static_cast<int>(std::min(decimals, kMax)), value);
+    return length >= 0 ? static_cast<std::uint64_t>(length) : kMax;
 }
 
 template <class Char>
 class Estimator {
 public:
-    Estimator(const Char *format, std::va_list args)
-        : m_at(format), m_rest(length_of(format)), m_begin(format) {
-        va_copy(m_args, args);
-    }
-    ~Estimator() { va_end(m_args); }
-    Estimator(const Estimator &) = delete;
-    Estimator &operator=(const Estimator &) = delete;
+    explicit Estimator(std::va_list *args) : m_args(args) {}
 
-    FormatEstimate Run() {
-        while (*m_at != 0 && m_estimate.complete) {
-            if (*m_at == '%' && *++m_at != '%') {
-                ReadConversion();
-            } else {
-                m_estimate.total += m_rest - static_cast<std::uint64_t>(m_at - m_begin);
-                m_at = next_character(m_at);
+    FormatEstimate Run(const Char *format) {
+        std::uint64_t steps = 0;      // characters of plain text
+        std::uint64_t positions = 0;  // the sum of their places in the format
+        std::uint64_t plain = 0;      // their length
+        const Char *at = format;
+        while (*at != 0 && m_complete) {
+            if (*at == '%' && *++at != '%') {
+                at = ReadConversion(at);
+                continue;
             }
+            const Char *const next = next_character(at);
+            ++steps;
+            positions += static_cast<std::uint64_t>(at - format);
+            plain += static_cast<std::uint64_t>(next - at);
+            at = next;
         }
-        return m_estimate;
+        // Each step counts with the whole rest of the format.
+        const std::uint64_t length = static_cast<std::uint64_t>(at - format) + text_length(at);
+        return {m_items + steps * length - positions, m_items + plain, m_complete,
+                m_mayHoldNul || !m_complete};
     }
 
 private:
-    void ReadConversion() {
+    // Returns the place behind the conversion that begins at `at`, behind its '%'.
+    const Char *ReadConversion(const Char *at) {
         Conversion conversion;
-        ReadFlags(&conversion);
-        if (conversion.width == 0) {
-            conversion.width = read_number(&m_at);
+        if (*at <= '0') {  // every flag sorts below the letters and the other digits
+            at = ReadFlags(at, &conversion);
         }
-        if (*m_at == '.') {
-            ++m_at;
-            if (*m_at == '*') {
-                ++m_at;
+        if (conversion.width == 0 && is_digit(*at)) {
+            conversion.width = read_number(&at);
+        }
+        if (*at == '.') {
+            if (*++at == '*') {
+                ++at;
                 conversion.precision = TakeStar();
             } else {
-                conversion.precision = read_number(&m_at);
+                conversion.precision = read_number(&at);
             }
             conversion.reads_text = conversion.precision != 0;
         }
-        ReadModifier(&conversion);
-        if (*m_at != 0 && m_estimate.complete) {
-            AddItem(conversion);
-            m_at = next_character(m_at);
+        if (*at == 'h' || *at == 'l') {
+            conversion.modifier = *at++ == 'h' ? Modifier::kNarrow : Modifier::kWide;
+        } else if (*at == 'F' || *at == 'L' || *at == 'N') {
+            ++at;
         }
+        if (*at == 0 || !m_complete) {
+            return at;
+        }
+        AddItem(*at, conversion);
+        return next_character(at);
     }
 
-    void ReadFlags(Conversion *conversion) {
-        for (;; ++m_at) {
-            switch (*m_at) {
+    const Char *ReadFlags(const Char *at, Conversion *conversion) {
+        for (;; ++at) {
+            switch (*at) {
                 case '#':
-                    m_estimate.total += 2;
+                    m_items += 2;
                     break;
                 case '*':
                     conversion->width = TakeStar();
@@ -198,45 +200,27 @@ private:
                 case ' ':
                     break;
                 default:
-                    return;
+                    return at;
             }
         }
     }
 
     std::uint64_t TakeStar() {
-        const std::int32_t value = va_arg(m_args, std::int32_t);
-        m_estimate.complete = m_estimate.complete && value >= 0;
+        const std::int32_t value = va_arg(*m_args, std::int32_t);
+        m_complete = m_complete && value >= 0;
         return static_cast<std::uint64_t>(std::max(value, 0));
     }
 
-    void ReadModifier(Conversion *conversion) {
-        switch (*m_at) {
-            case 'h':
-                conversion->modifier = Modifier::kNarrow;
-                break;
-            case 'l':
-                conversion->modifier = Modifier::kWide;
-                break;
-            case 'F':
-            case 'L':
-            case 'N':
-                break;
-            default:
-                return;
-        }
-        ++m_at;
-    }
-
-    void AddItem(const Conversion &conversion) {
+    void AddItem(Char letter, const Conversion &conversion) {
         const std::uint64_t sum = conversion.width + conversion.precision;
-        switch (*m_at) {
+        switch (letter) {
             case 'c':
             case 'C':
-                m_estimate.total += CharacterItem(conversion);
+                m_items += CharacterItem(letter, conversion);
                 break;
             case 's':
             case 'S':
-                m_estimate.total += StringItem(conversion);
+                m_items += StringItem(letter, conversion);
                 break;
             case 'd':
             case 'i':
@@ -244,34 +228,33 @@ private:
             case 'u':
             case 'x':
             case 'X':
-                va_arg(m_args, std::int32_t);
-                m_estimate.total += std::max<std::uint64_t>(sum, 32);
-                break;
             case 'p':
-                va_arg(m_args, void *);
-                m_estimate.total += std::max<std::uint64_t>(sum, 32);
+                letter == 'p' ? static_cast<void>(va_arg(*m_args, void *))
+                              : static_cast<void>(va_arg(*m_args, std::int32_t));
+                m_items += std::max<std::uint64_t>(sum, 32);
                 break;
             case 'e':
             case 'g':
             case 'G':
-                va_arg(m_args, double);
-                m_estimate.total += std::max<std::uint64_t>(sum, 128);
+                va_arg(*m_args, double);
+                m_items += std::max<std::uint64_t>(sum, 128);
                 break;
             case 'f':
-                m_estimate.total += fixed_item(conversion, va_arg(m_args, double));
+                m_items += fixed_item(conversion, va_arg(*m_args, double));
                 break;
             case 'n':
-                va_arg(m_args, void *);
+                va_arg(*m_args, void *);
                 break;
             default:
-                m_estimate.complete = false;
+                m_complete = false;
         }
     }
 
-    std::uint64_t CharacterItem(const Conversion &conversion) {
-        const int value = va_arg(m_args, int);
+    std::uint64_t CharacterItem(Char letter, const Conversion &conversion) {
+        const int value = va_arg(*m_args, int);
+        m_mayHoldNul = m_mayHoldNul || static_cast<char>(value) == 0;
         std::uint64_t item = 2;
-        if (sizeof(Char) == 1 && takes_wide(*m_at, conversion.modifier)) {
+        if (sizeof(Char) == 1 && takes_wide(letter, conversion.modifier)) {
             const auto character = static_cast<WCHAR>(value);
             item = std::max(item, narrowed_length(&character, 1));
         }
@@ -281,10 +264,10 @@ private:
         return std::max(item, conversion.width);
     }
 
-    std::uint64_t StringItem(const Conversion &conversion) {
+    std::uint64_t StringItem(Char letter, const Conversion &conversion) {
         constexpr std::uint64_t kNullText = 6;  // "(null)"
-        if (takes_wide(*m_at, conversion.modifier)) {
-            const auto *const text = va_arg(m_args, const WCHAR *);
+        if (takes_wide(letter, conversion.modifier)) {
+            const auto *const text = va_arg(*m_args, const WCHAR *);
             if (text == nullptr) {
                 return string_item(conversion, kNullText);
             }
@@ -292,26 +275,25 @@ private:
             const std::uint64_t item = string_item(conversion, units);
             return sizeof(Char) == 1 ? std::max(item, narrowed_length(text, units)) : item;
         }
-        const auto *const text = va_arg(m_args, const char *);
+        const auto *const text = va_arg(*m_args, const char *);
         return string_item(conversion,
                            text == nullptr ? kNullText : bounded_length(text, conversion));
     }
 
-    const Char *m_at;
-    std::uint64_t m_rest;  // the length of the whole format
-    const Char *m_begin;
-    std::va_list m_args;
-    FormatEstimate m_estimate;
+    std::uint64_t m_items = 0;  // characters of conversions
+    bool m_complete = true;
+    bool m_mayHoldNul = false;
+    std::va_list *m_args;
 };
 
 }  // namespace
 
-FormatEstimate estimate_format(const WCHAR *format, std::va_list args) {
-    return Estimator<WCHAR>(format, args).Run();
+FormatEstimate estimate_format(const WCHAR *format, std::va_list *args) {
+    return Estimator<WCHAR>(args).Run(format);
 }
 
-FormatEstimate estimate_format(const char *format, std::va_list args) {
-    return Estimator<char>(format, args).Run();
+FormatEstimate estimate_format(const char *format, std::va_list *args) {
+    return Estimator<char>(args).Run(format);
 }
 
 }  // namespace OS::detail

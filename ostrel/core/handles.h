@@ -1,18 +1,22 @@
 #ifndef OSTREL_CORE_HANDLES_H
 #define OSTREL_CORE_HANDLES_H
 
-// Owners of a platform handle for the length of a scope.
+// Scope guards: each object owns one platform handle and releases it in its destructor.
 //
-// A constructor stores the value it is given without checking it; the destructor releases it with
-// the call named at the class and looks at no result. Assignment, where a class has it, stores a
-// new value and does not release the old one: assign to an empty object only. None of the classes
-// can be copied.
+// A constructor stores its argument without checking it. The destructor releases the stored value
+// with the call that the class names and ignores the result of that call, which may set the last
+// error or errno. The conversion operators return the stored value. No class can be copied or
+// moved.
 //
-//   CHandle event(CreateEventW(nullptr, TRUE, FALSE, nullptr));
-//   if (event == nullptr) ...
-//   WaitForSingleObject(event, INFINITE);
+//   CHandle file(CreateFileW(path, GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
+//                            FILE_ATTRIBUTE_NORMAL, nullptr));
+//   if (file == INVALID_HANDLE_VALUE) ...
+//   ReadFile(file, bytes, count, &done, nullptr);
 //
-// Threads: an object belongs to one thread at a time.
+// Ownership: an object owns the value that it stores. Assignment, where a class has it, stores the
+// new value and does not release the old one: assign only to an empty object.
+// Threads: one thread at a time may use an object.
+// Errors: only CAutoDeleteFile throws: std::bad_alloc, from its constructor and its assignment.
 
 #include <cstdint>
 
@@ -20,7 +24,7 @@
 #include "ostrel/core/x_string.h"
 #include "ostrel/platform/types.h"
 
-// A handle that CloseHandle closes; neither 0 nor -1 is closed.
+// Owns a handle and closes it with CloseHandle, unless the value is 0 or -1.
 class OSTREL_API CHandle {
 public:
     CHandle(void *handle = nullptr) noexcept : m_handle(handle) {}
@@ -33,14 +37,14 @@ public:
         return *this;
     }
     operator void * const &() const noexcept { return m_handle; }
-    // The field itself, for an out-parameter of a platform call.
+    // Returns the member itself, so that a platform call can store a handle through it.
     operator void *&() noexcept { return m_handle; }
 
 private:
     void *m_handle;
 };
 
-// A search that FindClose ends; neither 0 nor -1 is closed.
+// Owns a file search and closes it with FindClose, unless the value is 0 or -1.
 class OSTREL_API CFindHandle {
 public:
     CFindHandle(void *search = INVALID_HANDLE_VALUE) noexcept : m_search(search) {}
@@ -48,20 +52,21 @@ public:
     CFindHandle(const CFindHandle &) = delete;
     CFindHandle &operator=(const CFindHandle &) = delete;
 
-    // Gives an empty object: the search has one owner.
+    // Stores `search`. Returns an empty object, not this one, because a search has only one owner.
     const CFindHandle operator=(void *const &search) noexcept {
         m_search = search;
         return CFindHandle();
     }
     operator void * const &() const noexcept { return m_search; }
-    // The field itself, for an out-parameter of a platform call.
+    // Returns the member itself, so that a platform call can store a search through it.
     operator void *&() noexcept { return m_search; }
 
 private:
     void *m_search;
 };
 
-// A handle of the service manager or of a service that CloseServiceHandle closes; 0 is not closed.
+// Owns a handle of the service manager or of a service and closes it with CloseServiceHandle,
+// unless the value is 0.
 class OSTREL_API CSCHandle {
 public:
     CSCHandle(SC_HANDLE handle = nullptr) noexcept : m_handle(handle) {}
@@ -75,7 +80,7 @@ private:
     SC_HANDLE m_handle;
 };
 
-// A module that FreeLibrary gives back; 0 is not given back.
+// Owns a loaded module and releases it with FreeLibrary, unless the value is 0.
 class OSTREL_API CAutoCloseLibrary {
 public:
     CAutoCloseLibrary(HINSTANCE module = nullptr) noexcept : m_module(module) {}
@@ -85,15 +90,16 @@ public:
 
     operator HINSTANCE() const noexcept { return m_module; }
 
-    // Hands the module over to the caller; the object is empty afterwards.
+    // Returns the module and leaves the object empty: the caller owns the module. Returns null when
+    // the object is empty.
     HINSTANCE Release() noexcept;
 
 private:
     HINSTANCE m_module;
 };
 
-// A search of the runtime's _wfindfirst family that _findclose ends; 0 is not closed, -1 is passed
-// on like any other value.
+// Owns a search of the runtime's _wfindfirst family and closes it with _findclose, unless the value
+// is 0. A stored -1, the result of a failed search, is passed to _findclose like any other value.
 class OSTREL_API CAutoFindClose {
 public:
     CAutoFindClose(std::int64_t search = 0) noexcept : m_search(search) {}
@@ -107,8 +113,9 @@ private:
     std::int64_t m_search;
 };
 
-// A file that is removed (_wremove) at the end of the scope. The path is copied, may be of any
-// length, and counts as empty when null; an empty path removes nothing.
+// Removes a file with _wremove in its destructor. The object copies the path, which may have any
+// length. Null counts as an empty path, and an empty path removes nothing. A failed removal is not
+// reported.
 class OSTREL_API CAutoDeleteFile {
 public:
     CAutoDeleteFile(const WCHAR *path = TEXT("")) : m_strPath(path) {}
@@ -116,11 +123,12 @@ public:
     CAutoDeleteFile(const CAutoDeleteFile &) = delete;
     CAutoDeleteFile &operator=(const CAutoDeleteFile &) = delete;
 
-    // Replaces the path; the file that it named before is left alone.
+    // Replaces the path. The file of the old path stays.
     CAutoDeleteFile &operator=(const WCHAR *path) {
         m_strPath = path;
         return *this;
     }
+    // Returns the stored path, never null.
     operator const WCHAR *() const noexcept { return m_strPath.c_str(); }
 
 private:

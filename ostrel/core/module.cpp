@@ -2,7 +2,7 @@
 
 #include "ostrel/platform/module.h"
 
-// When the library is loaded it declines notifications of threads. Nothing else happens then.
+// On load, the library turns its thread notifications off and does nothing else.
 
 #ifdef _WIN32
 
@@ -24,7 +24,7 @@ BOOL WINAPI DllMain(HINSTANCE module, DWORD reason, LPVOID) {
 
 #else
 
-// Where the linker has put the library's own file header: the address at which it is loaded.
+// The library's own ELF header, a symbol of the linker. Its address is the load address.
 extern "C" __attribute__((visibility("hidden"))) char __ehdr_start;
 
 HINSTANCE OS::module_handle() noexcept {

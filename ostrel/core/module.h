@@ -1,13 +1,13 @@
 #ifndef OSTREL_CORE_MODULE_H
 #define OSTREL_CORE_MODULE_H
 
-// Internal. The library as a module of the process.
+// Internal. The library's own module handle.
 
 #include "ostrel/platform/types.h"
 
 namespace OS {
 
-// The handle of the library itself.
+// Returns the handle of the library, which is its load address.
 HINSTANCE module_handle() noexcept;
 
 }  // namespace OS

@@ -34,14 +34,14 @@ struct Block {
         }
     }
 
-    // All bits of each character that is equal in the two.
+    // Sets all bits of each character that is equal in both blocks.
     static __m128i Equal(__m128i one, __m128i other) {
         return sizeof(Char) == 1 ? _mm_cmpeq_epi8(one, other) : _mm_cmpeq_epi16(one, other);
     }
 };
 
-// The places in a text where the first and the last character of what is searched both stand,
-// looked for a block at a time.
+// Finds candidates, a block at a time: positions where both the first and the last character of the
+// search text match.
 template <class Char>
 class CandidateFinder {
 public:
@@ -52,12 +52,12 @@ public:
           m_last(Blocks::Fill(search.back())),
           m_distance(search.size() - 1) {}
 
-    // sizeof(Char) bits for each place of the block at `text`.
+    // Returns the candidates of the block at `text`: sizeof(Char) bits for each position.
     unsigned Mask(const Char *text) const {
         return static_cast<unsigned>(_mm_movemask_epi8(Places(text)));
     }
 
-    // The first of `blocks` blocks at `text` that has one, or `blocks`.
+    // Returns the index of the first of `blocks` blocks at `text` with a candidate, or `blocks`.
     std::size_t FirstBlock(const Char *text, std::size_t blocks) const {
         std::size_t at = 0;
         for (; at + 2 <= blocks; at += 2) {
@@ -83,9 +83,8 @@ private:
 
 #endif
 
-// The same as for_each_hit from `at` on, by the method of Knuth, Morris and Pratt: each character
-// of the text is looked at once, however much it resembles what is searched. `border` has room for
-// one number more than that has characters, all of them 0.
+// Does what for_each_hit does, from `at` on, with the algorithm of Knuth, Morris and Pratt: linear
+// time, however often the text nearly matches. `border` holds search.size() + 1 numbers, all 0.
 template <class Char, class OnHit>
 void for_each_hit_linear(const Char *text, std::size_t length, std::size_t at,
                          std::basic_string_view<Char> search, std::size_t *border, OnHit on_hit) {
@@ -109,8 +108,23 @@ void for_each_hit_linear(const Char *text, std::size_t length, std::size_t at,
     }
 }
 
-// Calls on_hit(position) for each occurrence from left to right, none overlapping another, until it
-// gives false. It may write to what lies in front of the end of the hit.
+// Continues with the linear search from `at` and returns true. Returns false when memory for its
+// table is short. The caller then continues its own search, because on_hit may have changed the
+// text already.
+template <class Char, class OnHit>
+bool went_on_linear(const Char *text, std::size_t length, std::size_t at,
+                    std::basic_string_view<Char> search, OnHit on_hit) {
+    const std::unique_ptr<std::size_t[]> border(new (std::nothrow)
+                                                    std::size_t[search.size() + 1]());
+    if (border == nullptr) {
+        return false;
+    }
+    for_each_hit_linear(text, length, at, search, border.get(), on_hit);
+    return true;
+}
+
+// Calls on_hit(position) for each occurrence from left to right, without overlaps, until on_hit
+// returns false. on_hit may write to the text in front of the end of the occurrence.
 template <class Char, class OnHit>
 void for_each_hit(const Char *text, std::size_t length, std::basic_string_view<Char> search,
                   OnHit on_hit) {
@@ -126,7 +140,7 @@ void for_each_hit(const Char *text, std::size_t length, std::basic_string_view<C
         return width <= 2 ||
                std::memcmp(text + at + 1, search.data() + 1, (width - 2) * sizeof(Char)) == 0;
     };
-    const std::size_t end = length - width + 1;  // hits begin in front of it
+    const std::size_t end = length - width + 1;  // occurrences begin in front of this position
     std::size_t at = 0;
 
 #ifdef __SSE2__
@@ -152,13 +166,9 @@ void for_each_hit(const Char *text, std::size_t length, std::basic_string_view<C
             }
         }
         at = std::max(at + kBlock, from);
-        if (compared > 8 * (length / 4 + width)) {
-            // Without the memory it goes on as before: the text may have been changed already.
-            const std::unique_ptr<std::size_t[]> border(new (std::nothrow)
-                                                            std::size_t[width + 1]());
-            if (border != nullptr) {
-                return for_each_hit_linear(text, length, at, search, border.get(), on_hit);
-            }
+        if (compared > 8 * (length / 4 + width) &&
+            went_on_linear(text, length, at, search, on_hit)) {
+            return;
         }
     }
 #endif
@@ -175,14 +185,14 @@ void for_each_hit(const Char *text, std::size_t length, std::basic_string_view<C
     }
 }
 
-// Joins pieces to a string. They are put together in a buffer that stays in the cache: to make the
-// string as long as it will be and then fill it would be to write it twice.
+// Joins pieces to a string by way of a buffer that stays in the cache. Resizing the string first
+// and then filling it would write each byte of the string twice.
 template <class Char>
 class PieceWriter {
 public:
     explicit PieceWriter(std::size_t expected_size) { m_out.reserve(expected_size); }
 
-    // Up to 16 bytes behind the piece are read as well, where `piece_end` allows it.
+    // Reads up to 16 bytes after the piece too, but never past `piece_end`.
     void Put(const Char *piece, std::size_t count, const Char *piece_end) {
         if (count > kCapacity - m_used) {
             Flush();
@@ -227,7 +237,7 @@ private:
     std::size_t m_used = 0;
 };
 
-// The result is no longer than the text: it is written over it.
+// For a result that is not longer than the text: writes the result over the text.
 template <class Char>
 std::uint64_t replace_in_place(std::basic_string<Char> *text, std::basic_string_view<Char> search,
                                std::basic_string_view<Char> replacement, std::uint64_t limit) {
@@ -255,16 +265,16 @@ std::uint64_t replace_in_place(std::basic_string<Char> *text, std::basic_string_
     return count;
 }
 
-// The result is longer than the text. It is written as the hits are found: a long text is then read
-// once, and each stretch of it is still in the cache when it is copied.
+// For a result that is longer than the text: copies each stretch of the text as soon as it has been
+// searched, while it is still in the cache, so that a long text is read from memory once.
 template <class Char>
 std::uint64_t replace_growing(std::basic_string<Char> *text, std::basic_string_view<Char> search,
                               std::basic_string_view<Char> replacement, std::uint64_t limit) {
     const Char *const end = text->data() + text->size();
     const Char *read = text->data();
     std::uint64_t count = 0;
-    std::optional<PieceWriter<Char>> writer;  // from the first hit on
-    std::basic_string<Char> padded;           // the replacement, with room for a block behind it
+    std::optional<PieceWriter<Char>> writer;  // set at the first occurrence
+    std::basic_string<Char> padded;           // the replacement and 16 characters that Put may read
     for_each_hit(read, text->size(), search, [&](std::size_t hit) {
         if (!writer) {
             const std::size_t most = std::min<std::uint64_t>(limit, text->size() / search.size());

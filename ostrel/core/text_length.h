@@ -17,6 +17,14 @@ inline std::size_t text_length(const WCHAR *text) {
     return wcslen(text);
 }
 
+// The same, or `limit` for a longer text, which need not be terminated within `limit` characters.
+inline std::size_t text_length_within(const char *text, std::size_t limit) {
+    return strnlen(text, limit);
+}
+inline std::size_t text_length_within(const WCHAR *text, std::size_t limit) {
+    return wcsnlen(text, limit);
+}
+
 }  // namespace OS::detail
 
 #endif  // OSTREL_CORE_TEXT_LENGTH_H

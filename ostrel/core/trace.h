@@ -1,8 +1,9 @@
 #ifndef OSTREL_CORE_TRACE_H
 #define OSTREL_CORE_TRACE_H
 
-// Internal. How the library writes a trace line and raises a system exception: with the module, and
-// with the source position in the form `.\name.cpp`, worked out when the file is compiled.
+// Internal. Macros that write a trace line and throw a system exception with the source position:
+// the file as `.\name.cpp`, computed at compile time, and the line. A trace line also carries the
+// module handle.
 
 #include <cstddef>
 
@@ -13,6 +14,7 @@
 
 namespace OS::detail {
 
+// The name of a source file in the form `.\name.cpp`.
 template <std::size_t Size>
 struct SourceFile {
     WCHAR name[Size + 2] = {TEXT('.'), TEXT('\\')};
@@ -30,18 +32,18 @@ struct SourceFile {
 
 }  // namespace OS::detail
 
-// The source file that is compiled, as a const WCHAR *.
+// The name of the source file being compiled, as a const WCHAR * to static text.
 #define OSTREL_SOURCE_FILE                                                       \
     ([]() -> const WCHAR * {                                                     \
         static constexpr OS::detail::SourceFile<sizeof __FILE__> here(__FILE__); \
         return here.name;                                                        \
     }())
 
-// OSTREL_TRACE(level, format, values...): the levels are those of wexlog.h.
+// OSTREL_TRACE(level, format, values...) writes a trace line; wexlog.h lists the levels.
 #define OSTREL_TRACE(level, ...) \
     DBG::DebugLogEx(OS::module_handle(), level, OSTREL_SOURCE_FILE, __LINE__, __VA_ARGS__)
 
-// Raises an OS::CSystemException with this code and the position of the raise.
+// Throws an OS::CSystemException with the code and the source position of the macro.
 #define OSTREL_RAISE_SYSTEM(code) throw OS::CSystemException(code, OSTREL_SOURCE_FILE, __LINE__)
 
 #endif  // OSTREL_CORE_TRACE_H

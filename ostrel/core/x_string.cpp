@@ -13,7 +13,7 @@
 namespace OS {
 namespace {
 
-// What differs between the twins.
+// The differences between x_wstring and x_astring.
 template <class Char>
 struct Twin;
 
@@ -100,7 +100,7 @@ std::uint64_t x_string_members<Self, Char>::FindAndReplace(const x_string &searc
     if (found == npos) {
         return npos;
     }
-    const std::uint64_t length = replacement.size();  // before it changes, if it is this string
+    const std::uint64_t length = replacement.size();  // read first: it may be this string
     std_string::replace(found, search.size(), replacement);
     return found + length;
 }
@@ -108,21 +108,21 @@ std::uint64_t x_string_members<Self, Char>::FindAndReplace(const x_string &searc
 template <class Self, class Char>
 bool x_string_members<Self, Char>::FindAndReplaceAll(const x_string &search,
                                                      const x_string &replacement) {
-    constexpr std::uint64_t limit = Twin<Char>::kMaxReplacements;
-    constexpr bool bounded = limit != std::numeric_limits<std::uint64_t>::max();
+    constexpr std::uint64_t kLimit = Twin<Char>::kMaxReplacements;
+    constexpr bool kBounded = kLimit != std::numeric_limits<std::uint64_t>::max();
     if (search.empty()) {
-        if (bounded) {
+        if (kBounded) {
             std_string front;
-            for (std::uint64_t i = 0; i < limit; ++i) {
+            for (std::uint64_t i = 0; i < kLimit; ++i) {
                 front += replacement;
             }
             this->insert(0, front);
         }
-        return !bounded;
+        return !kBounded;
     }
     const std::uint64_t count = detail::replace_all(
-        this, {search.data(), search.size()}, {replacement.data(), replacement.size()}, limit);
-    return !bounded || count < limit;
+        this, {search.data(), search.size()}, {replacement.data(), replacement.size()}, kLimit);
+    return !kBounded || count < kLimit;
 }
 
 template <class Self, class Char>
@@ -184,13 +184,18 @@ void x_string_members<Self, Char>::TransTo(char *&target, const char *) const {
 
 template <class Self, class Char>
 void x_string_members<Self, Char>::Format(const Char *format, ...) {
-    std::va_list args;
-    va_start(args, format);
-    struct End {
-        std::va_list &list;
-        ~End() { va_end(list); }
-    } end{args};
-    detail::format_text(this, format, args);
+    struct Lists {
+        std::va_list to_measure;
+        std::va_list to_print;
+
+        ~Lists() {
+            va_end(to_print);
+            va_end(to_measure);
+        }
+    } lists;
+    va_start(lists.to_measure, format);
+    va_start(lists.to_print, format);
+    detail::format_text(this, format, &lists.to_measure, &lists.to_print);
 }
 
 template <class Self, class Char>

@@ -1,32 +1,32 @@
 #ifndef OSTREL_CORE_X_STRING_H
 #define OSTREL_CORE_X_STRING_H
 
-// x_wstring and x_astring: the standard string with what a caller of plain character pointers
-// needs.
+// x_wstring and x_astring are standard strings for callers of plain character pointers.
 //
-//   - A null pointer is a legal text, the empty one.
-//   - A string converts to a character pointer by itself.
-//   - Comparison, joining with + and +=, and output to a stream work on terminated text: a NUL
-//     inside a string ends it there. So does the conversion to a string view.
-//   - Find and replace, trimming, upper case, case-blind comparison, escaping, conversion and
-//     printf-style formatting are members.
+//   - A null pointer is a legal text: the empty text, unless a comment says otherwise.
+//   - A string converts implicitly to a pointer to its terminated text.
+//   - Comparison, +=, the right operand of +, output to a stream, hashing and the conversion to a
+//     string view use terminated text: the first NUL ends the text there.
+//   - Members find and replace, trim, turn to upper case, compare without case, escape, convert and
+//     format as printf does.
 //
-// x_wstring holds UTF-16 code units (WCHAR, 16 bits); lengths and positions count units, and no
-// operation knows of surrogate pairs. x_astring holds bytes, in the system code page or in UTF-8 as
-// its user decides. The members of the standard string, but not all its constructors and
-// assignments, are there as well and treat the string by its full length.
+// x_wstring holds UTF-16 code units (WCHAR, 16 bits). Lengths and positions count units, and no
+// operation treats surrogate pairs specially. x_astring holds bytes, in the system code page or in
+// UTF-8; the caller decides which. The members of the standard string are available too, except
+// for some constructors and assignments. These members use the full length, NULs included.
 //
 //   OS::x_wstring line;
 //   line.Format(TEXT("%s, %d items"), name.c_str(), count);
 //   line.FindAndReplaceAll(TEXT(", "), TEXT("; "));
 //   if (line == TEXT("disk; 4 items")) ...
 //
-// Ownership: a string copies what it is given. A pointer from it is valid until it changes. An
-// argument may lie inside the string that a call changes.
-// Threads: as the standard string; a string belongs to one thread at a time, const members may run
+// Ownership: a string copies its arguments. A pointer into a string is valid until the string
+// changes. An argument may lie inside the string that the call changes.
+// Threads: as the standard string. One thread at a time may change a string; const members may run
 // in parallel.
-// Errors: std::bad_alloc and std::length_error from whatever grows a string; std::out_of_range
-// where a member says so.
+// Errors: a call that grows or builds a string throws std::bad_alloc when memory is short and
+// std::length_error when the text would exceed max_size(). Members that throw std::out_of_range
+// say so. When a member declared here throws, the string is unchanged.
 
 #ifdef __cpp_impl_three_way_comparison
 #include <compare>
@@ -44,7 +44,8 @@
 
 namespace OS {
 
-// The common root of the twins. It adds no field and no virtual operation to the standard string.
+// The common base of x_wstring and x_astring. Adds no field and no virtual function to the standard
+// string.
 template <class Char, class Traits, class Allocator>
 class x_basic_string : public std::basic_string<Char, Traits, Allocator> {
 public:
@@ -58,11 +59,12 @@ public:
         : std_string(text != nullptr ? std_string(text) : std_string()) {}
     x_basic_string(std_string text) noexcept : std_string(std::move(text)) {}
 
+    // Returns the terminated text, never null.
     operator const Char *() const noexcept { return this->c_str(); }
     operator std::basic_string_view<Char, Traits>() const { return this->c_str(); }
 
-    // As the standard string's, for an index of any integer type: beside the conversion to a
-    // pointer, an index that is not a size_type would be ambiguous.
+    // Returns the character at `index`, unchecked. The overloads take any integer type, which would
+    // otherwise be ambiguous with the conversion to a pointer.
     using std_string::operator[];
     template <class Index, std::enable_if_t<std::is_integral_v<Index>, int> = 0>
     reference operator[](Index index) {
@@ -76,12 +78,13 @@ public:
 
 namespace detail {
 
-// A standard or base-type string beside a Self.
+// True for a standard string or a base type of Self, false for Self.
 template <class Other, class Self, class StdString>
 inline constexpr bool is_base_text =
     std::is_base_of_v<StdString, std::decay_t<Other>> && !std::is_same_v<Self, std::decay_t<Other>>;
 
-// What an x_basic_string is compared with: a character pointer (null too), or a standard string.
+// Enables a comparison of an x_basic_string with a character pointer, which may be null, or with a
+// standard string.
 template <class Other, class Char, class String, class StdString>
 using IfText =
     std::enable_if_t<(std::is_convertible_v<const Other &, const Char *> ||
@@ -97,7 +100,8 @@ const Char *pointer_to(const std::basic_string<Char, Traits, Allocator> &text) n
     return text.c_str();
 }
 
-// Compares terminated texts as unsigned values. Neither may be null.
+// Compares terminated texts by unsigned character values. Returns -1, 0 or 1. Neither text may be
+// null.
 template <class Char>
 int compare(const Char *left, const Char *right) noexcept {
     using Traits = std::char_traits<Char>;
@@ -123,7 +127,7 @@ bool less(const Char *left, const Char *right) noexcept {
 
 }  // namespace detail
 
-// The members that the twins share. Self is x_wstring or x_astring.
+// The members that x_wstring and x_astring share. Self is one of the two.
 template <class Self, class Char>
 class OSTREL_API x_string_members
     : public x_basic_string<Char, std::char_traits<Char>, std::allocator<Char>> {
@@ -131,25 +135,29 @@ public:
     using x_string = x_basic_string<Char, std::char_traits<Char>, std::allocator<Char>>;
     using typename x_string::std_string;
 
-    // "Not found", and "to the end": all bits set.
+    // "Not found" as a result, "to the end" as a count: all bits set.
     static constexpr std::uint64_t npos = ~std::uint64_t{0};
 
     x_string_members() = default;
     x_string_members(const Char *text) : x_string(text) {}
-    // Takes the content of a base-type string, such as the result of a standard operation.
+    // Takes over the full content of a standard or base-type string, such as the result of a
+    // standard operation.
     x_string_members(std_string text) noexcept : x_string(std::move(text)) {}
 
-    // Null gives the empty string. The text may lie inside the string.
+    // Replaces the content by a copy of `text`. Null makes the string empty. `text` may lie inside
+    // the string.
     const Self &operator=(const Char *text);
 
+    // Returns the full length in characters, NULs inside the string included.
     std::uint64_t GetLength() const noexcept { return this->size(); }
     bool IsEmpty() const noexcept { return this->empty(); }
 
-    // Compares with A-Z taken as a-z (the runtime's _wcsicmp, _stricmp): negative, 0 or positive;
-    // -1 for null.
+    // Compares terminated texts with A-Z taken as a-z (the runtime's _wcsicmp, _stricmp). Returns a
+    // negative value, 0 or a positive value. Returns -1 when `text` is null.
     int CompareNoCase(const Char *text) const noexcept;
 
-    // Append terminated text, or one character. Null appends nothing.
+    // Append terminated text, or one character, which may be NUL. Null appends nothing. Return the
+    // string.
     Self &operator+=(const Self &text) { return *this += text.c_str(); }
     Self &operator+=(const std_string &text) { return *this += text.c_str(); }
     Self &operator+=(const Char *text);
@@ -157,75 +165,92 @@ public:
     using std_string::append;
     Self &append(const Self &text) { return *this += text.c_str(); }
 
-    // Replaces `count` characters from `position` on by the whole of `text`. A count that runs past
-    // the end is cut; a position behind the end raises std::out_of_range.
+    // Replaces `count` characters from `position` on by the whole of `text`, NULs included. A count
+    // that reaches past the end stops at the end. Returns the string. Throws std::out_of_range when
+    // `position` is greater than the length.
     using std_string::replace;
     Self &replace(std::uint64_t position, std::uint64_t count, const Self &text);
 
-    // A copy of `count` characters from `position` on, by the same rules.
+    // Returns a copy of `count` characters from `position` on. A count that reaches past the end
+    // stops at the end. Throws std::out_of_range when `position` is greater than the length.
     Self substr(std::uint64_t position = 0, std::uint64_t count = npos) const;
 
-    // Replaces the first `search` that begins at `start` or behind. Result: the position behind the
-    // inserted text, where a next search goes on; npos when there is none (nothing has changed
-    // then) and when `start` lies behind the end.
+    // Replaces the first occurrence of `search` that begins at or after `start`. Returns the
+    // position after the inserted text, from which the next search can continue. Returns npos and
+    // changes nothing when there is no occurrence or when `start` is greater than the length. An
+    // empty `search` occurs at `start`.
     std::uint64_t FindAndReplace(const x_string &search, const x_string &replacement,
                                  std::uint64_t start = 0);
 
-    // Replaces every `search` from the start on; inserted text is not searched. The time is linear
-    // in the length of the text and of the result.
+    // Replaces the occurrences of `search` from left to right and does not search inserted text.
+    // The time is linear in the length of the text and of the result.
     //
-    // x_wstring: replaces all, and the result is true. An empty `search` replaces nothing.
-    // x_astring: replaces 4999 at most. The result is true when fewer were found. An empty `search`
-    // is found at the start each time: 4999 replacements stand before the text, result false.
+    // x_wstring: replaces all occurrences and returns true. An empty `search` replaces nothing.
+    // x_astring: replaces at most 4999 occurrences. Returns true when it replaced fewer than 4999,
+    // none included. Returns false when it replaced 4999, even if no more occur. An empty `search`
+    // inserts `replacement` 4999 times in front of the text and returns false.
     bool FindAndReplaceAll(const x_string &search, const x_string &replacement);
 
-    // Turns a-z into A-Z, up to the first NUL (the runtime's towupper on each unit, toupper on each
-    // byte).
+    // Turns a-z into A-Z in place, up to the first NUL. x_wstring changes nothing else. x_astring
+    // calls the runtime's toupper on each byte, which follows a C locale that the program has set.
     void ToUpper() noexcept;
 
-    // Remove white space at one end. It is 0x09 to 0x0D and the blank, in x_wstring also U+0085 and
-    // Unicode's other separators; in x_astring a byte of 0x80 or above is none. When something is
-    // removed on the left, and always on the right, what lies behind a NUL goes too.
+    // Remove white space at one end: 0x09 to 0x0D and the blank, in x_wstring also U+0085 and
+    // Unicode's separators (general category Z). In x_astring a byte of 0x80 or above is not white
+    // space. Neither call throws.
+    //
+    // A string with a NUL inside: TrimLeft cuts it at the first NUL if it removed white space.
+    // TrimRight removes white space at the end of the full length, then cuts at the first NUL, so
+    // white space in front of that NUL stays.
     void TrimLeft();
     void TrimRight();
 
-    // Prepares the text for mark-up: & becomes &amp; " &quot; < &lt; > &gt; CR &#x0D; LF &#x0A; and
-    // in x_wstring ' becomes &#039; as well. What is escaped already is escaped again. In x_astring
-    // the first 4999 of each character are replaced and the others stay.
+    // Escapes the text for mark-up: & becomes &amp; " &quot; < &lt; > &gt; CR &#x0D; LF &#x0A; and
+    // in x_wstring ' becomes &#039; as well. An escape that the text already holds is escaped
+    // again. x_astring replaces the first 4999 of each character; the others stay. Returns the
+    // string.
     Self &EscapeSpecialCharacters();
 
-    // Prepares the text for a string literal: a backslash goes in front of each backslash, double
-    // quote and apostrophe. In x_astring the first 4999 of each are replaced.
+    // Escapes the text for a string literal: puts a backslash in front of each backslash, double
+    // quote and apostrophe. x_astring does so for the first 4999 of each character. Returns the
+    // string.
     Self &EscapeSpecialCharactersForCString();
 
-    // Point `target` at a new copy of the terminated text, NUL included: in the same width as it
-    // is, in the other one converted from or to the system code page (see ostrel/core/convert.h).
-    // The caller releases it with operator delete. When the conversion fails nothing is allocated
-    // and `target` keeps its value, so it is set to null before. The last argument is not looked
-    // at.
+    // Point `target` at a new copy of the terminated text, its NUL included. Text for a target of
+    // the other width is converted from or to the system code page (see ostrel/core/convert.h). The
+    // caller releases the copy with operator delete; the old value of `target` is not released.
+    //
+    // When the platform refuses the conversion, the call leaves `target` as it was and sets the
+    // last error: set `target` to null before the call. The call leaves `target` as it was when it
+    // throws std::bad_alloc too. The last argument is ignored and may be null.
     void TransTo(WCHAR *&target, const char *unused) const;
     void TransTo(char *&target, const char *unused) const;
 
-    // Replaces the content by the text that `format` and the values make, with the conversions of
-    // the platform's printf (see ostrel/platform/printf.h): in x_wstring %s and %c take wide text
-    // and %S and %C narrow text, in x_astring the other way round; %hs and %ls are always narrow
-    // and wide. Text of the other width is converted in the system code page. A value may point
-    // into the string.
+    // Replaces the content by formatted text, with the conversions of the platform's printf (see
+    // ostrel/platform/printf.h). In x_wstring %s and %c take wide text and %S and %C narrow text;
+    // in x_astring %s and %c take narrow text and %S and %C wide text. %hs is always narrow, %ls
+    // always wide. Text of the other width is converted in the system code page. A null string
+    // prints as "(null)".
     //
-    // The conversions of the contract are s S c C d i o u x X p e g G f n, with the flags - + 0 #
-    // and blank, width, precision, * (not negative), and one of h l L F N before them. Others that
-    // the platform knows (%lld, %I64d, %E, %a) print as they do there. Output behind a NUL that a
-    // %c produced is lost. A conversion that the platform refuses ends the text there. A text of up
-    // to 2048 characters is made, as a rule, without heap memory but that of the string itself.
-    // A value that is a string is passed by its c_str(): an object among the values does not
-    // compile.
+    // `format` must not be null. `format` and the values may point into the string. Pass a string
+    // by its c_str(): an object of class type among the values does not compile.
     //
-    // `format` must not be null.
+    // The guaranteed conversions are s S c C d i o u x X p e g G f n, with the flags - + 0 # and
+    // blank, a width, a precision, * (not negative), and one of h l L F N in front. Other
+    // conversions and modifiers that the platform knows (%lld, %I64d, %E, %a) print as they do
+    // there.
+    //
+    // Reports no error for a bad format: a conversion that the platform refuses ends the text in
+    // front of that conversion. A NUL that %c prints ends the text too. Throws std::bad_alloc when
+    // memory is short and std::length_error for a text of more than 2147483647 characters; the
+    // content is unchanged then. Leaves errno as it was. A text of up to 2048 characters usually
+    // needs no heap memory except that of the string.
     void Format(const Char *format, ...);
     template <class... Values, std::enable_if_t<(std::is_class_v<Values> || ...), int> = 0>
     void Format(const Char *format, const Values &...values) = delete;
 
-    // A copy of the left side with the right side's terminated text behind it. Null is empty text.
+    // Return a copy of the left operand, at its full length, followed by the terminated text of the
+    // right operand. A null pointer counts as empty text.
     friend Self operator+(const Self &left, const Char *right) { return join(left, right); }
     friend Self operator+(Self &&left, const Char *right) { return std::move(left += right); }
     friend Self operator+(const Self &left, const Self &right) { return left + right.c_str(); }
@@ -257,6 +282,7 @@ private:
     Self &self() noexcept { return static_cast<Self &>(*this); }
 };
 
+// A string of UTF-16 code units.
 class OSTREL_API x_wstring : public x_string_members<x_wstring, WCHAR> {
 public:
     using x_string_members::x_string_members;
@@ -264,8 +290,8 @@ public:
     x_wstring(const x_wstring &) = default;
     x_wstring(x_wstring &&) noexcept = default;
 
-    // Makes blanks and tabs &nbsp; each. The ampersands are not escaped, so EscapeSpecialCharacters
-    // is called before.
+    // Replaces each blank and each tab by &nbsp; and returns the string. Call
+    // EscapeSpecialCharacters before, not after: it would escape the ampersands of &nbsp; again.
     x_wstring &EscapeSpecialSpaceAndTab();
 
     const x_wstring &operator=(const WCHAR *text) { return x_string_members::operator=(text); }
@@ -291,6 +317,7 @@ public:
     }
 };
 
+// A string of bytes.
 class OSTREL_API x_astring : public x_string_members<x_astring, char> {
 public:
     using x_string_members::x_string_members;
@@ -324,8 +351,9 @@ public:
 extern template class x_string_members<x_wstring, WCHAR>;
 extern template class x_string_members<x_astring, char>;
 
-// The orderings of the library's sets and maps of strings: true when `left` is the greater of the
-// two, case ignored. A set runs from Z to A, and texts that differ only in case are one key.
+// The orderings of the library's sets of strings. Return true when the terminated text of `left` is
+// greater than that of `right`, with A-Z taken as a-z. A set therefore runs from Z to A, and texts
+// that differ only in case are one key.
 struct OSTREL_API XWSTRICMP {
     bool operator()(const x_wstring &left, const x_wstring &right) const noexcept;
 };
@@ -333,9 +361,9 @@ struct OSTREL_API XASTRICMP {
     bool operator()(const x_astring &left, const x_astring &right) const noexcept;
 };
 
-// Comparison on terminated text: between strings of one class, and with character pointers and
-// standard strings on either side. A null pointer is equal to nothing, not to an empty string
-// either; in the orders it stands for the empty text.
+// Compare terminated texts by unsigned character values: two strings of one class, or a string and
+// a character pointer or standard string on either side. == is false and != is true for a null
+// pointer, beside an empty string too. <, >, <= and >= take a null pointer as the empty text.
 
 template <class C, class T, class A>
 bool operator==(const x_basic_string<C, T, A> &left, const x_basic_string<C, T, A> &right) {
@@ -428,7 +456,7 @@ bool operator>=(const Other &left, const x_basic_string<C, T, A> &right) {
 }
 
 #ifdef __cpp_impl_three_way_comparison
-// The order of pairs and tuples that hold a string.
+// Orders terminated texts; pairs and tuples that hold a string need this operator in C++20.
 template <class C, class T, class A>
 std::weak_ordering operator<=>(const x_basic_string<C, T, A> &left,
                                const x_basic_string<C, T, A> &right) {
@@ -436,8 +464,8 @@ std::weak_ordering operator<=>(const x_basic_string<C, T, A> &left,
 }
 #endif
 
-// Terminated text to a stream of the same width. 16-bit text to a narrow stream does not compile:
-// what would be printed is an address.
+// Writes the terminated text to a stream of the same width. Writing 16-bit text to a narrow stream
+// does not compile, because the stream would print an address.
 template <class C, class T, class A>
 std::basic_ostream<C, T> &operator<<(std::basic_ostream<C, T> &out,
                                      const x_basic_string<C, T, A> &text) {
@@ -449,7 +477,7 @@ std::ostream &operator<<(std::ostream &,
 
 }  // namespace OS
 
-// Equal strings have equal hashes: by terminated text.
+// Hash the terminated text, so that equal strings have equal hashes.
 template <>
 struct std::hash<OS::x_wstring> {
     std::size_t operator()(const OS::x_wstring &text) const noexcept {

@@ -3,9 +3,19 @@
 
 // The runtime's calls on text, for 16-bit characters and for bytes.
 //
-// They behave as under the locale that a process starts with and never look at another: letters
-// fold from A-Z to a-z and back, nothing else does. The classes of 16-bit characters are Unicode's
-// (general categories, as ICU has them); a surrogate belongs to none.
+//   WCHAR line[] = TEXT("Size = 0x20");
+//   const WCHAR *const name = wcstok(line, TEXT(" ="));
+//   const WCHAR *const value = wcstok(nullptr, TEXT(" ="));
+//   if (name != nullptr && value != nullptr && _wcsicmp(name, TEXT("size")) == 0) {
+//       const LONG size = wcstol(value, nullptr, 0);  // 32
+//   }
+//
+// The calls behave as in the locale that a process starts with, and setlocale has no effect on
+// them: only the letters A-Z and a-z have a case. The classes of 16-bit characters are Unicode's
+// general categories; a surrogate belongs to no class.
+//
+// Implemented with ICU's character properties for the classes and with code of our own for the
+// rest. A pointer must not be null unless the comment of a call allows it or names the failure.
 
 #include "ostrel/platform/types.h"
 
@@ -24,62 +34,74 @@
 #include <cwchar>  // before wcstol is overloaded: <string> takes the address of std::wcstol
 #include <type_traits>
 
-// Compares two texts after turning A-Z to a-z, as unsigned values: negative, 0 or positive. Letters
-// therefore sort behind '_'. A null text gives INT_MAX with errno EINVAL.
+// Compare two texts, with A-Z turned to a-z, as unsigned values; letters therefore sort behind '_'.
+// Return a negative number, 0 or a positive number. On failure, when a text is null, return INT_MAX
+// and set errno to EINVAL.
 OSTREL_PLATFORM_API int _wcsicmp(const WCHAR *left, const WCHAR *right) noexcept;
 OSTREL_PLATFORM_API int _stricmp(const char *left, const char *right) noexcept;
 
-// The length of a text in characters, without its NUL.
+// Returns the length of a text in characters, without its NUL.
 OSTREL_PLATFORM_API std::size_t wcslen(const WCHAR *text) noexcept;
 
-// The length of the leading part of `text` that holds no character of `set`.
+// Returns the length of a text in characters, without its NUL, or `limit` for a longer text. The
+// text need not be terminated within `limit` characters. When `limit` is 0, the call does not read
+// `text`.
+OSTREL_PLATFORM_API std::size_t wcsnlen(const WCHAR *text, std::size_t limit) noexcept;
+
+// Returns the length of the leading part of `text` that contains no character of `set`.
 OSTREL_PLATFORM_API std::size_t wcscspn(const WCHAR *text, const WCHAR *set) noexcept;
 
-// The decimal number at the start of `text`, behind white space and a sign; 0 when there is none.
-// A number out of range gives the nearest 32-bit value with errno ERANGE, a null text 0 with
-// EINVAL.
+// Returns the decimal number at the start of `text`, behind white space and a sign, or 0 when there
+// is no number. On failure sets errno:
+//   ERANGE  the number is out of range; the call returns the nearest 32-bit value
+//   EINVAL  `text` is null; the call returns 0
 OSTREL_PLATFORM_API int _wtoi(const WCHAR *text) noexcept;
 
-// The number at the start of `text` in base 2 to 36, or in the base that its prefix names when
-// `base` is 0: "0x" 16, "0" 8, else 10. White space, a sign and, in base 16, "0x" may stand before
-// the digits; digits and letters are ASCII. `end`, unless null, receives where the number ends:
-// `text` itself when there is none, and the result is 0 then.
+// Reads the number at the start of `text` in base 2 to 36. With a `base` of 0 the prefix chooses
+// the base: "0x" 16, "0" 8, otherwise 10. White space, a sign and, in base 16, "0x" may stand
+// before the digits. Digits and letters are ASCII. Unless `end` is null, `*end` receives the
+// address behind the number, or `text` when there is no number or the call fails with EINVAL.
 //
-// A number out of range gives the nearest 32-bit value with errno ERANGE; a null text or another
-// base gives 0 with EINVAL.
+// Returns the number, or 0 when there is no number. On failure sets errno:
+//   ERANGE  the number is out of range; the call returns the nearest 32-bit value
+//   EINVAL  `text` is null, or `base` is neither 0 nor 2 to 36; the call returns 0
 OSTREL_PLATFORM_API LONG wcstol(const WCHAR *text, WCHAR **end, int base) noexcept;
 
-// The next token of a text: skips leading characters of `delimiters`, ends the token by writing a
-// NUL over the first delimiter behind it, and remembers, for the calling thread, where to go on.
-// `text` null goes on there. Result: the token, or null when none is left, or when `delimiters` is
-// null or there is no text to go on with (errno EINVAL).
+// Cuts the next token out of a text in place. The call skips leading characters of `delimiters` and
+// writes a NUL over the first delimiter behind the token. The calling thread remembers where to
+// continue; `text` null continues there.
+//
+// Returns the token, or null when no token is left. On failure, when `delimiters` is null or there
+// is no text to continue, returns null and sets errno to EINVAL.
 OSTREL_PLATFORM_API WCHAR *wcstok(WCHAR *text, const WCHAR *delimiters) noexcept;
 
-// Turns A-Z into a-z in place. `count` is the room at `text` in characters, its NUL included.
-// Result: 0, or EINVAL, also in errno, for a null text and for one without a NUL in that room; its
-// first character becomes NUL then.
+// Turns A-Z into a-z in place. `count` is the size of `text` in characters, the NUL included.
+// Returns 0. On failure, when `text` is null or has no NUL within `count` characters, returns
+// EINVAL and sets errno to EINVAL; a `text` with a `count` above 0 becomes empty.
 OSTREL_PLATFORM_API int _wcslwr_s(WCHAR *text, std::size_t count) noexcept;
 
-// Classes and case of one 16-bit character. They are templates, so that the host's functions of the
-// same names keep all other arguments.
+// Classes and case of one 16-bit character. The functions are templates for WCHAR alone, so that
+// calls with any other argument type still reach the host's functions of the same names.
 template <class Char>
 using IfWide = std::enable_if_t<std::is_same_v<Char, WCHAR>, int>;
 
-// The upper-case form: a-z become A-Z, everything else is left as it is.
+// Returns the upper-case form of a-z, and any other character unchanged.
 template <class Char, IfWide<Char> = 0>
 constexpr WCHAR towupper(Char character) noexcept {
     return character >= u'a' && character <= u'z' ? static_cast<WCHAR>(character - 0x20)
                                                   : character;
 }
 
-// Not 0 for white space: U+0009 to U+000D, U+0085 and Unicode's separators (general category Z).
+// Returns a value other than 0 for white space: U+0009 to U+000D, U+0085 and Unicode's separators
+// (general category Z). Returns 0 otherwise.
 OSTREL_PLATFORM_API int platform_iswspace(WCHAR character) noexcept;
 template <class Char, IfWide<Char> = 0>
 int iswspace(Char character) noexcept {
     return platform_iswspace(character);
 }
 
-// Not 0 for a letter (general category L), for a decimal digit (Nd), for either of them.
+// Return a value other than 0 for a letter (general category L), a decimal digit (Nd), or either of
+// the two (iswalnum). Return 0 otherwise.
 OSTREL_PLATFORM_API int platform_iswalpha(WCHAR character) noexcept;
 OSTREL_PLATFORM_API int platform_iswdigit(WCHAR character) noexcept;
 template <class Char, IfWide<Char> = 0>
@@ -95,10 +117,11 @@ int iswalnum(Char character) noexcept {
     return platform_iswalpha(character) | platform_iswdigit(character);
 }
 
-// The character behind the one at `text`, by the system code page (GetACP): one byte further, two
-// when a lead byte and its trail byte stand there, up to four in UTF-8 and GB18030. What cannot be
-// a trail byte, such as a NUL, is never stepped over within a character: a broken sequence is one
-// byte. Null gives null with errno EINVAL.
+// Returns the address of the next character, by the system code page (GetACP): one byte further,
+// two bytes for a lead byte with its trail byte, up to four in UTF-8 and GB18030 and three in
+// EUC-JP. A broken sequence is one byte: the call never steps over a byte within a character that
+// cannot be a trail byte, such as a NUL. On failure, when `text` is null, returns null and sets
+// errno to EINVAL.
 OSTREL_PLATFORM_API unsigned char *_mbsinc(const unsigned char *text) noexcept;
 
 // Sizes of the buffers for _wsplitpath, in characters with the NUL.
@@ -107,16 +130,20 @@ inline constexpr std::size_t _MAX_DIR = 256;
 inline constexpr std::size_t _MAX_FNAME = 256;
 inline constexpr std::size_t _MAX_EXT = 256;
 
-// Cuts a path: "C:" into `drive` when the second character is a colon, all up to and including the
-// last '\' or '/' into `directory`, the last '.' behind it and what follows into `extension`, what
-// lies between into `name`. Parts that are not there become empty. Each buffer has the size above,
-// or is null when the part is not wanted.
+// Splits a path into four parts:
+//   drive      the first two characters, when the second is a colon
+//   directory  what follows, up to and including the last '\' or '/'
+//   extension  the last '.' behind the directory and what follows it
+//   name       what lies between directory and extension
+// A part that the path does not have becomes empty. Each buffer has the size above, or is null when
+// the caller does not want the part.
 //
 //   C:\a/b\c.tar.gz  ->  "C:", "\a/b\", "c.tar", ".gz"        ..  ->  "", "", ".", "."
 //   \\host\share     ->  "", "\\host\", "share", ""           .profile  ->  "", "", "", ".profile"
 //
-// A part that is wanted and too long for its buffer empties all four, with errno ERANGE; a null
-// path does so with EINVAL.
+// On failure stores an empty text in every buffer and sets errno:
+//   ERANGE  a wanted part does not fit into its buffer
+//   EINVAL  `path` is null
 OSTREL_PLATFORM_API void _wsplitpath(const WCHAR *path, WCHAR *drive, WCHAR *directory, WCHAR *name,
                                      WCHAR *extension) noexcept;
 

@@ -3,44 +3,66 @@
 
 // Files and directories by path, and open files.
 //
-// Paths. '\' and '/' both separate. "C:" is the host's root directory, another letter the host
-// directory that the environment variable OSTREL_DRIVE_<letter> names; without it that drive does
-// not exist. A path without a drive that begins with a separator begins at the host's root, any
-// other at the current directory; "C:x" is "C:\x". Names are case-sensitive.
+//   const HANDLE file = CreateFileW(TEXT("C:\\srv\\list.txt"), GENERIC_READ, FILE_SHARE_READ,
+//                                   nullptr, OPEN_EXISTING, 0, nullptr);
+//   char bytes[512];
+//   DWORD count = 0;
+//   if (file != INVALID_HANDLE_VALUE && ReadFile(file, bytes, sizeof bytes, &count, nullptr)) {
+//       add(bytes, count);  // `count` is 0 at the end of the file
+//   }
+//   CloseHandle(file);  // handle.h
 //
-// Names. Every name that the host can have is a name here, also one with a trailing blank or dot,
-// or with one of < > : " | ? * in it. Host names are UTF-8. A byte that is not part of valid UTF-8
-// travels as the unit U+DC80 + (byte - 0x80), and a backslash in a host name, which separates
-// nothing there, as U+DC5C. A path that no host file can have (another lone surrogate) is not
-// found.
+// Implemented with open, statx, renameat2, copy_file_range, futimens, extended attributes and
+// open-file-description locks (fcntl).
 //
-// Length. The system's calls take paths of up to 259 characters (MAX_PATH with the NUL) and refuse
-// a longer one with ERROR_FILENAME_EXCED_RANGE; nothing is ever cut. A drive of one's own reaches
-// what lies deeper. The runtime's _wfopen and _wremove take paths of any length.
+// Paths. '\' and '/' both separate. "C:" is the host's root directory. Any other letter is the host
+// directory that the environment variable OSTREL_DRIVE_<letter> (upper case) names at the call;
+// while the variable is missing or empty, that drive does not exist. A path without a drive begins
+// at the host's root when it begins with a separator, and otherwise at the current directory; "C:x"
+// is "C:\x". Names are case-sensitive.
 //
-// Attributes. FILE_ATTRIBUTE_READONLY is the absence of the owner's write permission; a read-only
-// file is not deleted, overwritten or opened for writing, whoever asks. HIDDEN, SYSTEM and ARCHIVE
-// are kept in the extended attribute user.DOSATTRIB as text ("0x26"), the form that file servers
-// share; a file system without such attributes loses them in silence. A file with none of these has
-// NORMAL. REPARSE_POINT marks a symbolic link.
+// Names. Every name that the host can have is a name here, also one that ends in a blank or dot, or
+// that holds one of < > : " | ? *. Host names are UTF-8. A byte that is not part of valid UTF-8 is
+// the unit U+DC80 + (byte - 0x80). A backslash in a host name, which separates nothing there, is
+// U+DC5C. No host file can have a path with any other lone surrogate.
+//
+// Length. A path has up to 259 characters (MAX_PATH with the NUL), except in _wfopen, _wremove and
+// the calls of profile.h, which take any length. A longer path fails; no path is ever cut. To reach
+// deeper files, name a directory on the way as a drive.
+//
+// Attributes. A regular file is READONLY when its owner has no write permission; the calls refuse
+// to delete, overwrite or open such a file for writing, to root too. The calls keep HIDDEN, SYSTEM
+// and ARCHIVE in the extended attribute user.DOSATTRIB as text ("0x26"), the form that file servers
+// share; on a file system without extended attributes they are lost without an error. Files and
+// directories alone have these four. NORMAL stands for no attribute at all. REPARSE_POINT marks a
+// symbolic link.
 //
 // Symbolic links. Facts (attributes, size, times) are those of the target, with REPARSE_POINT
-// added; of a link that leads nowhere they are its own, as of a file of size 0. Opening and copying
-// follow a link. Deleting and moving take the link itself, never what it points to; setting
-// attributes on a link changes nothing.
+// added; when the target cannot be reached, facts are the link's own, with size 0. Opening and
+// copying follow a link; a file that they create appears at the link's target. Deleting and moving
+// take the link itself. Setting attributes on a link succeeds and has no effect.
 //
-// Sharing. Of two handles to one file, the access of each must be within the share mode of the
-// other: the second open fails with ERROR_SHARING_VIOLATION otherwise. This holds between all
-// users of the layer, in one process and in several, as long as a file can be opened for reading on
-// the host (it stands on the host's advisory locks on open files); a stream of _wfopen shares
-// reading and writing. A program that runs is busy in the same way. Two opens at the same moment in
-// two processes may both fail, not both succeed.
+// Sharing. The access of each open handle must be within the share mode of every other handle to
+// the same file, directories included; otherwise the later open fails. Deleting a file, or
+// replacing it by MoveFileExW, needs FILE_SHARE_DELETE of every handle. A stream of _wfopen has the
+// share mode FILE_SHARE_READ | FILE_SHARE_WRITE. The rules hold between all users of the layer, in
+// one process and in several. The rules are implemented with open-file-description locks, so they
+// work only for files that this user may open for reading, on file systems that have such locks. A
+// running program cannot be opened for writing, deleted or replaced either. Of two conflicting
+// opens at the same moment both may fail, but never both succeed.
 //
-// The host's errno becomes one of the system's codes by one table: no permission is
-// ERROR_ACCESS_DENIED, a full disk ERROR_DISK_FULL, and so on; comments name the others.
+// Errors. The calls below name two groups of codes. A "path error" is one of:
+//   ERROR_PATH_NOT_FOUND        the path is null or empty; its drive does not exist; no host file
+//                               can have it; a directory on the way is missing or is a file
+//   ERROR_FILE_NOT_FOUND        the last component is missing
+//   ERROR_FILENAME_EXCED_RANGE  the path has more than 259 characters or is too long for the host
+// A "host error" is the code that error_codes.inc gives for the host's errno: ERROR_ACCESS_DENIED
+// without permission, ERROR_DISK_FULL on a full disk, and so on. A call for which memory is missing
+// sets ERROR_NOT_ENOUGH_MEMORY, a call of the runtime errno ENOMEM. A call checks its other
+// arguments before its paths.
 //
-// Threads: every call may run in any thread. One handle may be used by several; each read and write
-// takes the file position on at once.
+// Threads: every call may run on any thread, and threads may share a handle. On a regular file each
+// read and write uses and advances the shared file position atomically.
 
 #include "ostrel/platform/types.h"
 
@@ -52,7 +74,7 @@
 
 #include <cstddef>
 
-// The room for a path, in characters with the NUL.
+// The size of a buffer for a path, in characters with the NUL.
 inline constexpr std::size_t MAX_PATH = 260;
 
 inline constexpr DWORD FILE_ATTRIBUTE_READONLY = 0x01;
@@ -64,19 +86,21 @@ inline constexpr DWORD FILE_ATTRIBUTE_NORMAL = 0x80;
 inline constexpr DWORD FILE_ATTRIBUTE_REPARSE_POINT = 0x400;
 inline constexpr DWORD INVALID_FILE_ATTRIBUTES = 0xFFFFFFFF;
 
-// The attributes of a file or directory. Result: INVALID_FILE_ATTRIBUTES with the last error
-// ERROR_FILE_NOT_FOUND, ERROR_PATH_NOT_FOUND (a folder on the way is missing or none; an empty or
-// null path; a drive that does not exist), or what the host's refusal becomes.
+// Returns the attributes of a file or directory. On failure returns INVALID_FILE_ATTRIBUTES and
+// sets the last error to a path error or a host error.
 OSTREL_PLATFORM_API DWORD GetFileAttributesW(const WCHAR *path) noexcept;
 
-// Sets READONLY, HIDDEN, SYSTEM and ARCHIVE as `attributes` has them; the other bits cannot be
-// changed and are not looked at. NORMAL or 0 clears the four. Clearing READONLY gives the owner
-// write permission, setting it takes it from all. The times of the file stay, but the host's own
-// time of change. READONLY on a directory is kept beside the other bits, not in the permissions: it
-// protects nothing.
+// Sets READONLY, HIDDEN, SYSTEM and ARCHIVE as in `attributes`, and clears those of the four that
+// are not there; NORMAL or 0 clears all. Ignores every other bit. Keeps the file's times, except
+// the host's own time of change.
 //
-// Result: FALSE with the last error as above, ERROR_ACCESS_DENIED, or ERROR_INVALID_PARAMETER for
-// INVALID_FILE_ATTRIBUTES.
+// Clearing READONLY gives the owner write permission; setting it takes write permission from all.
+// READONLY of a directory is stored with the other bits, not in the permissions: it only makes
+// RemoveDirectoryW refuse. On a link, FIFO, socket or device the call succeeds and has no effect.
+//
+// Returns TRUE. On failure returns FALSE and sets the last error to ERROR_INVALID_PARAMETER for
+// INVALID_FILE_ATTRIBUTES, to ERROR_NOT_SUPPORTED for READONLY of a directory on a file system
+// without extended attributes, or to a path error or a host error.
 OSTREL_PLATFORM_API BOOL SetFileAttributesW(const WCHAR *path, DWORD attributes) noexcept;
 
 inline constexpr DWORD GENERIC_READ = 0x80000000;
@@ -95,65 +119,97 @@ struct SECURITY_ATTRIBUTES;
 
 // Opens or creates a file.
 //
-// `access` is GENERIC_READ, GENERIC_WRITE, both, or 0: facts only, which takes no part in sharing
-// and leaves the peers of a FIFO, socket or device alone.
-// `share` is any of the three bits. `security` and `pattern` must be null. A directory opens with
-// FILE_FLAG_BACKUP_SEMANTICS among `flags`, OPEN_EXISTING and without GENERIC_WRITE.
+// `access` is GENERIC_READ, GENERIC_WRITE, both, or 0 for the facts alone: such a handle takes no
+// part in sharing and leaves the peers of a FIFO, socket or device alone. `share` is any of the
+// three bits. `security` and `pattern` must be null. `flags` is any of READONLY, HIDDEN, SYSTEM,
+// ARCHIVE, NORMAL and FILE_FLAG_BACKUP_SEMANTICS. To open a directory takes that flag,
+// OPEN_EXISTING, and no GENERIC_WRITE.
 //
-//   `creation`          the file exists              it does not
-//   CREATE_NEW          ERROR_FILE_EXISTS            created
-//   CREATE_ALWAYS       emptied                      created
-//   OPEN_EXISTING       opened                       ERROR_FILE_NOT_FOUND
-//   OPEN_ALWAYS         opened                       created
-//   TRUNCATE_EXISTING   emptied (GENERIC_WRITE)      ERROR_FILE_NOT_FOUND
+//   `creation`          the file exists                      it does not
+//   CREATE_NEW          ERROR_FILE_EXISTS                    created
+//   CREATE_ALWAYS       truncated                            created
+//   OPEN_EXISTING       opened                               ERROR_FILE_NOT_FOUND
+//   OPEN_ALWAYS         opened                               created
+//   TRUNCATE_EXISTING   truncated; requires GENERIC_WRITE    ERROR_FILE_NOT_FOUND
 //
-// CREATE_ALWAYS and OPEN_ALWAYS set the last error on success too: ERROR_ALREADY_EXISTS when the
-// file was there, else 0. A file is emptied only when the sharing rules allow the open. A created
-// file has ARCHIVE and those of READONLY, HIDDEN and SYSTEM that `flags` names; emptied by
-// CREATE_ALWAYS it gets these as well.
+// On success CREATE_ALWAYS and OPEN_ALWAYS set the last error too: to ERROR_ALREADY_EXISTS when the
+// file existed, else to 0. A created file, and one that CREATE_ALWAYS truncates, gets ARCHIVE and
+// those of READONLY, HIDDEN and SYSTEM that `flags` names; a failure to store them is not reported.
+// The call truncates a file only when sharing allows the open, and, without GENERIC_WRITE, when
+// every other handle shares writing.
 //
-// Result: the handle, for CloseHandle; INVALID_HANDLE_VALUE on failure, with the last error
-// ERROR_PATH_NOT_FOUND (as above), ERROR_SHARING_VIOLATION, ERROR_ACCESS_DENIED (a directory;
-// writing to a read-only file; CREATE_ALWAYS on a hidden or system file when `flags` lacks that
-// attribute), ERROR_INVALID_PARAMETER (other arguments), or what the host's refusal becomes. A
-// FIFO, socket or device opens as the host opens it, without waiting for a peer. A file that others
-// open between its creation and its sharing may be refused with ERROR_SHARING_VIOLATION and stay
-// behind, empty.
+// A FIFO, socket or device opens as the host opens it, but without waiting for a peer. The call
+// does not truncate it, and sharing does not apply to it.
+//
+// Returns the handle, which the caller closes with CloseHandle. On failure returns
+// INVALID_HANDLE_VALUE and sets the last error:
+//   ERROR_FILE_EXISTS        CREATE_NEW, and `path` exists, also as a directory or any link
+//   ERROR_SHARING_VIOLATION  another handle's share mode or access forbids the open; the file is a
+//                            running program to be written; or others keep deleting and creating it
+//   ERROR_ACCESS_DENIED      a directory, except as above; writing or truncating a read-only file;
+//                            CREATE_ALWAYS on a hidden or system file without that attribute in
+//                            `flags`
+//   ERROR_INVALID_PARAMETER  any other argument
+//   ERROR_GEN_FAILURE        GENERIC_WRITE alone on a FIFO without a reader; a socket, unless
+//                            `access` is 0
+// or a path error or a host error. When others open a new file before this call has locked it, the
+// call may fail with ERROR_SHARING_VIOLATION and leave the empty file behind.
 OSTREL_PLATFORM_API HANDLE CreateFileW(const WCHAR *path, DWORD access, DWORD share,
                                        SECURITY_ATTRIBUTES *security, DWORD creation, DWORD flags,
                                        HANDLE pattern) noexcept;
 
-// Reads up to `count` bytes from the file position on; fewer only at the end of a file. `*done`
-// receives the number, 0 at the end, also on failure what had been read. `overlapped` must be null.
+// Reads up to `count` bytes at the file position and advances it. A regular file gives fewer bytes
+// only at its end; a FIFO, socket or device gives what one read of the host gives, and the call
+// waits for the first byte; a FIFO without a writer is at its end. `*done` receives the number of
+// bytes read, 0 at the end. `overlapped` must be null.
 //
-// Result: FALSE with the last error ERROR_INVALID_HANDLE, ERROR_ACCESS_DENIED (not open for
-// reading), ERROR_INVALID_PARAMETER or what the host's failure becomes.
+// Returns TRUE, also at the end. On failure returns FALSE and sets the last error:
+//   ERROR_INVALID_HANDLE     `file` is no open handle of CreateFileW; `*done` is left as it is
+//   ERROR_INVALID_PARAMETER  `done` is null or `overlapped` is not; `*done` is left as it is
+//   ERROR_ACCESS_DENIED      the handle lacks GENERIC_READ, or is that of a directory
+//   ERROR_NOACCESS           `buffer` is null and `count` is not 0
+// or a host error; `*done` then holds the number of bytes read before the failure.
 OSTREL_PLATFORM_API BOOL ReadFile(HANDLE file, LPVOID buffer, DWORD count, DWORD *done,
                                   LPVOID overlapped) noexcept;
 
-// Writes `count` bytes, all of them, also when the host takes them piece by piece. `*done` receives
-// how many were written: fewer only on failure, where the last error is ERROR_DISK_FULL for a full
-// file system or a file as large as the process may make one (RLIMIT_FSIZE as it was at the open),
-// else as for ReadFile.
+// Writes `count` bytes at the file position and advances it; repeats partial writes of the host
+// until all bytes are written. `*done` receives the number of bytes written. A write never raises
+// SIGPIPE, nor SIGXFSZ if the process had a file size limit (RLIMIT_FSIZE) when the file was
+// opened.
+//
+// Returns TRUE. On failure returns FALSE and sets the last error as ReadFile does, with
+// GENERIC_WRITE for GENERIC_READ. Host errors here are ERROR_DISK_FULL (a full disk or quota, or a
+// file as large as the process or the file system allows), ERROR_BROKEN_PIPE (the reader of a FIFO
+// has gone), ERROR_IO_DEVICE (also when the host writes no byte without an error) and others;
+// `*done` then holds the number of bytes written before the failure.
 OSTREL_PLATFORM_API BOOL WriteFile(HANDLE file, LPCVOID buffer, DWORD count, DWORD *done,
                                    LPVOID overlapped) noexcept;
 
-// The three times of an open file, in UTC; a null pointer is passed over. The time of creation is
-// the host's until one has been set, which is kept in the extended attribute
-// user.ostrel.creation_time; without either it is the earlier of the last write and change.
-// Setting: a FILETIME of 0 leaves that time alone, as does one with all bits set. Steps are those
-// of the host's file system, 100 ns at best.
+// Store and set the three times of an open file, in UTC; a null pointer skips that time. Times have
+// the resolution of the host's file system, 100 ns at best.
 //
-// Result: FALSE with the last error ERROR_INVALID_HANDLE, ERROR_ACCESS_DENIED (setting on a handle
-// without GENERIC_WRITE), ERROR_INVALID_PARAMETER (a time the host cannot keep), or what the host's
-// refusal becomes. A file system without extended attributes keeps no time of creation, in silence.
+// The creation time is the one that SetFileTime stored in the extended attribute
+// user.ostrel.creation_time, else the host's, else the earlier of the times of the last write and
+// the last change. GetFileTime works with any access, and stores 0 for a time before 1601 and
+// 2^63-1 for a time that does not fit.
+//
+// SetFileTime needs GENERIC_WRITE. A FILETIME of 0 or of all bits set leaves that time as it is. On
+// a file system without extended attributes, and on a FIFO, socket or device, a creation time is
+// lost without an error. The creation time is set last, so that a failure may leave the other two
+// set.
+//
+// Return TRUE. On failure return FALSE and set the last error to ERROR_INVALID_HANDLE (no open
+// handle of CreateFileW) or a host error; SetFileTime also to ERROR_ACCESS_DENIED (a handle without
+// GENERIC_WRITE) or ERROR_INVALID_PARAMETER (a FILETIME of 2^63 or more, or a time that the host's
+// file system cannot keep).
 OSTREL_PLATFORM_API BOOL GetFileTime(HANDLE file, FILETIME *creation, FILETIME *access,
                                      FILETIME *write) noexcept;
 OSTREL_PLATFORM_API BOOL SetFileTime(HANDLE file, const FILETIME *creation, const FILETIME *access,
                                      const FILETIME *write) noexcept;
 
-// Facts of an open file. Volume and index together are the same for two handles exactly when they
-// are open on the same file.
+// Facts of an open file. Volume and index together are equal for two handles exactly when both are
+// open on the same file. Both are the host's device and inode numbers. The size is 0 except for a
+// regular file.
 struct BY_HANDLE_FILE_INFORMATION {
     DWORD dwFileAttributes;
     FILETIME ftCreationTime;
@@ -166,34 +222,55 @@ struct BY_HANDLE_FILE_INFORMATION {
     DWORD nFileIndexHigh;
     DWORD nFileIndexLow;
 };
+
+// Stores the facts of an open file; works with any access. Returns TRUE. On failure returns FALSE
+// and sets the last error to ERROR_INVALID_HANDLE (no open handle of CreateFileW), to
+// ERROR_NOACCESS (`information` is null) or to a host error.
 OSTREL_PLATFORM_API BOOL
 GetFileInformationByHandle(HANDLE file, BY_HANDLE_FILE_INFORMATION *information) noexcept;
 
-// Creates one directory. `security` must be null. Result: FALSE with the last error
-// ERROR_ALREADY_EXISTS (a file of that name too), ERROR_PATH_NOT_FOUND, or what the host's refusal
-// becomes.
+// Creates one directory. `security` must be null.
+//
+// Returns TRUE. On failure returns FALSE and sets the last error to ERROR_ALREADY_EXISTS (something
+// is at `path`, a file or link too), to ERROR_INVALID_PARAMETER (`security` is not null), or to a
+// path error or a host error.
 OSTREL_PLATFORM_API BOOL CreateDirectoryW(const WCHAR *path,
                                           SECURITY_ATTRIBUTES *security) noexcept;
 
-// Removes an empty directory, or a symbolic link that leads to a directory. Result: FALSE with the
-// last error ERROR_FILE_NOT_FOUND, ERROR_PATH_NOT_FOUND, ERROR_DIRECTORY (a file),
-// ERROR_DIR_NOT_EMPTY, ERROR_ACCESS_DENIED (READONLY is set on it; the root of a drive),
-// ERROR_CURRENT_DIRECTORY (of this process), or what the host's refusal becomes.
+// Removes an empty directory, or a symbolic link that leads to a directory. Open handles to the
+// directory do not prevent the removal.
+//
+// Returns TRUE. On failure returns FALSE and sets the last error:
+//   ERROR_DIRECTORY          a file, or a link that leads to a file or nowhere
+//   ERROR_DIR_NOT_EMPTY      the directory is not empty
+//   ERROR_ACCESS_DENIED      the directory is READONLY or the root of a drive
+//   ERROR_CURRENT_DIRECTORY  the current directory of this process
+// or a path error or a host error.
 OSTREL_PLATFORM_API BOOL RemoveDirectoryW(const WCHAR *path) noexcept;
 
-// Deletes a file or a symbolic link. Result: FALSE with the last error ERROR_FILE_NOT_FOUND,
-// ERROR_PATH_NOT_FOUND, ERROR_ACCESS_DENIED (read-only, a directory), ERROR_SHARING_VIOLATION (open
-// without FILE_SHARE_DELETE; others keep deleting it), or what the host's refusal becomes. The name
-// is gone at once; those who have the file open keep it.
+// Deletes a file or a symbolic link. The name disappears at once; open handles stay valid.
+//
+// Returns TRUE. On failure returns FALSE and sets the last error to ERROR_ACCESS_DENIED (a
+// read-only file, a directory), to ERROR_SHARING_VIOLATION (a handle does not share deletion, the
+// file is a running program, or others are deleting or replacing it), or to a path error or a host
+// error.
 OSTREL_PLATFORM_API BOOL DeleteFileW(const WCHAR *path) noexcept;
 
-// Copies a file with its attributes and the time of its last write. The new file comes into place
-// whole: a failed copy leaves an existing one as it was.
+// Copies a file with its permissions, its attributes and the time of its last write. The call
+// writes a temporary file beside the target (".ostrel-" and 16 hexadecimal digits) and renames it,
+// so a failed copy leaves an existing target as it was. A crash may leave the temporary file
+// behind. Handles that are open on a replaced target keep the old file.
 //
-// Result: FALSE with the last error ERROR_FILE_NOT_FOUND, ERROR_PATH_NOT_FOUND, ERROR_FILE_EXISTS
-// (`failIfExists` not 0 and there is one), ERROR_ACCESS_DENIED (a directory; the existing one is
-// read-only, hidden or system), ERROR_SHARING_VIOLATION (either is open against it, or the two are
-// the same file), or what the host's refusal becomes.
+// Returns TRUE. On failure returns FALSE and sets the last error:
+//   ERROR_FILE_EXISTS        `failIfExists` is not 0 and the target exists, also as a directory
+//   ERROR_ACCESS_DENIED      the source or target is a directory; the target is a FIFO, socket or
+//                            device, or is read-only, hidden or system
+//   ERROR_SHARING_VIOLATION  a handle to the source does not share reading, or one to the target
+//                            does not share writing; the target is a running program; or the two
+//                            are the same file
+//   ERROR_NOT_SUPPORTED      the source is a FIFO or device
+// or a path error (ERROR_FILE_NOT_FOUND is the source, a missing directory may be the target's) or
+// a host error.
 OSTREL_PLATFORM_API BOOL CopyFileW(const WCHAR *source, const WCHAR *target,
                                    BOOL failIfExists) noexcept;
 
@@ -202,57 +279,87 @@ inline constexpr DWORD MOVEFILE_COPY_ALLOWED = 2;
 inline constexpr DWORD MOVEFILE_DELAY_UNTIL_REBOOT = 4;
 inline constexpr DWORD MOVEFILE_WRITE_THROUGH = 8;
 
-// Gives a file, directory or symbolic link another path, in one step: nobody sees half of it. Who
-// has the file open keeps it, whatever the share mode.
+// Moves or renames a file, directory or symbolic link. Within a file system the move is atomic:
+// other processes see the old path or the new one. On a file system without an exclusive rename
+// (RENAME_NOREPLACE) a file may have both paths for a moment, and what another process creates at
+// `target` just then may be replaced. Handles that are open on the source stay valid; unless the
+// source is to be copied, their share modes do not restrict the move.
 //
-//   REPLACE_EXISTING     a file at `target` is replaced; a directory there, or a directory as the
-//                        source, gives ERROR_ACCESS_DENIED, as do a read-only target and one that
-//                        is open
-//   COPY_ALLOWED         to another file system a file or link is copied, with attributes and
-//                        times, and then deleted; directories are not (ERROR_NOT_SAME_DEVICE). When
-//                        the source cannot be deleted the move has succeeded all the same. Without
-//                        the flag such a move is ERROR_NOT_SAME_DEVICE
-//   DELAY_UNTIL_REBOOT   only recorded, to be done at the next start of the system; `target` null
-//                        deletes the file, or the directory if it is empty then. Not together with
-//                        COPY_ALLOWED (ERROR_INVALID_PARAMETER). See docs/platform.md
-//   WRITE_THROUGH        the directories are on disk when the call returns; when that fails, the
-//                        move has been made all the same
+//   REPLACE_EXISTING     Replaces a file or link at `target`. ERROR_ACCESS_DENIED when the source
+//                        or what is at `target` is a directory, or when the file at `target` is
+//                        read-only, a running program, open without FILE_SHARE_DELETE, or being
+//                        deleted or replaced by others.
+//   COPY_ALLOWED         Moves a file or link to another file system by copying it, with its
+//                        attributes, times and user extended attributes, and with its owner if the
+//                        host allows that. Writes the copy to the disk, then deletes the source.
+//                        Succeeds even if the source cannot be deleted or was changed meanwhile.
+//   DELAY_UNTIL_REBOOT   Only records the move, for the next start of the system; the source need
+//                        not exist. A null `target` deletes the file, or the directory if it is
+//                        empty then. Not together with COPY_ALLOWED. See docs/platform.md.
+//   WRITE_THROUGH        Writes the two directories to the disk before the call returns. When that
+//                        fails, the call fails although the move has been made. Has no effect with
+//                        DELAY_UNTIL_REBOOT.
 //
 // MoveFileW is MoveFileExW with COPY_ALLOWED.
 //
-// Result: FALSE with the last error ERROR_FILE_NOT_FOUND, ERROR_PATH_NOT_FOUND,
-// ERROR_ALREADY_EXISTS (something is at `target`, but for the source itself),
-// ERROR_INVALID_PARAMETER (other flags; a null target without DELAY_UNTIL_REBOOT),
-// ERROR_SHARING_VIOLATION (to be copied, and open against reading), ERROR_ACCESS_DENIED (also for
-// the root of a drive), or what the host's refusal becomes. On failure the source is where it was.
+// Return TRUE. On failure return FALSE and set the last error:
+//   ERROR_ALREADY_EXISTS     something other than the source itself is at `target`, and
+//                            REPLACE_EXISTING is not given
+//   ERROR_NOT_SAME_DEVICE    `target` is on another file system, and COPY_ALLOWED is not given or
+//                            the source is neither a file nor a link
+//   ERROR_SHARING_VIOLATION  the source is to be copied, and a handle to it does not share reading
+//   ERROR_ACCESS_DENIED      as above; a path is the root of a drive; this user may not write the
+//                            record of DELAY_UNTIL_REBOOT, or the record cannot be trusted
+//   ERROR_INVALID_PARAMETER  other flags; a null `target` without DELAY_UNTIL_REBOOT; a directory
+//                            is to be moved into itself
+//   ERROR_INVALID_DATA       the record file of DELAY_UNTIL_REBOOT holds something else
+//   ERROR_DISK_FULL          the disk is full, or that record would exceed 64 MiB
+// or a path error (ERROR_FILE_NOT_FOUND is the source, a missing directory may be the target's or
+// the record's) or a host error; ERROR_CALL_NOT_IMPLEMENTED when DELAY_UNTIL_REBOOT finds no boot
+// id of the host. On failure the source is where it was, except as under WRITE_THROUGH. When the
+// directory of a copied file cannot be written to the disk, the copy stays too.
 OSTREL_PLATFORM_API BOOL MoveFileW(const WCHAR *source, const WCHAR *target) noexcept;
 OSTREL_PLATFORM_API BOOL MoveFileExW(const WCHAR *source, const WCHAR *target,
                                      DWORD flags) noexcept;
 
-// The folder for temporary files: the first of the variables TMP, TEMP and USERPROFILE that is set,
-// else the host's (TMPDIR, else "C:\tmp"), with a separator behind it. Whether it exists is not
-// looked at. A host path is told in the form C:\dir.
+// Stores the path of the directory for temporary files, with a separator at its end. Takes the
+// first of the variables TMP, TEMP and USERPROFILE that is not empty, else TMPDIR if that is an
+// absolute host path, else "C:\tmp\". Skips a path of more than 259 characters, the separator
+// included. Stores a host path in the form C:\dir\. Does not check that the directory exists.
+// `capacity` is the size of `buffer` in characters, the NUL included.
 //
-// Result: the characters stored, without the NUL; when `room` is too small, nothing is stored and
-// it is the room needed, with the NUL; 0, with ERROR_INVALID_PARAMETER, for a null buffer with a
-// room.
+// Returns the number of characters stored, without the NUL. When `capacity` is too small, stores
+// nothing, returns the capacity needed, with the NUL, and leaves the last error as it is; `buffer`
+// may be null when `capacity` is 0. On failure returns 0 and sets the last error to
+// ERROR_INVALID_PARAMETER (a null `buffer` with another `capacity`) or ERROR_NOT_ENOUGH_MEMORY.
 OSTREL_PLATFORM_API DWORD GetTempPathW(DWORD capacity, WCHAR *buffer) noexcept;
 
-// Whether a file can be used: `mode` is 0 (it exists), 2 (written), 4 (read) or 6. Only READONLY
-// counts; a directory can always. Result: 0, or -1 with errno ENOENT (also for a path that is too
-// long or has no drive), EACCES, or EINVAL for another mode and for a null path.
+// Checks whether a file can be used: `mode` is 0 (it exists), 2 (write), 4 (read) or 6 (both).
+// Beyond existence only READONLY counts, and only for writing a file; the host's permissions on the
+// file itself do not count, and a directory always passes.
+//
+// Returns 0. On failure returns -1 and sets errno to EACCES (`mode` has 2 and the file is
+// read-only), to EINVAL (a null `path`, another `mode`), to ENOENT (nothing is at `path`, or `path`
+// is empty, has more than 259 characters, is on a drive that does not exist or leads through a
+// file), or to another errno of the host, such as EACCES for a directory on the way.
 OSTREL_PLATFORM_API int _waccess(const WCHAR *path, int mode) noexcept;
 
-// A name that no file has at the moment: in the folder of the variable TMP if that exists, else in
-// `directory` if that is not null and exists, else in the current directory; `prefix` (null is
-// empty) and a number, without an extension. No file is created, and another process may take the
-// name. Result: a text that the caller releases with free; null, with errno, when there is none:
-// ENOENT when TMP is set and `directory` is given and neither exists, ENAMETOOLONG, ENOMEM.
+// Makes up a path that no file has at the moment: a directory, `prefix` (null is empty) and a
+// number, without an extension. The directory is that of the variable TMP if it exists, else
+// `directory` if that is not null and exists, else the current directory. The call creates no file,
+// and another process may take the name first.
+//
+// Returns a text that the caller releases with free. On failure returns null and sets errno to
+// ENOENT (TMP is set, `directory` is not null, and neither exists; or no host file can have the
+// path), to ENAMETOOLONG (the path would have more than 259 characters), or to another errno of the
+// host.
 OSTREL_PLATFORM_API WCHAR *_wtempnam(const WCHAR *directory, const WCHAR *prefix) noexcept;
 
-// Removes a file. Result: 0, or -1 with errno: EACCES for a directory, for a file that is read-only
-// (its owner has no write permission) and for one that is open without FILE_SHARE_DELETE, ENOENT,
-// EINVAL for a null path, or what else the host's unlink gives.
+// Deletes a file or a symbolic link by the rules of DeleteFileW. `path` has any length.
+//
+// Returns 0. On failure returns -1 and sets errno to EACCES (a directory, a read-only file, or
+// where DeleteFileW sets ERROR_SHARING_VIOLATION), to ENOENT (nothing is at `path`, `path` is
+// empty, or no host file can have it), to EINVAL (`path` is null), or to another errno of the host.
 OSTREL_PLATFORM_API int _wremove(const WCHAR *path) noexcept;
 
 #endif

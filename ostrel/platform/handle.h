@@ -1,15 +1,27 @@
 #ifndef OSTREL_PLATFORM_HANDLE_H
 #define OSTREL_PLATFORM_HANDLE_H
 
-// The end of the handles that have no call of their own family.
+// Closes the handles whose family has no call of its own for that: those of CreateFileW.
+//
+//   const HANDLE file = CreateFileW(TEXT("list.txt"), GENERIC_READ, FILE_SHARE_READ, nullptr,
+//                                   OPEN_EXISTING, 0, nullptr);  // file.h
+//   if (file != INVALID_HANDLE_VALUE) {
+//       CloseHandle(file);
+//   }
+//
+// Implemented with close. A handle is an index into a table and a generation count, so the layer
+// refuses a stale or foreign value.
 
 #include "ostrel/platform/types.h"
 
 #ifndef _WIN32
 
-// Closes a handle. Result: TRUE, or FALSE with the last error ERROR_INVALID_HANDLE for a value that
-// is no open handle of this kind; such a value does no harm. A call that is at work on the handle
-// in another thread ends as if it were still open.
+// Closes a handle of CreateFileW. A call that already uses the handle on another thread completes
+// normally, and the host's file is closed after it. An error of the host's close is not reported.
+//
+// Returns TRUE. For any other value, such as null, INVALID_HANDLE_VALUE, a closed handle or a
+// handle of another family, has no effect, returns FALSE and sets the last error to
+// ERROR_INVALID_HANDLE.
 OSTREL_PLATFORM_API BOOL CloseHandle(HANDLE handle) noexcept;
 
 #endif

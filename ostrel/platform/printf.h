@@ -1,41 +1,51 @@
 #ifndef OSTREL_PLATFORM_PRINTF_H
 #define OSTREL_PLATFORM_PRINTF_H
 
-// The runtime's bounded formatted output, wide and narrow, on 16-bit and 8-bit text.
+// The runtime's bounded formatted output, wide (16 bits) and narrow (8 bits).
 //
-// The conversions are the platform's (its Universal C Runtime), not ISO C's; the host's printf is
-// not involved. What differs from ISO C:
+//   int print(WCHAR *buffer, std::size_t count, const WCHAR *format, ...) {
+//       std::va_list args;
+//       va_start(args, format);
+//       const int length = _vsnwprintf(buffer, count, format, args);
+//       va_end(args);
+//       return length;
+//   }
+//
+// Implemented with std::to_chars for digits and with the system code page's converter for strings
+// of the other width; the host's printf is not involved. The conversions are those of the platform
+// (its Universal C Runtime), which differ from ISO C:
 //
 //   %s %c          a string, a character of the function's own width
-//   %S %C          of the other width
+//   %S %C          a string, a character of the other width
 //   %hs %hc, %ls %lc (also with S and C, and w for l)
 //                  always narrow, always wide
 //   %d %i %o %u %x %X
 //                  32 bits, with l too; 64 bits with ll, I64, j, I, z and t; 32 with I32, 16 with
 //                  h, 8 with hh
-//   %p             16 upper-case hexadecimal digits, no prefix, # or not
+//   %p             16 upper-case hexadecimal digits without a prefix, with or without #
 //   %e %f %g %a (and capitals)
-//                  a double; L changes nothing (a long double is a double on the platform). The
-//                  digits are exact to any precision, a tie is rounded to even. %e has two exponent
-//                  digits at least, %a 13 digits by default (0x1.8000000000000p+0).
-//   %F             %f in capitals; before one of the conversions s S c C d i o u x X p e g G f n it
-//                  is the far modifier of older runtimes instead, which is skipped, as is N
+//                  a double; L has no effect (a long double is a double on the platform). The
+//                  digits are exact to any precision, and a tie is rounded to even. %e writes at
+//                  least two exponent digits, %a 13 digits by default (0x1.8000000000000p+0).
+//   %F             %f in capitals. Before one of the conversions s S c C d i o u x X p e g G f n,
+//                  F is the far modifier of older runtimes instead and is ignored, as N is.
 //   %n             takes its pointer and stores nothing
 //
-// What is no finite number prints as "inf", "nan", "nan(snan)" for a signalling NaN, or, behind the
-// sign, "nan(ind)" for the negative NaN that an invalid operation gives; padded with blanks always.
+// An infinity prints as "inf", a NaN as "nan", a signalling NaN as "nan(snan)", and the negative
+// NaN that an invalid operation gives as "nan(ind)"; in capitals for %E %F %G %A. A sign stands in
+// front as for a number. The padding is always blanks.
 //
-// The flags are - + blank 0 #, width and precision are numbers or *. A negative * width means
-// left-justified, a negative * precision none. 0 pads strings and characters too. Of modifiers that
-// contradict each other the last counts.
+// The flags are - + blank 0 #. Width and precision are numbers or *. A negative * width means
+// left-justified, a negative * precision no precision. The flag 0 pads strings and characters too.
+// Of modifiers that contradict each other the last counts.
 //
 // A null string prints as "(null)". Strings of the other width are converted in the system code
-// page (GetACP); what has no counterpart there is replaced, never refused. The precision of a
-// string counts characters or bytes of the argument, which need not be terminated within it; when
-// the string is converted, a character that the precision cuts is left out. The width counts
-// characters of the result. %c of a NUL writes a NUL and counts it.
+// page (GetACP), which replaces what has no counterpart and refuses nothing. The precision of a
+// string counts characters or bytes of the argument, and the argument need not be terminated within
+// that many. A converted string loses a character that the precision cuts. The width counts
+// characters of the result. %c of a NUL writes and counts a NUL.
 //
-// Threads: any; the calls keep nothing. A call that succeeds leaves errno as it was.
+// Threads: the calls keep no state and may run on several threads at once.
 
 #include "ostrel/platform/types.h"
 
@@ -49,22 +59,29 @@
 #include <cstdarg>
 #include <cstddef>
 
-// Prints into `buffer`, which holds `count` characters (WCHAR or bytes).
+// Print into `buffer`, which holds `count` characters (WCHAR or bytes). `buffer` may be null when
+// `count` is 0. The calls do not advance the caller's `args` and never write past `count`.
 //
-// Result: the length of the text. When it is less than `count`, a NUL follows the text; when it
-// equals `count`, the text fills the buffer and no NUL is written. When the text is longer, the
-// first `count` characters are stored without a NUL and the result is -1, also for a `count` of 0.
-// An unknown conversion (%% with options between is one), a format that ends within one, a null
-// `format` or a null `buffer` with a `count` other than 0 give -1 with errno EINVAL, memory that is
-// missing for the conversion of a string gives -1 with ENOMEM; what was printed before stays in the
-// buffer, with a NUL behind it if there is room. Never writes past `count`.
+// Return the length of the text without a NUL, and leave errno unchanged. A text shorter than
+// `count` is followed by a NUL; a text of exactly `count` characters is not. When the text is
+// longer than `count`, also for a `count` of 0, the calls store its first `count` characters
+// without a NUL, return -1 and leave errno unchanged.
+//
+// On failure return -1 and set errno:
+//   EINVAL     `format` is null, or `buffer` is null with a `count` above 0
+//   EINVAL     a conversion is unknown (%% with options between is unknown), or the format ends
+//              within a conversion
+//   ENOMEM     memory for converting a string is short
+//   EOVERFLOW  the text has more than 2,147,483,647 characters; the calls store the first `count`
+//              without a NUL
+// After EINVAL and ENOMEM the buffer holds what was printed before, with a NUL if there is room.
 OSTREL_PLATFORM_API int _vsnwprintf(WCHAR *buffer, std::size_t count, const WCHAR *format,
                                     std::va_list args);
 OSTREL_PLATFORM_API int _vsnprintf(char *buffer, std::size_t count, const char *format,
                                    std::va_list args);
 
-// The length that the text would have, without a NUL, or -1 as above. A text of more than
-// 2,147,483,647 characters gives -1 with errno EOVERFLOW, here and above.
+// Return the length that the text would have, without a NUL. On failure return -1 and set errno as
+// above. A success leaves errno unchanged.
 OSTREL_PLATFORM_API int _vscwprintf(const WCHAR *format, std::va_list args);
 OSTREL_PLATFORM_API int _vscprintf(const char *format, std::va_list args);
 

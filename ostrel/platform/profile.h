@@ -8,63 +8,79 @@
 //   Port = 8080
 //   Greeting = " hello, "
 //
-// A line ends with LF or CR LF; a NUL in it ends its text. Blanks (the blank, U+0009 to U+000D) at
-// both ends of a line, of a name and of a value do not count.
+//   WCHAR greeting[50];
+//   const unsigned port =
+//       GetPrivateProfileIntW(TEXT("Server"), TEXT("Port"), 80, TEXT("C:\\srv\\server.ini"));
+//   GetPrivateProfileStringW(TEXT("Server"), TEXT("Greeting"), TEXT("welcome"), greeting, 50,
+//                            TEXT("C:\\srv\\server.ini"));
+//
+// Implemented with stat, open and read, and with ICU for text that is not UTF-8 or UTF-16.
+//
+// Lines. A line ends with LF or CR LF. A NUL in a line ends its text. White space (the blank and
+// U+0009 to U+000D) at both ends of a line, of a name and of a value does not count.
 //
 //   - A line that begins with ';' is a comment. A ';' further on is an ordinary character.
-//   - A line that begins with '[' begins a section. Its name runs to the first ']', and to the end
-//     of the line when there is none; what follows is ignored.
-//   - In any other line the key runs to the first '=' and the value is what stands behind it,
-//     without one pair of ' or " around it. A line without '=' and one without a key hold nothing,
-//     as does everything before the first section.
+//   - A line that begins with '[' begins a section. The section's name runs to the first ']', or to
+//     the end of the line when there is none. What follows the ']' is ignored.
+//   - In any other line the key runs to the first '='. The value is what stands behind the '=',
+//     without one pair of ' or " around it. A line without '=' holds nothing, and neither does a
+//     line without a key or one before the first section.
 //
-// Names are compared without regard to the case of A to Z, and the first that fits counts: of two
-// sections of one name the second is never looked at. A name that is empty is not found.
+// Names. The calls compare names without regard to the case of A to Z. The first match counts: of
+// two sections of one name the second is never read. An empty name is not found.
 //
-// Text. A file that begins with the byte order mark of UTF-16, low byte first, is read as that, one
-// with the mark of UTF-8 as that; any other in the system code page (see codepage.h). A broken
-// sequence gives U+FFFD.
+// Text. A file that begins with a byte order mark of UTF-16 (low byte first) or UTF-8 is decoded as
+// that, any other file from the system code page (see codepage.h). A broken sequence gives U+FFFD.
 //
-// Files. Paths are those of file.h: a path that is not a full one begins at the current directory,
-// for there is no system folder to look in. The file is read anew at each call, up to the place
-// where the answer is known, so that a change is seen by the next call. A call keeps one line in
-// memory and a buffer of constant size.
+// Files. Paths are those of file.h, of any length. A relative path begins at the current directory;
+// there is no system directory to search. Each call reads the file anew, up to the answer, so that
+// the next call sees a change. A call keeps one line in memory and a buffer of constant size.
 //
-// Threads: the calls keep no state. A file that is being written is read as it stands.
+// Threads: the calls keep no state and take no lock. A call that meets a writer reads what the file
+// holds at that moment.
 
 #include "ostrel/platform/types.h"
 
 #ifndef _WIN32
 
-// Stores the value of a key, or a list of names, in `buffer`, which holds `size` characters.
+// Stores the value of a key, or a list of names, in `buffer`, which holds `size` characters. A null
+// `buffer` counts as one of size 0.
 //
-// `section` and `key` name the value. When it is not there, or the file cannot be read, `fallback`
-// stands for it, without its trailing blanks; null is the empty text. It may lie in `buffer`.
+// `section` and `key` name the value. When the value is missing or the file cannot be read, the
+// call stores `fallback` without its trailing white space; null is the empty text. `fallback` may
+// lie in `buffer`.
 //
-// `key` null: the list of the keys of the section, in the order of the file; `section` null: that
-// of the sections. Each name has a NUL behind it, and the last a second one; an empty list is two
-// NULs. When the file cannot be read, the fallback is stored with two NULs behind it.
+// With a null `key` the call stores the list of the section's keys, in the order of the file; with
+// a null `section`, that of the sections. A NUL follows each name, and a second one the last name;
+// an empty list is two NULs. When the file cannot be read, the call stores `fallback` and two NULs.
 //
-// Result: the characters stored, without the last NUL. A text that is too long is cut to `size` - 1
-// characters, a list to `size` - 2, with a NUL or two NULs behind; that is the result then, and the
-// last error is ERROR_MORE_DATA. A buffer too small for the NULs gets as many as it holds, with the
-// result 0. `buffer` null counts as one of size 0.
+// Returns the number of characters stored, without the last NUL; without both NULs for an empty
+// list and for a `fallback` that stands for a list. Cuts a value to `size` - 1 characters and a
+// list to `size` - 2, stores one NUL or two NULs behind, returns `size` - 1 or `size` - 2 and sets
+// the last error to ERROR_MORE_DATA. In a buffer too small for its NULs stores as many as fit and
+// returns 0.
 //
-// Last error, beside the fallback: ERROR_FILE_NOT_FOUND for a file that is not there and for a null
-// `file`; ERROR_ACCESS_DENIED for one that is no regular file (the call never waits for it) or may
-// not be read; ERROR_NOT_ENOUGH_MEMORY; otherwise the code of what the host reports.
-// A key or section that is not there leaves it alone.
+// When the file cannot be read, returns what it stored of `fallback` and sets the last error:
+//   ERROR_FILE_NOT_FOUND     the file or its directory is missing, `file` is null, or no host file
+//                            can have the path (its drive does not exist)
+//   ERROR_PATH_NOT_FOUND     a directory on the way is a file
+//   ERROR_ACCESS_DENIED      no regular file (the call never waits for one), or no permission
+//   ERROR_NOT_ENOUGH_MEMORY  memory is missing
+// or the code that error_codes.inc gives for the host's errno; that code stands also when
+// `fallback` is cut. A missing key or section leaves the last error as it is, unless `fallback` is
+// cut.
 OSTREL_PLATFORM_API DWORD GetPrivateProfileStringW(const WCHAR *section, const WCHAR *key,
                                                    const WCHAR *fallback, WCHAR *buffer, DWORD size,
                                                    const WCHAR *file) noexcept;
 
-// The number at the start of a key's value: an optional sign, then decimal digits, or "0x" and
-// hexadecimal ones. What follows is ignored; a value that begins with no number, or is empty, is 0.
-// The result is the number modulo 2^32: a negative one is its two's complement, and 4294967296
-// is 0.
+// Returns the number at the start of a key's value: an optional sign, then decimal digits, or "0x"
+// and hexadecimal digits. Ignores what follows. A value that is empty or begins with no number is
+// 0. The result is the number modulo 2^32: a negative number is its two's complement, and
+// 4294967296 is 0.
 //
-// `fallback`, as two's complement too, stands for a key that is not there, for a null `section` or
-// `key`, and for a file that cannot be read, with the last errors above.
+// Returns `fallback`, as two's complement too, when the key or section is missing or `section` or
+// `key` is null; the last error then stays as it is. When the file cannot be read, returns
+// `fallback` and sets the last error like GetPrivateProfileStringW.
 OSTREL_PLATFORM_API unsigned GetPrivateProfileIntW(const WCHAR *section, const WCHAR *key,
                                                    int fallback, const WCHAR *file) noexcept;
 

@@ -1,7 +1,18 @@
 #ifndef OSTREL_PLATFORM_STREAM_H
 #define OSTREL_PLATFORM_STREAM_H
 
-// The runtime's streams: text files read by lines of 16-bit characters. Paths are told in file.h.
+// The runtime's streams: text files read by lines of 16-bit characters. Paths and sharing are
+// described in file.h.
+//
+//   if (std::FILE *const file = _wfopen(TEXT("C:\\srv\\list.txt"), TEXT("rt, ccs=UTF-8"))) {
+//       for (WCHAR line[200]; fgetws(line, 200, file) != nullptr;) {
+//           add(line);
+//       }
+//       std::fclose(file);
+//   }
+//
+// Implemented with fopencookie over open, read and write, and with ICU for text that is not UTF-8
+// or UTF-16.
 
 #include "ostrel/platform/types.h"
 
@@ -14,45 +25,59 @@
 
 #include <cstdio>
 
-// Opens a stream.
+// Opens a stream on a file.
 //
-// `mode` is one of the letters r, w, a, then any of: b or t (binary or text; text is the default),
-// x (behind w: the file must not exist), c n N S R T (hints, without effect), and with r, instead
-// of b, ", ccs=UTF-8", ", ccs=UTF-16LE" or ", ccs=UNICODE". Leading blanks are skipped. A stream
-// goes in one direction: + is refused.
+// `mode` is, behind any blanks, r (opens an existing file), w (creates or truncates a file) or a
+// (creates a file or appends to it), then any of:
+//   b or t            binary or text, one of them once; text is the default
+//   x                 behind w: the file must not exist
+//   c n N S R T, ' '  no effect
+//   , ccs=NAME        last, with r and without b: the encoding UTF-8, UTF-16LE or UNICODE, in any
+//                     case and with blanks around each part
+// A stream goes in one direction: + is refused.
 //
-// A text stream reads CR LF as LF and ends at a Ctrl-Z (0x1A); a lone CR stays. It writes LF as
-// CR LF. Its characters are those of the system code page (GetACP), of UTF-8 or of UTF-16 by the
-// ccs= part; a byte order mark at the start wins over that part and is skipped, as is a UTF-8 mark
-// without one. UNICODE without a mark is UTF-16LE.
+// A text stream reads CR LF as LF, keeps a lone CR, ends at a Ctrl-Z (0x1A), and writes LF as CR
+// LF. The encoding is the system code page (GetACP), or that of the ccs= part. With a ccs= part a
+// byte order mark of UTF-8 or UTF-16LE at the start of the file is skipped and decides the
+// encoding; UNICODE without a mark is UTF-16LE. Without a ccs= part a mark of UTF-8 is skipped and
+// changes nothing. A binary stream changes and skips nothing.
 //
-// The stream is a stream of the host: fclose closes it, fread, fgets, fwrite and their kin take
-// bytes (with the line ends of a text stream turned, and not decoded). One stream is read by
-// fgetws or by those, not by both, and has no position calls; fgetws does not set what feof and
-// ferror tell.
+// The result is a stream of the host. fclose closes it. fread, fgets, fwrite and their kin transfer
+// its bytes: a text stream translates line ends, ends at a Ctrl-Z and skips the mark, but does not
+// decode. Read one stream either with fgetws or with these calls, not with both. There are no
+// position calls. What feof and ferror return does not depend on fgetws.
 //
-// Threads: a stream belongs to one thread at a time; different streams are independent.
+// Opening a FIFO waits for its peer, as on the host.
 //
-// Result: the stream, or null with errno: ENOENT, EACCES (no permission, a directory, or a file
-// that is open against it), EEXIST,
-// EINVAL for a null or empty path or mode or one that does not read as above, or what else the
-// host's open gives.
+// Threads: use a stream on one thread at a time. Different streams are independent.
+//
+// Returns the stream. On failure returns null and sets errno:
+//   EINVAL  `path` or `mode` is null or empty, or `mode` does not read as above
+//   ENOENT  the file or a directory on the way is missing, or no host file can have the path (its
+//           drive does not exist)
+//   EEXIST  x is given and the file exists
+//   EACCES  a directory; w or a on a read-only file; another handle's share mode forbids the
+//           access; others keep deleting and creating the file; or the host denies it
+//   ENOMEM  memory is missing
+// or another errno of the host's open or ftruncate, such as ETXTBSY for writing to a running
+// program.
 OSTREL_PLATFORM_API std::FILE *_wfopen(const WCHAR *path, const WCHAR *mode) noexcept;
 
-// Reads `count` - 1 characters at most, up to and including the next line feed, and puts a NUL
-// behind them; what `buffer` holds behind the NUL is not kept. Text is decoded; a broken sequence
-// gives U+FFFD for each of its maximal parts. On a binary stream two bytes make a character, low
-// byte first.
+// Reads a line: at most `count` - 1 characters, up to and including the next line feed, and stores
+// a NUL behind them. `buffer` holds `count` characters; the call may overwrite all of them. A text
+// stream is decoded, with U+FFFD for each maximal part of a broken sequence. On a binary stream two
+// bytes make a character, low byte first, and an odd byte at the end of the file is dropped.
 //
-// Result: `buffer`, or null at the end of the file, with errno on a read error (what was read of
-// that line is lost), or with errno EINVAL for a stream that is not of _wfopen or does not read, a
-// null buffer or a `count` below 1.
+// Returns `buffer`, or null at the end of the file. With a `count` of 1 stores the NUL alone and
+// returns `buffer`, at the end too. On failure returns null and sets errno to EINVAL (null
+// `buffer`, `count` below 1, a stream that _wfopen did not open or that does not read), to ENOMEM,
+// or to the errno of the host's read; what was read of that line is lost.
 OSTREL_PLATFORM_API WCHAR *fgetws(WCHAR *buffer, int count, std::FILE *stream) noexcept;
 
-// Writes out what the process's streams hold back. Result: the number of open streams: those of
-// _wfopen, and the three that every process starts with. Each stream is locked on the way: while
-// another thread waits within a call for input of a stream of the host, such as a line of standard
-// input, this call waits too.
+// Writes out the buffers of all streams of the process (fflush with null); a write that fails is
+// not reported. Returns the number of open streams: those of _wfopen, and the three that every
+// process starts with. fflush locks each stream in turn: while another thread waits inside a call
+// for input on a stream of the host, such as a line of standard input, this call waits too.
 OSTREL_PLATFORM_API int _flushall() noexcept;
 
 #endif

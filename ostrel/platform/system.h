@@ -1,7 +1,15 @@
 #ifndef OSTREL_PLATFORM_SYSTEM_H
 #define OSTREL_PLATFORM_SYSTEM_H
 
-// The system a process runs on, and the environment it runs in.
+// The version of the platform, and the environment of the process.
+//
+//   OSVERSIONINFOW version = {};
+//   version.dwOSVersionInfoSize = sizeof version;
+//   const bool known = GetVersionExW(&version) != FALSE;  // 6.2.9200
+//   _putenv_s("SERVER_MODE", known ? "full" : "basic");
+//   const WCHAR *const mode = _wgetenv(TEXT("SERVER_MODE"));  // null without the variable
+//
+// Implemented with the host's `environ`.
 
 #include "ostrel/platform/types.h"
 
@@ -14,7 +22,7 @@
 inline constexpr DWORD VER_PLATFORM_WIN32_NT = 2;
 
 struct OSVERSIONINFOW {
-    DWORD dwOSVersionInfoSize;  // set by the caller: 276
+    DWORD dwOSVersionInfoSize;  // in bytes, set by the caller: 276
     DWORD dwMajorVersion;
     DWORD dwMinorVersion;
     DWORD dwBuildNumber;
@@ -22,24 +30,34 @@ struct OSVERSIONINFOW {
     WCHAR szCSDVersion[128];
 };
 
-// The version of the platform whose calls the layer offers: 6.2.9200, VER_PLATFORM_WIN32_NT, no
-// service pack. It says nothing of the host. Result: FALSE with the last error
-// ERROR_INSUFFICIENT_BUFFER when the size field is not sizeof(OSVERSIONINFOW), ERROR_NOACCESS for
-// null.
+// Stores the version of the platform whose calls the layer offers: always 6.2.9200,
+// VER_PLATFORM_WIN32_NT, no service pack, whatever the host is.
+//
+// Returns TRUE. On failure returns FALSE and sets the last error to ERROR_NOACCESS for null, or to
+// ERROR_INSUFFICIENT_BUFFER when `dwOSVersionInfoSize` is not sizeof(OSVERSIONINFOW).
 OSTREL_PLATFORM_API BOOL GetVersionExW(OSVERSIONINFOW *version) noexcept;
 
-// The value of a variable of the process environment, decoded in the system code page (GetACP).
-// Names are compared without regard to case, A-Z only; of two that differ in case only, the one
-// that is spelled as asked for wins, then the first. An empty value counts as none.
+// Looks up a variable of the process environment. Compares names without regard to the case of A to
+// Z. Among names that differ in case only, takes the one spelled like `name`, else the first. A
+// variable with an empty value counts as missing.
 //
-// Result: null when there is none, with errno EINVAL for a null name, ENOMEM when memory is
-// missing. A value stays in place for the whole process, as it was at that call; each different
-// value of a variable is kept once.
+// Returns the value, decoded in the system code page (GetACP), or null when the variable is
+// missing. On failure returns null and sets errno to EINVAL for a null name, or to ENOMEM.
+//
+// The layer owns the text: do not change or release it. The text stays valid and unchanged until
+// the process ends, whatever happens to the variable. The layer keeps each different text once.
+//
+// Threads: safe while other threads call _putenv_s; not safe while one calls the host's setenv.
 OSTREL_PLATFORM_API WCHAR *_wgetenv(const WCHAR *name) noexcept;
 
-// Sets a variable of the environment, or removes it when `value` is empty. A pair of name and value
-// that was ever set stays in memory, once. Result: 0; EINVAL for a null pointer and for a name that
-// is empty or holds '='; ENOMEM when memory is missing. errno is set to the same, unless it is 0.
+// Sets a variable of the environment, or removes it when `value` is empty. Matches `name` exactly,
+// case included. Both texts are bytes, which the call copies. Every pair of name and value that was
+// ever set stays in memory, once.
+//
+// Returns 0. On failure returns and sets errno to EINVAL for a null pointer or a name that is empty
+// or holds '=', or ENOMEM; the environment is then as it was.
+//
+// Threads: safe while other threads read the environment.
 OSTREL_PLATFORM_API int _putenv_s(const char *name, const char *value) noexcept;
 
 #endif

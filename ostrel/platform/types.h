@@ -1,9 +1,16 @@
 #ifndef OSTREL_PLATFORM_TYPES_H
 #define OSTREL_PLATFORM_TYPES_H
 
-// The platform's basic types under the platform's own names. On Windows they are the system's;
-// elsewhere this header gives them the same widths: `LONG` and `DWORD` have 32 bits in a 64-bit
-// program too, and `WCHAR` is the 16-bit character that UTF-16 text is made of.
+// The platform's basic types under the platform's own names. On Windows this header includes the
+// system's. Elsewhere the types have the same widths: `LONG` and `DWORD` have 32 bits in a 64-bit
+// program too, and `WCHAR` is a 16-bit unit of UTF-16 text.
+//
+//   const WCHAR *const path = TEXT("C:\\srv\\list.txt");
+//   const FILETIME unchanged = {0, 0};
+//   HANDLE file = INVALID_HANDLE_VALUE;
+//   static_assert(sizeof(WCHAR) == 2 && sizeof(LONG) == 4 && sizeof(DWORD) == 4);
+//
+// Types and constants alone: nothing here calls the host.
 
 #ifdef _WIN32
 
@@ -16,7 +23,7 @@
 #include <cstddef>
 #include <cstdint>
 
-// Marks what libostrel_platform exports.
+// Marks a function that libostrel_platform exports.
 #define OSTREL_PLATFORM_API __attribute__((visibility("default")))
 
 using BOOL = int;
@@ -28,7 +35,7 @@ using WCHAR = char16_t;
 using LPVOID = void *;
 using LPCVOID = const void *;
 
-// A broken-down time.
+// A calendar time as fields.
 struct SYSTEMTIME {
     WORD wYear;
     WORD wMonth;      // 1 to 12
@@ -40,13 +47,16 @@ struct SYSTEMTIME {
     WORD wMilliseconds;
 };
 
-// A count of 100 ns from 1601-01-01 00:00:00 UTC, in two halves.
+// A count of 100 ns since 1601-01-01 00:00:00 UTC, as the low and the high 32 bits of a 64-bit
+// number.
 struct FILETIME {
     DWORD dwLowDateTime;
     DWORD dwHighDateTime;
 };
 
-// Handles are opaque values. None of them may be dereferenced; the calls that take one check it.
+// Handles are opaque values: never dereference a HANDLE, an HMODULE or an SC_HANDLE. A call that
+// takes one checks the value and fails for one that is not valid. An HLOCAL is the address of a
+// block that the layer allocated; LocalFree does not check it.
 using HANDLE = void *;
 using HLOCAL = void *;
 struct HINSTANCE__;
@@ -58,10 +68,10 @@ using SC_HANDLE = SC_HANDLE__ *;
 inline constexpr BOOL FALSE = 0;
 inline constexpr BOOL TRUE = 1;
 
-// What a call that opens something gives instead of a handle when it fails (all bits set).
+// What CreateFileW, FindFirstFileW and FindFirstFileExW return on failure (all bits set).
 inline const HANDLE INVALID_HANDLE_VALUE = reinterpret_cast<HANDLE>(std::intptr_t{-1});
 
-// TEXT("...") is a literal of 16-bit characters, TEXT('.') one such character.
+// TEXT("...") is a string literal of WCHAR, TEXT('.') a character literal of type WCHAR.
 #define OSTREL_TEXT(literal) u##literal
 #define TEXT(literal) OSTREL_TEXT(literal)
 

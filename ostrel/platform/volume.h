@@ -1,7 +1,16 @@
 #ifndef OSTREL_PLATFORM_VOLUME_H
 #define OSTREL_PLATFORM_VOLUME_H
 
-// Drives and the room on them. What a drive is on the host is told in file.h.
+// Drives: their kinds and their free space. Drives on the host and host errors are described in
+// file.h.
+//
+//   DWORD sectors, bytes, free, total;
+//   if (GetDriveTypeW(TEXT("C:\\")) == DRIVE_FIXED &&
+//       GetDiskFreeSpaceW(TEXT("C:\\"), &sectors, &bytes, &free, &total)) {
+//       report(std::uint64_t{free} * sectors * bytes);  // free bytes
+//   }
+//
+// Implemented with open (O_PATH), fstatfs and fstatvfs.
 
 #include "ostrel/platform/types.h"
 
@@ -15,22 +24,28 @@ inline constexpr DWORD DRIVE_REMOTE = 4;
 inline constexpr DWORD DRIVE_CDROM = 5;
 inline constexpr DWORD DRIVE_RAMDISK = 6;
 
-// What kind of drive a path's root is. `root` ends in a separator ("C:\"), null means that of the
-// current directory. The host's file system there decides: ISO 9660 and UDF are DRIVE_CDROM, the
-// network's (NFS, SMB, 9P, Ceph, AFS) DRIVE_REMOTE, tmpfs and ramfs DRIVE_RAMDISK, every other is
-// DRIVE_FIXED.
+// Returns the kind of the drive on which a directory lies. `root` names the directory, such as
+// "C:\", with or without a separator at its end; null means the current directory. The host's file
+// system there decides: ISO 9660 and UDF are DRIVE_CDROM, the network's (NFS, SMB, CIFS, 9P, Ceph,
+// AFS) DRIVE_REMOTE, tmpfs and ramfs DRIVE_RAMDISK, every other is DRIVE_FIXED.
 //
-// Result: DRIVE_NO_ROOT_DIR for a drive that does not exist, a path that is no directory, and the
-// empty text; DRIVE_UNKNOWN when the host refuses to tell.
+// On failure returns DRIVE_NO_ROOT_DIR and sets the last error to ERROR_PATH_NOT_FOUND (the drive
+// does not exist, `root` is no directory or is empty) or ERROR_FILENAME_EXCED_RANGE (more than 259
+// characters). When the host refuses otherwise, returns DRIVE_UNKNOWN and sets the last error to a
+// host error.
 OSTREL_PLATFORM_API DWORD GetDriveTypeW(const WCHAR *root) noexcept;
 
-// The room on a drive. `root` ends in a separator, null means that of the current directory. Free
-// is what an ordinary user can have. A volume of more than 2^32 - 1 clusters is told in larger
-// ones: the products count. A null pointer is passed over.
+// Stores the size and the free space of the drive on which a directory lies. `root` names the
+// directory and ends in a separator; null means the current directory. A null pointer among the
+// other arguments is allowed: nothing is stored there.
 //
-// Result: FALSE with the last error ERROR_PATH_NOT_FOUND for a drive that does not exist, a path
-// that is no directory and the empty text, ERROR_INVALID_NAME for a path without a separator at its
-// end, or what the host's refusal becomes.
+// The free clusters are those that an ordinary user may fill. On a volume of more than 2^32 - 1
+// clusters the call doubles the sectors per cluster and halves the counts, rounding down, until
+// they fit: only the products are sizes.
+//
+// Returns TRUE. On failure returns FALSE, stores nothing and sets the last error to
+// ERROR_INVALID_NAME (`root` has no separator at its end), ERROR_PATH_NOT_FOUND or
+// ERROR_FILENAME_EXCED_RANGE (both as above), or a host error.
 OSTREL_PLATFORM_API BOOL GetDiskFreeSpaceW(const WCHAR *root, DWORD *sectorsPerCluster,
                                            DWORD *bytesPerSector, DWORD *freeClusters,
                                            DWORD *totalClusters) noexcept;

@@ -12,14 +12,14 @@
 namespace NS_StringUtils {
 namespace {
 
-constexpr std::size_t kLongestPath = 260;
+constexpr std::size_t kMaxPathLength = 260;
 
-// Terminated text in the place of the content that a string has made room for.
+// Shortens a string, whose buffer a call has filled, to its terminated text.
 void end_at_nul(OS::x_wstring *text) {
     text->resize(wcslen(text->c_str()));
 }
 
-// The value of an ASCII hexadecimal digit; -1 for any other character.
+// Returns the value of an ASCII hexadecimal digit, or -1 for any other character.
 constexpr int hex_digit(int c) {
     return c >= '0' && c <= '9'   ? c - '0'
            : c >= 'A' && c <= 'F' ? c - 'A' + 10
@@ -27,8 +27,8 @@ constexpr int hex_digit(int c) {
                                   : -1;
 }
 
-// The number in the two characters of an escape.
-WCHAR escaped(const WCHAR *pair) {
+// Returns the character for the two characters of an escape.
+WCHAR decode_escape(const WCHAR *pair) {
     const int high = hex_digit(pair[0]);
     const int low = hex_digit(pair[1]);
     if (high >= 0 && low >= 0) {
@@ -38,7 +38,7 @@ WCHAR escaped(const WCHAR *pair) {
     return static_cast<WCHAR>(wcstol(terminated, nullptr, 16));
 }
 
-unsigned char byte_of(const char *pair) {
+unsigned char decode_byte(const char *pair) {
     const int high = hex_digit(pair[0]);
     const int low = hex_digit(pair[1]);
     if (high >= 0 && low >= 0) {
@@ -117,7 +117,7 @@ void collect(const WCHAR *text, const SCharIndentifier &test, WCHAR *output) {
 
 void splitWords(WCHAR separator, const WCHAR *text, std::vector<OS::x_wstring> &words,
                 const SWordsAdapter &adapter) {
-    const OS::x_wstring copy(text);  // the vector, in which the text may lie, moves as it grows
+    const OS::x_wstring copy(text);  // `text` may lie in the vector, which moves as it grows
     for (std::size_t begin = 0, end = 0; begin < copy.size(); begin = end + 1) {
         end = std::min(copy.find(separator, begin), copy.size());
         if (end > begin) {
@@ -165,7 +165,7 @@ OS::x_wstring concatPath(const WCHAR *first, const WCHAR *second) {
     path.resize(wcslen(first) + wcslen(second) + 1);
     concatPath(first, second, path.data());
     end_at_nul(&path);
-    return path.size() <= kLongestPath ? path : OS::x_wstring();
+    return path.size() <= kMaxPathLength ? path : OS::x_wstring();
 }
 
 OS::x_wstring getPrivateProfileString(const WCHAR *section, const WCHAR *key, const WCHAR *fallback,
@@ -184,7 +184,7 @@ void convertFromEscape(const WCHAR *text, WCHAR *output) {
         if (*text != u'%') {
             *output++ = *text++;
         } else if (text[1] != 0 && text[2] != 0) {
-            *output++ = escaped(text + 1);
+            *output++ = decode_escape(text + 1);
             text += 3;
         } else {
             break;
@@ -253,7 +253,7 @@ bool StringToBinary(const OS::x_astring &text, unsigned char *output, int size) 
         return false;
     }
     for (std::size_t i = 0; i < length; i += 2) {
-        *output++ = byte_of(text.data() + i);
+        *output++ = decode_byte(text.data() + i);
     }
     return true;
 }

@@ -1,22 +1,24 @@
 #ifndef OSTREL_TEXT_STRING_UTILS_H
 #define OSTREL_TEXT_STRING_UTILS_H
 
-// Free functions for wide text: filtering characters, splitting a line into words, joining paths,
-// reading a value of a profile file, undoing '%' escapes, numbers and times at fixed positions.
+// Free functions for wide text: they filter characters, split a line into words, join paths, read
+// values of profile files, decode '%' escapes, and read numbers and times at fixed positions.
 //
 //   WCHAR path[260];
 //   NS_StringUtils::concatPath(TEXT("c:\\data"), TEXT("list.txt"), path);   // c:\data\list.txt
 //
 // Text arguments are terminated and must not be null unless a comment says otherwise. An `output`
-// is a buffer of the caller; its size, in characters with the NUL, stands with each function, and
-// there is no way to report one that is too small. It must not overlap an argument unless a comment
-// says that it may.
+// is a caller's buffer. Each function names the capacity that `output` needs, in characters with
+// the NUL; the functions do not check the capacity. `output` must not overlap an argument unless a
+// comment allows it.
 //
-// Classes of characters are those of the runtime's iswalpha and iswdigit: Unicode's letters
-// (general category L) and decimal digits (Nd); a surrogate is neither.
+// Letters and digits are those of the runtime's iswalpha and iswdigit: Unicode's letters (general
+// category L) and decimal digits (Nd). A surrogate is neither.
 //
-// Threads: there is no state. Errors: std::bad_alloc from a string or a vector; nothing else but
-// the results told here.
+// Threads: the functions keep no state and may run on several threads at once.
+// Errors: each function names the result of a failure. A function that returns a string or fills a
+// vector throws std::bad_alloc when memory is short. Exceptions of a caller's test or adapter pass
+// through.
 
 #include <vector>
 
@@ -26,31 +28,31 @@
 
 namespace NS_StringUtils {
 
-// Tests of one character. Not deleted through a pointer to the base.
-
+// The base of the tests of one character; it accepts every character. Do not delete an object
+// through a pointer to the base: the destructor is not virtual.
 struct OSTREL_API SCharIndentifier {
-    virtual bool operator()(WCHAR character) const;  // always true
+    virtual bool operator()(WCHAR character) const;  // returns true
 };
 
-// True for a letter and for a decimal digit.
+// Returns true for a letter and for a decimal digit.
 struct OSTREL_API SAlphaDigitIndentifier : SCharIndentifier {
     bool operator()(WCHAR character) const override;
 };
 
-// True for a character that IsValidCharacter takes.
+// Returns the result of IsValidCharacter.
 struct OSTREL_API SFilenameIndentifier : SCharIndentifier {
     bool operator()(WCHAR character) const override;
 
-    // The table of invalid characters: \ / : # ? \ x 2 2 < > | , . in this order. The small x and
-    // the digit 2 are invalid, the double quote is not.
+    // Returns the terminated list of invalid characters, in this order: \ / : # ? \ x 2 2 < > | , .
+    // The small x and the digit 2 are invalid; the double quote is valid. The text is static.
     static const WCHAR *GetInvalidCharacters();
 
-    // False for a character of the table and for NUL.
+    // Returns false for a character of the list and for NUL, true for any other character.
     static bool IsValidCharacter(WCHAR character);
 };
 
-// Turn a word of splitWords into what is stored. Not deleted through a pointer to the base.
-
+// The base of the adapters of splitWords: an adapter returns the text to store for a word. Do not
+// delete an object through a pointer to the base: the destructor is not virtual.
 struct OSTREL_API SWordsAdapter {
     virtual OS::x_wstring operator()(const OS::x_wstring &word) const = 0;
 
@@ -58,104 +60,117 @@ protected:
     SWordsAdapter() = default;
 };
 
-// Gives the word as it is.
+// Returns the word unchanged.
 struct OSTREL_API SCharAdapter : SWordsAdapter {
     OS::x_wstring operator()(const OS::x_wstring &word) const override;
 };
 
-// Gives the word, up to its first NUL, without the invalid characters of SFilenameIndentifier:
+// Returns the word, up to its first NUL, without the invalid characters of SFilenameIndentifier:
 // "txt" becomes "tt".
 struct OSTREL_API SFileExtensionAdapter : SWordsAdapter {
     OS::x_wstring operator()(const OS::x_wstring &word) const override;
 
+    // Returns the list of SFilenameIndentifier.
     static const WCHAR *GetInvalidCharacters();
 };
 
-// Copies the characters of `text` for which `test` is true, in order. `output` holds the length of
-// `text` + 1; it may be `text` itself.
+// Copies the characters of `text` for which `test` returns true to `output`, in order, and
+// terminates `output`. `output` holds the length of `text` + 1 characters and may be `text` itself.
 OSTREL_API void collect(const WCHAR *text, const SCharIndentifier &test, WCHAR *output);
 
-// Adds the parts of `text` between separators to the end of `words`, each as `adapter` turns it.
-// Parts that are empty, before or behind the adapter, are left out. `text` may lie in `words`.
+// Splits `text` at each `separator` and adds the results of `adapter` for the parts to the end of
+// `words`. Leaves out empty parts and empty results. `text` may lie in `words`. When the call
+// throws, the words added so far stay.
 OSTREL_API void splitWords(WCHAR separator, const WCHAR *text, std::vector<OS::x_wstring> &words,
                            const SWordsAdapter &adapter);
 
 // Adds the tokens of `text` to the end of `words`. `delimiters` is a set of characters, as in
-// SplitStringToTokensW: runs count as one, no token is empty, tokens are not trimmed. Both texts
-// may lie in `words`.
+// SplitStringToTokensW: a run separates once, no token is empty, tokens are not trimmed. `text` and
+// `delimiters` may lie in `words`.
 OSTREL_API void GetStrings(const WCHAR *text, const WCHAR *delimiters,
                            std::vector<OS::x_wstring> &words);
 
-// The last character of `text`: a pointer into it, to its NUL when it is empty; null for null.
+// Returns a pointer to the last character of `text`, to the NUL when `text` is empty, or null when
+// `text` is null.
 OSTREL_API const WCHAR *getLastChar(const WCHAR *text);
 
-// Joins two pieces of a path with one separator at the seam.
+// Joins two parts of a path with one separator between the parts.
 //
 //   "a" "b" -> "a/b"    "a/" "b" -> "a/b"    "a" "/b" -> "a/b"    "a/" "/b" -> "a/b"
 //   "" "b" -> "b"       "" "/b" -> "/b"      "a" "" -> "a"        "a//" "/b" -> "a//b"
 //
-// One separator at most is added or removed. `output` holds the length of both pieces + 2; it may
-// be `first` itself.
+// Adds or removes at most one separator. `output` holds the length of both parts + 2 characters and
+// may be `first` itself.
 OSTREL_API void concatPathURL(const WCHAR *first, const WCHAR *second, WCHAR *output,
                               WCHAR separator);
 
-// The same with the separator '\'. '/' is a plain character to it.
+// Joins as concatPathURL with the separator '\'. '/' is an ordinary character.
 OSTREL_API void concatPath(const WCHAR *first, const WCHAR *second, WCHAR *output);
 
-// The joined path as a string of 260 characters at most. A longer one gives the empty string: a
-// path that is cut would name another file.
+// Returns the joined path. Returns the empty string when the path has more than 260 characters,
+// because a truncated path would name another file.
 OSTREL_API OS::x_wstring concatPath(const WCHAR *first, const WCHAR *second);
 
-// The value of a key in a profile file, by GetPrivateProfileStringW, with its rules for null
-// arguments, defaults and last errors (see ostrel/platform/profile.h). At most 259 characters; what
-// is longer is cut. Where the platform gives a list of names, the result is its first one.
+// Returns the value of a key in a profile file, as GetPrivateProfileStringW stores it, truncated to
+// 259 characters. Returns `fallback` when the key is missing or the file cannot be read. Null
+// arguments, trailing blanks of `fallback` and last errors follow GetPrivateProfileStringW (see
+// ostrel/platform/profile.h). A null `section` or `key` asks for a list of names; the result is the
+// first name of the list.
 OSTREL_API OS::x_wstring getPrivateProfileString(const WCHAR *section, const WCHAR *key,
                                                  const WCHAR *fallback, const WCHAR *file);
 
-// The number of a key in a profile file, by GetPrivateProfileIntW.
+// Returns the number at the start of a key's value in a profile file, as GetPrivateProfileIntW
+// reads it, or 0 when the value begins with no number. Returns `fallback` when the key is missing,
+// when `section` or `key` is null and when the file cannot be read. Last errors follow
+// GetPrivateProfileIntW.
 OSTREL_API int getPrivateProfileInt(const WCHAR *section, const WCHAR *key, int fallback,
                                     const WCHAR *file);
 
-// Copies `text`, and puts one character in the place of each '%' and the two behind it: the number
-// that wcstol reads there in base 16, so that "%20" is a blank and "%25" a percent sign. It reads
-// "% 5" and "%+5" as 5, "%5g" as 5, "%-1" as U+FFFF, and what begins with no number as 0. A text
-// that ends within an escape ends before it. An escape of 0 is a NUL in the output; what follows is
-// stored behind it.
+// Copies `text` to `output` and replaces each escape, a '%' with the two characters after it, by
+// one character: the number that wcstol reads from the two characters in base 16. "%20" is a blank
+// and "%25" a percent sign; "% 5", "%+5" and "%5g" are U+0005, "%-1" is U+FFFF, and an escape that
+// begins with no number is U+0000. An incomplete escape at the end of `text` is left out. U+0000 is
+// stored as a NUL, and the rest of the text follows it.
 //
-// `output` holds the length of `text` + 1; it may be `text` itself.
+// `output` holds the length of `text` + 1 characters and may be `text` itself.
 OSTREL_API void convertFromEscape(const WCHAR *text, WCHAR *output);
 
-// The same as a string, which ends at an escape of 0.
+// Returns the text that convertFromEscape stores, up to the first NUL.
 OSTREL_API OS::x_wstring convertFromEscapeChar(const WCHAR *text);
 
-// The number (_wtoi) in the `count` characters of `text` from `start` on; 0 for a count of 0. That
-// range must lie inside the text. `scratch` holds `count` + 1 and receives those characters; it may
-// overlap `text`.
+// Returns the decimal number (_wtoi) at the start of the `count` characters of `text` from `start`
+// on, or 0 when no number stands there. A number out of range gives the nearest 32-bit value. The
+// range must lie inside the text. `scratch` holds `count` + 1 characters, receives the characters
+// of the range and a NUL, and may overlap `text`.
 OSTREL_API int getInteger(const WCHAR *text, int start, int count, WCHAR *scratch);
 
-// Reads yyyymmddhhmmss into the six fields of `time`; its day of the week and milliseconds stay as
-// they are. Each field is what getInteger reads there; nothing tests that they form a date. What
-// stands behind the 14 characters is ignored.
+// Reads yyyymmddhhmmss from `text` into the year, month, day, hour, minute and second of `time`.
+// Day of the week and milliseconds stay as they are. getInteger reads each field, so a field that
+// is no number becomes 0; nothing checks that the fields form a date. Characters after the first 14
+// are ignored.
 //
-// Result: 1; 0, with `time` as it was, when `text` is null or shorter.
+// Returns 1. Returns 0 and leaves `time` as it was when `text` is null or has fewer than 14
+// characters.
 OSTREL_API int convertTime(const WCHAR *text, SYSTEMTIME &time);
 
-// Whether `text` has the form of `format`, as far as both reach: C or c in the format stands for a
-// letter, D or d for a digit, X or x for either, any other character for itself. "ddd-dd" takes
-// "123-45", "123" and "123-456".
+// Compares `text` with `format`, character by character, until the shorter one ends. In the format,
+// C or c stands for a letter, D or d for a digit, X or x for either, any other character for
+// itself. "ddd-dd" accepts "123-45", "123" and "123-456".
 //
-// Result: not 0 when it has; 0 also when one of the two is null or empty.
+// Returns a value other than 0 when all compared characters fit. Returns 0 when one does not fit
+// and when `format` or `text` is null or empty.
 OSTREL_API int isFormatCorrect(const WCHAR *format, const WCHAR *text);
 
-// 1 when every character is one of 0 to 9, also for an empty text; 0 otherwise.
+// Returns 1 when every character of `text` is one of 0 to 9, and for an empty text. Returns 0
+// otherwise.
 OSTREL_API int isAllDigitChar(const WCHAR *text);
 
-// Turns hexadecimal text into bytes: each two characters, as sscanf reads them by "%x", into one,
-// the low byte of the number. " 5", "+5" and "5g" are 5, "-5" is 0xFB; a pair that begins with no
-// number is 0.
+// Decodes hexadecimal text: each pair of characters gives one byte, the low byte of the number that
+// sscanf with "%x" reads from the pair. " 5", "+5" and "5g" give 5, "-5" gives 0xFB, and a pair
+// that begins with no number gives 0. `output` holds `size` bytes.
 //
-// `output` holds `size` bytes. Result: true; false, with nothing written, when `size` is not half
-// the length of `text` or that length is odd.
+// Returns true. Returns false and writes nothing when the length of `text` is odd or `size` is not
+// half that length.
 OSTREL_API bool StringToBinary(const OS::x_astring &text, unsigned char *output, int size);
 
 }  // namespace NS_StringUtils

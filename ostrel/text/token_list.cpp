@@ -17,7 +17,7 @@ using OS::detail::text_length;
 
 constexpr std::size_t kBlock = CharacterFinder<char>::kBlock;
 
-// A copy of the delimiters, so that what they were read from may change.
+// A set of delimiters. Holds copies, so that their source may change afterwards.
 template <class Char>
 class DelimiterSet {
 public:
@@ -50,7 +50,8 @@ public:
         return code < kLow ? m_low[code] : !m_high.empty() && m_high[code - kLow];
     }
 
-    // Bit i says that text[i] is a delimiter, for i below `count`, which is kBlock at most.
+    // Returns a mask whose bit i is set when text[i] is a delimiter, for i below `count`. `count`
+    // is at most kBlock.
     std::uint64_t Mask(const Char *text, std::size_t count) const {
         if (count == kBlock && m_finder) {
             return m_finder->Mask(text);
@@ -66,9 +67,9 @@ private:
     static constexpr std::size_t kFew = CharacterFinder<Char>::kMost;
     static constexpr std::size_t kLow = 256;
 
-    std::optional<CharacterFinder<Char>> m_finder;  // while they are few
+    std::optional<CharacterFinder<Char>> m_finder;  // set when there are at most kFew delimiters
     bool m_low[kLow] = {};
-    std::vector<bool> m_high;  // of the characters from kLow on; empty while none is a delimiter
+    std::vector<bool> m_high;  // for the characters from kLow on; empty when none is a delimiter
 };
 
 // Calls take(begin, length) for each token of the terminated text.
@@ -91,7 +92,7 @@ void for_each_token(const Char *text, std::size_t length, const DelimiterSet<Cha
     }
 }
 
-// The number of tokens that for_each_token gives.
+// Returns the number of tokens that for_each_token finds.
 template <class Char>
 std::size_t count_tokens(const Char *text, std::size_t length,
                          const DelimiterSet<Char> &delimiters) {
@@ -120,7 +121,7 @@ bool holds(const std::set<String, Order> &tokens, const String &text) {
 
 template <class String, class Char>
 void add(std::vector<String> *tokens, const Char *begin, std::size_t length) {
-    String &token = tokens->emplace_back();  // in place: a move would copy a short token again
+    String &token = tokens->emplace_back();  // in place, because a move would copy a short token
     try {
         token.assign(begin, length);
     } catch (...) {
@@ -141,7 +142,7 @@ bool split(List *tokens, const String &text, const Char *delimiter_text) {
         return false;
     }
     const DelimiterSet<Char> delimiters(delimiter_text);
-    List kept;  // the elements, when the text is one of them
+    List kept;  // keeps the elements alive when the text is one of them
     if (holds(*tokens, text)) {
         kept.swap(*tokens);
     }
@@ -156,7 +157,8 @@ bool split(List *tokens, const String &text, const Char *delimiter_text) {
     return true;
 }
 
-// Makes the whole addition before it touches the result, in which the arguments may lie.
+// Builds the whole addition before it changes the result, because the arguments may lie in the
+// result.
 template <class List, class String, class Char>
 bool combine(const List &tokens, String *result, const Char *delimiter) {
     if (result == nullptr || delimiter == nullptr) {

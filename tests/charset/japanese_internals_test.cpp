@@ -1,13 +1,8 @@
 #include "ostrel/charset/japanese.h"
 
-#include <gtest/gtest.h>
-
-#include <string>
-#include <tuple>
-#include <vector>
-
 #include "ostrel/charset/heap_text.h"
 #include "support/bytes.h"
+#include "support/test.h"
 
 namespace {
 
@@ -65,6 +60,7 @@ TEST(Japanese, ConvertsEachKindOfCharacterAndSwitchesStates) {
         {"\x80\xA0\xFD\xFF", "", "\x80\xA0\xFD\xFF", "\x80\xA0\xFD\xFF"},
         {"", "\x80\xA0\x8D\xFF", "\x80\xA0\x8D\xFF", "\x80\xA0\x8D\xFF"}};
     for (const auto &[sjis, euc, jis, masked] : kCases) {
+        SCOPED_TRACE(PrintToString(jis));
         for (const auto &[text, encoding] :
              {std::pair(sjis, EncodingShiftJis), {euc, EncodingEucJp}}) {
             EXPECT_EQ(text.empty() ? jis : to_jis(text, encoding), jis);
@@ -92,7 +88,7 @@ TEST(Japanese, MapsBrokenTextAndStopsAtItsEnd) {
         {true, EncodingNone, "a\x1B$B0!\x1B(I1\x1B(Bb", "ab"}};
     for (const auto &[from, encoding, text, expected] : kCases) {
         EXPECT_EQ(from ? from_jis(text, encoding) : to_jis(text, encoding), expected)
-            << testing::PrintToString(text);
+            << PrintToString(text);
     }
 }
 
@@ -106,11 +102,13 @@ TEST(Japanese, GoesThroughTheHubFromAndToEachEncoding) {
             EXPECT_EQ(exact(in[source], detected), in[target]) << source << " to " << target;
         }
         EXPECT_EQ(exact(euc, [=](auto text) { return ConvertFromInternal(text, target); }),
-                  in[target]);
+                  in[target])
+            << target;
     }
     for (int source = EncodingNone; source <= EncodingMime; ++source) {
         EXPECT_EQ(exact(in[source], [=](auto text) { return ConvertToInternal(text, source); }),
-                  source == EncodingNone ? "ab" : euc);
+                  source == EncodingNone ? "ab" : euc)
+            << source;
     }
     // A word that cannot be decoded.
     EXPECT_EQ(ConvertDetected("=?EUC-JP?Q?=x?=", EncodingShiftJis), nullptr);
@@ -133,7 +131,8 @@ TEST(Japanese, GivesLongTextsAndTheirPrefixesBack) {
     EXPECT_EQ(from_jis(jis, EncodingEucJp), euc);
     for (std::size_t length = 0; length < 200; ++length) {
         EXPECT_EQ(from_jis(to_jis(euc.substr(0, length), EncodingEucJp), EncodingEucJp),
-                  euc.substr(0, length / 2 * 2));
+                  euc.substr(0, length / 2 * 2))
+            << length;
     }
 }
 

@@ -1,13 +1,11 @@
 #include "ostrel/charset/mime_words.h"
 
-#include <gtest/gtest.h>
-
 #include <optional>
-#include <string>
 
 #include "ostrel/charset/heap_text.h"
 #include "ostrel/charset/japanese.h"
 #include "support/bytes.h"
+#include "support/test.h"
 
 namespace {
 
@@ -43,7 +41,7 @@ TEST(MimeWords, Decodes) {
         {"=?EUC-JP?B?=?EUC-JP?Q?a?=", std::nullopt}  // its "?=" is that of the second prefix
     };
     for (const auto &[text, jis] : kCases) {
-        EXPECT_EQ(call(DecodeMimeWords, text), jis) << testing::PrintToString(text);
+        EXPECT_EQ(call(DecodeMimeWords, text), jis) << PrintToString(text);
     }
     EXPECT_TRUE(DecodeMimeWords(nullptr) == nullptr && EncodeMimeWords(nullptr) == nullptr);
 }
@@ -61,7 +59,7 @@ TEST(MimeWords, Encodes) {
         {"\x1B$BF|\x1B(J", "=?ISO-2022-JP?B?GyRCRnwbKEo=?="},  // only ESC ( B ends a word
         {"\x1B$@F|\x1B(B\x1B(I1\x1B(B\x1B$", "\x1B$@F|\x1B(B\x1B(I1\x1B(B\x1B$"}};
     for (const auto &[jis, text] : kCases) {
-        EXPECT_EQ(call(EncodeMimeWords, jis), text) << testing::PrintToString(jis);
+        EXPECT_EQ(call(EncodeMimeWords, jis), text) << PrintToString(jis);
     }
 }
 
@@ -69,6 +67,7 @@ TEST(MimeWords, Encodes) {
 TEST(MimeWords, TakeLongTextsOfMarks) {
     constexpr std::size_t kCount = 1 << 18;
     for (const std::string mark : {"=", "=?", "?", "=?ISO-2022-JP?B", "=?ISO-2022-JP?B? "}) {
+        SCOPED_TRACE(mark);
         const std::string text = repeated(kCount, mark);
         EXPECT_EQ(call(DecodeMimeWords, text), text);
         EXPECT_EQ(call(EncodeMimeWords, text), text);

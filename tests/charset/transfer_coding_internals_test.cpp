@@ -1,15 +1,11 @@
 #include "ostrel/charset/transfer_coding.h"
 
-#include <gtest/gtest.h>
-
 #include <climits>
 #include <optional>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "ostrel/charset/heap_text.h"
 #include "support/bytes.h"
+#include "support/test.h"
 
 namespace {
 
@@ -27,7 +23,7 @@ std::optional<std::string> code(Coding coding, const std::string &data) {
     return result == nullptr ? std::nullopt : std::optional(std::string(result.get(), length));
 }
 
-TEST(Base64, EncodesInLinesAndDecodesAgain) {
+TEST(TransferCoding, Base64EncodesInLinesAndDecodesAgain) {
     for (std::size_t length = 1; length < 200; ++length) {
         const char *const last[] = {"", "YQ==", "YWE="};
         const std::string data(length, 'a');
@@ -47,7 +43,7 @@ TEST(Base64, EncodesInLinesAndDecodesAgain) {
     EXPECT_EQ(data.substr(0, 3) + data.substr(45), std::string("\0\x10\x83\xF3\xDF\xBF", 6));
 }
 
-TEST(Base64, DecodesPaddingAndWhatFollowsIt) {
+TEST(TransferCoding, Base64DecodesPaddingAndWhatFollowsIt) {
     const std::pair<std::string, std::string> kCases[] = {
         {"", ""},
         {"TQ==TWE=TWFu", "MMaMan"},
@@ -56,7 +52,7 @@ TEST(Base64, DecodesPaddingAndWhatFollowsIt) {
         {"TWFuTWE", "ManMa"},
         {std::string("\rT\0W\xFF\x80- _F!u", 12), "Man"}};
     for (const auto &[text, data] : kCases) {
-        EXPECT_EQ(code(DecodeBase64, text), data) << text;
+        EXPECT_EQ(code(DecodeBase64, text), data) << PrintToString(text);
     }
     for (const char *const text :
          {"=", "T=", "TQ=", "TQ=\r\n=", "TQ=x", "TQ===", "TWE==", "TWFu="}) {
@@ -64,7 +60,7 @@ TEST(Base64, DecodesPaddingAndWhatFollowsIt) {
     }
 }
 
-TEST(QuotedPrintable, Decodes) {
+TEST(TransferCoding, QuotedPrintableDecodes) {
     const std::pair<std::string, std::string> kCases[] = {
         {"a_b c=1b=1B", "a_b c\x1B\x1B"},
         {"=00a", std::string("\0a", 2)},
@@ -76,14 +72,14 @@ TEST(QuotedPrintable, Decodes) {
         {"a=\r", "a"},
         {std::string("a=\0b", 4), "a"}};
     for (const auto &[text, data] : kCases) {
-        EXPECT_EQ(code(DecodeQuotedPrintable, text), data) << testing::PrintToString(text);
+        EXPECT_EQ(code(DecodeQuotedPrintable, text), data) << PrintToString(text);
     }
     for (const char *const text : {"c=\n", "a=4", "=4G", "=G4", "==", "= 4"}) {
         EXPECT_EQ(code(DecodeQuotedPrintable, text), std::nullopt) << text;
     }
 }
 
-TEST(QuotedPrintable, Encodes) {
+TEST(TransferCoding, QuotedPrintableEncodes) {
     const std::string a72(72, 'a'), a75(75, 'a');
     const std::pair<std::string, std::string> kCases[] = {
         {"=\x7F\x1F\x80\xFF\t", "=3D=7F=1F=80=FF=09"},
@@ -94,7 +90,7 @@ TEST(QuotedPrintable, Encodes) {
         {a72 + "=", a72 + "=3D"},
         {a72 + "a=" + a72 + "b", a72 + "a=\r\n=3D" + a72 + "=\r\nb"}};
     for (const auto &[data, text] : kCases) {
-        EXPECT_EQ(code(EncodeQuotedPrintable, data), text) << testing::PrintToString(data);
+        EXPECT_EQ(code(EncodeQuotedPrintable, data), text) << PrintToString(data);
     }
 }
 
@@ -105,8 +101,8 @@ TEST(TransferCoding, TakesNullNothingAndTooMuch) {
         for (const auto &[data, size] : {std::pair<const char *, unsigned>(nullptr, 4),
                                          {"a", INT_MAX + 1u},
                                          {"a", UINT_MAX}}) {
-            EXPECT_EQ(coding(data, size, &length), nullptr);
-            EXPECT_EQ(std::exchange(length, 77), 0u);
+            EXPECT_EQ(coding(data, size, &length), nullptr) << size;
+            EXPECT_EQ(std::exchange(length, 77), 0u) << size;
         }
     }
     std::string text = "\n\rab\r\r\rcd\n";

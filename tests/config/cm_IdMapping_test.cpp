@@ -1,7 +1,5 @@
 #include "ostrel/config/cm_IdMapping.h"
 
-#include <gtest/gtest.h>
-
 #include <memory>
 
 #include "ostrel/core/exception.h"
@@ -17,7 +15,7 @@ std::u16string name_of(const CIDMapping &mapping, int id) {
 }
 
 // The last line wins, for number and name by itself.
-TEST(IdMapping, AnswersBothWays) {
+TEST(CmIdMapping, AnswersBothWays) {
     std::string lines =
         "# comment line with enough words\n\n7 alpha beta\n\t8\t\tgamma  x  y  z  zz\n9 only\n"
         " # 10 hidden x\n-3 minus x\nword zero x\n22 alpha x\n20 shared\u0100b x\n"
@@ -31,7 +29,7 @@ TEST(IdMapping, AnswersBothWays) {
         {21, u"shared\u0100a"}, {22, u"alpha"}, {-1, u"Alpha"}, {-1, u"only"},
         {-1, u"hidden"},        {-1, u""}};
     for (const auto &[id, name] : cases) {
-        EXPECT_EQ(mapping.GetID(name), id);
+        EXPECT_EQ(mapping.GetID(name), id) << PrintToString(name);
         EXPECT_EQ(name_of(mapping, id), id != -1 ? name : u"<null>");
     }
     EXPECT_EQ(name_of(mapping, 7), u"alpha");
@@ -43,7 +41,7 @@ TEST(IdMapping, AnswersBothWays) {
     }
 }
 
-TEST(IdMapping, HandsItsItemsToTheCopyWhichTakesFurtherEntries) {
+TEST(CmIdMapping, HandsItsItemsToTheCopyWhichTakesFurtherEntries) {
     const TempDir dir;
     auto source = std::make_unique<CIDMapping>(dir.Write("ids.txt", "7 alpha x\n8 beta x").c_str());
     CIDMapping copy(*source), mapping(dir.Write("ids.txt", "1 one x").c_str());
@@ -66,7 +64,7 @@ TEST(IdMapping, HandsItsItemsToTheCopyWhichTakesFurtherEntries) {
 }
 
 // The only test that touches the process's instance.
-TEST(IdMapping, LoadsTheInstanceAtTheFirstCallThatSucceeds) {
+TEST(CmIdMapping, LoadsTheInstanceAtTheFirstCallThatSucceeds) {
     const TempDir dir;
     EXPECT_THROW(CIDMapping::Instance(), OS::CSystemException);
     EXPECT_THROW(CIDMapping::Instance(), OS::CSystemException);
@@ -77,7 +75,7 @@ TEST(IdMapping, LoadsTheInstanceAtTheFirstCallThatSucceeds) {
     EXPECT_EQ(name_of(*instance, 7), u"alpha");
 }
 
-TEST(IdMapping, TracesWhatItReadsAddsAndFinds) {
+TEST(CmIdMapping, TracesWhatItReadsAddsAndFinds) {
     const TempDir dir;
     dir.Write("ids.txt", "7 alpha beta\n");
     const TraceCapture trace;

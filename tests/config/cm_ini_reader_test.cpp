@@ -1,10 +1,7 @@
 #include "ostrel/config/cm_ini_reader.h"
 
-#include <gtest/gtest.h>
-
 #include <cerrno>
 
-#include "ostrel/config/line_tokens.h"
 #include "ostrel/core/exception.h"
 #include "support/temp_dir.h"
 #include "support/text.h"
@@ -35,7 +32,7 @@ Lines lines_of(CINIReader &reader) {
     return collector.m_lines;
 }
 
-TEST(IniReader, StoresTheLinesAsTheyAreRead) {
+TEST(CmIniReader, StoresTheLinesAsTheyAreRead) {
     const TempDir dir;
     const std::string x4094(4094, 'x');
     const std::u16string y4094(4094, u'x'), y4095 = y4094 + u'x';
@@ -56,13 +53,14 @@ TEST(IniReader, StoresTheLinesAsTheyAreRead) {
         {u"rb", {"\xE4\0\r\0\n\0", 6}, {u"\u00E4\r\n"}},
     };
     for (const auto &[mode, content, lines] : cases) {
+        SCOPED_TRACE(PrintToString(content.substr(0, 20)));
         CINIReader reader;
         EXPECT_TRUE(reader.Parse(dir.Write("file.txt", content).c_str(), mode.c_str()));
         EXPECT_EQ(lines_of(reader), lines);
     }
 }
 
-TEST(IniReader, AddsFilesAndCopies) {
+TEST(CmIniReader, AddsFilesAndCopies) {
     const TempDir dir;
     CINIReader reader, assigned;
     reader.Parse(dir.Write("two.txt", "1\n2").c_str(), TEXT("r"));
@@ -87,7 +85,7 @@ TEST(IniReader, AddsFilesAndCopies) {
     EXPECT_EQ(lines_of(reader).size(), 6u);
 }
 
-TEST(IniReader, RaisesTheErrnoOfTheOpen) {
+TEST(CmIniReader, RaisesTheErrnoOfTheOpen) {
     const TempDir dir;
     CINIReader reader;
     reader.Parse(dir.Write("kept", "kept").c_str(), TEXT("r"));
@@ -97,67 +95,16 @@ TEST(IniReader, RaisesTheErrnoOfTheOpen) {
                                                                    {nullptr, u"r", EINVAL},
                                                                    {u"kept", u"q", EINVAL}};
     for (const auto &[path, mode, error] : cases) {
+        SCOPED_TRACE(PrintToString(std::pair(path, mode)));
         try {
             reader.Parse(path, mode);
-            ADD_FAILURE() << error;
+            ADD_FAILURE() << "no error " << error;
         } catch (const OS::CSystemException &failure) {
             EXPECT_EQ(failure.GetErrorCode(), error);
             EXPECT_NE(failure.GetErrorMsg().find(TEXT("[cm_ini_reader.cpp|")), OS::x_wstring::npos);
         }
     }
     EXPECT_EQ(lines_of(reader), Lines{u"kept"});
-}
-
-// --- cutting a line into tokens
-
-OS::x_wstring fields_of(const CLineReaderTokenCallback &line) {
-    return formatted(TEXT("%d|"), line.m_nID) + line.m_strToken1 + u'|' + line.m_strToken2 + u'|' +
-           line.m_strToken3;
-}
-OS::x_wstring fields_of(const CLineReaderTokenCallbackEx &line) {
-    return line.m_strToken0 + u'|' + line.m_strToken1 + u'|' + line.m_strToken2;
-}
-OS::x_wstring fields_of(const CLineReaderTokenCallback2 &line) {
-    return line.m_strToken0 + u'|' + line.m_strToken1 + u'|' + line.m_strToken2 + u'|' +
-           line.m_strToken3 + u'|' + line.m_strToken4;
-}
-
-template <class Callback>
-OS::x_wstring cut(std::u16string line) {
-    Callback fields(line.c_str(), TEXT(" \t\n"));
-    Collector().Enumerate(fields);
-    return fields_of(Callback(fields));
-}
-
-TEST(LineTokens, FillTheFields) {
-    const std::u16string cases[][4] = {{u"1 2 3 4 5 6\n", u"1|2|3|4", u"1|2|3", u"1|2|3|4|5"},
-                                       {u"\ta  b\n", u"0|b||", u"a|b|", u"a|b|||"},
-                                       {u"  # word\n", u"0|||", u"||", u"||||"},
-                                       {u"1 a # word", u"1|a|#|word", u"1|a|#", u"1|a|#|word|"},
-                                       {u" \t\n", u"0|||", u"||", u"||||"}};
-    for (const auto &[line, id, three, five] : cases) {
-        EXPECT_EQ(cut<CLineReaderTokenCallback>(line), id);
-        EXPECT_EQ(cut<CLineReaderTokenCallbackEx>(line), three);
-        EXPECT_EQ(cut<CLineReaderTokenCallback2>(line), five);
-    }
-}
-
-TEST(LineTokens, CutTheLineThroughTheirVirtualOperations) {
-    class Semicolons : public CLineReaderTokenCallbackEx {
-    public:
-        using CLineReaderTokenCallbackEx::CLineReaderTokenCallbackEx;
-        bool IsComment(const WCHAR *token, const WCHAR *) const override {
-            return CLineReaderTokenCallbackEx::IsComment(token, TEXT(";!"));
-        }
-        const WCHAR *GetDelimiter() const override { return TEXT("|\u3000"); }
-    };
-    std::u16string lines[] = {u"#a|b c\u3000d", u"!x|y"};
-    for (const WCHAR *const expected : {u"#a|b c|d ||", u"#a|| ||"}) {  // cut by the first time
-        Semicolons fields(lines[0].c_str(), TEXT(" ")), comment(lines[1].c_str(), TEXT(" "));
-        Collector().Enumerate(fields);
-        Collector().Enumerate(comment);
-        EXPECT_EQ(fields_of(fields) + u' ' + fields_of(comment), expected);
-    }
 }
 
 }  // namespace

@@ -1,10 +1,10 @@
 #include "ostrel/core/acc_buffer.h"
 
-#include <gtest/gtest.h>
 #include <malloc.h>
 
 #include <stdexcept>
-#include <string>
+
+#include "support/test.h"
 
 namespace {
 
@@ -31,7 +31,8 @@ TEST(AccBuffer, GrowsByTheRule) {
         append(&buffer, std::string(first, 'x'));
         append(&buffer, std::string(second, 'y'));
         const std::string expected = std::string(first, 'x') + std::string(second, 'y');
-        EXPECT_TRUE(holds(buffer, capacity)) << unit << " " << first << " " << second;
+        SCOPED_TRACE(PrintToString(std::tuple(unit, first, second)));
+        EXPECT_TRUE(holds(buffer, capacity));
         EXPECT_THROW(buffer.Append(buffer.GetBuffer(), 0xFFFFFFF0), std::length_error);
         // Its own bytes: they fit now and then, and the block grows now and then.
         buffer.Append(buffer.GetBuffer() + 9, buffer.BytesUsed() - 9);
@@ -78,7 +79,7 @@ TEST(AccBuffer, ResetsToZerosAndCompares) {
     append(&buffer, "abc");
     for (const char *text : {"ab", "d"}) {
         append(&other, text);
-        EXPECT_FALSE(other.IsContentTheSame(buffer));
+        EXPECT_FALSE(other.IsContentTheSame(buffer)) << text;
     }
 }
 

@@ -1,8 +1,8 @@
 #include "ostrel/core/auto_ptr.h"
 
-#include <gtest/gtest.h>
-
 #include <memory>
+
+#include "support/test.h"
 
 namespace {
 

@@ -1,10 +1,9 @@
 #include "ostrel/core/convert.h"
 
-#include <gtest/gtest.h>
-
 #include <new>
 
 #include "ostrel/platform/codepage.h"
+#include "support/test.h"
 
 namespace {
 
@@ -40,7 +39,7 @@ std::basic_string<Char> handed_out(const String &text) {
     return copy;
 }
 
-TEST(TransTo, HandsOutABuffer) {
+TEST(Convert, TransToHandsOutABuffer) {
     const x_astring narrow(std::string("text\0b", 6));
     const x_wstring wide(std::u16string(u"text\0b", 6));
     EXPECT_EQ(handed_out<WCHAR>(narrow) + handed_out<WCHAR>(wide), u"texttext");

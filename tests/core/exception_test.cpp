@@ -1,7 +1,5 @@
 #include "ostrel/core/exception.h"
 
-#include <gtest/gtest.h>
-
 #include "ostrel/platform/error.h"
 #include "support/text.h"
 
@@ -22,7 +20,7 @@ TEST(Exception, KeepsNameAndExtensionOfTheSourceFile) {
     EXPECT_EQ(OS::CTimeException().GetErrorMsg() + CException().GetErrorMsg(), TEXT("00"));
 }
 
-TEST(SystemException, PutsCodeAndPositionIntoItsText) {
+TEST(Exception, PutsCodeAndPositionIntoItsText) {
     const std::tuple<int, int, const WCHAR *, const WCHAR *> cases[] = {
         {5, 12, TEXT("x\\unit.cpp"), TEXT("Access is denied.\r\n, (5), [unit.cpp|12]")},
         {5, 0, nullptr, TEXT("Access is denied.\r\n (5)")},
@@ -35,13 +33,13 @@ TEST(SystemException, PutsCodeAndPositionIntoItsText) {
     };
     for (const auto &[code, line, file, text] : cases) {
         SetLastError(5);
-        EXPECT_EQ(CSystemExceptionImp(code, file, line).GetErrorMsg(), text);
+        EXPECT_EQ(CSystemExceptionImp(code, file, line).GetErrorMsg(), text) << code << ' ' << line;
     }
     SetLastError(1223);
     EXPECT_EQ(CSystemException::GetLastError() + CSystemExceptionImp::GetLastError(), 2 * 1223);
 }
 
-TEST(SystemException, CopiesOutliveEachOther) {
+TEST(Exception, CopiesOutliveEachOther) {
     CSystemException later(3, TEXT("b.cpp"), 2);
     try {
         throw CSystemException(2, TEXT("a.cpp"), 1);

@@ -1,10 +1,9 @@
 #include "ostrel/core/format_estimate.h"
 
-#include <gtest/gtest.h>
-
 #include <cfloat>
 
 #include "ostrel/platform/codepage.h"
+#include "support/test.h"
 
 namespace {
 
@@ -14,7 +13,7 @@ template <class Char>
 FormatEstimate estimate(const Char *format, ...) {
     std::va_list args;
     va_start(args, format);
-    const FormatEstimate result = OS::detail::estimate_format(format, args);
+    const FormatEstimate result = OS::detail::estimate_format(format, &args);
     va_end(args);
     return result;
 }

@@ -1,5 +1,3 @@
-#include <gtest/gtest.h>
-
 #include <thread>
 
 #include "ostrel/platform/codepage.h"
@@ -46,7 +44,8 @@ TEST(Format, PrintsConversionsThatItDoesNotMeasure) {
     EXPECT_EQ(formatted("abc%") + formatted("abc%-5.2"), "abcabc");
     EXPECT_EQ(formatted(TEXT("abc %y %s"), nullptr), TEXT("abc "));
     for (const std::size_t length : {2047u, 2048u, 8192u, 50000u}) {
-        EXPECT_EQ(formatted((std::string(length, 'x') + "%y").c_str()), std::string(length, 'x'));
+        EXPECT_EQ(formatted((std::string(length, 'x') + "%y").c_str()), std::string(length, 'x'))
+            << length;
     }
 }
 

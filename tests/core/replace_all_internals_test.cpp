@@ -1,8 +1,7 @@
 #include "ostrel/core/replace_all.h"
 
-#include <gtest/gtest.h>
-
 #include "support/step_by_step.h"
+#include "support/test.h"
 
 namespace {
 

@@ -2,18 +2,14 @@
 
 #include <sched.h>
 #include <sys/mount.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include "ostrel/file/Std_Utils_File.h"
 #include "support/file_calls.h"
-#include "support/file_tree.h"
-#include "support/temp_dir.h"
 
 namespace {
 
-namespace fs = std::filesystem;
 using namespace NS_FileUtils;
 
 constexpr int kSkipped = 77;
@@ -34,8 +30,7 @@ TEST(HostLimits, AnOrdinaryUserIsToldWhatIsRefused) {
     if (geteuid() != 0) {
         GTEST_SKIP() << "cannot become another user";
     }
-    const TempDir dir;
-    plant("locked/f=1 open/f=2 mine/f=3");
+    const Planted dir("locked/f=1 open/f=2 mine/f=3");
     constexpr uid_t kNobody = 65534;
     ASSERT_EQ(chmod("locked", 0700) | chmod(dir.Path().c_str(), 0755) | chmod("open/f", 0600) |
                   chown("mine", kNobody, kNobody),
@@ -63,8 +58,7 @@ TEST(HostLimits, AnOrdinaryUserIsToldWhatIsRefused) {
 }
 
 TEST(HostLimits, AFullFileSystemEndsACopyAndLosesNoSource) {
-    const TempDir dir;
-    plant("disk/ small=1");
+    const Planted dir("disk/ small=1");
     dir.Write("big", std::string(100'000, 'x'));
     const int result = in_child([] {
         if (unshare(CLONE_NEWNS) != 0 ||

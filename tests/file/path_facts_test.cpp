@@ -2,21 +2,18 @@
 
 #include "ostrel/file/Std_Utils_File.h"
 #include "support/file_calls.h"
-#include "support/file_tree.h"
-#include "support/temp_dir.h"
 #include "support/text.h"
 #include "support/zone_scope.h"
 
 namespace {
 
-namespace fs = std::filesystem;
 using namespace NS_FileUtils;
 
 std::int64_t ticks(const FILETIME &time) {
     return std::int64_t{time.dwHighDateTime} << 32 | time.dwLowDateTime;
 }
 
-TEST(PathPieces, AreCutAtTheLastSeparatorAndTheLastDot) {
+TEST(PathFacts, PiecesAreCutAtTheLastSeparatorAndTheLastDot) {
     // drive | path | name | name with extension | extension | parent | the one above
     const std::u16string n(256, u'n');
     const struct {
@@ -43,7 +40,7 @@ TEST(PathPieces, AreCutAtTheLastSeparatorAndTheLastDot) {
     EXPECT_EQ(getFilePath(nullptr) + getParentDirectory(nullptr, true), TEXT(""));
 }
 
-TEST(ModulePath, IsThatOfTheProgramOrOfALibrary) {
+TEST(PathFacts, APathOfAModuleIsThatOfTheProgramOrOfALibrary) {
     Dl_info library;
     ASSERT_NE(dladdr(reinterpret_cast<const void *>(&getAppPath), &library), 0);
     const fs::path name = fs::canonical(library.dli_fname).filename();
@@ -53,9 +50,8 @@ TEST(ModulePath, IsThatOfTheProgramOrOfALibrary) {
     EXPECT_EQ(whole(getAppFilename(module)), name.stem().u16string());
 }
 
-TEST(TemporaryNames, TakeTheFirstVariableThatNamesSomething) {
-    const TempDir dir;
-    plant("sub/ other/");
+TEST(PathFacts, TemporaryNamesTakeTheFirstVariableThatNamesSomething) {
+    const Planted dir("sub/ other/");
     const struct {
         const char *tmp, *temp;
         const WCHAR *path;
@@ -65,7 +61,7 @@ TEST(TemporaryNames, TakeTheFirstVariableThatNamesSomething) {
     for (const auto &c : cases) {
         setenv("TMP", c.tmp, 1);
         setenv("TEMP", c.temp, 1);
-        EXPECT_EQ(getTempPath(), c.path);
+        EXPECT_EQ(getTempPath(), c.path) << c.tmp;
     }
     EXPECT_EQ(getTempFile(TEXT("none"), TEXT("pre")), TEXT(""));
     EXPECT_EQ(whole(getTempFile(TEXT("sub"), TEXT("pre"))).rfind(u"sub\\pre", 0), 0u);
@@ -73,9 +69,8 @@ TEST(TemporaryNames, TakeTheFirstVariableThatNamesSomething) {
     unsetenv("TEMP");
 }
 
-TEST(FileFacts, AreThoseOfTheFileOrOfTheFirstMatch) {
-    const TempDir dir;
-    plant("file=12345 big= sub/ toNone->none");
+TEST(PathFacts, AreThoseOfTheFileOrOfTheFirstMatch) {
+    const Planted dir("file=12345 big= sub/ toNone->none");
     fs::resize_file("big", 0x1'0000'000A);
     const struct {
         const WCHAR *path;
@@ -86,7 +81,7 @@ TEST(FileFacts, AreThoseOfTheFileOrOfTheFirstMatch) {
                  {TEXT("toNone"), true, false, true, 0},  {TEXT("sub\\"), true, true, false, 77},
                  {TEXT("none"), false, false, false, 77}, {nullptr, false, false, false, 77}};
     for (const auto &c : cases) {
-        SCOPED_TRACE(&c - cases);
+        SCOPED_TRACE(PrintToString(c.path));
         DWORD size = 77;
         EXPECT_EQ(isFileExist(c.path), c.exists);
         EXPECT_EQ(isDirectoryExist(c.path), c.isDirectory);
@@ -96,9 +91,8 @@ TEST(FileFacts, AreThoseOfTheFileOrOfTheFirstMatch) {
     }
 }
 
-TEST(FileTimes, AreReadAndSetOneByOne) {
-    const TempDir dir;
-    plant("file=");
+TEST(PathFacts, TimesAreReadAndSetOneByOne) {
+    const Planted dir("file=");
     set(TEXT("file"), kHidden);
     FILETIME a = {7, 0x01C1'0000}, b = {8, 0x01C2'0000}, c = {9, 0x019D'B1DF}, told[3] = {};
     EXPECT_TRUE(setFileTime(TEXT("file"), &a, &b, &c));
@@ -113,7 +107,7 @@ TEST(FileTimes, AreReadAndSetOneByOne) {
     EXPECT_FALSE(setFileTime(TEXT("file"), &a, nullptr, nullptr));
 }
 
-TEST(ConvertTime, ReadsFourteenDigitsAndFillsUp) {
+TEST(PathFacts, ConvertTimeReadsFourteenDigitsAndFillsUp) {
     const ZoneScope zone("Asia/Tokyo");
     constexpr std::int64_t kMoment = 1'559'635'917;  // 2019-06-04 08:11:57
     constexpr std::int64_t kNone = -11'644'473'600;
@@ -131,7 +125,7 @@ TEST(ConvertTime, ReadsFourteenDigitsAndFillsUp) {
     for (const auto &c : cases) {
         FILETIME time = {77, 77};
         convertTime(c.text, c.utc, &time);
-        EXPECT_EQ(ticks(time), (c.time - kNone) * 10'000'000) << testing::PrintToString(c.text);
+        EXPECT_EQ(ticks(time), (c.time - kNone) * 10'000'000) << PrintToString(c.text) << c.utc;
     }
 }
 

@@ -1,20 +1,13 @@
 // The walks through directory trees.
 
-#include <gtest/gtest.h>
-
-#include <cerrno>
-
 #include "ostrel/core/exception.h"
 #include "ostrel/file/Std_Utils_File.h"
 #include "ostrel/file/browse_directory.h"
-#include "ostrel/platform/file.h"
-#include "support/file_tree.h"
-#include "support/temp_dir.h"
+#include "support/file_calls.h"
 #include "support/trace_capture.h"
 
 namespace {
 
-namespace fs = std::filesystem;
 using namespace NS_FileUtils;
 using Text = std::u16string;
 using Paths = std::vector<Text>;
@@ -62,9 +55,8 @@ std::string behind(const Text &top, const Paths &paths) {
     return text(lines);
 }
 
-TEST(Walks, EnterSubdirectoriesByTheirNamesAndTakeWhatMatches) {
-    const TempDir dir;
-    plant(
+TEST(Walk, EntersSubdirectoriesByTheirNamesAndTakesWhatMatches) {
+    const Planted dir(
         "t/f.log=1 t/X=22 t/.hid/x.log=333 t/.h/x=4444 t/h./x=55555 t/a/b/f.log=666666 "
         "t/a.log/x=7777777 t/a.log/y.log=88888888");
     const struct {
@@ -94,7 +86,7 @@ TEST(Walks, EnterSubdirectoriesByTheirNamesAndTakeWhatMatches) {
     }
     for (const WCHAR *path : {TEXT("t"), TEXT("t\\"), TEXT("t/")}) {
         DWORD size = 77;
-        EXPECT_TRUE(getDirectorySize(path, size));
+        EXPECT_TRUE(getDirectorySize(path, size)) << PrintToString(path);
         EXPECT_EQ(size, 3u);
     }
     // What lies in a subdirectory comes first.
@@ -103,15 +95,15 @@ TEST(Walks, EnterSubdirectoriesByTheirNamesAndTakeWhatMatches) {
     EXPECT_EQ(collected(u"t\\a", true, u"*", 0), upwards);
 }
 
-TEST(Walks, TellTheFactsOfAFileAndPassOverWhatIsMissing) {
+TEST(Walk, TellsTheFactsOfAFileAndPassesOverWhatIsMissing) {
     const TempDir dir;
     dir.Write("file", "12345");
     FILETIME times[] = {{0, 0x01C0'0000}, {0, 0x01C1'0000}, {0, 0x01C2'0000}};
     ASSERT_TRUE(setFileTime(TEXT("file"), &times[0], &times[1], &times[2]));
-    ASSERT_TRUE(SetFileAttributesW(TEXT("file"), FILE_ATTRIBUTE_HIDDEN));
+    set(TEXT("file"), kHidden);
     const auto take = [](unsigned attributes, std::int64_t create, std::int64_t access,
                          std::int64_t write, DWORD size, WCHAR *, void *context) {
-        EXPECT_EQ(attributes, FILE_ATTRIBUTE_HIDDEN);
+        EXPECT_EQ(attributes, kHidden);
         EXPECT_EQ(create, 965'605'356);
         EXPECT_EQ(access, 993'752'854);
         EXPECT_EQ(write, 1'021'900'351);
@@ -125,14 +117,14 @@ TEST(Walks, TellTheFactsOfAFileAndPassOverWhatIsMissing) {
     EXPECT_EQ(size, 5u);
 }
 
-TEST(Walks, TakeLinksForTheirTargetsAndNeverTurnInALoop) {
-    const TempDir dir;
-    plant(
+TEST(Walk, TakesLinksForTheirTargetsAndNeverTurnsInALoop) {
+    const Planted dir(
         "top/file=12345 top/a/inA=1 top/b/inB=22 top/toFile->file top/toNone->none top/a/toTop->.. "
         "top/a/self->. top/a/toB->../b top/b/toA->../a top/b/up->../..");
     fs::create_symlink(dir.Path() / "top", "top/b/whole");
     const Text full = u"C:" + dir.Path().u16string() + u"/top";
     for (const Text &top : {Text(u"top"), full, Text(u".")}) {
+        SCOPED_TRACE(fs::path(top));
         fs::current_path(top == u"." ? dir.Path() / "top" : dir.Path());
         for (const Paths &paths : {browsed(top, true, u"*"), collected(top, true, u"*", 0)}) {
             EXPECT_EQ(behind(top, paths),
@@ -142,7 +134,7 @@ TEST(Walks, TakeLinksForTheirTargetsAndNeverTurnInALoop) {
     }
 }
 
-TEST(Walks, TraceEachStepOfTheBrowsingAndCloseTheirSearches) {
+TEST(Walk, TracesEachStepOfTheBrowsingAndClosesItsSearches) {
     const TempDir dir;
     dir.Write("raises/sub/file", "");
     fs::create_directory("top");

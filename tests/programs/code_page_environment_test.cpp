@@ -1,12 +1,11 @@
-#include <gtest/gtest.h>
 
 #include <unistd.h>
 
 #include <cstdlib>
 #include <thread>
-#include <utility>
 
 #include "ostrel/platform/codepage.h"
+#include "support/test.h"
 
 namespace {
 
@@ -35,7 +34,8 @@ TEST(CodePageEnvironment, DecidesInItsOrder) {
             }
             _exit(GetACP() == c.code_page ? 0 : 1);
         };
-        EXPECT_EXIT(tell(), testing::ExitedWithCode(0), "") << c.code_page;
+        EXPECT_EXIT(tell(), testing::ExitedWithCode(0), "")
+            << c.all << ' ' << c.ctype << ' ' << c.lang;
     }
 }
 

@@ -1,7 +1,5 @@
 // What runs out of memory: nothing is lost and nothing is half done.
 
-#include <gtest/gtest.h>
-
 #include <cerrno>
 #include <cstdlib>
 #include <memory>
@@ -12,6 +10,7 @@
 #include "ostrel/core/x_string.h"
 #include "support/failing_memory.h"
 #include "support/temp_dir.h"
+#include "support/test.h"
 
 namespace {
 
@@ -40,7 +39,7 @@ void expect_ids(const CIDMapping &mapping, int first) {
     }
 }
 
-TEST(MappingMemory, FailedCopiesLeaveSourceAndTarget) {
+TEST(FailedAllocations, OfAMappingsCopiesLeaveSourceAndTarget) {
     const TempDir dir;
     const CIDMapping one(dir.Write("1", "1 first_name x\n2 second_name x\n3 c x").c_str());
     const CIDMapping two(dir.Write("2", "5 fifth_name x\n6 sixth_name x\n7 g x").c_str());
@@ -60,7 +59,7 @@ TEST(MappingMemory, FailedCopiesLeaveSourceAndTarget) {
 // The code page is asked for once in a program.
 const int kFailedToSet = setenv("LC_ALL", "ja_JP.SJIS", 1);
 
-TEST(MappingMemory, ReadsInACodePageOrNothing) {
+TEST(FailedAllocations, OfAMappingThatReadsInACodePageLeaveAllOrNothing) {
     ASSERT_EQ(kFailedToSet, 0);
     const TempDir dir;
     const std::u16string path = dir.Write("file", "7 \x83\x65 x");
@@ -75,12 +74,13 @@ TEST(MappingMemory, ReadsInACodePageOrNothing) {
     EXPECT_GT(loaded, 0);
 }
 
-TEST(ReplaceMemory, ReplacesAllOrNothing) {
+TEST(FailedAllocations, OfAReplacementLeaveAllOrNothing) {
     const std::string search = std::string(10, 'a') + 'b' + std::string(9, 'a');
     const std::string tail(40'000, 'a');  // resembles what is searched all along
     const OS::x_astring before(search + tail + search), sought(search);
     for (const OS::x_astring replacement :
          {"x", "longer than what it stands for, and on the heap"}) {
+        SCOPED_TRACE(replacement);
         OS::x_astring text(before);
         const std::string after = replacement + tail + replacement;
         fail_each_allocation([&] {

@@ -1,14 +1,10 @@
 // The file family against calls of the platform that take notes and give what a test asks for.
 
-#include <algorithm>
 #include <map>
-#include <tuple>
-#include <utility>
 
 #include "ostrel/file/Std_Utils_File.h"
 #include "ostrel/platform/module.h"
 #include "ostrel/platform/system.h"
-#include "ostrel/platform/time.h"
 #include "ostrel/platform/volume.h"
 #include "support/file_calls.h"
 
@@ -19,7 +15,7 @@ std::map<std::string, DWORD> g_errors;  // of the calls that fail
 DWORD g_platform, g_drive, g_left, g_written, g_sectors, g_bytes, g_free;
 
 std::string told(const WCHAR *text) {
-    return text != nullptr ? std::filesystem::path(text).string() : "null";
+    return text != nullptr ? fs::path(text).string() : "null";
 }
 
 template <class Number>
@@ -90,7 +86,7 @@ namespace {
 
 using namespace NS_FileUtils;
 
-TEST(ReplacedCalls, MoveByHandWhereTheCallIsMissing) {
+TEST(FileCallsReplaced, MoveByHandWhereTheCallIsMissing) {
     const std::tuple<const WCHAR *, const WCHAR *, DWORD, const char *, const char *, bool>
         cases[] = {
             {u"c:a", u"C:b", 3, "DeleteFileW", "DeleteFileW C:b\nMoveFileW c:a C:b\n", true},
@@ -102,13 +98,13 @@ TEST(ReplacedCalls, MoveByHandWhereTheCallIsMissing) {
         };
     for (const auto &[source, target, flags, failing, by_hand, result] : cases) {
         g_errors = {{failing, ERROR_ACCESS_DENIED}, {"MoveFileExW", ERROR_CALL_NOT_IMPLEMENTED}};
-        EXPECT_EQ(moveFileEx(source, target, flags, 1), result);
-        const std::string call = "MoveFileExW " + told(source) + ' ' + told(target) + ' ';
-        EXPECT_EQ(notes(), call + told(flags) + '\n' + by_hand);
+        const std::string call = told(source) + ' ' + told(target) + ' ' + told(flags) + '\n';
+        EXPECT_EQ(moveFileEx(source, target, flags, 1), result) << call << failing;
+        EXPECT_EQ(notes(), "MoveFileExW " + call + by_hand) << failing;
     }
 }
 
-TEST(ReplacedCalls, CopyInBlocksUntilAReadOrAWriteEndsIt) {
+TEST(FileCallsReplaced, CopyInBlocksUntilAReadOrAWriteEndsIt) {
     const std::tuple<DWORD, DWORD, const char *, const char *, bool> cases[] = {
         {16383, 99999, "", "ReadFile 16383\nWriteFile 16383\nReadFile 16383\n", true},
         {99999, 99999, "ReadFile", "ReadFile 16383\n", true},
@@ -116,6 +112,7 @@ TEST(ReplacedCalls, CopyInBlocksUntilAReadOrAWriteEndsIt) {
         {99999, 99999, "WriteFile", "ReadFile 16383\nWriteFile 16383\n", false},
     };
     for (const auto &[left, written, failing, calls, result] : cases) {
+        SCOPED_TRACE(testing::Message() << left << ' ' << written << ' ' << failing);
         const Planted dir("s=");
         g_errors = {{failing, ERROR_DISK_FULL}};
         std::tie(g_left, g_written) = std::tie(left, written);
@@ -124,7 +121,7 @@ TEST(ReplacedCalls, CopyInBlocksUntilAReadOrAWriteEndsIt) {
     }
 }
 
-TEST(ReplacedCalls, MoveAsideOnceAndForgiveWhatNobodyAsksFor) {
+TEST(FileCallsReplaced, MoveAsideOnceAndForgiveWhatNobodyAsksFor) {
     const Planted dir("s/f=x t/f.x.dll/in=");  // which cannot be opened, before and after
     g_errors = {{"RemoveDirectoryW", ERROR_DIR_NOT_EMPTY}};
     EXPECT_FALSE(copyFileEx(TEXT("s\\f"), TEXT("t\\f.x.dll"), true));
@@ -145,10 +142,10 @@ TEST(ReplacedCalls, MoveAsideOnceAndForgiveWhatNobodyAsksFor) {
     EXPECT_EQ(notes(), "MoveFileExW c null 4\nMoveFileExW d null 4\n");
 }
 
-TEST(ReplacedCalls, TellDrivesRoomAndPrograms) {
+TEST(FileCallsReplaced, TellDrivesRoomAndPrograms) {
     for (g_drive = DRIVE_UNKNOWN; g_drive <= DRIVE_RAMDISK; ++g_drive) {
         const bool none = g_drive == DRIVE_NO_ROOT_DIR || g_drive == DRIVE_CDROM;
-        EXPECT_EQ(isDiskExist(TEXT("d:\\x")), !none);
+        EXPECT_EQ(isDiskExist(TEXT("d:\\x")), !none) << g_drive;
     }
     constexpr DWORD kMost = 4'294'967'295;
     const std::tuple<DWORD, DWORD, DWORD, DWORD, bool> cases[] = {

@@ -1,13 +1,10 @@
 // Files and streams whose host calls are interrupted, short, or fail: those calls are defined here.
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <thread>
-#include <tuple>
 
 #include "support/file_calls.h"
 
@@ -146,7 +143,7 @@ TEST(FileFaults, ACopyOrMoveIsWholeOrLeavesNothing) {
             {MoveFileW, u"a", u"b", {"renameat2", "unlink", "fchown"}, EXDEV, 0, kCopied},
         };
     for (const auto &[change, from, to, failing, error, code, after] : cases) {
-        SCOPED_TRACE(code);
+        SCOPED_TRACE(PrintToString(std::tuple(from, to, failing, error)));
         const Planted dir("a=content old=old d/");
         chmod("a", 04751);
         {
@@ -155,12 +152,12 @@ TEST(FileFaults, ACopyOrMoveIsWholeOrLeavesNothing) {
             EXPECT_EQ(error_of(change(from, to)), code);
         }
         EXPECT_EQ(tree(), after);
-        struct stat facts;  // the rights of an owner who did not come along are not lent
-        EXPECT_TRUE(after != kCopied || (stat("b", &facts) == 0 && facts.st_mode % 010000 == 0751));
+        // The rights of an owner who did not come along are not lent.
+        EXPECT_TRUE(after != kCopied || host_facts("b").st_mode % 010000 == 0751);
     }
 }
 
-TEST(StreamFaults, ReadThroughInterruptionsUntilAnErrorEndsTheFile) {
+TEST(FileFaults, StreamsReadThroughInterruptionsUntilAnErrorEndsTheFile) {
     const TempDir dir;
     dir.Write("file", "\xEF\xBB\xBFone\nt\r\nthree\n");
     WCHAR line[20];
@@ -181,9 +178,10 @@ TEST(StreamFaults, ReadThroughInterruptionsUntilAnErrorEndsTheFile) {
     std::fclose(raw);
 }
 
-TEST(StreamFaults, WriteThroughShortWritesUntilTheDiskFails) {
+TEST(FileFaults, StreamsWriteThroughShortWritesUntilTheDiskFails) {
     const TempDir dir;
     for (const std::size_t room : {kEndless, std::size_t{4}}) {
+        SCOPED_TRACE(room);
         const Faults faults({});
         g_left_to_write = room;
         std::FILE *const file = _wfopen(TEXT("file"), TEXT("w"));

@@ -2,8 +2,6 @@
 
 #include "ostrel/core/handles.h"
 
-#include <gtest/gtest.h>
-
 #include <bit>
 
 #include "ostrel/platform/file.h"
@@ -11,6 +9,7 @@
 #include "ostrel/platform/handle.h"
 #include "ostrel/platform/module.h"
 #include "ostrel/platform/service.h"
+#include "support/test.h"
 
 namespace {
 
@@ -54,7 +53,7 @@ std::string calls_at_end(Value... value) {
     return g_calls;
 }
 
-TEST(ScopedHandles, ReleaseWhatTheyHoldAtTheEndOfTheScope) {
+TEST(Handles, ReleaseWhatTheyHoldAtTheEndOfTheScope) {
     EXPECT_EQ(calls_at_end<CHandle>() + calls_at_end<CHandle>(handle<HANDLE>(-1)), "");
     EXPECT_EQ(calls_at_end<CHandle>(handle<HANDLE>(8)), "CloseHandle 8 ");
     EXPECT_EQ(calls_at_end<CFindHandle>() + calls_at_end<CFindHandle>(nullptr), "");
@@ -66,7 +65,7 @@ TEST(ScopedHandles, ReleaseWhatTheyHoldAtTheEndOfTheScope) {
     EXPECT_EQ(calls_at_end<CAutoDeleteFile>(nullptr), "_wremove ");
 }
 
-TEST(ScopedHandles, StoreAndHandOverWithoutReleasing) {
+TEST(Handles, StoreAndHandOverWithoutReleasing) {
     g_calls.clear();
     {
         CAutoCloseLibrary library(handle<HINSTANCE>(8));

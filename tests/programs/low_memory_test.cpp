@@ -1,13 +1,12 @@
 // What happens when the heap gives no block of more than 1 MiB. AddressSanitizer's can be told
 // so; a build without it has nothing to test here.
 
-#include <gtest/gtest.h>
-
 #include <new>
 
 #include "ostrel/config/cm_ini_reader.h"
 #include "ostrel/platform/stream.h"
 #include "support/temp_dir.h"
+#include "support/test.h"
 
 #if defined(__has_feature)
 #define OSTREL_LIMITED __has_feature(address_sanitizer)

@@ -1,13 +1,10 @@
 // The pattern engine when memory runs out.
 
-#include <gtest/gtest.h>
-
-#include <string>
-
 #include "ostrel/regex/regex_matcher.h"
 #include "ostrel/regex/regex_program.h"
 #include "ostrel/regex/validators.h"
 #include "support/failing_memory.h"
+#include "support/test.h"
 
 namespace {
 

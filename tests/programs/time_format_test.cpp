@@ -1,18 +1,16 @@
 // The text forms of times: texts as the platform has them, numbers against the host's, and names
 // and forms of other locales.
 
-#include <gtest/gtest.h>
-
 #include <cerrno>
 #include <climits>
 #include <clocale>
 #include <cstdlib>
 #include <optional>
-#include <string>
-#include <tuple>
 
 #include "ostrel/platform/error.h"
 #include "ostrel/platform/time.h"
+#include "support/bytes.h"
+#include "support/test.h"
 
 static const char *g_locale = "C";
 
@@ -25,10 +23,6 @@ namespace {
 
 constexpr std::tm kMorning = {7, 5, 9, 2, 2, 95, 4, 60, 0, 0, nullptr};   // 1995-03-02 09:05:07
 constexpr std::tm kFirst = {60, 0, 0, 1, 0, -1900, 6, 0, 0, 0, nullptr};  // of year 0
-
-std::u16string wide(std::string_view text) {
-    return {text.begin(), text.end()};
-}
 
 // The text of a format; nothing when it is refused, with an empty text and EINVAL.
 std::optional<std::u16string> text_of(const std::u16string &format, const std::tm &time) {
@@ -55,7 +49,7 @@ TEST(TimeFormat, HasTheFormsOfTheCLocale) {
         {u"%Ed %Od %#Ed %EY|%d\xD800\u00E4%%d", u"02 02 2 1995|02\xD800\u00E4%d"},
     };
     for (const auto &[format, text] : cases) {
-        EXPECT_EQ(text_of(format, kMorning), text);
+        EXPECT_EQ(text_of(format, kMorning), text) << PrintToString(format);
     }
     EXPECT_EQ(text_of(u"%Y %#Y %#y %#C %p %#S", kFirst), u"0000 0 0 0 AM 60");
     // Noon and midnight of days whose week belongs to another year, by one count or another.
@@ -64,13 +58,13 @@ TEST(TimeFormat, HasTheFormsOfTheCLocale) {
         {1230508800, u"2008-12-29 12AM 2009 09 52 01 52 1"},
     };
     for (const auto &[seconds, text] : weeks) {
-        EXPECT_EQ(text_of(u"%F %I%p %G %g %U %V %W %u", *_gmtime64(&seconds)), text);
+        EXPECT_EQ(text_of(u"%F %I%p %G %g %U %V %W %u", *_gmtime64(&seconds)), text) << seconds;
     }
     setenv("TZ", "EST5EDT,M3.2.0,M11.1.0", 1);
     std::tm time = kMorning;
     for (const int daylight : {INT_MIN, 0, INT_MAX}) {
         time.tm_isdst = daylight;
-        EXPECT_EQ(text_of(u"%z %#Z", time), daylight > 0 ? u"-0400 EDT" : u"-0500 EST");
+        EXPECT_EQ(text_of(u"%z %#Z", time), daylight > 0 ? u"-0400 EDT" : u"-0500 EST") << daylight;
     }
     unsetenv("TZ");
 }
@@ -86,7 +80,8 @@ TEST(TimeFormat, ChecksTheFieldsThatItReads) {
         for (const int value : {first, last, first - 1, last + 1, INT_MIN, INT_MAX}) {
             std::tm time = kMorning;
             time.*field = value;
-            EXPECT_EQ(text_of(format, time).has_value(), value >= first && value <= last);
+            EXPECT_EQ(text_of(format, time).has_value(), value >= first && value <= last)
+                << PrintToString(format) << value;
         }
     }
     EXPECT_FALSE(text_of(u"%G", kFirst));  // in a week of year -1
@@ -95,7 +90,7 @@ TEST(TimeFormat, ChecksTheFieldsThatItReads) {
 TEST(TimeFormat, RefusesWhatIsNoFormat) {
     for (const WCHAR *const format : {u"%", u"x%", u"%#", u"%##d", u"%d%E", u"%EEd", u"%O#d", u"%f",
                                       u"%Q", u"% d", u"%\u0164"}) {
-        EXPECT_FALSE(text_of(format, kMorning));
+        EXPECT_FALSE(text_of(format, kMorning)) << PrintToString(format);
     }
     WCHAR text[4] = u"#";
     EXPECT_EQ(wcsftime(text, 0, u"x", &kMorning) + wcsftime(nullptr, 2, u"x", &kMorning), 0U);
@@ -125,7 +120,7 @@ constexpr SYSTEMTIME kTime = {1995, 3, 9, 2, 9, 5, 7, 999};  // with a weekday t
 constexpr DWORD kSystem = LOCALE_SYSTEM_DEFAULT;
 
 // The environment is read once: a process for each.
-TEST(SystemTimeText, FollowsTheEnvironment) {
+TEST(TimeFormat, OfTheSystemFollowsTheEnvironment) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     const struct {
         const char *all, *time, *lang, *text;
@@ -149,17 +144,22 @@ TEST(SystemTimeText, FollowsTheEnvironment) {
     }
 }
 
-TEST(SystemTimeText, ChecksItsArguments) {
+TEST(TimeFormat, OfTheSystemChecksItsArguments) {
     constexpr SYSTEMTIME kWrong = {1900, 2, 0, 29, 24, 0, 0, 0};
     WCHAR text[31] = u"#";
-    const std::tuple<DWORD, DWORD, const SYSTEMTIME *, const WCHAR *, WCHAR *, int> cases[] = {
-        {kSystem, 2, &kTime, nullptr, text, 31},  {0x0409, 0, &kTime, nullptr, text, 31},
-        {kSystem, 0, nullptr, nullptr, text, 31}, {kSystem, 0, &kWrong, nullptr, text, 31},
-        {kSystem, 0, &kTime, u"", text, 31},      {kSystem, 0, &kTime, nullptr, nullptr, 31},
-        {kSystem, 0, &kTime, nullptr, text, -1},
-    };
+    const std::tuple<const char *, DWORD, DWORD, const SYSTEMTIME *, const WCHAR *, WCHAR *, int>
+        cases[] = {
+            {"flags", kSystem, 2, &kTime, nullptr, text, 31},
+            {"locale", 0x0409, 0, &kTime, nullptr, text, 31},
+            {"no time", kSystem, 0, nullptr, nullptr, text, 31},
+            {"wrong time", kSystem, 0, &kWrong, nullptr, text, 31},
+            {"format", kSystem, 0, &kTime, u"", text, 31},
+            {"no buffer", kSystem, 0, &kTime, nullptr, nullptr, 31},
+            {"capacity", kSystem, 0, &kTime, nullptr, text, -1},
+        };
     for (const auto call : {GetDateFormatW, GetTimeFormatW}) {
-        for (const auto &[locale, flags, time, format, to, room] : cases) {
+        for (const auto &[wrong, locale, flags, time, format, to, room] : cases) {
+            SCOPED_TRACE(wrong);
             EXPECT_EQ(call(locale, flags, time, format, to, room), 0);
             EXPECT_EQ(GetLastError(), flags != 0 ? ERROR_INVALID_FLAGS : ERROR_INVALID_PARAMETER);
             EXPECT_EQ(text[0], u'#');

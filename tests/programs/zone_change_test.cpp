@@ -1,8 +1,6 @@
 // The zone changes while the program runs. The system's zone and the date are those that the
 // test says.
 
-#include <gtest/gtest.h>
-
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -12,17 +10,14 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
-#include <string>
 #include <string_view>
 #include <thread>
-#include <tuple>
-#include <utility>
-#include <vector>
 
 #include "ostrel/platform/system.h"
 #include "ostrel/platform/time.h"
 #include "ostrel/platform/timezone.h"
 #include "support/failing_memory.h"
+#include "support/test.h"
 
 namespace {
 
@@ -97,7 +92,7 @@ TEST(ZoneChange, IsMadeByPutenv) {
     EXPECT_EQ(_putenv_s("TZ", "AAA7") + _putenv_s("OSTREL_L", "v"), 0);
     EXPECT_EQ(noon(), "5:0");
     for (const char *const name : {"", "=TZ", "TZ=", static_cast<const char *>(nullptr)}) {
-        EXPECT_EQ(_putenv_s(name, "AAA6"), EINVAL);
+        EXPECT_EQ(_putenv_s(name, "AAA6"), EINVAL) << name;
     }
     EXPECT_EQ(_putenv_s("TZ", nullptr), EINVAL);
     unsetenv("TZ");
@@ -112,7 +107,7 @@ TEST(ZoneChange, IsNoticedInTheSystem) {
         for (int i = 0; i < 1000 && noon() != clock; ++i) {  // some hundredths of a second
             std::this_thread::sleep_for(std::chrono::milliseconds(10));
         }
-        EXPECT_EQ(noon(), clock);
+        EXPECT_EQ(noon(), clock) << file;
     }
 }
 
@@ -142,13 +137,14 @@ TEST(ZoneChange, ComesWithTheDate) {
         {kBrazil, 1577847600, 0, "-03 180 0-0-0/0 0:00:00", kNone},
     };
     for (const auto &[name, now, kind, standard, daylight] : cases) {
+        SCOPED_TRACE(testing::Message() << name << ' ' << now);
         setenv("TZ", name, 1);
         g_now = now;
         TIME_ZONE_INFORMATION zone;
-        EXPECT_EQ(GetTimeZoneInformation(&zone), kind) << name << now;
-        EXPECT_EQ(text(zone.StandardName, zone.Bias, zone.StandardDate), standard) << now;
+        EXPECT_EQ(GetTimeZoneInformation(&zone), kind);
+        EXPECT_EQ(text(zone.StandardName, zone.Bias, zone.StandardDate), standard);
         EXPECT_EQ(text(zone.DaylightName, zone.DaylightBias, zone.DaylightDate), daylight);
-        EXPECT_TRUE(_daylight == (kind != 0) && _timezone / 60 == zone.Bias) << now;
+        EXPECT_TRUE(_daylight == (kind != 0) && _timezone / 60 == zone.Bias);
     }
     g_now = 0;
     unsetenv("TZ");

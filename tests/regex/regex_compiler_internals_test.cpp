@@ -1,12 +1,9 @@
 // The programs that patterns compile to, and the errors of those that do not compile.
 
-#include <gtest/gtest.h>
-
 #include <sstream>
-#include <string>
-#include <utility>
 
 #include "ostrel/regex/regex_program.h"
+#include "support/test.h"
 
 namespace {
 
@@ -57,7 +54,7 @@ TEST(RegexCompiler, WritesTheseProgramsInstructionForInstruction) {
     CompiledPattern program;  // a compilation begins anew
     for (const auto &[pattern, expected] : cases) {
         ASSERT_EQ(program.Compile(pattern, 1), RegexOk);
-        EXPECT_EQ(disassemble(program), expected) << testing::PrintToString(pattern);
+        EXPECT_EQ(disassemble(program), expected) << PrintToString(pattern);
     }
 }
 
@@ -106,13 +103,14 @@ TEST(RegexCompiler, DeepAndLongPatternsGiveAResult) {
     };
     CompiledPattern program;
     for (const auto &c : cases) {
+        SCOPED_TRACE(PrintToString(std::tuple(c.depth, c.open, c.middle, c.close)));
         std::u16string open, close;
         for (std::size_t i = 0; i < c.depth; ++i) {
             open += c.open;
             close += c.close;
         }
         EXPECT_EQ(program.Compile((open + c.middle + close).c_str(), 1), c.code);
-        EXPECT_EQ(program.instructions.Count(), c.size) << testing::PrintToString(c.open);
+        EXPECT_EQ(program.instructions.Count(), c.size);
     }
 }
 

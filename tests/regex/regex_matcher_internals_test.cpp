@@ -2,15 +2,12 @@
 
 #include "ostrel/regex/regex_matcher.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
-#include <string>
-#include <vector>
 
 #include "ostrel/regex/regex_interpreter.h"
 #include "ostrel/regex/regex_program.h"
 #include "ostrel/regex/validators.h"
+#include "support/test.h"
 
 namespace {
 
@@ -74,13 +71,15 @@ TEST(RegexMatcher, FindsTheFirstMatchInBacktrackingOrder) {
         {TEXT(""), TEXT("a"), "0-0"},
     };
     for (const auto &c : cases) {
-        EXPECT_EQ(match(c.pattern, c.text), c.result) << testing::PrintToString(c.pattern);
+        EXPECT_EQ(match(c.pattern, c.text), c.result)
+            << PrintToString(std::pair(c.pattern, c.text));
     }
 }
 
 TEST(RegexMatcher, WithoutCaseGivesPlacesInTheCallersText) {
     // The copy is a local one, or on the heap: both sides of where that changes.
     for (const std::size_t at : {1U, 259U, 260U, 500U}) {
+        SCOPED_TRACE(at);
         const std::u16string text = std::u16string(at, u'X') + u"AbAB";
         CompiledPattern program;
         ASSERT_EQ(program.Compile(TEXT("{z}?{aB}\\1"), 0), RegexOk);
@@ -129,16 +128,16 @@ TEST(RegexMatcher, RefusesIndexesOutOfRange) {
         MatchContext context(8);
         return program.Match(TEXT("a"), &context, nullptr);
     };
-    const std::vector<Instruction> programs[] = {
-        {},
-        {{OpCall, static_cast<Word>(-1)}},
-        {{OpGroupStart, 1}, {OpMatch, 0}},
-        {{OpStorePos, 1}, {OpMatch, 0}},
-        {{OpRange, 9}, {OpNop, 0}, {OpNop, 1}, {OpMatch, 0}},
-        {{OpStorePos, 0}, {OpLoadStack, 0}, {OpReturn, 0}},
+    const std::pair<const char *, std::vector<Instruction>> programs[] = {
+        {"no instruction", {}},
+        {"call beyond the program", {{OpCall, static_cast<Word>(-1)}}},
+        {"group", {{OpGroupStart, 1}, {OpMatch, 0}}},
+        {"slot", {{OpStorePos, 1}, {OpMatch, 0}}},
+        {"range beyond the program", {{OpRange, 9}, {OpNop, 0}, {OpNop, 1}, {OpMatch, 0}}},
+        {"stack depth", {{OpStorePos, 0}, {OpLoadStack, 0}, {OpReturn, 0}}},
     };
-    for (const std::vector<Instruction> &code : programs) {
-        EXPECT_THROW(run(code), OS::RegexFailure) << code.size();
+    for (const auto &[wrong, code] : programs) {
+        EXPECT_THROW(run(code), OS::RegexFailure) << wrong;
     }
     // Half a range at the end.
     EXPECT_EQ(run({{OpCall, 2}, {OpFail, 0}, {OpRange, 4}, {OpNop, 0}}), 0);

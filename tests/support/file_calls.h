@@ -3,7 +3,9 @@
 
 // Short forms for tests of the platform's file calls.
 
-#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <cerrno>
 
 #include "ostrel/platform/error.h"
 #include "ostrel/platform/file.h"
@@ -11,7 +13,7 @@
 #include "ostrel/platform/stream.h"
 #include "ostrel/platform/time.h"
 #include "support/file_tree.h"
-#include "support/temp_dir.h"
+#include "support/test.h"
 
 inline constexpr DWORD kHidden = FILE_ATTRIBUTE_HIDDEN, kReadOnly = FILE_ATTRIBUTE_READONLY;
 inline constexpr DWORD kSystem = FILE_ATTRIBUTE_SYSTEM, kArchive = FILE_ATTRIBUTE_ARCHIVE;
@@ -51,8 +53,25 @@ inline DWORD error_of(const Opened &file) {
     return file ? 0 : file.error;
 }
 
+// The text of a call and the call, for a row of a table.
+#define CALL(...) #__VA_ARGS__, [] { return __VA_ARGS__; }
+
 inline void set(const WCHAR *path, DWORD attributes) {
     EXPECT_EQ(error_of(SetFileAttributesW(path, attributes)), 0u);
+}
+
+// An absolute path as the platform writes it.
+inline std::u16string platform_path(const fs::path &path) {
+    std::u16string text = u"C:" + path.u16string();
+    std::replace(text.begin(), text.end(), u'/', u'\\');
+    return text;
+}
+
+// What the host says of an entry; a link stands for itself.
+inline struct stat host_facts(const fs::path &path) {
+    struct stat facts = {};
+    EXPECT_EQ(lstat(path.c_str(), &facts), 0) << path;
+    return facts;
 }
 
 #endif  // TESTS_SUPPORT_FILE_CALLS_H

@@ -5,24 +5,23 @@
 
 #include <algorithm>
 #include <chrono>
-#include <filesystem>
-#include <fstream>
 #include <set>
 #include <sstream>
-#include <string>
+
+#include "support/temp_dir.h"
 
 using Lines = std::multiset<std::string>;
 
-inline std::string content_of(const std::filesystem::path &path) {
+inline std::string content_of(const fs::path &path) {
     std::ostringstream content;
     content << std::ifstream(path, std::ios::binary).rdbuf();
     return content.str();
 }
 
 // What lies below a directory.
-inline Lines lines_of(const std::filesystem::path &top = ".") {
+inline Lines lines_of(const fs::path &top = ".") {
     Lines lines;
-    for (const auto &entry : std::filesystem::recursive_directory_iterator(top)) {
+    for (const auto &entry : fs::recursive_directory_iterator(top)) {
         const std::string name = entry.path().lexically_relative(top);
         lines.insert(entry.is_symlink()     ? name + "->" + read_symlink(entry.path()).string()
                      : entry.is_directory() ? name + '/'
@@ -39,13 +38,20 @@ inline std::string text(const Lines &lines) {
     return text;
 }
 
-inline std::string tree(const std::filesystem::path &top = ".") {
+inline std::string tree(const fs::path &top = ".") {
     return text(lines_of(top));
+}
+
+// The lines of `all` that `known` has not.
+inline std::string without(const Lines &all, const Lines &known) {
+    Lines rest;
+    std::set_difference(all.begin(), all.end(), known.begin(), known.end(),
+                        std::inserter(rest, rest.end()));
+    return text(rest);
 }
 
 // Makes what tree() tells; folders on the way need no mention. No two files have the same time.
 inline void plant(const std::string &text) {
-    namespace fs = std::filesystem;
     std::istringstream lines(text);
     for (std::string line; lines >> line;) {
         const std::size_t content = line.find('='), link = line.find("->");

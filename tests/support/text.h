@@ -3,9 +3,8 @@
 
 // Short forms for tests, and how the library's strings look in a failure.
 
-#include <ostream>
-
 #include "ostrel/core/x_string.h"
+#include "support/test.h"
 
 // The string that Format makes, of the width of its format.
 template <class Char, class... Values>

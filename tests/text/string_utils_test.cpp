@@ -1,9 +1,5 @@
 #include "ostrel/text/string_utils.h"
 
-#include <gtest/gtest.h>
-
-#include <tuple>
-
 #include "support/temp_dir.h"
 #include "support/text.h"
 
@@ -42,6 +38,7 @@ TEST(StringUtils, JoinsPaths) {
         {u"", u"b", u"b"},       {u"", u"\\b", u"\\b"}};
     WCHAR output[20] = {};
     for (const auto &[first, second, expected] : cases) {
+        SCOPED_TRACE(PrintToString(std::pair(first, second)));
         std::u16string(first).append(1, u'\0').copy(output, 10);
         concatPath(output, second, output);  // in place
         EXPECT_EQ(OS::x_wstring(output), expected);
@@ -63,8 +60,8 @@ TEST(StringUtils, UndoesEscapes) {
     for (const auto &[text, plain] : cases) {
         std::u16string output(text);
         convertFromEscape(output.c_str(), output.data());  // in place
-        EXPECT_EQ(OS::x_wstring(output.c_str()), plain);
-        EXPECT_EQ(convertFromEscapeChar(text), plain);
+        EXPECT_EQ(OS::x_wstring(output.c_str()), plain) << PrintToString(text);
+        EXPECT_EQ(convertFromEscapeChar(text), plain) << PrintToString(text);
     }
 }
 
@@ -89,7 +86,8 @@ TEST(StringUtils, ComparesWithAFormat) {
         {nullptr, u"1", false},     {u"d", nullptr, false},
     };
     for (const auto &[format, text, expected] : cases) {
-        EXPECT_EQ(isFormatCorrect(format, text) != 0, expected);
+        EXPECT_EQ(isFormatCorrect(format, text) != 0, expected)
+            << PrintToString(std::pair(format, text));
     }
     EXPECT_EQ(isAllDigitChar(u"0189") + isAllDigitChar(u""), 2);
     EXPECT_EQ(isAllDigitChar(u"1/") + isAllDigitChar(u":1") + isAllDigitChar(u"1\uFF11"), 0);

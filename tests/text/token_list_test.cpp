@@ -1,10 +1,9 @@
 #include "ostrel/text/token_list.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <iterator>
 
+#include "support/bytes.h"
 #include "support/text.h"
 
 namespace {
@@ -14,18 +13,15 @@ using Wide = std::vector<OS::x_wstring>;
 using NarrowSet = std::set<OS::x_astring, OS::XASTRICMP>;
 using WideSet = std::set<OS::x_wstring, OS::XWSTRICMP>;
 
-OS::x_wstring widened(const std::string &text) {
-    return std::u16string(text.begin(), text.end());
-}
-
 // What both widths give, after it has been found the same.
 Narrow split(const OS::x_astring &text, const OS::x_astring &delimiters) {
     Narrow tokens = {"old"};
-    Wide wide = {u"old"}, expected;
+    Wide wide_tokens = {u"old"}, expected;
     EXPECT_TRUE(SplitStringToTokensA(&tokens, text, delimiters));
-    EXPECT_TRUE(SplitStringToTokensW(&wide, widened(text), widened(delimiters)));
-    std::transform(tokens.begin(), tokens.end(), std::back_inserter(expected), widened);
-    EXPECT_EQ(wide, expected);
+    EXPECT_TRUE(SplitStringToTokensW(&wide_tokens, OS::x_wstring(wide(text)),
+                                     OS::x_wstring(wide(delimiters))));
+    std::transform(tokens.begin(), tokens.end(), std::back_inserter(expected), wide);
+    EXPECT_EQ(wide_tokens, expected);
     EXPECT_LE(tokens.capacity(), std::max<std::size_t>(tokens.size(), 1));  // counted before
     return tokens;
 }

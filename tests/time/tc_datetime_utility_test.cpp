@@ -1,12 +1,9 @@
 #include "ostrel/time/tc_datetime_utility.h"
 
-#include <gtest/gtest.h>
-
 #include <bit>
 #include <climits>
-#include <string>
-#include <tuple>
 
+#include "support/test.h"
 #include "support/zone_scope.h"
 
 namespace {
@@ -25,7 +22,7 @@ std::string shown(const CTime &time) {
     return text.c_str();
 }
 
-TEST(Time, KeepsTheFieldsThatItIsGiven) {
+TEST(TcDatetimeUtility, KeepsTheFieldsThatItIsGiven) {
     const std::pair<CTime, const char *> cases[] = {
         {CTime(), "1900-1-0 0:0:0 w0 d0 +0"},
         {CTime(2019, 6, 4, 8, 11, 57), "2019-6-4 8:11:57 w0 d0 -1"},
@@ -47,7 +44,7 @@ TEST(Time, KeepsTheFieldsThatItIsGiven) {
     EXPECT_EQ(shown(copy), shown(time));
 }
 
-TEST(Time, ReadsTexts) {
+TEST(TcDatetimeUtility, ReadsTexts) {
     const std::tuple<const WCHAR *, int, const char *> cases[] = {
         {TEXT("06/04/2019 08:11"), 0, "2019-6-4 8:11:0 w0 d0 -1"},
         {TEXT(" 6/ 4/2019    8:11:57"), 0, "2019-6-4 8:11:0 w0 d0 -1"},
@@ -61,11 +58,12 @@ TEST(Time, ReadsTexts) {
         {TEXT(""), 3, "1900-1-0 0:0:0 w0 d0 -1"},
     };
     for (const auto &[text, spec, expected] : cases) {
-        EXPECT_EQ(shown(CTime(text, static_cast<CTime::DATETIME_SPEC>(spec))), expected);
+        EXPECT_EQ(shown(CTime(text, static_cast<CTime::DATETIME_SPEC>(spec))), expected)
+            << PrintToString(text) << spec;
     }
 }
 
-TEST(Time, ComparesWhatTheFieldsStandFor) {
+TEST(TcDatetimeUtility, ComparesWhatTheFieldsStandFor) {
     const ZoneScope zone("UTC");
     const CTime day32(2019, 1, 32, 0, 0, 0), first(2019, 1, 32, 0, 0, 0),
         later(2019, 2, 1, 0, 0, 1);
@@ -83,8 +81,9 @@ TEST(Time, ComparesWhatTheFieldsStandFor) {
     EXPECT_EQ(CTime(2019, 1, 1, 0, 0, 0).DiffTime(CTime(2019, 1, 2, 0, 0, 1)), -86401.0);
 }
 
-TEST(Time, AddsAndSubtracts) {
+TEST(TcDatetimeUtility, AddsAndSubtracts) {
     for (const char *const name : {"UTC", "Europe/Berlin", "Australia/Sydney", "Asia/Kolkata"}) {
+        SCOPED_TRACE(name);
         const ZoneScope zone(name);
         const CTime a(2019, 6, 4, 10, 0, 0);
         EXPECT_EQ(shown(a - CTime(2019, 6, 5, 11, 1, 2)), "1900-1--1 -1:-1:-2 w0 d0 -1");
@@ -103,7 +102,7 @@ TEST(Time, AddsAndSubtracts) {
               "2106-2-7 6:28:14 w0 d37 +0");
 }
 
-TEST(Time, ChangesZones) {
+TEST(TcDatetimeUtility, ChangesZones) {
     const std::tuple<const char *, CTime, const char *> cases[] = {
         {"Europe/Berlin", CTime(2019, 6, 4, 8, 0, 0), "2019-6-4 10:0:0 w2 d154 +1"},
         {"Europe/Berlin", CTime(2019, 12, 31, 23, 0, 0), "2020-1-1 0:0:0 w3 d0 +0"},
@@ -126,7 +125,7 @@ TEST(Time, ChangesZones) {
     EXPECT_THROW(CTime(1969, 12, 31, 0, 0, 0).ToGMTime(), CTimeException);
 }
 
-TEST(Time, ComesFromTheClockAndFromCounts) {
+TEST(TcDatetimeUtility, ComesFromTheClockAndFromCounts) {
     const ZoneScope zone("Asia/Tokyo");
     EXPECT_EQ(shown(CTime(std::int64_t{0})), "1970-1-1 9:0:0 w4 d0 +0");
     CTime time;
@@ -146,7 +145,7 @@ TEST(Time, ComesFromTheClockAndFromCounts) {
     EXPECT_LE(CTime::GetCurGMTime().DiffTime(CTime(now - 9 * 3600)), 60.0);
 }
 
-TEST(Time, KnowsTheLastDayOfAMonth) {
+TEST(TcDatetimeUtility, KnowsTheLastDayOfAMonth) {
     const ZoneScope zone("Europe/Berlin");
     const std::tuple<int, int, int> cases[] = {{2019, 2, 28},  {2100, 2, 28}, {2000, 2, 29},
                                                {2019, 12, 31}, {2019, 0, 31}, {2019, 13, 28}};
@@ -160,7 +159,7 @@ TEST(Time, KnowsTheLastDayOfAMonth) {
     EXPECT_THROW(CTime::GetLastDayOfMonth(3000, 12), CTimeException);
 }
 
-TEST(Time, Prints) {
+TEST(TcDatetimeUtility, Prints) {
     const CTime time(2019, 6, 4, 8, 1, 7);
     EXPECT_EQ(time.GetDBTimeString(), TEXT("2019-06-04 08:01:07"));
     EXPECT_EQ(CTime().GetDBTimeString(), TEXT("1900-01-00 00:00:00"));
@@ -188,7 +187,7 @@ std::string parts(const CTimeSpan &span) {
     return text.c_str();
 }
 
-TEST(TimeSpan, DividesTowardZeroInThirtyTwoBits) {
+TEST(TcDatetimeUtility, SpansDivideTowardZeroInThirtyTwoBits) {
     const CTimeSpan span(1, 2, 3, 4);
     EXPECT_EQ(parts(span), "1 2 3 4 of 26 1563 93784");
     const CTimeSpan negative(-90);

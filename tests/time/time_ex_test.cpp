@@ -1,10 +1,6 @@
 #include "ostrel/time/time_ex.h"
 
-#include <gtest/gtest.h>
-
-#include <string>
-#include <tuple>
-
+#include "support/test.h"
 #include "support/zone_scope.h"
 
 namespace {
@@ -38,14 +34,15 @@ TEST(TimeEx, GoesToTheLocalClockAndBack) {
         {"America/Sao_Paulo", {2010, 1, 5, 1, 12, 0, 0, 0}, "2010-01-01 (5) 09:00:00.000", false},
     };
     for (const auto &[name, utc, expected, is_daylight] : cases) {
+        SCOPED_TRACE(name + text(utc));
         const ZoneScope zone(name);
         const CTimeEx time = CTimeEx::FromUniversalTime(utc);
         bool daylight = !is_daylight;
         const SYSTEMTIME local = time.GetLocalTime(&daylight);
-        EXPECT_EQ(text(local), expected) << name;
-        EXPECT_EQ(daylight, is_daylight) << name;
+        EXPECT_EQ(text(local), expected);
+        EXPECT_EQ(daylight, is_daylight);
         EXPECT_EQ(text(time.GetLocalTime(nullptr)), expected);
-        EXPECT_EQ(text(CTimeEx::FromLocalTime(local).GetUniversalTime()), text(utc)) << name;
+        EXPECT_EQ(text(CTimeEx::FromLocalTime(local).GetUniversalTime()), text(utc));
         std::tm fields = {};
         time.GetLocalTime(fields);
         EXPECT_EQ(fields.tm_isdst, is_daylight ? 1 : 0);
@@ -63,7 +60,7 @@ TEST(TimeEx, ResolvesTheHoursOfAChange) {
         {{2026, 2, 0, 30, 3, 0, 0, 0}, kEmpty},
     };
     for (const auto &[local, utc] : cases) {
-        EXPECT_EQ(text(CTimeEx::FromLocalTime(local).GetUniversalTime()), utc);
+        EXPECT_EQ(text(CTimeEx::FromLocalTime(local).GetUniversalTime()), utc) << text(local);
     }
     bool daylight = true;
     SYSTEMTIME local = {1, 1, 0, 1, 1, 1, 0, 0};

@@ -3,22 +3,17 @@
 
 #include "wexlog/wexlog.h"
 
-#include <gtest/gtest.h>
-
 #include <cerrno>
 #include <cstdarg>
 #include <future>
 #include <map>
 #include <optional>
 #include <thread>
-#include <tuple>
-#include <vector>
 
 #include "ostrel/platform/error.h"
 #include "support/temp_dir.h"
+#include "support/test.h"
 #include "support/trace_capture.h"
-
-namespace fs = std::filesystem;
 
 // The C library's system log, as this program has it: the last message.
 static std::string g_log;
@@ -70,7 +65,7 @@ std::vector<std::string> SaidIn(const fs::path &path) {
     std::exit(static_cast<int>(SaidIn(file).size()));
 }
 
-TEST(WexlogDeathTest, EnvironmentChoosesKindsAndFile) {
+TEST(Wexlog, EnvironmentChoosesKindsAndFile) {
     const std::tuple<const char *, const char *, int, const char *, const char *> kCases[] = {
         {" ,,", "", 0, "", "{0}"},
         {"all", "", 0, "258|272|273|4097|4099|1|0|-258", "{9}"},
@@ -84,7 +79,8 @@ TEST(WexlogDeathTest, EnvironmentChoosesKindsAndFile) {
         // A line that nobody wants must not even look at its arguments.
         const char *text = in_file + *levels != 0 ? "x" : reinterpret_cast<const char *>(1);
         EXPECT_EXIT(TraceWith(names, file, text), testing::ExitedWithCode(in_file),
-                    testing::MatchesRegex(pattern));
+                    testing::MatchesRegex(pattern))
+            << names;
     }
 }
 
@@ -157,7 +153,7 @@ TEST(Wexlog, RemoveWaitsForTheCallUnderWay) {
     EXPECT_TRUE(ended);
 }
 
-TEST(WexlogFile, HoldsEveryLineOfManyThreadsAcrossRotation) {
+TEST(Wexlog, FileHoldsEveryLineOfManyThreadsAcrossRotation) {
     const TempDir dir;
     const Added file{DBG::AddFileSink("t.log", 10'000, 100)};
     std::vector<std::jthread> threads;
@@ -184,7 +180,7 @@ TEST(WexlogFile, HoldsEveryLineOfManyThreadsAcrossRotation) {
     EXPECT_TRUE(fs::exists("t.1.log") && fs::exists("t.10.log"));
 }
 
-TEST(WexlogFile, IsUtf8AndComesBackAfterAFailedRotation) {
+TEST(Wexlog, FileIsUtf8AndComesBackAfterAFailedRotation) {
     const TempDir dir;
     const Added file{DBG::AddFileSink("logs/t.log", 200, 5)};
     Trace(1, TEXT("%s"),
@@ -206,11 +202,11 @@ TEST(WexlogFile, IsUtf8AndComesBackAfterAFailedRotation) {
     }
 }
 
-TEST(WexlogSinks, SystemLogGetsPrioritiesAndWhatCannotBeAddedGivesZero) {
+TEST(Wexlog, SystemLogGetsPrioritiesAndWhatCannotBeAddedGivesZero) {
     const Added sink{DBG::AddSystemLogSink("me")};
     for (const auto &[level, said] : {std::pair(4097, "3 4097"), {4099, "4 4099"}, {1, "7 1"}}) {
         Trace(level, "100%%");
-        EXPECT_EQ(g_log, std::string(said) + " a\\b(7) 100%");
+        EXPECT_EQ(g_log, std::string(said) + " a\\b(7) 100%") << level;
     }
     EXPECT_EQ(DBG::AddFileSink(".") + DBG::AddFileSink("") + DBG::AddFileSink(nullptr) +
                   DBG::AddFileSink("f", 0) + DBG::AddSink(nullptr) + DBG::AddSystemLogSink(nullptr),

@@ -13,12 +13,13 @@
 namespace ostrel_platform {
 namespace {
 
-// What _putenv_s has put into the environment. It stays: the host's environment, and threads that
-// read it, have pointers to it. A value that comes back is found again, and arrays grow in
-// proportion, so that a program which goes on setting variables does not go on taking memory.
+// The entries and arrays that _putenv_s has added to the environment. They are never released,
+// since the host's environment and threads that read it hold pointers to them. Equal entries are
+// stored once, and a new array has at least twice the size that is needed, so that a program which
+// keeps setting variables does not keep taking memory.
 class Additions {
 public:
-    // Never destroyed: the environment is used to the very end of the process.
+    // Never destroyed: static destructors still use the environment.
     static Additions &Instance() {
         static Additions *const additions = new Additions;
         return *additions;
@@ -27,11 +28,11 @@ public:
     std::mutex &Mutex() { return m_mutex; }
 
     char *Entry(std::string text) {
-        // The host's declarations have no const; nothing writes there.
+        // environ is declared without const, but nothing writes to an entry.
         return const_cast<char *>(m_entries.insert(std::move(text)).first->c_str());
     }
 
-    // Adds an entry behind the `count` there are.
+    // Adds an entry behind the `count` existing ones.
     void Append(char **environment, std::size_t count, char *entry) {
         if (m_arrays.empty() || environment != m_arrays.back().get() || count + 2 > m_capacity) {
             const std::size_t capacity = std::max(m_capacity, 2 * (count + 2));
@@ -53,7 +54,7 @@ private:
     std::size_t m_capacity = 0;  // of the last array
 };
 
-// The index of a variable, or of the end. `name` ends with '='.
+// Returns the index of a variable, or of the terminating null. `name` ends with '='.
 std::size_t find(char **environment, std::string_view name) {
     std::size_t index = 0;
     while (environment[index] != nullptr &&

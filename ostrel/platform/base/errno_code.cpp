@@ -25,8 +25,8 @@ constexpr Row kRows[] = {
 #undef OSTREL_ERROR
 };
 
-// Whether the folder in which `path` names something is there. A separator at the end of the path
-// belongs to the name.
+// Whether stat succeeds for the folder of the last name in `path`. A separator at the end of the
+// path belongs to the name.
 bool has_parent(std::string_view path) noexcept {
     const std::size_t name_end = path.find_last_not_of('/');
     const std::size_t folder_end = path.find_last_of('/', name_end);

@@ -8,14 +8,14 @@
 namespace ostrel_platform {
 namespace {
 
-// handle = (uses << 32 | index + 1) << 2. A place is given up after 2^29 uses: it then rests rather
-// than repeat a handle.
+// handle = (uses << 32 | index + 1) << 2. A slot retires after 2^29 uses, so that no handle
+// repeats.
 constexpr std::uint32_t kMaxUses = (1u << 29) - 1;
 
 }  // namespace
 
 HandleTable &HandleTable::Instance() {
-    // Never destroyed: handles are closed by static objects too, at the very end of the process.
+    // Never destroyed: static destructors close handles too.
     static HandleTable *const table = new HandleTable;
     return *table;
 }

@@ -1,7 +1,7 @@
 #ifndef OSTREL_PLATFORM_BASE_HOST_DESCRIPTOR_H
 #define OSTREL_PLATFORM_BASE_HOST_DESCRIPTOR_H
 
-// Internal. Open files of the host, their owner, and what the host tells of files.
+// Internal. An owner of a descriptor of the host, and calls on open files and on stat results.
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -13,7 +13,10 @@
 
 namespace ostrel_platform {
 
-// Owns a descriptor, or none.
+// Owns a descriptor, or none (-1), and closes it.
+//
+//   HostDescriptor file = open_host(path, O_RDONLY);
+//   if (!file) return errno;
 class HostDescriptor {
 public:
     explicit HostDescriptor(int file = -1) noexcept : m_file(file) {}
@@ -32,19 +35,21 @@ public:
     int Get() const { return m_file; }
     int Release() { return std::exchange(m_file, -1); }
 
-    // Result: 0, or the errno of a write that fails only now.
+    // Closes the descriptor. Returns 0, or errno when the host reports a failed write only here.
     int Close() { return close(Release()) == 0 ? 0 : errno; }
 
 private:
     int m_file;
 };
 
-// Opens with O_CLOEXEC and O_NOCTTY added. Result: none on failure, with errno.
+// Opens a file with O_CLOEXEC and O_NOCTTY added to `flags`, and retries on EINTR. On failure
+// returns no descriptor and sets errno.
 HostDescriptor open_host(const char *path, int flags, mode_t mode = 0666) noexcept;
 
-// Opens for writing: a regular file for reading as well if that is allowed, since sharing stands on
-// it; nothing else, not even for a moment, since who reads a FIFO counts as its peer and takes its
-// readers with it when it goes. `flags` has no access mode.
+// Opens a file for writing. `flags` has no access mode. A regular or a new file is opened for
+// reading too, which share locks need, unless the host refuses with EACCES. Any other file is
+// opened for writing alone: a FIFO opened both ways is its own peer, even if only for a moment, and
+// closing it ends the FIFO's readers. On failure returns no descriptor and sets errno.
 HostDescriptor open_host_to_write(const char *path, int flags) noexcept;
 
 // Returns 0 for the result 0 of a host call, errno otherwise.
@@ -59,7 +64,7 @@ int write_all(int file, const char *bytes, std::size_t count) noexcept;
 // refuses with EINVAL or EROFS, which counts as success. Returns 0 or errno.
 int sync_directory(int directory) noexcept;
 
-// Whether the owner may not write to it. Only regular files are read-only.
+// Whether the owner may not write to the file. Only regular files are read-only.
 inline bool is_read_only(const struct stat &facts) {
     return S_ISREG(facts.st_mode) && (facts.st_mode & S_IWUSR) == 0;
 }
@@ -68,8 +73,8 @@ inline bool is_same_file(const struct stat &a, const struct stat &b) {
     return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
 }
 
-// Whether a path, followed through links, still leads to a file that is open. It need not once
-// others have deleted the file or put another in its place.
+// Whether a path, with links followed, still leads to an open file. Other processes may have
+// deleted or replaced the file.
 inline bool path_still_names(const char *path, const struct stat &open_file) noexcept {
     struct stat facts;
     return stat(path, &facts) == 0 && is_same_file(facts, open_file);

@@ -11,9 +11,9 @@
 namespace ostrel_platform {
 namespace {
 
-// For a file system that has no rename of this kind. A link to a new name is refused where one is,
-// so that a file never takes the place of another; a directory, and a file where links are refused,
-// can only be looked at before.
+// Renames without replacing, for file systems that do not support RENAME_NOREPLACE. The host
+// refuses a link to an existing name, so that a file never replaces another. For a directory, and
+// for a file that cannot be linked, the call can only check the target first.
 int rename_in_steps(const char *source, const char *target) noexcept {
     struct stat facts;
     if (lstat(source, &facts) != 0) {
@@ -71,12 +71,16 @@ int rename_host(const char *source, const char *target, bool replace) noexcept {
     return error == EINVAL || error == ENOSYS ? rename_in_steps(source, target) : error;
 }
 
+bool are_two_links_to_one_file(const std::string &a, const std::string &b) {
+    struct stat facts_a, facts_b;
+    return lstat(a.c_str(), &facts_a) == 0 && lstat(b.c_str(), &facts_b) == 0 &&
+           is_same_file(facts_a, facts_b) && !is_same_entry(a, b);
+}
+
 int rename_over(const std::string &source, const std::string &target) {
-    struct stat from, to;
-    const bool same = lstat(source.c_str(), &from) == 0 && lstat(target.c_str(), &to) == 0 &&
-                      is_same_file(from, to) && !is_same_entry(source, target);
-    return same ? error_of(unlink(source.c_str()))
-                : rename_host(source.c_str(), target.c_str(), true);
+    return are_two_links_to_one_file(source, target)
+               ? error_of(unlink(source.c_str()))
+               : rename_host(source.c_str(), target.c_str(), true);
 }
 
 }  // namespace ostrel_platform

@@ -66,7 +66,7 @@ private:
 // goes on, which also tells the reason.
 int copy_bytes(int source, int target) {
     constexpr std::size_t kHostStep = std::size_t{1} << 30;
-    constexpr std::size_t kStep = 128 * 1024;
+    constexpr std::size_t kStep = std::size_t{128} << 10;
     while (copy_file_range(source, nullptr, target, nullptr, kHostStep, 0) > 0) {
     }
     const std::unique_ptr<char[]> bytes(new char[kStep]);

@@ -31,7 +31,7 @@ std::string end_of_links(std::string path) {
             break;
         }
         const std::string next(text, static_cast<std::size_t>(length));
-        path = next[0] == '/' ? next : folder_of(path) + '/' + next;
+        path = next[0] == '/' ? next : folder_of(path).append("/").append(next);
     }
     return path;
 }

@@ -15,7 +15,7 @@
 namespace ostrel_platform {
 namespace {
 
-constexpr std::size_t kBlock = 32 * 1024;
+constexpr std::size_t kBlock = std::size_t{32} << 10;
 constexpr char16_t kSeparators[] = u"\\/";
 
 constexpr SearchFailure kNotFound = {ERROR_FILE_NOT_FOUND, ENOENT};

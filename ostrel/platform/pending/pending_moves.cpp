@@ -172,6 +172,7 @@ private:
     int CarryOut(PendingRequest *request) {
         Source source = {};
         int error = identify(request->source, &source);
+        const bool resumes = request->begun.has_value();
         const bool was_done =
             request->begun &&
             (error == ENOENT || (error == 0 && source.identity != *request->begun));
@@ -184,7 +185,9 @@ private:
         if (was_done) {
             error = 0;
         } else if (error == 0) {
-            error = act(*request, source.is_directory);
+            error = resumes && are_two_links_to_one_file(request->source, request->target)
+                        ? error_of(unlink(request->source.c_str()))  // a move that stopped halfway
+                        : act(*request, source.is_directory);
         }
         if (error == 0) {
             error = sync_folders(*request);

@@ -10,6 +10,7 @@
 #include <string>
 #include <string_view>
 
+#include "ostrel/platform/base/ascii.h"
 #include "ostrel/platform/base/call_result.h"
 #include "ostrel/platform/base/errno_code.h"
 #include "ostrel/platform/crt_text.h"
@@ -17,6 +18,8 @@
 #include "ostrel/platform/text/charset.h"
 
 namespace {
+
+using ostrel_platform::digit_value;
 
 using Text = std::u16string_view;
 
@@ -37,9 +40,8 @@ Text unquoted(Text text) {
     return quoted ? text.substr(1, text.size() - 2) : text;
 }
 
-bool same_name(Text left, Text right) {
-    return !left.empty() && std::equal(left.begin(), left.end(), right.begin(), right.end(),
-                                       [](WCHAR a, WCHAR b) { return towupper(a) == towupper(b); });
+bool is_same_name(Text left, Text right) {
+    return !left.empty() && ostrel_platform::is_same_name(left, right);
 }
 
 // A regular file, open for reading; anything else is an error.
@@ -125,7 +127,7 @@ public:
     }
 
 private:
-    static constexpr std::size_t kBlock = 8 * 1024;  // even, so that no pair of bytes is cut
+    static constexpr std::size_t kBlock = std::size_t{8} << 10;  // even, so that no pair of bytes is cut
 
     bool Fill() {
         while (m_units.empty() && !m_ended) {
@@ -230,7 +232,7 @@ DWORD for_each_entry(const WCHAR *path, Text section, Take take) {
     return for_each_line(path, [&](const Line &line) {
         if (line.kind == Line::Kind::kSection) {
             const bool left = inside;
-            inside = same_name(line.name, section);
+            inside = is_same_name(line.name, section);
             return !left;
         }
         return !inside || take(line);
@@ -240,7 +242,7 @@ DWORD for_each_entry(const WCHAR *path, Text section, Take take) {
 DWORD find_value(const WCHAR *path, Text section, Text key, std::optional<std::u16string> *value) {
     key = trimmed(key);
     return for_each_entry(path, section, [&](const Line &line) {
-        if (!same_name(line.name, key)) {
+        if (!is_same_name(line.name, key)) {
             return true;
         }
         value->emplace(line.value);
@@ -302,14 +304,6 @@ struct Target {
     }
 };
 
-constexpr bool is_digit(WCHAR c) {
-    return c >= u'0' && c <= u'9';
-}
-
-constexpr bool is_hex_digit(WCHAR c) {
-    return is_digit(c) || (towupper(c) >= u'A' && towupper(c) <= u'F');
-}
-
 // The number at the start of a text, modulo 2^32.
 unsigned number_in(const WCHAR *text) {
     while (*text != 0 && kBlanks.find(*text) != Text::npos) {
@@ -318,15 +312,13 @@ unsigned number_in(const WCHAR *text) {
     const bool negative = *text == u'-';
     text += negative || *text == u'+';
     unsigned value = 0;
-    if (text[0] == u'0' && towupper(text[1]) == u'X') {
-        for (text += 2; is_hex_digit(*text); ++text) {
-            const int digit = is_digit(*text) ? *text - u'0' : towupper(*text) - u'A' + 10;
-            value = value << 4 | static_cast<unsigned>(digit);
-        }
-    } else {
-        for (; is_digit(*text); ++text) {
-            value = value * 10 + static_cast<unsigned>(*text - u'0');
-        }
+    unsigned base = 10;
+    if (text[0] == u'0' && (text[1] == u'x' || text[1] == u'X')) {
+        base = 16;
+        text += 2;
+    }
+    for (unsigned digit; (digit = static_cast<unsigned>(digit_value(*text))) < base; ++text) {
+        value = value * base + digit;
     }
     return negative ? 0 - value : value;
 }

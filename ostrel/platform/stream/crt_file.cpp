@@ -1,7 +1,4 @@
-#include <atomic>
 #include <cerrno>
-#include <cstdint>
-#include <iterator>
 #include <mutex>
 #include <unordered_map>
 
@@ -16,9 +13,7 @@ namespace {
 using ostrel_platform::OpenMode;
 using ostrel_platform::Stream;
 
-// Which of the host's streams are the layer's. Most have a slot, in which they are found without a
-// lock: a slot that is taken stays as it is until its stream is closed, and nobody asks for a
-// stream while it is closed.
+// The streams of the host that _wfopen has opened, and the object behind each. Any thread.
 class OpenStreams {
 public:
     static OpenStreams &Instance() {
@@ -29,33 +24,15 @@ public:
     void Add(std::FILE *file, Stream *stream) {
         const std::lock_guard lock(m_mutex);
         m_streams.emplace(file, stream);
-        Slot &slot = SlotOf(file);
-        if (slot.file.load(std::memory_order_relaxed) == nullptr) {
-            slot.stream = stream;
-            slot.file.store(file, std::memory_order_release);
-        }
     }
 
     void Remove(const Stream *stream) {
         const std::lock_guard lock(m_mutex);
-        for (auto it = m_streams.begin(); it != m_streams.end(); ++it) {
-            if (it->second == stream) {
-                Slot &slot = SlotOf(it->first);
-                if (slot.file.load(std::memory_order_relaxed) == it->first) {
-                    slot.file.store(nullptr, std::memory_order_relaxed);
-                }
-                m_streams.erase(it);
-                return;
-            }
-        }
+        std::erase_if(m_streams, [stream](const auto &entry) { return entry.second == stream; });
     }
 
-    // Null for a stream that is not of _wfopen.
+    // Returns null for a stream that _wfopen has not opened.
     Stream *Find(std::FILE *file) {
-        const Slot &slot = SlotOf(file);
-        if (slot.file.load(std::memory_order_acquire) == file) {
-            return slot.stream;
-        }
         const std::lock_guard lock(m_mutex);
         const auto found = m_streams.find(file);
         return found != m_streams.end() ? found->second : nullptr;
@@ -67,19 +44,8 @@ public:
     }
 
 private:
-    struct Slot {
-        std::atomic<std::FILE *> file{nullptr};
-        Stream *stream = nullptr;
-    };
-
-    Slot &SlotOf(const std::FILE *file) {
-        const auto address = reinterpret_cast<std::uintptr_t>(file);
-        return m_slots[address / 64 % std::size(m_slots)];
-    }
-
     std::mutex m_mutex;
     std::unordered_map<std::FILE *, Stream *> m_streams;
-    Slot m_slots[64];
 };
 
 Stream *stream_of(void *cookie) {

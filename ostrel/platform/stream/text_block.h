@@ -13,7 +13,7 @@ namespace ostrel_platform {
 
 class TextBlock {
 public:
-    static constexpr std::size_t kBytes = 8 * 1024;  // what is decoded at once
+    static constexpr std::size_t kBytes = std::size_t{8} << 10;  // what is decoded at once
     static constexpr std::size_t kCapacity = StreamDecoder::Capacity(kBytes);  // in units
 
     TextBlock() { Fill(0, false); }

@@ -7,25 +7,13 @@
 #include <string>
 #include <string_view>
 
+#include "ostrel/platform/base/ascii.h"
 #include "ostrel/platform/base/call_result.h"
 #include "ostrel/platform/base/environment.h"
 #include "ostrel/platform/text/charset.h"
 
 namespace ostrel_platform {
 namespace {
-
-constexpr WCHAR to_upper(WCHAR c) {
-    return c >= u'a' && c <= u'z' ? static_cast<WCHAR>(c - u'a' + u'A') : c;
-}
-
-bool is_same_name(std::u16string_view a, std::u16string_view b) {
-    for (std::size_t i = 0; i < a.size() && i < b.size(); ++i) {
-        if (to_upper(a[i]) != to_upper(b[i])) {
-            return false;
-        }
-    }
-    return a.size() == b.size();
-}
 
 // The value of a variable within its entry, or null.
 const char *find_value(std::u16string_view name) {

@@ -20,8 +20,8 @@ struct Charset {
     const char *name;
 };
 
-// Names under which ICU knows no Windows number. The numbers are those of Microsoft's list of code
-// page identifiers; the first name of a number is also the one to open its converter with.
+// Names for which ICU has no Windows number. The numbers are those of Microsoft's list of code page
+// identifiers. The first name of a number also opens its converter.
 constexpr Charset kUnnumbered[] = {
     {949, "windows-949"},   {949, "cp949"},         {28591, "ISO-8859-1"},
     {51932, "EUC-JP"},      {51932, "ujis"},        {936, "gbk"},
@@ -77,8 +77,8 @@ struct CloseConverter {
 };
 using ConverterPtr = std::unique_ptr<UConverter, CloseConverter>;
 
-// Writes U+FFFD for whatever is broken or unassigned; ICU's own callback has another substitute for
-// some bytes, U+001A.
+// Writes U+FFFD for a broken or unassigned sequence. ICU's own callback writes U+001A for some
+// bytes.
 void replace_broken(const void *, UConverterToUnicodeArgs *args, const char *, int32_t,
                     UConverterCallbackReason reason, UErrorCode *status) {
     if (reason <= UCNV_IRREGULAR) {
@@ -88,8 +88,8 @@ void replace_broken(const void *, UConverterToUnicodeArgs *args, const char *, i
     }
 }
 
-// Writes the substitute for whatever has no counterpart; ICU's own callback drops some characters,
-// such as U+200D.
+// Writes the substitute for a character that the code page lacks. ICU's own callback drops some
+// characters, such as U+200D.
 void replace_missing(const void *, UConverterFromUnicodeArgs *args, const UChar *, int32_t, UChar32,
                      UConverterCallbackReason reason, UErrorCode *status) {
     if (reason <= UCNV_IRREGULAR) {
@@ -98,8 +98,8 @@ void replace_missing(const void *, UConverterFromUnicodeArgs *args, const UChar 
     }
 }
 
-// Code pages that ICU knows by IBM's number alone. The platform's number is the same, or that
-// behind 20000 or 50000.
+// Code pages that ICU knows by IBM's number alone. The platform's number is IBM's, or IBM's plus
+// 20000 or 50000.
 constexpr unsigned kIbmPages[] = {
     37,    500,   860,   863,   864,   865,   870,   875,   1026,  1047,  1140,  1141,  1142,
     1143,  1144,  1145,  1146,  1147,  1148,  1149,  20273, 20277, 20278, 20280, 20284, 20285,
@@ -109,7 +109,7 @@ constexpr unsigned ibm_number(unsigned code_page) {
     return code_page % (code_page < 50000 ? 20000 : 50000);
 }
 
-// UTF-16 and UTF-32 have numbers too, but are no code pages of narrow text.
+// UTF-16 and UTF-32 have numbers, but are not code pages of narrow text.
 constexpr unsigned kWidePages[] = {1200, 1201, 12000, 12001};
 
 ConverterPtr open_by_name(const std::string &name) {
@@ -149,9 +149,9 @@ ConverterPtr open_converter(unsigned code_page) {
 
 constexpr WCHAR kRotated[] = {0x1A, 0x1C, 0x7F};
 
-// Decoded text: each control character becomes that of its byte (1A -> 7F -> 1C -> 1A). Text to be
-// encoded: the other way.
-void turn_controls(WCHAR *units, std::size_t count, bool decoded) {
+// In decoded text, gives each control character the value of its byte (1A -> 7F -> 1C -> 1A). In
+// text to be encoded, does the reverse.
+void rotate_controls(WCHAR *units, std::size_t count, bool decoded) {
     for (WCHAR *unit = units; unit != units + count; ++unit) {
         for (std::size_t i = 0; i < 3; ++i) {
             if (*unit == kRotated[i]) {
@@ -167,7 +167,7 @@ void turn_controls(WCHAR *units, std::size_t count, bool decoded) {
 // ICU's converter of one code page.
 class Converter {
 public:
-    // Null when there is none.
+    // Null when ICU has no converter for the code page.
     static std::unique_ptr<Converter> Open(unsigned code_page) {
         ConverterPtr handle = open_converter(code_page);
         return handle ? std::unique_ptr<Converter>(new Converter(std::move(handle))) : nullptr;
@@ -175,16 +175,16 @@ public:
 
     void Reset() { ucnv_reset(m_handle.get()); }
 
-    // Decodes from `*in` on, `room` units at most, and moves `*in` to the first byte that it has
-    // not read. Result: the units stored. `*full` tells that more was to be stored.
+    // Decodes from `*in` to `end` into `capacity` units and moves `*in` to the first byte that it
+    // has not read. Sets `*full` when the result does not fit. Returns the units stored.
     std::size_t Decode(const char **in, const char *end, bool last, WCHAR *units,
                        std::size_t capacity, bool *full) {
         WCHAR *out = units;
         WCHAR *const out_end = units + capacity;
         UErrorCode status = U_ZERO_ERROR;
         do {
-            const char *const to = *in + std::min(end - *in, kMost);
-            WCHAR *const limit = out + std::min(out_end - out, kMost);
+            const char *const to = *in + std::min(end - *in, kMaxStep);
+            WCHAR *const limit = out + std::min(out_end - out, kMaxStep);
             status = U_ZERO_ERROR;
             ucnv_toUnicode(m_handle.get(), &out, limit, in, to, nullptr, last && to == end,
                            &status);
@@ -193,25 +193,25 @@ public:
         *full = status == U_BUFFER_OVERFLOW_ERROR;
         const auto stored = static_cast<std::size_t>(out - units);
         if (m_rotates) {
-            turn_controls(units, stored, true);
+            rotate_controls(units, stored, true);
         }
         return stored;
     }
 
-    // The same for text to be encoded.
+    // Encodes in the same way. The text is complete at `end`.
     std::size_t Encode(const WCHAR **in, const WCHAR *end, char *bytes, std::size_t capacity,
                        bool *full) {
         char *out = bytes;
         UErrorCode status = U_ZERO_ERROR;
         do {
-            WCHAR turned[256];
+            WCHAR rotated[256];
             const WCHAR *from = *in;
-            const WCHAR *to = *in + std::min(end - *in, kMost);
+            const WCHAR *to = *in + std::min(end - *in, kMaxStep);
             if (m_rotates) {
-                to = turned + std::min<std::ptrdiff_t>(end - *in, std::ssize(turned));
-                std::copy(*in, *in + (to - turned), turned);
-                turn_controls(turned, static_cast<std::size_t>(to - turned), false);
-                from = turned;
+                to = rotated + std::min<std::ptrdiff_t>(end - *in, std::ssize(rotated));
+                std::copy(*in, *in + (to - rotated), rotated);
+                rotate_controls(rotated, static_cast<std::size_t>(to - rotated), false);
+                from = rotated;
             }
             const WCHAR *const begin = from;
             const bool last = to - begin == end - *in;
@@ -225,11 +225,11 @@ public:
     }
 
 private:
-    // ICU refuses more bytes than 2^31 - 1, or units of that size, on either side of a call.
-    static constexpr std::ptrdiff_t kMost = 0x3FFFFFFF;
+    // ICU refuses more than 2^31 - 1 bytes on either side of a call.
+    static constexpr std::ptrdiff_t kMaxStep = 0x3FFFFFFF;
 
-    // Some converters turn three control characters round, as old terminals did: byte 0x1A is
-    // U+001C there, 0x1C is U+007F and 0x7F is U+001A. On the platform each is itself.
+    // Some of ICU's converters rotate three control characters, as old terminals did: byte 0x1A is
+    // U+001C, 0x1C is U+007F and 0x7F is U+001A. On the platform each byte is its own character.
     explicit Converter(ConverterPtr handle) : m_handle(std::move(handle)) {
         const char *in = "\x1A";
         WCHAR unit = 0;
@@ -245,7 +245,7 @@ private:
 
 namespace {
 
-// A converter that its thread keeps, or, at the end of a thread, one of its own.
+// Deletes a converter that is not in the thread's cache.
 struct Release {
     bool owns = false;
 
@@ -257,37 +257,37 @@ struct Release {
 };
 using ConverterInUse = std::unique_ptr<Converter, Release>;
 
-thread_local bool t_ended = false;  // whether what the thread kept is gone
+thread_local bool t_cacheIsDestroyed = false;  // whether the thread has destroyed its cache
 
-struct Kept {
-    ~Kept() { t_ended = true; }
+struct ConverterCache {
+    ~ConverterCache() { t_cacheIsDestroyed = true; }
 
     unsigned code_page = kCodePageUtf8;
     std::unique_ptr<Converter> converter;
 };
 
-// The converter of a code page, ready for a new text; null for UTF-8 and for one that is unknown.
-// Each thread keeps the last one: to open it takes far longer than to convert a short text. The
-// destructors of objects that outlive what is kept may still convert.
+// Returns the converter of a code page, ready for a new text, or null for UTF-8 and for an unknown
+// code page. Each thread caches its last converter, since opening one takes far longer than
+// converting a short text. Destructors that run after the cache is destroyed may still convert.
 ConverterInUse converter_for(unsigned code_page) {
     if (code_page == kCodePageUtf8) {
         return nullptr;
     }
-    if (t_ended) {
+    if (t_cacheIsDestroyed) {
         return {Converter::Open(code_page).release(), Release{true}};
     }
-    thread_local Kept kept;
-    if (code_page != kept.code_page) {
-        kept.converter = Converter::Open(code_page);
-        kept.code_page = code_page;
-    } else if (kept.converter) {
-        kept.converter->Reset();
+    thread_local ConverterCache cache;
+    if (code_page != cache.code_page) {
+        cache.converter = Converter::Open(code_page);
+        cache.code_page = code_page;
+    } else if (cache.converter) {
+        cache.converter->Reset();
     }
-    return {kept.converter.get(), Release{false}};
+    return {cache.converter.get(), Release{false}};
 }
 
-// Whether ASCII bytes are themselves in a code page, as they must be in that of the system; behind
-// an escape sequence or a shift too.
+// Whether ASCII bytes stand for ASCII characters in a code page, also behind an escape sequence or
+// a shift. The system code page must have this property.
 bool holds_ascii(unsigned code_page) {
     constexpr char kBytes[] = "\t\n\x0E\x1B$B*HAz09#%\\~";
     constexpr WCHAR kUnits[] = TEXT("\t\n\x0E\x1B$B*HAz09#%\\~");
@@ -319,7 +319,7 @@ std::size_t to_wide_within(std::string_view bytes, unsigned code_page, WCHAR *un
     const char *const end = in + bytes.size();
     bool full = false;
     const std::size_t stored = converter->Decode(&in, end, true, units, capacity, &full);
-    // What is left may be an escape sequence, which makes no unit.
+    // The rest of the source may be an escape sequence, which yields no unit.
     WCHAR more;
     return full && (converter->Decode(&in, end, true, &more, 1, &full) > 0 || full) ? kTooSmall
                                                                                     : stored;
@@ -379,6 +379,57 @@ std::string to_narrow(std::u16string_view text, unsigned code_page) {
     return bytes;
 }
 
+void for_each_wide_piece(std::string_view bytes, bool last,
+                         const std::function<void(std::u16string_view)> &take) {
+    constexpr std::size_t kPiece = 512;
+    WCHAR units[kPiece];
+    const ConverterInUse converter = converter_for(system_code_page());
+    const char *in = bytes.data();
+    const char *const end = in + bytes.size();
+    for (bool more = true; more;) {
+        std::size_t stored = 0;
+        if (converter != nullptr) {
+            stored = converter->Decode(&in, end, last, units, kPiece, &more);
+        } else {
+            const std::size_t count = std::min(static_cast<std::size_t>(end - in), kPiece);
+            const bool ends = in + count == end;
+            std::size_t taken = 0;
+            stored = utf8_to_utf16(in, count, ends && last, units, &taken);
+            in += taken;
+            more = !ends;
+        }
+        take({units, stored});
+    }
+}
+
+void for_each_narrow_piece(std::u16string_view text, bool last,
+                           const std::function<void(std::string_view)> &take) {
+    constexpr std::size_t kPiece = 512;
+    char bytes[3 * kPiece];
+    const auto is_high_surrogate = [](WCHAR unit) { return (unit & 0xFC00) == 0xD800; };
+    if (!last && !text.empty() && is_high_surrogate(text.back())) {
+        text.remove_suffix(1);
+    }
+    const ConverterInUse converter = converter_for(system_code_page());
+    const WCHAR *in = text.data();
+    const WCHAR *const end = in + text.size();
+    for (bool more = true; more;) {
+        std::size_t stored = 0;
+        if (converter != nullptr) {
+            stored = converter->Encode(&in, end, bytes, sizeof bytes, &more);
+        } else {
+            std::size_t count = std::min(static_cast<std::size_t>(end - in), kPiece);
+            if (in + count != end && is_high_surrogate(in[count - 1])) {
+                --count;
+            }
+            stored = utf16_to_utf8(in, count, bytes);
+            in += count;
+            more = in != end;
+        }
+        take({bytes, stored});
+    }
+}
+
 StreamDecoder::StreamDecoder(unsigned code_page)
     : m_converter(code_page == kCodePageUtf8 ? nullptr : Converter::Open(code_page)) {}
 
@@ -391,7 +442,7 @@ std::size_t StreamDecoder::Decode(const char *bytes, std::size_t count, bool las
     }
     WCHAR *out = units;
     std::size_t consumed = 0;
-    // Complete the character that the last block left, a byte at a time: it is short and rare.
+    // Complete the character that the last block cut. A byte at a time will do: cuts are rare.
     while (m_pendingCount > 0 && (count > 0 || last)) {
         if (count > 0 && m_pendingCount < sizeof m_pending) {
             m_pending[m_pendingCount++] = *bytes++;

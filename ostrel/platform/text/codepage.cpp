@@ -19,7 +19,7 @@ int fail(DWORD code) noexcept {
     return 0;
 }
 
-// A negative length takes the NUL with it.
+// A negative length includes the NUL.
 std::string_view source_text(const char *source, int length) {
     return {source, length < 0 ? std::strlen(source) + 1 : static_cast<std::size_t>(length)};
 }
@@ -27,7 +27,7 @@ std::u16string_view source_text(const WCHAR *source, int length) {
     return {source, length < 0 ? wcslen(source) + 1 : static_cast<std::size_t>(length)};
 }
 
-// What the two calls have in common. `convert` and `measure` are given the text and the code page.
+// The body of both calls. `convert` and `measure` take the text and the code page.
 template <class From, class To, class Convert, class Measure>
 int convert_text(unsigned code_page, DWORD flags, const From *source, int length, To *target,
                  int capacity, Convert convert, Measure measure) noexcept try {
@@ -62,7 +62,7 @@ int convert_text(unsigned code_page, DWORD flags, const From *source, int length
 unsigned GetACP() noexcept try {
     return ostrel_platform::system_code_page();
 } catch (const std::bad_alloc &) {
-    return CP_UTF8;  // for now: the next call asks again
+    return CP_UTF8;  // the next call tries again
 }
 
 int MultiByteToWideChar(unsigned code_page, DWORD flags, const char *source, int length,

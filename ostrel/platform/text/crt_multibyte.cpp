@@ -1,10 +1,13 @@
 #include <cerrno>
 
+#include "ostrel/platform/base/ascii.h"
 #include "ostrel/platform/crt_text.h"
 #include "ostrel/platform/text/charset.h"
 #include "ostrel/platform/text/utf8.h"
 
 namespace {
+
+using ostrel_platform::is_digit;
 
 struct ByteRange {
     unsigned code_page;
@@ -43,9 +46,9 @@ std::size_t multibyte_length(const unsigned char *text, unsigned code_page) {
     if (!is_lead(code_page, text[0])) {
         return 1;
     }
-    // Trail bytes: a digit as the second byte makes a GB18030 character of four bytes, and 0x8F an
-    // EUC-JP character of three. Everywhere else one byte follows, which lies above the digits.
-    const auto is_digit = [](unsigned char byte) { return byte >= '0' && byte <= '9'; };
+    // A GB18030 character has four bytes when its second byte is a digit, and an EUC-JP character
+    // has three when its first byte is 0x8F. All others have two, and their trail byte lies above
+    // the digits.
     if (code_page == 54936 && is_digit(text[1])) {
         return text[2] >= 0x81 && text[2] <= 0xFE && is_digit(text[3]) ? 4 : 1;
     }

@@ -1,10 +1,14 @@
 #include "ostrel/platform/crt_text.h"
+#include "ostrel/platform/base/ascii.h"
 
 #include <unicode/uchar.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <climits>
+#include <iterator>
+#include <limits>
 
 #ifdef __SSE2__
 #include <emmintrin.h>
@@ -19,6 +23,8 @@
 #endif
 
 namespace {
+
+using ostrel_platform::digit_value;
 
 constexpr char16_t to_lower(char16_t c) {
     return c >= u'A' && c <= u'Z' ? static_cast<char16_t>(c + 0x20) : c;
@@ -51,7 +57,7 @@ int compare_no_case(const Char *left, const Char *right) {
     }
 }
 
-// A set of characters that answers for ASCII without a search.
+// A set of characters that finds ASCII members without a search.
 class CharacterSet {
 public:
     explicit CharacterSet(const WCHAR *members) : m_members(members) {
@@ -84,12 +90,48 @@ private:
     bool m_beyondAscii = false;
 };
 
-// The value of a digit in bases up to 36; 36 for any other character.
-constexpr int digit_value(WCHAR c) {
-    const WCHAR upper = towupper(c);
-    return c >= u'0' && c <= u'9'           ? c - u'0'
-           : upper >= u'A' && upper <= u'Z' ? upper - u'A' + 10
-                                            : 36;
+// Reads the number at the start of a text, as wcstol does. `*behind` receives the end of the number
+// and stays unchanged without a number. Sets errno to ERANGE for a number out of range.
+LONG read_long(const WCHAR *at, int base, const WCHAR **behind) {
+    while (iswspace(*at)) {
+        ++at;
+    }
+    const bool negative = *at == u'-';
+    at += negative || *at == u'+';
+    const bool prefixed = at[0] == u'0' && towupper(at[1]) == u'X' && digit_value(at[2]) < 16;
+    if (base == 0) {
+        base = prefixed ? 16 : *at == u'0' ? 8 : 10;
+    }
+    at += prefixed && base == 16 ? 2 : 0;
+    const std::int64_t limit = negative ? -std::int64_t{INT32_MIN} : INT32_MAX;
+    std::int64_t value = 0;
+    for (; digit_value(*at) < base; *behind = ++at) {
+        value = std::min(value * base + digit_value(*at), limit + 1);
+    }
+    if (value > limit) {
+        errno = ERANGE;
+        value = limit;
+    }
+    return static_cast<LONG>(negative ? -value : value);
+}
+
+// The beginnings of drive, directory, name and extension of a path, and its end.
+using PathCuts = std::array<const WCHAR *, 5>;
+
+PathCuts cuts_of(const WCHAR *path) {
+    const WCHAR *const rest = path[0] != 0 && path[1] == u':' ? path + 2 : path;
+    const WCHAR *file = rest;
+    const WCHAR *dot = nullptr;
+    const WCHAR *end = rest;
+    for (; *end != 0; ++end) {
+        if (*end == u'\\' || *end == u'/') {
+            file = end + 1;
+            dot = nullptr;
+        } else if (*end == u'.') {
+            dot = end;
+        }
+    }
+    return {path, rest, file, dot != nullptr ? dot : end, end};
 }
 
 thread_local WCHAR *t_nextToken = nullptr;
@@ -104,41 +146,57 @@ int _stricmp(const char *left, const char *right) noexcept {
     return compare_no_case(left, right);
 }
 
-// Reads whole blocks, which never reach into a page that the text does not touch; a checked build,
-// which would see the bytes around the text, reads character by character.
+// Reads whole blocks, which may include bytes around the text, but never a page that the text does
+// not touch. Sanitizers would report those bytes, so that a build with sanitizers reads character
+// by character.
 #if defined(__SSE2__) && !OSTREL_CHECKED
-std::size_t wcslen(const WCHAR *text) noexcept {
+std::size_t wcsnlen(const WCHAR *text, std::size_t limit) noexcept {
     constexpr std::uintptr_t kPage = 4096;
     constexpr std::uintptr_t kBlock = 64;
-    const auto zeros = [](std::uintptr_t block) {  // two bits for each character that is 0
+    const auto zeros = [](std::uintptr_t block) {  // a bit for each character that is 0
         const auto zeros_at = [block](std::uintptr_t offset) {
             const auto *const at = reinterpret_cast<const __m128i *>(block + offset);
-            const __m128i found = _mm_cmpeq_epi16(_mm_loadu_si128(at), _mm_setzero_si128());
-            return std::uint64_t{static_cast<unsigned>(_mm_movemask_epi8(found))};
+            return _mm_cmpeq_epi16(_mm_loadu_si128(at), _mm_setzero_si128());
         };
-        return zeros_at(0) | zeros_at(16) << 16 | zeros_at(32) << 32 | zeros_at(48) << 48;
+        const auto bits_at = [&zeros_at](std::uintptr_t offset) {
+            const __m128i both = _mm_packs_epi16(zeros_at(offset), zeros_at(offset + 16));
+            return static_cast<unsigned>(_mm_movemask_epi8(both));
+        };
+        return bits_at(0) | bits_at(32) << 16;
     };
-    // The first block begins with the text where it can: a text that has just been stored, in such
-    // blocks, is read back at once only as it was written.
+    if (limit == 0) {
+        return 0;
+    }
+    // The first block begins with the text, unless it would cross into the next page. The processor
+    // forwards a text that was just stored in such blocks only to loads at the same addresses.
     const auto address = reinterpret_cast<std::uintptr_t>(text);
     const std::uintptr_t before = address % kPage <= kPage - kBlock ? 0 : address % kBlock;
     std::uintptr_t block = address - before;
-    std::uint64_t found = zeros(block) >> before << before;
+    unsigned found = zeros(block) >> before / sizeof(WCHAR) << before / sizeof(WCHAR);
     while (found == 0) {
         block = block / kBlock * kBlock + kBlock;
+        if ((block - address) / sizeof(WCHAR) >= limit) {
+            return limit;
+        }
         found = zeros(block);
     }
-    return (block + static_cast<unsigned>(__builtin_ctzll(found)) - address) / sizeof(WCHAR);
+    const auto length =
+        (block - address) / sizeof(WCHAR) + static_cast<unsigned>(__builtin_ctz(found));
+    return std::min<std::size_t>(length, limit);
 }
 #else
-std::size_t wcslen(const WCHAR *text) noexcept {
+std::size_t wcsnlen(const WCHAR *text, std::size_t limit) noexcept {
     std::size_t length = 0;
-    while (text[length] != 0) {
+    while (length < limit && text[length] != 0) {
         ++length;
     }
     return length;
 }
 #endif
+
+std::size_t wcslen(const WCHAR *text) noexcept {
+    return wcsnlen(text, std::numeric_limits<std::size_t>::max());
+}
 
 std::size_t wcscspn(const WCHAR *text, const WCHAR *set) noexcept {
     const CharacterSet members(set);
@@ -154,57 +212,22 @@ int _wtoi(const WCHAR *text) noexcept {
         errno = EINVAL;
         return 0;
     }
-    while (iswspace(*text)) {
-        ++text;
-    }
-    const bool negative = *text == u'-';
-    if (negative || *text == u'+') {
-        ++text;
-    }
-    const std::int64_t limit = negative ? -std::int64_t{INT_MIN} : INT_MAX;
-    std::int64_t value = 0;
-    for (; *text >= u'0' && *text <= u'9'; ++text) {
-        value = value * 10 + (*text - u'0');
-        if (value > limit) {
-            errno = ERANGE;
-            value = limit;
-            break;
-        }
-    }
-    return static_cast<int>(negative ? -value : value);
+    const WCHAR *behind = nullptr;
+    return read_long(text, 10, &behind);
 }
 
 LONG wcstol(const WCHAR *text, WCHAR **end, int base) noexcept {
     const WCHAR *behind = text;
-    std::int64_t value = 0;
-    bool negative = false;
+    LONG value = 0;
     if (text == nullptr || base < 0 || base == 1 || base > 36) {
         errno = EINVAL;
     } else {
-        const WCHAR *at = text;
-        while (iswspace(*at)) {
-            ++at;
-        }
-        negative = *at == u'-';
-        at += negative || *at == u'+';
-        const bool prefixed = at[0] == u'0' && towupper(at[1]) == u'X' && digit_value(at[2]) < 16;
-        if (base == 0) {
-            base = prefixed ? 16 : *at == u'0' ? 8 : 10;
-        }
-        at += prefixed && base == 16 ? 2 : 0;
-        const std::int64_t limit = negative ? -std::int64_t{INT32_MIN} : INT32_MAX;
-        for (; digit_value(*at) < base; behind = ++at) {
-            value = std::min(value * base + digit_value(*at), limit + 1);
-        }
-        if (value > limit) {
-            errno = ERANGE;
-            value = limit;
-        }
+        value = read_long(text, base, &behind);
     }
     if (end != nullptr) {
         *end = const_cast<WCHAR *>(behind);
     }
-    return static_cast<LONG>(negative ? -value : value);
+    return value;
 }
 
 WCHAR *wcstok(WCHAR *text, const WCHAR *delimiters) noexcept {
@@ -268,52 +291,23 @@ int platform_iswdigit(WCHAR character) noexcept {
 
 void _wsplitpath(const WCHAR *path, WCHAR *drive, WCHAR *directory, WCHAR *name,
                  WCHAR *extension) noexcept {
-    struct Part {
+    const PathCuts cuts = path != nullptr ? cuts_of(path) : PathCuts{};
+    const struct {
         WCHAR *buffer;
-        std::size_t size;
-        const WCHAR *begin;
-        const WCHAR *end;
-    };
-    Part parts[] = {{drive, _MAX_DRIVE, path, path},
-                    {directory, _MAX_DIR, path, path},
-                    {name, _MAX_FNAME, path, path},
-                    {extension, _MAX_EXT, path, path}};
-    bool fits = path != nullptr;
-    if (path == nullptr) {
-        errno = EINVAL;
-    } else {
-        const WCHAR *const rest = path[0] != 0 && path[1] == u':' ? path + 2 : path;
-        const WCHAR *file = rest;
-        const WCHAR *dot = nullptr;
-        const WCHAR *end = rest;
-        for (; *end != 0; ++end) {
-            if (*end == u'\\' || *end == u'/') {
-                file = end + 1;
-                dot = nullptr;
-            } else if (*end == u'.') {
-                dot = end;
-            }
-        }
-        const WCHAR *const stem = dot != nullptr ? dot : end;
-        const WCHAR *const cuts[] = {path, rest, file, stem, end};
-        for (std::size_t i = 0; i < 4; ++i) {
-            parts[i].begin = cuts[i];
-            parts[i].end = cuts[i + 1];
-            const bool wanted = parts[i].buffer != nullptr;
-            fits = fits &&
-                   (!wanted || static_cast<std::size_t>(cuts[i + 1] - cuts[i]) < parts[i].size);
-        }
-        if (!fits) {
-            errno = ERANGE;
-        }
+        std::size_t capacity;
+    } parts[] = {
+        {drive, _MAX_DRIVE}, {directory, _MAX_DIR}, {name, _MAX_FNAME}, {extension, _MAX_EXT}};
+    bool fits = true;
+    for (std::size_t i = 0; i < std::size(parts); ++i) {
+        fits = fits && (parts[i].buffer == nullptr ||
+                        static_cast<std::size_t>(cuts[i + 1] - cuts[i]) < parts[i].capacity);
     }
-    for (const Part &part : parts) {
-        if (part.buffer != nullptr) {
-            WCHAR *out = part.buffer;
-            for (const WCHAR *p = part.begin; fits && p != part.end; ++p) {
-                *out++ = *p;
-            }
-            *out = 0;
+    if (path == nullptr || !fits) {
+        errno = path == nullptr ? EINVAL : ERANGE;
+    }
+    for (std::size_t i = 0; i < std::size(parts); ++i) {
+        if (WCHAR *const buffer = parts[i].buffer) {
+            *std::copy(cuts[i], fits ? cuts[i + 1] : cuts[i], buffer) = 0;
         }
     }
 }

@@ -6,58 +6,53 @@
 #include <climits>
 #include <cstring>
 #include <exception>
+#include <limits>
 #include <string>
 #include <string_view>
 
+#include "ostrel/platform/base/ascii.h"
+#include "ostrel/platform/crt_text.h"
 #include "ostrel/platform/text/charset.h"
 #include "ostrel/platform/text/printf_number.h"
 
 namespace ostrel_platform {
 namespace {
 
-// What differs between the narrow and the wide functions: the other width, and how its text is
-// converted. `cut` says that the text may go on behind its end, where a precision cut it: half a
-// character there is left out, not replaced.
+// The differences between the narrow and the wide functions: the other width, and the conversion of
+// text from it.
 template <typename Char>
 struct Twin;
 
 template <>
 struct Twin<char> {
     using Other = WCHAR;
-
-    static std::string Convert(std::u16string_view text, bool cut) {
-        if (cut && !text.empty() && (text.back() & 0xFC00) == 0xD800) {
-            text.remove_suffix(1);
-        }
-        return to_narrow(text);
-    }
+    static constexpr auto kForEachPiece = for_each_narrow_piece;
 };
 
 template <>
 struct Twin<WCHAR> {
     using Other = char;
-
-    static std::u16string Convert(std::string_view text, bool cut) {
-        std::u16string units(StreamDecoder::Capacity(text.size()), u'\0');
-        StreamDecoder decoder(system_code_page());
-        units.resize(decoder.Decode(text.data(), text.size(), !cut, units.data()));
-        return units;
-    }
+    static constexpr auto kForEachPiece = for_each_wide_piece;
 };
 
-// Takes the text: stores what fits and counts everything.
+// Receives the text, stores what fits and counts everything.
 template <typename Char>
 class Sink {
 public:
     Sink(Char *out, std::size_t capacity) : m_begin(out), m_next(out), m_capacity(capacity) {}
 
-    // `Source` is Char, or char for text that is ASCII. A short text, as most are, is copied by the
-    // loop: a call would take longer.
+    // `Source` is Char, or char for text that is ASCII. A short text, as most are, is copied one by
+    // one: a call takes longer, and a wide load would wait for the digits just stored.
     template <typename Source>
     void Put(const Source *text, std::size_t length) {
         const std::size_t stored = Take(length);
-        Char *const out = m_next;  // a copy, which the stores below cannot change
-        if (sizeof(Source) == sizeof(Char) && stored > kShortText) {
+        Char *const out = m_next;  // a local copy, which the stores below cannot alias
+        if (length <= kShortText || stored <= kShortText) {
+            for (std::size_t i = 0; i < stored; ++i) {
+                out[i] = static_cast<Char>(text[i]);
+                __asm__("" : "+r"(i));  // keeps compilers from making vectors of the loop
+            }
+        } else if constexpr (sizeof(Source) == sizeof(Char)) {
             std::memcpy(out, text, stored * sizeof(Char));
         } else {
             for (std::size_t i = 0; i < stored; ++i) {
@@ -65,6 +60,22 @@ public:
             }
         }
         m_next = out + stored;
+    }
+
+    // The same for a text that the caller brought, which lies in the cache as a whole: two blocks,
+    // which may overlap, take a short one.
+    void PutString(const Char *text, std::size_t length) {
+        constexpr std::size_t kBlock = 8;
+        if (length < kBlock || length > 2 * kBlock || length > m_capacity) {
+            Put(text, length);
+            return;
+        }
+        Char first[kBlock], last[kBlock];
+        std::memcpy(first, text, sizeof first);
+        std::memcpy(last, text + length - kBlock, sizeof last);
+        std::memcpy(m_next, first, sizeof first);
+        std::memcpy(m_next + length - kBlock, last, sizeof last);
+        m_next += Take(length);
     }
 
     void Fill(char character, std::uint64_t count) {
@@ -83,7 +94,7 @@ public:
 private:
     static constexpr std::size_t kShortText = 16;
 
-    // Takes room for `length` characters. Result: how many fit; the others count as lost.
+    // Uses up capacity for `length` characters. Returns how many fit; the others count as lost.
     std::size_t Take(std::uint64_t length) {
         const auto stored = static_cast<std::size_t>(std::min<std::uint64_t>(length, m_capacity));
         m_capacity -= stored;
@@ -100,12 +111,8 @@ private:
 // The conversions before which F is the far modifier.
 constexpr std::string_view kFarConversions = "sScCdiouxXpegGfn";
 
-template <typename Char>
-constexpr bool is_digit(Char character) {
-    return character >= '0' && character <= '9';
-}
-
-// Steps over a number. What is larger than any text may be long stays just that large.
+// Reads a number and steps over it. A number above INT_MAX gives INT_MAX + 1, which is more than
+// the length of any text.
 template <typename Char>
 std::int64_t read_number(const Char *&at) {
     std::int64_t number = 0;
@@ -115,7 +122,7 @@ std::int64_t read_number(const Char *&at) {
     return number;
 }
 
-// Steps over the modifiers; of several that contradict each other the last counts.
+// Reads the modifiers and steps over them. Of modifiers that contradict each other the last counts.
 template <typename Char>
 const Char *read_modifiers(const Char *at, PrintSize &size) {
     for (;; ++at) {
@@ -161,18 +168,20 @@ const Char *read_modifiers(const Char *at, PrintSize &size) {
 template <typename Char>
 constexpr Char kNull[] = {'(', 'n', 'u', 'l', 'l', ')', 0};
 
-// The length of a text that need not be terminated within its first `limit` characters.
+std::size_t length_within(const char *text, std::size_t limit) {
+    return strnlen(text, limit);
+}
+
+std::size_t length_within(const WCHAR *text, std::size_t limit) {
+    return wcsnlen(text, limit);
+}
+
+// Returns the length of a text that need not be terminated within the precision.
 template <typename Char>
 std::size_t bounded_length(const Char *text, const PrintOptions &options) {
-    if (!options.HasPrecision()) {
-        return std::char_traits<Char>::length(text);
-    }
-    const auto limit = static_cast<std::size_t>(options.precision);
-    std::size_t length = 0;
-    while (length < limit && text[length] != 0) {
-        ++length;
-    }
-    return length;
+    const std::int64_t limit =
+        options.HasPrecision() ? options.precision : std::numeric_limits<std::int64_t>::max();
+    return length_within(text, static_cast<std::size_t>(limit));
 }
 
 template <typename Char>
@@ -187,7 +196,7 @@ public:
     Printer(const Printer &) = delete;
     Printer &operator=(const Printer &) = delete;
 
-    // The length of the text, or -1 with errno set.
+    // Returns the length of the text. On failure returns -1 and sets errno.
     int Print(const Char *format) {
         try {
             if (format == nullptr || !PrintParts(format)) {
@@ -209,7 +218,7 @@ public:
     }
 
 private:
-    // False: the format is bad.
+    // Returns false when the format is not valid.
     bool PrintParts(const Char *format) {
         for (;;) {
             const Char *const run = format;
@@ -422,8 +431,13 @@ private:
         const std::int64_t padding = options.width - (number.end - number.begin) - zeros;
         if (padding <= 0 && zeros == 0) {
             Put(number.begin, number.end);
-            return;
+        } else {
+            PutInParts(number, options, padding, may_pad_with_zeros);
         }
+    }
+
+    void PutInParts(const PrintedNumber &number, const PrintOptions &options, std::int64_t padding,
+                    bool may_pad_with_zeros) {
         const bool left = options.Has(kLeft);
         const bool with_zeros = !left && may_pad_with_zeros && options.Has(kZero);
         Fill(' ', left || with_zeros ? 0 : padding);
@@ -446,7 +460,7 @@ private:
         }
     }
 
-    // A string or one character, wide or narrow unless a modifier says which.
+    // Prints a string or one character. `wide` applies when no modifier says which width.
     void PrintText(bool single, bool wide, PrintOptions &options) {
         if (options.size == PrintSize::kLong || options.size == PrintSize::kInt64) {
             wide = true;
@@ -476,29 +490,46 @@ private:
     }
 
     void PutText(const Char *text, std::size_t length, bool /*cut*/, const PrintOptions &options) {
-        PutPadded(text, length, options);
+        const std::int64_t padding = options.width - static_cast<std::int64_t>(length);
+        PadBefore(padding, options);
+        m_sink.PutString(text, length);
+        PadBehind(padding, options);
     }
 
-    // ASCII is the same in every system code page; anything else goes through the converter.
+    // ASCII is the same in every system code page; other text goes through the converter. `cut`
+    // says that a precision has cut the text. The converter then leaves an incomplete character at
+    // the end out instead of replacing it.
     void PutText(const Other *text, std::size_t length, bool cut, const PrintOptions &options) {
         using Unsigned = std::make_unsigned_t<Other>;
         if (std::all_of(text, text + length, [](Other unit) { return Unsigned(unit) < 0x80; })) {
-            PutPadded(text, length, options);
+            const std::int64_t padding = options.width - static_cast<std::int64_t>(length);
+            PadBefore(padding, options);
+            m_sink.Put(text, length);
+            PadBehind(padding, options);
             return;
         }
         const int saved_errno = errno;
-        const auto converted = Twin<Char>::Convert({text, length}, cut);
+        const std::basic_string_view<Other> whole(text, length);
+        std::int64_t padding = options.width;
+        if (padding > 0) {
+            Twin<Char>::kForEachPiece(whole, !cut, [&padding](const auto &piece) {
+                padding -= static_cast<std::int64_t>(piece.size());
+            });
+        }
+        PadBefore(padding, options);
+        Twin<Char>::kForEachPiece(
+            whole, !cut, [this](const auto &piece) { m_sink.Put(piece.data(), piece.size()); });
+        PadBehind(padding, options);
         errno = saved_errno;
-        PutPadded(converted.data(), converted.size(), options);
     }
 
-    template <typename Source>
-    void PutPadded(const Source *text, std::size_t length, const PrintOptions &options) {
-        const std::int64_t padding = options.width - static_cast<std::int64_t>(length);
+    void PadBefore(std::int64_t padding, const PrintOptions &options) {
         if (!options.Has(kLeft)) {
             Fill(options.Has(kZero) ? '0' : ' ', padding);
         }
-        m_sink.Put(text, length);
+    }
+
+    void PadBehind(std::int64_t padding, const PrintOptions &options) {
         if (options.Has(kLeft)) {
             Fill(' ', padding);
         }

@@ -44,15 +44,15 @@ constexpr auto kPowersOf10 = [] {
     return powers;
 }();
 
-// Whether write_short_fixed is for this value; most are of this size.
+// Whether write_short_fixed can write this value. Most printed values qualify.
 bool is_short(double value, int decimals) {
     return decimals <= kShortDecimals && value < 0x1p52 && (value >= 0x1p-12 || value == 0);
 }
 
-// Writes such a value in integer arithmetic, which is exact: it is mantissa / 2^shift with a shift
-// of 1 to 64 (of any for 0), so that what is behind the point is a whole number of 2^-64. Times a
-// power of ten below 2^64 this has 128 bits: the decimals above, and below the rest that decides
-// the rounding.
+// Writes such a value in integer arithmetic, which is exact. The value is mantissa / 2^shift with a
+// shift of 1 to 64 (any shift for 0), so that the fraction is a whole number of 2^-64. The fraction
+// times a power of ten below 2^64 has 128 bits: the upper half is the decimals, and the lower half
+// decides the rounding.
 char *write_short_fixed(double value, int decimals, char *text) {
     const Binary binary(value);
     const int shift = std::min(-binary.exponent, 64);
@@ -75,13 +75,13 @@ char *write_short_fixed(double value, int decimals, char *text) {
     if (decimals == 0) {
         return point;
     }
-    // Written with a 1 before it, the fraction keeps its leading zeros; the point replaces the 1.
+    // A 1 written before the fraction preserves its leading zeros. The point then replaces the 1.
     char *const end = std::to_chars(point, text_end(text), scale + fraction).ptr;
     *point = '.';
     return end;
 }
 
-// The exponent of a number in the form that %e prints: e, a sign, two digits or three.
+// The exponent of a number as %e prints it: e, a sign, two or three digits.
 struct Exponent {
     char text[8];
     std::size_t length;
@@ -93,7 +93,7 @@ struct Exponent {
     }
 };
 
-// Writes one digit, a point and `decimals` digits. Result: the end.
+// Writes one digit, a point and `decimals` digits. Returns the end.
 char *write_mantissa(double value, int decimals, bool capital, char *text, Exponent &exponent) {
     char *const most = text + 1 + 1 + kMaxDigits + sizeof exponent.text;
     char *const end = std::to_chars(text, most, value, std::chars_format::scientific, decimals).ptr;
@@ -101,7 +101,7 @@ char *write_mantissa(double value, int decimals, bool capital, char *text, Expon
     exponent.length = static_cast<std::size_t>(end - letter);
     std::memcpy(exponent.text, letter, exponent.length);
     exponent.text[0] = capital ? 'E' : 'e';
-    text[1] = '.';  // none without decimals
+    text[1] = '.';  // to_chars writes no point without decimals
     return text + 2 + decimals;
 }
 
@@ -147,11 +147,11 @@ void write_scientific(double value, bool capital, const PrintOptions &options, c
 
 void write_general(double value, bool capital, const PrintOptions &options, char *text,
                    PrintedNumber &number) {
-    constexpr int kLeastFixed = -4;  // the least exponent that is not written
+    constexpr int kLeastFixed = -4;  // the least exponent that is printed without an exponent
     const std::int64_t precision = std::max<std::int64_t>(options.precision, 1);
     const auto digits = static_cast<int>(std::min(precision, kMaxDigits));
     Exponent exponent;
-    char *first = text - kLeastFixed;  // room for zeros before it
+    char *first = text - kLeastFixed;  // leaves space for leading zeros
     char *end = write_mantissa(value, digits - 1, capital, first, exponent);
 
     const int places = exponent.Value();
@@ -189,7 +189,7 @@ void write_hexadecimal(double value, bool capital, const PrintOptions &options, 
     if (dropped > 0) {
         const std::uint64_t half = std::uint64_t{1} << (dropped - 1);
         const std::uint64_t odd = binary.mantissa >> dropped & 1;
-        binary.mantissa += half - 1 + odd;  // a carry goes into the first digit
+        binary.mantissa += half - 1 + odd;  // a carry increments the first digit
     }
 
     const char *const digits = capital ? kUpperDigits : kLowerDigits;
@@ -216,8 +216,8 @@ bool is_finite(std::uint64_t bits) {
     return (static_cast<int>(bits >> kMantissaBits) & kExponentMask) != kExponentMask;
 }
 
-// The name of what is no finite number. A NaN is signalling while the first bit of its mantissa is
-// clear; the negative NaN with that bit alone is what an invalid operation gives.
+// A NaN is signalling when the first bit of its mantissa is clear. An invalid operation gives the
+// negative NaN with that bit alone.
 std::string_view special_name(std::uint64_t bits, bool capital) {
     constexpr std::uint64_t kQuiet = std::uint64_t{1} << (kMantissaBits - 1);
     const std::uint64_t mantissa = bits & kMantissaMask;

@@ -1,7 +1,7 @@
 #ifndef OSTREL_PLATFORM_TEXT_PRINTF_NUMBER_H
 #define OSTREL_PLATFORM_TEXT_PRINTF_NUMBER_H
 
-// Internal. The numbers of the formatted output: their digits, as plain characters.
+// Internal. Writes the digits of the numbers that the formatted output prints, as ASCII.
 
 #include <cstddef>
 #include <cstdint>
@@ -10,7 +10,8 @@
 
 namespace ostrel_platform {
 
-// A flag's bit is its distance from the blank: to recognise one takes a subtraction and a shift.
+// The bit of a flag is its distance from the blank, so that the reader of a format recognises a
+// flag by a subtraction and a shift.
 constexpr unsigned flag_bit(char flag) {
     return 1U << (flag - ' ');
 }
@@ -24,7 +25,7 @@ inline constexpr unsigned kFlags = kBlank | kAlternate | kPlus | kLeft | kZero;
 
 enum class PrintSize { kDefault, kByte, kShort, kLong, kInt64 };
 
-// What stands between the % and the letter of a conversion.
+// The options between the % and the letter of a conversion.
 struct PrintOptions {
     unsigned flags = 0;
     PrintSize size = PrintSize::kDefault;
@@ -35,9 +36,9 @@ struct PrintOptions {
     bool HasPrecision() const { return precision >= 0; }
 };
 
-// A printed number. Its characters stand in one piece, [begin, end); what may have to be put
-// between them is said by number: zeros before the digits, where padding with zeros goes too, and
-// zeros before the exponent.
+// A printed number: its characters [begin, end), and the counts of zeros to insert between them.
+// leading_zeros go before `digits`, where padding with zeros goes too. trailing_zeros go before
+// `exponent`.
 struct PrintedNumber {
     explicit PrintedNumber(char *text) : begin(text), digits(text), exponent(text), end(text) {}
 
@@ -48,7 +49,7 @@ struct PrintedNumber {
     std::int64_t leading_zeros = 0;
     std::int64_t trailing_zeros = 0;
 
-    // `from` is where there is room for a prefix.
+    // kPrefix characters in front of `from` are free.
     void SetDigits(char *from, char *to) {
         begin = digits = from;
         exponent = end = to;
@@ -72,21 +73,22 @@ struct PrintedNumber {
     }
 };
 
-// Room in front of the digits for a sign and 0x.
+// The characters free in front of the digits, for a sign and 0x.
 inline constexpr std::size_t kPrefix = 3;
 
-// The digits of an unsigned 64-bit number, in octal at most.
+// The digits of an unsigned 64-bit number in octal, the longest form.
 inline constexpr std::size_t kIntegerText = 22;
 
-// A double has at most 309 digits before the point, 1074 decimals that are not zero, and 767 digits
-// between the first and the last one that is not zero. What a precision asks beyond is zeros.
+// A double has at most 309 digits before the point, its last decimal that is not 0 is at most the
+// 1074th, and at most 767 digits lie from the first to the last that is not 0. All digits of a
+// precision beyond these limits are 0.
 inline constexpr std::int64_t kMaxDecimals = 1074;
 inline constexpr std::int64_t kMaxDigits = 767;
 inline constexpr std::size_t kDoubleText = 309 + 1 + kMaxDecimals + 1;
 
-// The conversions write to `text`, which holds kIntegerText or kDoubleText characters behind room
-// for kPrefix, and describe what they wrote in `number`. A value is never negative, and a double is
-// finite; the precision has been given or set to its default.
+// Write a number to `text` and describe it in `number`. `text` holds kIntegerText or kDoubleText
+// characters, and the kPrefix characters in front of it are free. A value is not negative, a double
+// is finite, and the precision of a double is 0 or more.
 void write_integer(std::uint64_t value, unsigned conversion, char *text, PrintedNumber &number);
 void write_fixed(double value, const PrintOptions &options, char *text, PrintedNumber &number);
 void write_scientific(double value, bool capital, const PrintOptions &options, char *text,
@@ -96,7 +98,8 @@ void write_general(double value, bool capital, const PrintOptions &options, char
 void write_hexadecimal(double value, bool capital, const PrintOptions &options, char *text,
                        PrintedNumber &number);
 
-// Whether these are the bits of a finite double, and the name of one that is not.
+// is_finite says whether these are the bits of a finite double. special_name returns the name of a
+// double that is not finite, without its sign.
 bool is_finite(std::uint64_t bits);
 std::string_view special_name(std::uint64_t bits, bool capital);
 

@@ -6,13 +6,12 @@
 #include <cstdarg>
 #include <cstdint>
 
+#include "ostrel/platform/base/ascii.h"
 #include "ostrel/platform/crt_text.h"
 
 namespace {
 
-constexpr bool is_digit(WCHAR character) {
-    return character >= u'0' && character <= u'9';
-}
+using ostrel_platform::is_digit;
 
 const WCHAR *skip_space(const WCHAR *at) {
     while (iswspace(*at)) {
@@ -21,7 +20,7 @@ const WCHAR *skip_space(const WCHAR *at) {
     return at;
 }
 
-// How the reading of a part of the format ended.
+// The result of reading one part of the format.
 enum class Outcome { kMatched, kFailed, kTextEnded };
 
 class Scanner {
@@ -56,7 +55,7 @@ public:
         }
         std::int64_t number = 0;
         for (; width > 0 && is_digit(*m_at); --width, ++m_at) {
-            // Beyond the range of an int either way, and no further.
+            // The limit lies outside the range of an int, so that the clamp below applies.
             number = std::min<std::int64_t>(number * 10 + (*m_at - u'0'), std::int64_t{1} << 32);
         }
         number = negative ? -number : number;
@@ -80,8 +79,8 @@ private:
     const WCHAR *m_at;
 };
 
-// Steps over the width of a conversion. Without one there is no limit; 0 is none that is listed,
-// and so is what a number of characters cannot be.
+// Reads the width of a conversion and steps over it. Returns INT64_MAX without a width, 2^32 for a
+// greater one, and 0 for 0, which the caller refuses.
 std::int64_t read_width(const WCHAR *&at) {
     if (!is_digit(*at)) {
         return INT64_MAX;

@@ -14,8 +14,8 @@ constexpr bool is_continuation(unsigned char byte) {
     return (byte & 0xC0) == 0x80;
 }
 
-// The second byte of a character is bounded more closely than the others (Table 3-7 of the
-// standard): that is what keeps out overlong forms, surrogates and values above U+10FFFF.
+// Some lead bytes limit the second byte more closely (Table 3-7 of the standard). The limits
+// exclude overlong forms, surrogates and values above U+10FFFF.
 constexpr bool is_second(unsigned char lead, unsigned char byte) {
     switch (lead) {
         case 0xE0:
@@ -97,7 +97,7 @@ std::size_t utf8_to_utf16(const char *bytes, std::size_t count, bool last, WCHAR
             pos += run.taken;
             out += run.stored;
         }
-        // What has stopped the blocks lies within the next 64 bytes.
+        // The reason why the blocks stopped lies within the next 64 bytes.
         for (const std::size_t end = std::min(count, pos + 64); pos < end;) {
             const unsigned char lead = in[pos];
             if (lead < 0x80) {
@@ -110,7 +110,7 @@ std::size_t utf8_to_utf16(const char *bytes, std::size_t count, bool last, WCHAR
             if (length > 1 && sound == length) {
                 out = put_utf16(in + pos, length, out);
             } else if (!last && length > 1 && pos + sound == count) {
-                *consumed = pos;  // cut, and sound so far
+                *consumed = pos;  // the end cuts the character
                 return static_cast<std::size_t>(out - units);
             } else {
                 *out++ = kReplacement;
@@ -131,7 +131,7 @@ std::size_t utf16_to_utf8(const WCHAR *units, std::size_t count, char *bytes) {
             pos += run.taken;
             out += run.stored;
         }
-        // What has stopped the blocks lies within the next eight units.
+        // The reason why the blocks stopped lies within the next eight units.
         for (const std::size_t end = std::min(count, pos + 8); pos < end;) {
             char32_t code = units[pos++];
             if (code < 0x80) {
@@ -175,29 +175,29 @@ std::size_t utf8_length(const WCHAR *units, std::size_t count) {
     for (std::size_t i = blocks.taken; i < count; ++i) {
         length += 1u + (units[i] >= 0x80) + (units[i] >= 0x800);
         if (i + 1 < count && is_high_surrogate(units[i]) && is_low_surrogate(units[i + 1])) {
-            length -= 2;  // four bytes, where two lone surrogates have three each
+            length -= 2;  // a pair has four bytes, two lone surrogates have six
         }
     }
     return length;
 }
 
-// Both go on in pieces that fit whatever they hold. Near the end of the room a piece is converted
-// aside and copied.
+// The two functions below convert in pieces whose result fits in any case. Near the end of the
+// buffer they convert a piece to a scratch buffer and copy what fits.
 
 std::size_t utf8_to_utf16_within(const char *bytes, std::size_t count, WCHAR *units,
                                  std::size_t capacity) {
-    constexpr std::size_t kAside = 16;
+    constexpr std::size_t kScratch = 16;
     std::size_t stored = 0;
     while (count > 0) {
-        WCHAR aside[kAside];
+        WCHAR scratch[kScratch];
         const std::size_t left = capacity - stored;
-        const bool direct = left >= std::min(count, kAside);
-        const std::size_t piece = std::min(count, direct ? left : kAside);
-        WCHAR *const target = direct ? units + stored : aside;
+        const bool direct = left >= std::min(count, kScratch);
+        const std::size_t piece = std::min(count, direct ? left : kScratch);
+        WCHAR *const target = direct ? units + stored : scratch;
         std::size_t consumed = 0;
         const std::size_t got = utf8_to_utf16(bytes, piece, piece == count, target, &consumed);
         if (!direct) {
-            std::copy_n(aside, std::min(got, left), units + stored);
+            std::copy_n(scratch, std::min(got, left), units + stored);
             if (got > left) {
                 return kTooSmall;
             }
@@ -211,20 +211,20 @@ std::size_t utf8_to_utf16_within(const char *bytes, std::size_t count, WCHAR *un
 
 std::size_t utf16_to_utf8_within(const WCHAR *units, std::size_t count, char *bytes,
                                  std::size_t capacity) {
-    constexpr std::size_t kAside = 16;
+    constexpr std::size_t kScratch = 16;
     std::size_t stored = 0;
     while (count > 0) {
-        char aside[3 * kAside];
+        char scratch[3 * kScratch];
         const std::size_t left = capacity - stored;
-        const bool direct = left / 3 >= std::min(count, kAside);
-        std::size_t piece = std::min(count, direct ? left / 3 : kAside);
+        const bool direct = left / 3 >= std::min(count, kScratch);
+        std::size_t piece = std::min(count, direct ? left / 3 : kScratch);
         if (piece < count && is_high_surrogate(units[piece - 1]) &&
             is_low_surrogate(units[piece])) {
             --piece;
         }
-        const std::size_t got = utf16_to_utf8(units, piece, direct ? bytes + stored : aside);
+        const std::size_t got = utf16_to_utf8(units, piece, direct ? bytes + stored : scratch);
         if (!direct) {
-            std::copy_n(aside, std::min(got, left), bytes + stored);
+            std::copy_n(scratch, std::min(got, left), bytes + stored);
             if (got > left) {
                 return kTooSmall;
             }

@@ -15,18 +15,18 @@ namespace {
 
 using Mask = std::uint64_t;  // one bit for each of 64 bytes
 
-constexpr std::uint8_t kNothing = 0x80;  // in a shuffle: a zero byte
+constexpr std::uint8_t kNothing = 0x80;  // makes a shuffle write a zero byte
 
 struct alignas(16) Shuffle {
     std::uint8_t from[16] = {kNothing, kNothing, kNothing, kNothing, kNothing, kNothing,
                              kNothing, kNothing, kNothing, kNothing, kNothing, kNothing,
                              kNothing, kNothing, kNothing, kNothing};
-    std::uint8_t taken = 0;   // bytes that it reads
-    std::uint8_t stored = 0;  // units or bytes that it makes
+    std::uint8_t taken = 0;   // bytes read
+    std::uint8_t stored = 0;  // units or bytes written
 };
 
-// Characters of one and two bytes, those that begin in 8 bytes: bit k of the index says that byte
-// k + 1 continues one. Each becomes a 16-bit lane, with its bytes turned round.
+// Spreads the characters of one and two bytes that begin in 8 bytes. Bit k of the index says that
+// byte k + 1 continues a character. Each character becomes a 16-bit lane, its last byte first.
 constexpr std::array<Shuffle, 256> kSpreadTwos = [] {
     std::array<Shuffle, 256> table{};
     for (unsigned continued = 0; continued < 256; ++continued) {
@@ -37,16 +37,17 @@ constexpr std::array<Shuffle, 256> kSpreadTwos = [] {
                 continue;
             }
             const bool two = ((continued >> byte) & 1) != 0;
-            entry.from[2 * entry.stored] = two ? byte + 1 : byte;
-            entry.from[2 * entry.stored + 1] = two ? byte : kNothing;
+            entry.from[std::size_t{2} * entry.stored] = two ? byte + 1 : byte;
+            entry.from[std::size_t{2} * entry.stored + 1] = two ? byte : kNothing;
             ++entry.stored;
         }
     }
     return table;
 }();
 
-// Four characters of one to three bytes, by their lengths: the index counts in threes. Each becomes
-// a 32-bit lane, with its bytes turned round.
+// Spreads four characters of one to three bytes. The index has a digit in base 3 for the length of
+// each character minus 1, with the first character in the lowest digit. Each character becomes a
+// 32-bit lane, its last byte first.
 constexpr std::array<Shuffle, 81> kSpreadThrees = [] {
     std::array<Shuffle, 81> table{};
     for (unsigned lengths = 0; lengths < 81; ++lengths) {
@@ -65,10 +66,10 @@ constexpr std::array<Shuffle, 81> kSpreadThrees = [] {
 
 struct Four {
     std::uint8_t lengths;  // the index into kSpreadThrees
-    std::uint8_t taken;    // their bytes; 0 when one has more than three
+    std::uint8_t taken;    // the bytes of all four; 0 when one of them has more than three
 };
 
-// The first four characters of 12 bytes, bit k of the index set where byte k ends one.
+// The first four characters of 12 bytes. Bit k of the index says that byte k ends a character.
 constexpr std::array<Four, 4096> kFours = [] {
     std::array<Four, 4096> table{};
     for (unsigned ends = 0; ends < 4096; ++ends) {
@@ -90,20 +91,21 @@ constexpr std::array<Four, 4096> kFours = [] {
     return table;
 }();
 
-// Keeps of each of the lanes, which have 16 / `lanes` bytes, as many as `length` says.
+// Keeps the first `length(lane)` bytes of each lane. A lane has 16 / `lanes` bytes.
 template <class Length>
 constexpr Shuffle squeeze(std::uint8_t lanes, Length length) {
     Shuffle entry;
     entry.taken = 16;
     for (std::uint8_t lane = 0; lane < lanes; ++lane) {
-        for (std::uint8_t byte = 0; byte < length(lane); ++byte) {
+        for (int byte = 0; byte < length(lane); ++byte) {
             entry.from[entry.stored++] = static_cast<std::uint8_t>(16 / lanes * lane + byte);
         }
     }
     return entry;
 }
 
-// Eight characters in 16-bit lanes; a bit of the index is set where one has one byte, not two.
+// Packs eight characters from 16-bit lanes. A bit of the index is set for a character of one byte
+// and clear for one of two.
 constexpr std::array<Shuffle, 256> kSqueezeTwos = [] {
     std::array<Shuffle, 256> table{};
     for (unsigned i = 0; i < 256; ++i) {
@@ -112,8 +114,8 @@ constexpr std::array<Shuffle, 256> kSqueezeTwos = [] {
     return table;
 }();
 
-// Four characters in 32-bit lanes; the lower four bits of the index are set where one has more than
-// one byte, the upper four where it has more than two.
+// Packs four characters from 32-bit lanes. The lower four bits of the index are set for characters
+// of more than one byte, the upper four for characters of more than two.
 constexpr std::array<Shuffle, 256> kSqueezeThrees = [] {
     std::array<Shuffle, 256> table{};
     for (unsigned i = 0; i < 256; ++i) {
@@ -159,7 +161,7 @@ struct Block {
     OSTREL_BLOCKS explicit Block(const char *bytes) noexcept
         : part{load(bytes), load(bytes + 16), load(bytes + 32), load(bytes + 48)} {}
 
-    // The bytes from `lowest` on.
+    // A bit for each byte that is `lowest` or more.
     OSTREL_BLOCKS Mask From(int lowest) const noexcept {
         const __m128i bound = _mm_set1_epi8(static_cast<char>(lowest));
         Mask mask = 0;
@@ -190,7 +192,7 @@ struct Block {
     }
 };
 
-// What 64 bytes hold that begin with a character. The last one may be cut.
+// The characters of 64 bytes that begin with a character. The end may cut the last one.
 struct Characters {
     Mask from80, continued, from_e0 = 0, from_f0 = 0;
     bool sound = true;
@@ -214,8 +216,8 @@ struct Characters {
         sound = sound && continued == expected && (continued | from_c2) == from80;
     }
 
-    // The second byte is bounded more closely behind some lead bytes (Table 3-7 of the standard):
-    // that keeps out overlong forms, surrogates and values above U+10FFFF.
+    // Some lead bytes limit the second byte more closely (Table 3-7 of the standard). The limits
+    // exclude overlong forms, surrogates and values above U+10FFFF.
     OSTREL_BLOCKS static bool SecondBytesAreSound(const Block &block) noexcept {
         const Mask from_90 = block.From(0x90);
         const Mask from_a0 = block.From(0xA0);
@@ -224,7 +226,7 @@ struct Characters {
         return wrong == 0 && block.From(0xF5) == 0;
     }
 
-    // Bytes of the whole characters, and the units that they make.
+    // The bytes of the complete characters, and the units that they become.
     OSTREL_BLOCKS Progress Whole() const noexcept {
         const Mask cut =
             from_f0 >> 61 << 61 | from_e0 >> 62 << 62 | (from80 & ~continued) >> 63 << 63;
@@ -241,7 +243,8 @@ OSTREL_BLOCKS __m128i join_twos(__m128i lanes) noexcept {
                         _mm_srli_epi16(_mm_and_si128(lanes, in16(0x1F00)), 2));
 }
 
-// Of one to three bytes, in 32-bit lanes; the units are the first four of the result.
+// Joins characters of one to three bytes in 32-bit lanes. The first four units of the result are
+// valid.
 OSTREL_BLOCKS __m128i join_mixed(__m128i lanes) noexcept {
     const __m128i second = _mm_srli_epi32(_mm_and_si128(lanes, in32(0x3F00)), 2);
     const __m128i first = _mm_srli_epi32(_mm_and_si128(lanes, in32(0xF0000)), 4);
@@ -251,7 +254,7 @@ OSTREL_BLOCKS __m128i join_mixed(__m128i lanes) noexcept {
                             _mm_setr_epi8(0, 1, 4, 5, 8, 9, 12, 13, 0, 1, 4, 5, 8, 9, 12, 13));
 }
 
-// One character of `length` bytes.
+// Stores one character of `length` bytes.
 inline WCHAR *put_one(const char *bytes, std::size_t length, WCHAR *out) noexcept {
     constexpr unsigned kLead[] = {0, 0x7F, 0x1F, 0x0F, 0x07};
     unsigned code = static_cast<unsigned char>(bytes[0]) & kLead[length];
@@ -266,7 +269,7 @@ inline WCHAR *put_one(const char *bytes, std::size_t length, WCHAR *out) noexcep
     return out;
 }
 
-// Five of three bytes become five units.
+// Joins five characters of three bytes each into five units.
 OSTREL_BLOCKS __m128i join_threes(__m128i bytes) noexcept {
     const __m128i ends = _mm_shuffle_epi8(
         bytes, _mm_setr_epi8(2, 1, 5, 4, 8, 7, 11, 10, 14, 13, -1, -1, -1, -1, -1, -1));
@@ -292,7 +295,8 @@ OSTREL_BLOCKS Progress convert_twenty_threes(const char *bytes, WCHAR *units) no
     return {60, 20};
 }
 
-// Both convert the characters that begin in the first 48 of 64 sound bytes.
+// convert_twos and convert_mixed convert the characters that begin in the first 48 of 64 valid
+// bytes.
 
 OSTREL_BLOCKS Progress convert_twos(const char *bytes, Mask continued, WCHAR *units) noexcept {
     std::size_t pos = 0;
@@ -333,7 +337,7 @@ OSTREL_BLOCKS inline void widen(const char *bytes, WCHAR *units) noexcept {
     store(units + 8, _mm_unpackhi_epi8(block, _mm_setzero_si128()));
 }
 
-// Eight units below 0x800. 16 bytes are written.
+// Stores eight units below 0x800. Writes 16 bytes and returns how many of them are valid.
 OSTREL_BLOCKS std::size_t put_twos(__m128i units, char *bytes) noexcept {
     const __m128i pair = _mm_or_si128(
         _mm_or_si128(_mm_srli_epi16(units, 6), _mm_slli_epi16(_mm_and_si128(units, in16(0x3F)), 8)),
@@ -345,7 +349,8 @@ OSTREL_BLOCKS std::size_t put_twos(__m128i units, char *bytes) noexcept {
     return entry.stored;
 }
 
-// Four units, in 32-bit lanes, none of them a surrogate. 16 bytes are written.
+// Stores four units in 32-bit lanes, none of them a surrogate. Writes 16 bytes and returns how many
+// of them are valid.
 OSTREL_BLOCKS std::size_t put_mixed(__m128i units, char *bytes) noexcept {
     const __m128i tail = _mm_and_si128(units, in32(0x3F));
     const __m128i rest = _mm_srli_epi32(units, 6);
@@ -373,7 +378,7 @@ OSTREL_BLOCKS inline bool is_ascii(__m128i units) noexcept {
     return bytes_set(top_bits_clear(units, 0xFF80)) == 0xFFFF;
 }
 
-// Narrows a run of ASCII, 32 units at a time; gives the number narrowed.
+// Narrows a run of ASCII, 32 units at a time. Returns the number of units narrowed.
 OSTREL_BLOCKS inline std::size_t narrow(const WCHAR *units, std::size_t count,
                                         char *bytes) noexcept {
     std::size_t done = 0;
@@ -390,7 +395,7 @@ OSTREL_BLOCKS inline std::size_t narrow(const WCHAR *units, std::size_t count,
     return done;
 }
 
-// `kind` is 0xD800 for the high ones, 0xDC00 for the low ones.
+// `kind` is 0xD800 for high surrogates and 0xDC00 for low surrogates.
 OSTREL_BLOCKS inline __m128i are_surrogates(__m128i units, int kind) noexcept {
     return _mm_cmpeq_epi16(_mm_and_si128(units, in16(0xFC00)), in16(kind));
 }
@@ -495,12 +500,12 @@ OSTREL_BLOCKS Progress utf16_blocks_length(const WCHAR *units, std::size_t count
             done.stored += 32u - static_cast<unsigned>(std::popcount(ones)) -
                            static_cast<unsigned>(std::popcount(twos));
             if (twos != 0xFFFF) {
-                // A pair has four bytes, where two lone surrogates would have three each.
+                // A pair has four bytes, two lone surrogates have six.
                 const unsigned highs =
                     units_set(are_surrogates(first, 0xD800), are_surrogates(second, 0xD800));
                 const unsigned lows = units_set(are_surrogates(load(in + 1), 0xDC00),
                                                 are_surrogates(load(in + 9), 0xDC00));
-                done.stored -= 2u * static_cast<unsigned>(std::popcount(highs & lows));
+                done.stored -= std::size_t{2} * static_cast<unsigned>(std::popcount(highs & lows));
             }
         }
     }

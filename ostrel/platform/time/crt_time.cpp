@@ -47,7 +47,7 @@ std::int64_t seconds_of(const std::tm &fields) {
 // The time of a daylight clock whose reading as standard time is `standard`. Where the zone has no
 // daylight time then, that of the present is meant.
 std::int64_t daylight_time(LocalZone &zone, std::int64_t local, std::int64_t standard) {
-    constexpr std::int64_t kMaxBias = 2 * 3600;
+    constexpr std::int64_t kMaxBias = std::int64_t{2} * 3600;
     for (const std::int64_t near : {standard, standard - kMaxBias}) {
         const ZoneInterval &clock = zone.At(near);
         const std::int64_t time = local - clock.offset;

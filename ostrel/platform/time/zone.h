@@ -14,7 +14,7 @@
 namespace ostrel_platform {
 
 // Offsets are smaller than this (RFC 8536: -89999 to 93599 seconds).
-inline constexpr std::int64_t kMaxOffset = 26 * 3600;
+inline constexpr std::int64_t kMaxOffset = std::int64_t{26} * 3600;
 
 // What a local time is counted in: the clock as it is, or that of standard time all the year.
 enum class ClockKind : std::uint8_t { kWall, kStandard };

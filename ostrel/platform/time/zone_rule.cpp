@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "ostrel/platform/base/ascii.h"
 #include "ostrel/platform/time/calendar.h"
 
 namespace ostrel_platform {
@@ -12,13 +13,6 @@ constexpr int kDaysBefore[] = {0, 31, 59, 90, 120, 151, 181, 212, 243, 273, 304,
 
 constexpr int kMaxHoursOfOffset = 24;
 constexpr int kMaxHoursOfTime = 167;
-
-constexpr bool is_digit(char c) {
-    return c >= '0' && c <= '9';
-}
-constexpr bool is_letter(char c) {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
-}
 
 // Reads the parts of a rule. After the first that is wrong, nothing more is read.
 class RuleParser {
@@ -71,9 +65,9 @@ public:
         if (!negative) {
             Skip('+');
         }
-        std::int64_t seconds = Number(0, most_hours) * 3600;
+        std::int64_t seconds = std::int64_t{Number(0, most_hours)} * 3600;
         if (Skip(':')) {
-            seconds += Number(0, 59) * 60;
+            seconds += std::int64_t{Number(0, 59)} * 60;
             if (Skip(':')) {
                 seconds += Number(0, 59);
             }

@@ -47,7 +47,7 @@ struct RuleDate {
     int month = 1;
     int day = 0;
     int weekday = 0;
-    std::int64_t seconds = 2 * 3600;  // from midnight of that day; may be negative or beyond a day
+    std::int64_t seconds = std::int64_t{2} * 3600;  // from midnight of that day; may be negative or beyond a day
 
     // In seconds from 1970-01-01 00:00:00 of that clock.
     std::int64_t InYear(const RuleYear &year) const;

@@ -2,14 +2,8 @@
 
 #include <signal.h>
 #include <spawn.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include <cerrno>
-#include <optional>
-#include <thread>
-#include <tuple>
 
 #include "support/file_calls.h"
 
@@ -26,7 +20,7 @@ TEST(FileOpen, CreatesOpensAndEmptiesByTheDisposition) {
         {OPEN_ALWAYS, ERROR_ALREADY_EXISTS, 0, "old"},
         {TRUNCATE_EXISTING, kKept, ERROR_FILE_NOT_FOUND, ""}};
     for (const auto &[creation, existing_error, missing_error, content] : cases) {
-        SCOPED_TRACE(creation);
+        SCOPED_TRACE(testing::Message() << "disposition " << creation);
         const Planted dir("there=old");
         SetLastError(kKept);
         const Opened existing(TEXT("there"), GENERIC_WRITE, 0, creation);
@@ -56,7 +50,8 @@ TEST(FileOpen, SharesWhatBothAllow) {
         const Opened first(TEXT("file"), access, share);
         const Opened second(TEXT("file"), other_access, other_share);
         const bool both = allows(share, other_access) && allows(other_share, access);
-        EXPECT_EQ(error_of(second), both ? 0 : ERROR_SHARING_VIOLATION) << i;
+        EXPECT_EQ(error_of(second), both ? 0 : ERROR_SHARING_VIOLATION)
+            << std::hex << access << ' ' << share << ", " << other_access << ' ' << other_share;
         EXPECT_TRUE(Opened(TEXT("file"), 0, 0));  // facts only
     }
     // The one that stands against a third may be found behind one that does not, on either side.
@@ -92,7 +87,7 @@ TEST(FileOpen, EmptiesNothingThatOthersHaveOpenWithoutSharingIt) {
 
 TEST(FileOpen, LeavesAProgramThatRuns) {
     const TempDir dir;
-    std::filesystem::copy_file("/bin/sleep", "program");
+    fs::copy_file("/bin/sleep", "program");
     plant("other=");
     char name[] = "program", time[] = "1000", *const arguments[] = {name, time, nullptr};
     pid_t child = 0;
@@ -105,43 +100,6 @@ TEST(FileOpen, LeavesAProgramThatRuns) {
     kill(child, SIGKILL);
     waitpid(child, nullptr, 0);
     EXPECT_EQ(error_of(DeleteFileW(TEXT("program"))), 0u);
-}
-
-TEST(FileOpen, ReadsAndWritesOnlyAsOpened) {
-    const Planted dir("file=0123456789");
-    char bytes[20] = {};
-    DWORD done = 9;
-    const FILETIME time = {0, 0x01D00000};
-    const Opened reader(TEXT("file"), GENERIC_READ), writer(TEXT("file"), GENERIC_WRITE);
-    EXPECT_TRUE(ReadFile(reader.handle, bytes, 4, &done, nullptr));
-    EXPECT_TRUE(ReadFile(reader.handle, bytes + 4, 16, &done, nullptr));
-    EXPECT_EQ(std::string(bytes, done + 4), "0123456789");
-    EXPECT_EQ(error_of(WriteFile(reader.handle, "x", 1, &done, nullptr)), ERROR_ACCESS_DENIED);
-    EXPECT_EQ(done, 0u);
-    EXPECT_EQ(error_of(SetFileTime(reader.handle, nullptr, nullptr, &time)), ERROR_ACCESS_DENIED);
-    EXPECT_EQ(error_of(ReadFile(writer.handle, bytes, 1, &done, nullptr)), ERROR_ACCESS_DENIED);
-    EXPECT_EQ(error_of(WriteFile(writer.handle, nullptr, 1, &done, nullptr)), ERROR_NOACCESS);
-}
-
-TEST(FileOpen, NeitherWaitsForAPeerNorDiesOfOneThatHasGone) {
-    const TempDir dir;
-    ASSERT_EQ(mkfifo("fifo", 0600), 0);
-    char bytes[20];
-    DWORD done = 9;
-    EXPECT_FALSE(Opened(TEXT("fifo"), GENERIC_WRITE));  // nobody reads
-    std::optional<Opened> reader(std::in_place, TEXT("fifo"), GENERIC_READ);
-    EXPECT_TRUE(ReadFile(reader->handle, bytes, 20, &done, nullptr));
-    EXPECT_EQ(done, 0u);
-    const Opened writer(TEXT("fifo"), GENERIC_WRITE);
-    std::thread late([&writer] {
-        DWORD written;
-        WriteFile(writer.handle, "late", 4, &written, nullptr);
-    });
-    EXPECT_TRUE(ReadFile(reader->handle, bytes, 20, &done, nullptr));  // waits, for what there is
-    late.join();
-    EXPECT_EQ(done, 4u);
-    reader.reset();
-    EXPECT_EQ(error_of(WriteFile(writer.handle, "x", 1, &done, nullptr)), 109u);  // BROKEN_PIPE
 }
 
 }  // namespace

@@ -1,18 +1,13 @@
 #include "ostrel/platform/find.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <map>
-#include <vector>
 
 #include "support/file_calls.h"
 
 namespace {
-
-namespace fs = std::filesystem;
 
 struct Entry {
     WIN32_FIND_DATAW data;
@@ -71,7 +66,7 @@ TEST(Find, TakesThePatternsOfAPath) {
         {TEXT("x?."), {u"x?."}},                  // which its own pattern does not match
         {TEXT("q:*"), {u"q.", u"x*y", u"xay"}}};  // a root has no dots
     for (const auto &[path, names] : cases) {
-        EXPECT_EQ(sorted(found(path)), names) << testing::PrintToString(path);
+        EXPECT_EQ(sorted(found(path)), names) << PrintToString(path);
     }
     unsetenv("OSTREL_DRIVE_Q");
     const Names all = found(TEXT("sub\\*")), root = found(TEXT("C:\\etc\\..\\*"));
@@ -91,10 +86,11 @@ TEST(Find, TellsWhyNothingIsFound) {
     };
     for (const auto &[code, paths] : cases) {
         for (const std::u16string &path : paths) {
+            SCOPED_TRACE(PrintToString(path));
             SetLastError(0);
             errno = 0;
-            EXPECT_EQ(found(path), Names()) << testing::PrintToString(path);
-            EXPECT_EQ(GetLastError(), code) << testing::PrintToString(path);
+            EXPECT_EQ(found(path), Names());
+            EXPECT_EQ(GetLastError(), code);
             EXPECT_EQ(errno, code == ERROR_FILENAME_EXCED_RANGE ? ENAMETOOLONG : ENOENT);
         }
     }
@@ -119,8 +115,9 @@ TEST(Find, TellsTheFactsOfEveryKindOfEntry) {
         {u"toNone", {kLink, 0}},
         {u"toSub", {kDirectory | kLink, 0}}};
     for (const auto &[data, runtime] : entries_of(u"*")) {
+        SCOPED_TRACE(PrintToString(data.cFileName));
         const auto [attributes, size] = facts.at(data.cFileName);
-        EXPECT_EQ(data.dwFileAttributes, attributes) << testing::PrintToString(data.cFileName);
+        EXPECT_EQ(data.dwFileAttributes, attributes);
         EXPECT_EQ(runtime.attrib, attributes & ~kNormal);
         EXPECT_EQ(std::uint64_t{data.nFileSizeHigh} << 32 | data.nFileSizeLow, size);
         EXPECT_EQ(runtime.size, static_cast<std::uint32_t>(size));

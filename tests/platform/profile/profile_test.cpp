@@ -1,6 +1,5 @@
 #include "ostrel/platform/profile.h"
 
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -9,6 +8,7 @@
 #include "ostrel/platform/codepage.h"
 #include "ostrel/platform/error.h"
 #include "support/temp_dir.h"
+#include "support/test.h"
 
 namespace {
 
@@ -44,7 +44,7 @@ TEST(Profile, FindsValues) {
     EXPECT_EQ(first(u"nested") + first(u"mixed") + first(u"lone"), u"'x'|3\"x'|3\"|1");
     for (const WCHAR *key :
          {u"outside", u";hidden", u"hidden", u"no equals", u"", u"late", u"doubl"}) {
-        EXPECT_EQ(first(key), u"dflt|4");
+        EXPECT_EQ(first(key), u"dflt|4") << PrintToString(key);
     }
     EXPECT_EQ(asked(u"open", u"k") + asked(u"last", u"end"), u"v\rw|31|1");
     EXPECT_EQ(asked(u"", u"outside") + asked(u"", u"lost"), u"dflt|4dflt|4");
@@ -62,8 +62,8 @@ TEST(Profile, CutsWhatIsTooLong) {
     const WCHAR *const lists[] = {u"0 e234",     u"|0 e234",     u"||0 e234",     u"a||1 e234",
                                   u"ab||2 e234", u"ab|||3 e234", u"ab|c||4 e234", u"ab|cd||6"};
     for (DWORD size = 0; size < 8; ++size) {
-        EXPECT_EQ(asked(u"s", u"ab", size), values[std::min(size, 6u)]);
-        EXPECT_EQ(asked(u"s", nullptr, size), lists[size]);
+        EXPECT_EQ(asked(u"s", u"ab", size), values[std::min(size, 6u)]) << size;
+        EXPECT_EQ(asked(u"s", nullptr, size), lists[size]) << size;
     }
     EXPECT_EQ(asked(u"s", u"none", 100, u" a \t"), u" a|2");
     EXPECT_EQ(asked(u"s", u"none", 100, nullptr), u"|0");
@@ -99,7 +99,7 @@ TEST(Profile, ReadsLargeFiles) {
         const std::u16string text = u"\uFEFF[s]\n;" + std::u16string(length, u'x') +
                                     u"\r\nkey=a\u00E4z\n;" + std::u16string(20000, u'y') +
                                     u"\n[t]\nk=v";
-        for (const std::string &bytes : {bytes_of(text), std::filesystem::path(text).string()}) {
+        for (const std::string &bytes : {bytes_of(text), fs::path(text).string()}) {
             dir.Write("a.ini", bytes);
             EXPECT_EQ(asked(u"s", u"key") + asked(u"t", u"k"), u"a\u00E4z|3v|1") << length;
         }
@@ -132,6 +132,7 @@ TEST(Profile, SaysWhyAFileIsNotRead) {
     const int before = dup(0);
     EXPECT_EQ(asked(u"s", u"k", 100, u"d "), u"d|1");
     for (const auto &[file, error] : cases) {
+        SCOPED_TRACE(PrintToString(file));
         EXPECT_EQ(asked(u"s", u"k", 100, u"d ", file), u"d|1 e" + error);
         EXPECT_EQ(asked(nullptr, nullptr, 3, u"dd", file), u"d||1 e" + error);
     }

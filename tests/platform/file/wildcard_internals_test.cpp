@@ -1,9 +1,8 @@
 #include "ostrel/platform/file/wildcard.h"
 
-#include <gtest/gtest.h>
-
 #include <sstream>
-#include <string>
+
+#include "support/test.h"
 
 namespace {
 

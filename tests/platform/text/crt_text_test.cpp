@@ -1,16 +1,13 @@
 #include "ostrel/platform/crt_text.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
-#include <string>
 #include <thread>
-#include <tuple>
 
 #include "ostrel/platform/codepage.h"
+#include "support/test.h"
 
 namespace {
 
@@ -21,6 +18,7 @@ TEST(CrtText, ComparesByLowerCase) {
         {u"abc", u"ABC", 0}, {u"JOHN_HENRY", u"johnston", -1}, {u"[", u"a", -1},
         {u"ab", u"abc", -1}, {u"\u00E4", u"\u00C4", 1},        {u"z", u"\u0100", -1}};
     for (const auto &[left, right, result] : cases) {
+        SCOPED_TRACE(PrintToString(std::pair(left, right)));
         EXPECT_EQ(std::clamp(_wcsicmp(left, right), -1, 1), result);
         EXPECT_EQ(std::clamp(_wcsicmp(right, left), -1, 1), -result);
     }
@@ -68,8 +66,8 @@ TEST(CrtText, ReadsNumbersInAnyBase) {
     EXPECT_TRUE(_wtoi(u"-99999999999999999999") == INT_MIN && errno == ERANGE);
     for (const int base : {-1, 1, 37}) {
         errno = 0;
-        EXPECT_EQ(wcstol(u"1", nullptr, base), 0);
-        EXPECT_EQ(errno, EINVAL);
+        EXPECT_EQ(wcstol(u"1", nullptr, base), 0) << base;
+        EXPECT_EQ(errno, EINVAL) << base;
     }
 }
 

@@ -8,9 +8,7 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <cerrno>
 #include <thread>
-#include <vector>
 
 #include "support/file_calls.h"
 
@@ -48,7 +46,6 @@ STEP('n', int, renameat, (int at, const char *from, int to_at, const char *to), 
 
 namespace {
 
-namespace fs = std::filesystem;
 using ostrel_platform::carry_out_pending_moves;
 using ostrel_platform::PendingScope;
 using ostrel_platform::record_pending_move;
@@ -221,14 +218,15 @@ TEST(PendingMoves, TrustNoOtherRecord) {
         "ln -s $PWD/other $RECORD", "mkfifo $RECORD", "cp other $RECORD; chmod o+w $RECORD",
         "cp other $RECORD; chown 12345 $RECORD", "chmod 777 $OSTREL_STATE_DIR"};
     for (std::size_t i = 0; i < (geteuid() == 0 ? std::size(preparations) : 2); ++i) {
+        SCOPED_TRACE(preparations[i]);
         const StateDir dir("");
         std::ofstream("other") << kHeader << "\ndelete x asked "
                                << (dir.files.Path() / "other").string() << '\n';
         setenv("RECORD", dir.record.c_str(), 1);
         ASSERT_EQ(std::system(preparations[i]), 0);
-        EXPECT_EQ(record_delete("other"), ERROR_ACCESS_DENIED) << i;
-        EXPECT_EQ(carry_out(), "0 0 " + std::to_string(EACCES) + ' ') << i;
-        EXPECT_TRUE(fs::exists("other")) << i;
+        EXPECT_EQ(record_delete("other"), ERROR_ACCESS_DENIED);
+        EXPECT_EQ(carry_out(), "0 0 " + std::to_string(EACCES) + ' ');
+        EXPECT_TRUE(fs::exists("other"));
     }
 }
 

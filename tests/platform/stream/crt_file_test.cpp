@@ -1,13 +1,6 @@
-#include "ostrel/platform/file.h"
 #include "ostrel/platform/stream.h"
 
-#include <sys/stat.h>
-
-#include <algorithm>
-#include <cerrno>
 #include <thread>
-#include <tuple>
-#include <vector>
 
 #include "support/file_calls.h"
 
@@ -41,12 +34,12 @@ TEST(CrtFile, FindsHostFilesByThePlatformsPaths) {
          {std::u16string(u".\\sub dir\\..\\sub dir//a.txt"), u'\\' + absolute.substr(1),
           u"C:" + absolute, u"c:" + absolute.substr(1), std::u16string(u"Q:\\a.txt"),
           std::u16string(u"q:a.txt")}) {
-        EXPECT_EQ(lines_in(path), u"found|");
+        EXPECT_EQ(lines_in(path), u"found|") << PrintToString(path);
     }
     EXPECT_EQ(lines_in(u"sub dir/\xDCFF\u00E4.txt"), u"bytes|");
     for (const WCHAR *path :
          {u"W:\\a.txt", u"X:\\a.txt", u"sub dir/\xD800\u00E4.txt", u"sub dir/A.txt"}) {
-        EXPECT_EQ(lines_in(path), std::u16string{ENOENT});
+        EXPECT_EQ(lines_in(path), std::u16string{ENOENT}) << PrintToString(path);
     }
 }
 
@@ -54,15 +47,15 @@ TEST(CrtFile, TakesThePlatformsModes) {
     const TempDir dir;
     dir.Write("file", "old");
     for (const WCHAR *mode : {u" r", u"rtN", u"rcS", u"rt,ccs = UTF-8", u"r,ccs=utf-8 "}) {
-        EXPECT_EQ(lines_in(u"file", mode), u"old|");
+        EXPECT_EQ(lines_in(u"file", mode), u"old|") << PrintToString(mode);
     }
     for (const WCHAR *mode : {u"rb", u"r, ccs=UTF-16LE", u"rt,ccs = UNICODE"}) {
-        EXPECT_EQ(lines_in(u"file", mode).substr(0, 1), u"\u6C6F");
+        EXPECT_EQ(lines_in(u"file", mode)[0], u'\u6C6F') << PrintToString(mode);
     }
     for (const WCHAR *mode :
          {static_cast<const WCHAR *>(nullptr), u"", u"r+", u"w+", u"br", u"tr", u"q", u"rx", u"rbt",
           u"r,", u"rD", u"r,ccs=UTF-7", u"rb,ccs=UTF-8", u"w,ccs=UTF-8"}) {
-        EXPECT_EQ(lines_in(u"file", mode), std::u16string{EINVAL});
+        EXPECT_EQ(lines_in(u"file", mode), std::u16string{EINVAL}) << PrintToString(mode);
     }
     EXPECT_EQ(lines_in(u"file", u"a"), u"");  // which does not read
     EXPECT_EQ(lines_in(u"file", u"wx"), std::u16string{EEXIST});
@@ -83,7 +76,7 @@ TEST(CrtFile, ReadsCharactersByMode) {
         {u"rb", {"a\0\r\0\n\0b\0\x1A\0c", 11}, u"a\r\n|b\x1A|"},
         {u"rb", {"\xEF\xBB", 2}, u"\uBBEF|"}};
     for (const auto &[mode, bytes, lines] : cases) {
-        EXPECT_EQ(lines_in(dir.Write("file", bytes), mode), lines);
+        EXPECT_EQ(lines_in(dir.Write("file", bytes), mode), lines) << PrintToString(bytes);
     }
     dir.Write("file", "abc\r\nd");
     EXPECT_EQ(lines_in(u"file", u"r", 3), u"ab|c\n|d|");
@@ -154,7 +147,8 @@ TEST(CrtFile, ReadsAndWritesBytesForTheHostsCalls) {
     for (const auto &[path, mode, read] : reads) {
         char bytes[100];
         file = _wfopen(path, mode);
-        EXPECT_EQ(std::string(bytes, std::fread(bytes, 1, sizeof bytes, file)), read);
+        EXPECT_EQ(std::string(bytes, std::fread(bytes, 1, sizeof bytes, file)), read)
+            << PrintToString(mode);
         std::fclose(file);
     }
 }

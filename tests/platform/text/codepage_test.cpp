@@ -1,11 +1,7 @@
 #include "ostrel/platform/codepage.h"
 
-#include <gtest/gtest.h>
-
-#include <string>
-#include <tuple>
-
 #include "ostrel/platform/error.h"
+#include "support/test.h"
 
 namespace {
 
@@ -39,7 +35,7 @@ TEST(CodePage, ConvertsBothWays) {
         EXPECT_EQ(narrow(code_page, text), bytes) << code_page;
     }
     for (const unsigned code_page : {CP_ACP, CP_OEMCP, CP_THREAD_ACP}) {
-        EXPECT_EQ(narrow(code_page, TEXT("\u30BD")), narrow(GetACP(), TEXT("\u30BD")));
+        EXPECT_EQ(narrow(code_page, TEXT("\u30BD")), narrow(GetACP(), TEXT("\u30BD"))) << code_page;
     }
 }
 
@@ -68,6 +64,7 @@ TEST(CodePage, AnswersWithSizesAndErrors) {
         {0, "a", 1, units, -1, ERROR_INVALID_PARAMETER},
     };
     for (const auto &[flags, source, length, target, room, code] : wrong) {
+        SCOPED_TRACE(PrintToString(std::tuple(flags, source, length, target, room)));
         for (const unsigned page : {CP_UTF8, 932u}) {
             EXPECT_EQ(MultiByteToWideChar(page, flags, source, length, target, room), 0);
             EXPECT_EQ(GetLastError(), code);

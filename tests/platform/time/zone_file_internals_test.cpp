@@ -1,13 +1,10 @@
 // Zone files that no database has.
 
-#include <gtest/gtest.h>
-
 #include <fstream>
 #include <iterator>
-#include <string>
-#include <tuple>
 
 #include "ostrel/platform/time/zone_file.h"
+#include "support/test.h"
 
 namespace {
 
@@ -31,7 +28,7 @@ const std::string kChanges("\x39\x0C\xC9\x00\x39\xAE\xF1\x80\1\0", 10);  // 1 Ma
 const std::string kClocks("\0\0\x0E\x10\0\0\0\0\x1C\x20\1\3ST\0DT\0", 18);
 const std::string kFile = kHeader + kCounts + kChanges + kClocks;
 
-TEST(ZoneFiles, AreRefusedWhenTheyAreBroken) {
+TEST(ZoneFile, IsRefusedWhenItIsBroken) {
     constexpr std::int64_t kMay = 957139200;
     EXPECT_EQ(clock_at(kFile, kMay - 1) + clock_at(kFile, 20 * kMay), "3600 ST3600 ST");
     const std::tuple<std::size_t, std::string, const char *> cases[] = {
@@ -49,7 +46,8 @@ TEST(ZoneFiles, AreRefusedWhenTheyAreBroken) {
     };
     for (const auto &[at, bytes, clock] : cases) {
         std::string file = kFile;
-        EXPECT_EQ(clock_at(file.replace(at, bytes.size(), bytes), kMay), clock) << at;
+        EXPECT_EQ(clock_at(file.replace(at, bytes.size(), bytes), kMay), clock)
+            << at << ' ' << PrintToString(bytes);
     }
     for (std::size_t size = 0; size < kFile.size(); ++size) {
         EXPECT_EQ(clock_at(kFile.substr(0, size), kMay), "none") << size;
@@ -57,15 +55,15 @@ TEST(ZoneFiles, AreRefusedWhenTheyAreBroken) {
 }
 
 // Daylight time stopped for a month in the summer of 2015: what counts is the change in force.
-TEST(ZoneFiles, TellTheChangesThatHoldInAYearOfMany) {
+TEST(ZoneFile, TellsTheChangesThatHoldInAYearOfMany) {
     std::ifstream stream("/usr/share/zoneinfo/Africa/Casablanca", std::ios::binary);
     const auto zone =
         ostrel_platform::read_zone_file(std::string(std::istreambuf_iterator<char>(stream), {}));
     constexpr std::int64_t kMarch = 1427594400, kJune = 1434247200, kJuly = 1437271200;
     for (const auto &[change, daylight] : {std::pair(kJune, kMarch), {kJuly, kJuly}}) {
         const ostrel_platform::ZoneYear year = ostrel_platform::year_of_zone(*zone, change + 86400);
-        EXPECT_EQ(year.daylightBegins, daylight);
-        EXPECT_EQ(year.standardBegins, kJune);
+        EXPECT_EQ(year.daylightBegins, daylight) << change;
+        EXPECT_EQ(year.standardBegins, kJune) << change;
     }
 }
 

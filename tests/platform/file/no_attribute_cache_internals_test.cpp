@@ -16,21 +16,21 @@ TEST(NoAttributeCache, AreKnownUntilTheirChangeTimeIsAnother) {
     const ostrel_platform::HostDescriptor folder(open(".", O_RDONLY | O_DIRECTORY));
     const ostrel_platform::FileRef place = {folder.Get(), "file"};
     ostrel_platform::remember_without_attributes(file, place);
-    EXPECT_FALSE(ostrel_platform::is_known_without_attributes(
-        file));  // the next change may have the same time
+    // The next change may have the same time.
+    EXPECT_FALSE(ostrel_platform::is_known_without_attributes(file));
     file.stx_ctime.tv_sec -= 3600;
     ostrel_platform::remember_without_attributes(file, {AT_FDCWD, "file"});
-    EXPECT_FALSE(
-        ostrel_platform::is_known_without_attributes(file));  // a path may lead elsewhere meanwhile
+    // Meanwhile a path may lead elsewhere.
+    EXPECT_FALSE(ostrel_platform::is_known_without_attributes(file));
     ostrel_platform::remember_without_attributes(file, place);
     EXPECT_TRUE(ostrel_platform::is_known_without_attributes(file));
-    for (int i = 0; i < 4; ++i) {
+    for (const std::string changed : {"nanoseconds", "seconds", "inode", "device"}) {
         struct statx other = file;
-        other.stx_ctime.tv_nsec += i == 0;
-        other.stx_ctime.tv_sec += i == 1;
-        other.stx_ino += i == 2;
-        other.stx_dev_minor += i == 3;
-        EXPECT_FALSE(ostrel_platform::is_known_without_attributes(other)) << i;
+        other.stx_ctime.tv_nsec += changed == "nanoseconds";
+        other.stx_ctime.tv_sec += changed == "seconds";
+        other.stx_ino += changed == "inode";
+        other.stx_dev_minor += changed == "device";
+        EXPECT_FALSE(ostrel_platform::is_known_without_attributes(other)) << changed;
     }
     EXPECT_EQ(GetFileAttributesW(TEXT("file")), kNormal);
     ASSERT_EQ(setxattr("file", "user.DOSATTRIB", "0x2", 3, 0), 0);

@@ -1,26 +1,18 @@
 #include "ostrel/platform/error.h"
 
-#include <gtest/gtest.h>
-
-#include <cerrno>
-#include <string>
 #include <thread>
-#include <tuple>
 
-#include "ostrel/platform/find.h"
-#include "ostrel/platform/handle.h"
-#include "ostrel/platform/module.h"
-#include "ostrel/platform/service.h"
+#include "support/test.h"
 
 namespace {
 
-TEST(LastError, BelongsToTheThread) {
+TEST(Error, TheLastOneBelongsToTheThread) {
     SetLastError(5);
     std::thread([] { SetLastError(6); }).join();
     EXPECT_EQ(GetLastError(), 5u);
 }
 
-TEST(FormatMessage, GivesTheSystemsText) {
+TEST(Error, FormatMessageGivesTheSystemsText) {
     const std::tuple<DWORD, DWORD, DWORD, DWORD, std::u16string> cases[] = {
         {0x1100, 0, 0, 0, u"The operation completed successfully.\r\n"},
         {0x1100, 0x80070005, 0x400, 0, u"Access is denied.\r\n"},
@@ -31,30 +23,18 @@ TEST(FormatMessage, GivesTheSystemsText) {
         {0x1500, 5, 0x400, ERROR_INVALID_PARAMETER, u""}};  // a text of the caller's: not offered
     WCHAR own[20];
     for (const auto &[flags, id, language, error, text] : cases) {
+        SCOPED_TRACE(testing::Message() << flags << ' ' << id << ' ' << language);
         SetLastError(0);
         WCHAR *block = own;
         const auto out = reinterpret_cast<WCHAR *>(&block);
         EXPECT_EQ(FormatMessageW(flags, nullptr, id, language, out, 0, nullptr), text.size());
-        EXPECT_EQ(GetLastError(), error) << id;
+        EXPECT_EQ(GetLastError(), error);
         EXPECT_EQ(std::u16string(block != nullptr ? block : u""), text);
         LocalFree(block);
     }
     EXPECT_EQ(FormatMessageW(0x1000, nullptr, 5, 0, own, 20, nullptr), 19u);
     EXPECT_EQ(FormatMessageW(0x1000, nullptr, 5, 0, own, 19, nullptr), 0u);  // no room for the NUL
     EXPECT_EQ(GetLastError(), ERROR_INSUFFICIENT_BUFFER);
-}
-
-TEST(CloseHandles, RefuseWhatIsNoHandle) {
-    for (const std::intptr_t value : {0, -1, 5, 0x12345678}) {
-        const auto module = reinterpret_cast<HMODULE>(value);
-        EXPECT_FALSE(CloseHandle(reinterpret_cast<HANDLE>(value)) || FreeLibrary(module) ||
-                     FindClose(reinterpret_cast<HANDLE>(value)) ||
-                     CloseServiceHandle(reinterpret_cast<SC_HANDLE>(value)) ||
-                     DisableThreadLibraryCalls(module));
-        EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
-        EXPECT_EQ(_findclose(value), -1);
-        EXPECT_EQ(errno, EINVAL);
-    }
 }
 
 }  // namespace

@@ -1,13 +1,11 @@
 #include "ostrel/platform/base/handle_table.h"
 
-#include <gtest/gtest.h>
-
 #include <memory>
 #include <set>
 #include <thread>
-#include <vector>
 
 #include "ostrel/platform/handle.h"
+#include "support/test.h"
 
 namespace {
 

@@ -1,0 +1,123 @@
+#include "ostrel/file/Std_Utils_File.h"
+
+#include <cstring>
+
+#include "support/file_calls.h"
+#include "support/trace_capture.h"
+
+namespace {
+
+using namespace NS_FileUtils;
+
+TEST(StdUtilsFile, CreateDirectoryMakesWhatIsMissingAndPassesAttributesDown) {
+    constexpr DWORD kAll = kHidden | kSystem | kArchive | kDirectory;
+    const struct {
+        std::u16string path;
+        bool hasFile, noHidden, noSystem, result;
+        std::vector<DWORD> made;  // attributes of h\p, h\p\q, h\p\q\r
+    } cases[] = {
+        // The ancestor of a path without a separator at its end is two levels up.
+        {u"h\\p\\q\\r", false, false, false, true, {kDirectory, kAll, kDirectory}},
+        {u"h\\p\\q\\", false, false, true, true, {kDirectory, kAll & ~kSystem}},
+        {u"h\\p\\", false, true, false, true, {kAll & ~kHidden}},
+        {u"h\\p\\f.txt", true, true, true, true, {kDirectory | kArchive}},
+        {u"h/p/q/r", false, false, false, false, {}},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(fs::path(c.path));
+        const Planted dir("h/");
+        set(TEXT("h"), kAll);
+        EXPECT_EQ(createDirectory(c.path.c_str(), c.hasFile, c.noHidden, c.noSystem), c.result);
+        std::vector<DWORD> made;
+        for (const WCHAR *path : {TEXT("h\\p"), TEXT("h\\p\\q"), TEXT("h\\p\\q\\r")}) {
+            made.push_back(GetFileAttributesW(path));
+        }
+        made.erase(std::find(made.begin(), made.end(), INVALID_FILE_ATTRIBUTES), made.end());
+        EXPECT_EQ(made, c.made);
+        EXPECT_EQ(lines_of().size(), 1 + made.size());
+    }
+    const TempDir dir;
+    std::u16string root = dir.Path().u16string();
+    std::replace(root.begin(), root.end(), u'/', u'\\');
+    EXPECT_TRUE(createDirectory((root + u"\\a\\b").c_str(), false, false, false));
+    EXPECT_TRUE(createDirectory((u"C:" + root + u"\\a\\c\\").c_str(), false, false, false));
+    EXPECT_EQ(tree(), "a/ a/b/ a/c/ ");
+}
+
+TEST(StdUtilsFile, CopyFileExCopiesContentTimesAndAttributesUnlessUpToDate) {
+    const TempDir dir;
+    dir.Write("source", std::string(16384, 'x'));
+    dir.Write("copy", std::string(20000, 'y'));
+    FILETIME times[3] = {{10, 0x01C0'0000}, {20, 0x01C1'0000}, {30, 0x01C2'0000}}, copied[3] = {};
+    ASSERT_TRUE(setFileTime(TEXT("source"), &times[0], &times[1], &times[2]));
+    set(TEXT("source"), kHidden | kReadOnly);
+    EXPECT_TRUE(copyFileEx(TEXT("source"), TEXT("copy"), false));
+    EXPECT_TRUE(getFileTime(TEXT("copy"), &copied[0], &copied[1], &copied[2]));
+    EXPECT_EQ(memcmp(copied, times, sizeof times), 0);
+    EXPECT_EQ(GetFileAttributesW(TEXT("copy")), kHidden | kReadOnly);
+    EXPECT_TRUE(content_of("copy") == content_of("source"));
+    set(TEXT("copy"), 0);
+    dir.Write("copy", "other");
+    ASSERT_TRUE(setFileTime(TEXT("copy"), nullptr, nullptr, &times[2]));
+    EXPECT_TRUE(copyFileEx(TEXT("source"), TEXT("copy"), false));
+    EXPECT_EQ(content_of("copy"), "other");
+}
+
+TEST(StdUtilsFile, CopyFileExRefusesOrMovesAsideWhatIsInTheWay) {
+    const struct {
+        const WCHAR *source, *target;
+        bool aside;
+        DWORD error;
+        std::size_t added;
+    } cases[] = {
+        {TEXT("busy"), TEXT("t"), true, ERROR_SHARING_VIOLATION, 0},
+        {TEXT("s"), TEXT("none/t"), true, ERROR_PATH_NOT_FOUND, 0},
+        {TEXT("s"), TEXT("d/open"), false, ERROR_SHARING_VIOLATION, 0},
+        {TEXT("s"), TEXT("d/open"), true, 0, 1},
+        {TEXT("s"), TEXT("d/ro"), true, 0, 1},
+        {TEXT("s"), TEXT("s"), true, 0, 0},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(PrintToString(std::tuple(c.source, c.target, c.aside)));
+        const Planted dir("s=new busy=w d/open=b d/ro=r");
+        const Lines before = lines_of();
+        set(TEXT("d\\ro"), kReadOnly);
+        const Opened read(TEXT("d\\open"), GENERIC_READ, FILE_SHARE_READ);
+        const Opened written(TEXT("busy"), GENERIC_WRITE, FILE_SHARE_READ);
+        EXPECT_EQ(error_of(copyFileEx(c.source, c.target, c.aside)), c.error);
+        EXPECT_EQ(lines_of().size(), before.size() + c.added);
+        EXPECT_TRUE(c.error != 0 ? lines_of() == before : content_of(c.target) == "new");
+    }
+}
+
+TEST(StdUtilsFile, MoveFileExClearsAttributesWhenAskedTo) {
+    const struct {
+        DWORD attributes;
+        const WCHAR *target;
+        int ignore;
+        DWORD error, after;
+    } cases[] = {
+        {kHidden | kReadOnly | kArchive, TEXT("new"), 1, 0, kNormal},
+        {kSystem, TEXT("new"), -1, 0, kNormal},
+        {kArchive, TEXT("new"), 1, 0, kArchive},
+        {kHidden | kReadOnly, TEXT("new"), 0, 0, kHidden | kReadOnly},
+        {kHidden, TEXT("there"), 1, ERROR_ALREADY_EXISTS, kNormal},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.attributes);
+        const Planted dir("file=x there=y");
+        set(TEXT("file"), c.attributes);
+        EXPECT_EQ(error_of(moveFileEx(TEXT("file"), c.target, 0, c.ignore)), c.error);
+        EXPECT_EQ(GetFileAttributesW(c.error == 0 ? c.target : TEXT("file")), c.after);
+    }
+    const TraceCapture trace;
+    moveFileEx(TEXT("none"), nullptr, 0xAB, -1);
+    copyFileEx(TEXT("none"), TEXT("x"), true);
+    EXPECT_EQ(trace.Lines(),
+              R"(272 .\Std_Utils_File.cpp NS_FileUtils::moveFileEx(pszExistingFile = none, )"
+              R"(pszNewFile = (null), dwFlag = AB, fIgnoreAttribute = -1)
+272 .\Std_Utils_File.cpp NS_FileUtils::copyFileEx(const TCHAR* pszExisting = none, )"
+              "const TCHAR* pszNew = x)\n");
+}
+
+}  // namespace
