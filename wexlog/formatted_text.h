@@ -1,7 +1,7 @@
 #ifndef WEXLOG_FORMATTED_TEXT_H
 #define WEXLOG_FORMATTED_TEXT_H
 
-// Internal. The text that a format and its arguments give, by the platform's conversions.
+// Internal. Formats a text with the platform's conversions.
 
 #include <cstdarg>
 #include <cstddef>
@@ -25,17 +25,17 @@ inline int LengthOf(const char *format, std::va_list args) {
     return _vscprintf(format, args);
 }
 
-// A text of up to kSmall characters costs no allocation. A format that is refused gives its own
-// text, a null one an empty text.
+// The text of a format and its arguments. A text of up to kSmall characters needs no allocation.
+// The text is the format itself when the platform refuses the format, and empty for a null format.
 template <class Char>
 class FormattedText {
 public:
-    // Throws std::bad_alloc. `args` is used up.
+    // Do not use `args` after the call. Throws std::bad_alloc when memory is short.
     FormattedText(const Char *format, std::va_list args);
     FormattedText(const FormattedText &) = delete;
     FormattedText &operator=(const FormattedText &) = delete;
 
-    // Valid as long as this object, and without a NUL behind it.
+    // Returns the text, which need not be terminated and is valid as long as this object.
     std::basic_string_view<Char> View() const { return m_text; }
 
 private:
@@ -67,7 +67,7 @@ FormattedText<Char>::FormattedText(const Char *format, std::va_list args) {
         return;
     }
     m_large.resize(static_cast<std::size_t>(length));
-    // An argument that another thread changes meanwhile may give another length now.
+    // When another thread has changed an argument since LengthOf, the length differs.
     const int stored = Print(m_large.data(), m_large.size(), format, args);
     m_text = m_large;
     if (stored >= 0) {

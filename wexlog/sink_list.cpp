@@ -9,7 +9,8 @@ namespace {
 
 thread_local bool t_inSink = false;
 
-// Restores what it found: a function that is destroyed behind a call may trace.
+// Sets t_inSink and restores the previous value: a function that is destroyed after the scope may
+// trace.
 class InSinkScope {
 public:
     InSinkScope() noexcept : m_before(std::exchange(t_inSink, true)) {}
@@ -32,7 +33,7 @@ SinkList::SinkList(std::atomic<Kinds> &wanted)
 
 SinkId SinkList::Add(SinkFunction function, Kinds kinds) {
     const auto sink = std::make_shared<Sink>(Sink{0, kinds & kAllKinds, std::move(function)});
-    std::shared_ptr<const List> before;  // released behind the lock, with the functions it ends
+    std::shared_ptr<const List> before;  // released after the lock, with functions that it owns
     const std::lock_guard lock(m_mutex);
     std::shared_ptr<List> sinks = CopyOfLiving();
     sinks->push_back(sink);
@@ -53,12 +54,13 @@ void SinkList::Remove(SinkId id) noexcept {
     if (found == m_sinks->end()) {
         return;
     }
-    (*found)->kinds = 0;  // also for a Dispatch that walks an older list
+    (*found)->kinds = 0;  // seen by a Dispatch that walks an older list, too
     PublishWanted();
     try {
         before = std::exchange(m_sinks, CopyOfLiving());
     } catch (...) {
-        // No memory for a shorter list: the sink stays in it, silent, until the next change.
+        // No memory for a shorter list: the sink stays in the list, without a kind, until the next
+        // change.
     }
 }
 
@@ -82,7 +84,7 @@ std::shared_ptr<SinkList::List> SinkList::CopyOfLiving() const {
 void SinkList::Dispatch(const Line &line) noexcept {
     const Kinds kind = KindOf(line.level);
     const std::lock_guard lock(m_mutex);
-    // Released before the lock is, so that no function outlives a Remove on another thread.
+    // Released before the lock, so that no function outlives a Remove on another thread.
     const std::shared_ptr<const List> sinks = m_sinks;
     const InSinkScope scope;
     for (const auto &sink : *sinks) {
@@ -92,7 +94,7 @@ void SinkList::Dispatch(const Line &line) noexcept {
         try {
             sink->function(line);
         } catch (...) {
-            // The sink has lost its line; the others get theirs.
+            // This sink loses the line; the others still receive it.
         }
     }
 }

@@ -1,7 +1,7 @@
 #ifndef WEXLOG_SINK_LIST_H
 #define WEXLOG_SINK_LIST_H
 
-// Internal. The sinks of the process, and the handing of a line to them.
+// Internal. Keeps the sinks of the process and passes each line to them.
 
 #include <atomic>
 #include <functional>
@@ -32,25 +32,28 @@ constexpr Kinds KindOf(int level) {
     }
 }
 
-// Ownership: the list owns the functions. A function is destroyed by the call of Remove, or by that
-// of Dispatch when it was removed within it.
-// Threads: one recursive lock, held while sinks are called. That makes Remove wait for a call under
-// way, and lets a sink call Add and Remove.
+// The list of sinks.
+//
+// Ownership: the list owns the functions. Remove destroys the function, or Dispatch does when a
+// sink is removed during the call of Dispatch. When memory is short, the next change of the list
+// does. Threads: every member may be called from any thread. Dispatch holds a recursive lock while
+// it calls sinks, so Remove waits for a call in progress, and a sink may call Add and Remove.
 class SinkList {
 public:
-    // `wanted` receives the kinds that any sink wants with Add, Remove and PublishWanted, not
-    // before.
+    // Add, Remove and PublishWanted store in `wanted` the kinds that any sink wants; the
+    // constructor stores nothing. `wanted` must outlive the list.
     explicit SinkList(std::atomic<Kinds> &wanted);
 
-    // Throws std::bad_alloc.
+    // Adds a sink and returns its id, never 0. Throws std::bad_alloc when memory is short.
     SinkId Add(SinkFunction function, Kinds kinds);
+    // Removes a sink. Ignores an unknown id.
     void Remove(SinkId id) noexcept;
     void PublishWanted() noexcept;
 
-    // Calls the sinks that want the line. What they throw is dropped.
+    // Calls the sinks that want the line. Ignores exceptions of a sink.
     void Dispatch(const Line &line) noexcept;
 
-    // Whether the calling thread is within a sink.
+    // Returns true while the calling thread runs a sink.
     static bool InSink() noexcept;
 
 private:
@@ -59,8 +62,7 @@ private:
         Kinds kinds;  // 0 once the sink has been removed
         SinkFunction function;
     };
-    // A published list is not changed any more, so that Dispatch can walk it while a sink changes
-    // what is in force.
+    // A published list never changes, so Dispatch can walk it while a sink publishes another one.
     using List = std::vector<std::shared_ptr<Sink>>;
 
     std::shared_ptr<List> CopyOfLiving() const;

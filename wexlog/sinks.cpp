@@ -41,7 +41,7 @@ void AppendCharacter(char32_t code, std::string &out) {
     put(0x80 | (code & 0x3F));
 }
 
-// What would end a line, or give a terminal orders.
+// Returns true for a character that could end a line or control a terminal.
 bool IsControl(char32_t code) {
     return (code < 0x20 && code != '\t') || (code >= 0x7F && code < 0xA0) || code == 0x2028 ||
            code == 0x2029;
@@ -59,7 +59,7 @@ void AppendEscape(char32_t code, std::string &out) {
     }
 }
 
-// Appends `text` as UTF-8 that stays within one line.
+// Appends `text` to `out` as UTF-8, on one line.
 void AppendOneLine(std::basic_string_view<WCHAR> text, std::string &out) {
     for (std::size_t i = 0; i < text.size(); ++i) {
         char32_t code = text[i];
@@ -85,8 +85,8 @@ std::string Body(const Line &line) {
     return body;
 }
 
-// A pipe that nobody reads and a file that may not grow send a signal, which would end the program.
-// Within this scope it is held off, and dropped if the scope has caused it.
+// A write to a pipe without a reader, or to a file at the size limit, raises a signal that would
+// end the program. This scope blocks the signals and discards one that was raised within the scope.
 class NoWriteSignals {
 public:
     NoWriteSignals() noexcept {
@@ -97,7 +97,7 @@ public:
         sigpending(&pending);
         for (const int signal : {SIGPIPE, SIGXFSZ}) {
             if (sigismember(&pending, signal) == 1) {
-                sigdelset(&m_signals, signal);  // somebody else's
+                sigdelset(&m_signals, signal);  // raised before this scope: not to be discarded
             }
         }
         pthread_sigmask(SIG_BLOCK, &m_signals, &m_before);
@@ -129,8 +129,8 @@ void Write(spdlog::sinks::sink &sink, const Line &line) {
     sink.flush();
 }
 
-// A file that is opened anew after a failure. The file sink that it stands on must not be used
-// again once it has thrown: it may have no open file, which it does not check.
+// Writes to a file and reopens the file after a failure. A file sink that has thrown must not be
+// used again: it may have no open file, and it does not check.
 class ReopenedFile {
 public:
     ReopenedFile(std::string path, std::size_t maxBytes, std::size_t olderFiles)
@@ -140,7 +140,7 @@ public:
 
     void WriteLine(const Line &line) {
         if (m_file == nullptr) {
-            // An attempt that fails takes a while, and the thread that traces waits for it.
+            // A failing attempt takes time, and the thread that traces waits for it.
             if (Clock::now() < m_nextAttempt) {
                 return;
             }
@@ -161,7 +161,7 @@ private:
     static constexpr std::chrono::seconds kPause{1};
 
     void Open() {
-        // To open a pipe would wait for its reader.
+        // Opening a pipe would wait for a reader.
         const std::filesystem::file_status status = std::filesystem::status(m_path);
         if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status) &&
             !std::filesystem::is_character_file(status)) {
@@ -169,7 +169,7 @@ private:
         }
         spdlog::file_event_handlers handlers;
         handlers.after_open = [](const std::string &, std::FILE *file) {
-            // The file is no business of the programs that this process starts.
+            // Programs that this process starts must not inherit the file.
             fcntl(fileno(file), F_SETFD, FD_CLOEXEC);
         };
         m_file = std::make_unique<spdlog::sinks::rotating_file_sink_mt>(

@@ -1,8 +1,8 @@
 #ifndef WEXLOG_SINKS_H
 #define WEXLOG_SINKS_H
 
-// Internal. Sinks that write: to standard error, to a file, to the system log. Each throws when it
-// cannot write its line; the calls here throw when the sink cannot be made.
+// Internal. Makes the sinks that write to standard error, to a file and to the system log. The
+// functions throw when they cannot make the sink. A sink throws when it cannot write its line.
 
 #include <cstddef>
 #include <string>

@@ -27,8 +27,8 @@ using detail::SinkList;
 constexpr std::size_t kEnvironmentMaxBytes = std::size_t{10} << 20;
 constexpr std::size_t kEnvironmentOlderFiles = 2;
 
-// The kinds that any sink wants. All, until the environment has been read: the first line goes on
-// to Sinks() whatever its kind.
+// The kinds that any sink wants. All kinds until the environment has been read, so that the first
+// line of any kind calls Sinks().
 constinit std::atomic<Kinds> g_wanted{kAllKinds};
 
 bool IsWanted(int level) {
@@ -63,7 +63,7 @@ SinkFunction MakeEnvironmentSink() {
         try {
             return detail::MakeFileSink(path, kEnvironmentMaxBytes, kEnvironmentOlderFiles);
         } catch (...) {
-            // Whoever asks for lines and names a wrong file should see them, not wonder.
+            // Falls back to standard error, so that a wrong file name does not hide the lines.
         }
     }
     return detail::MakeErrorStreamSink();
@@ -81,14 +81,15 @@ std::unique_ptr<SinkList> MakeSinks() {
     return sinks;
 }
 
-// The sinks of the process, with that of the environment. Never destroyed, since static destructors
-// trace too. Throws std::bad_alloc; the next call tries again.
+// Returns the sinks of the process, that of the environment included. The list is never destroyed,
+// because static destructors trace too. Throws std::bad_alloc when memory is short; the next call
+// retries.
 SinkList &Sinks() {
     static SinkList *const sinks = MakeSinks().release();
     return *sinks;
 }
 
-// Traced code looks at its errors behind the line.
+// Restores errno and the last error, which traced code may read after the line.
 class KeptErrors {
 public:
     KeptErrors() noexcept : m_errno(errno), m_lastError(GetLastError()) {}
@@ -123,7 +124,7 @@ void Send(const Line &line, const char *format, std::va_list args) {
     SendPrinted(line, TEXT("%.*hs"), static_cast<int>(bytes.size()), bytes.data());
 }
 
-// A thread that is cancelled within a sink would unwind through calls that do not throw.
+// Turns off cancellation: a thread cancelled in a sink would unwind through noexcept functions.
 class NoCancellation {
 public:
     NoCancellation() noexcept { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &m_before); }
@@ -143,7 +144,7 @@ void Trace(const Line &line, const Char *format, std::va_list args) noexcept {
     const KeptErrors errors;
     const NoCancellation uncancelled;
     try {
-        Sinks();  // reads the environment, which may want less than the line's kind
+        Sinks();  // reads the environment, which may not want the kind of this line
         if (IsWanted(line.level)) {
             Send(line, format, args);
         }

@@ -37,13 +37,13 @@ void show_letter() {
 
     const CUTF8String utf8(bytes.c_str(), bytes.size(), "Shift_JIS");
     if (utf8.Get() == nullptr) {
-        std::cout << "    no Shift_JIS\n";
+        std::cout << "    not valid Shift_JIS\n";
         return;
     }
     print_indented(utf8.Get());
     const OS::x_wstring wide = OS::UTF8CharToWChar(utf8.Get(), nullptr);
     std::cout << "  as UTF-16: " << wide.GetLength()
-              << " units, as UTF-8 again: " << OS::WCharToUTF8Char(wide, nullptr).GetLength()
+              << " units, back to UTF-8: " << OS::WCharToUTF8Char(wide, nullptr).GetLength()
               << " bytes\n\n";
 }
 
@@ -55,7 +55,7 @@ void show_header() {
     const std::unique_ptr<char, decltype(&std::free)> jis(
         OS::charset::DecodeMimeWords(header.c_str()), std::free);
     const CUTF8String utf8(jis.get(), 0, "ISO-2022-JP");
-    std::cout << "  its words decoded:\n";
+    std::cout << "  the header with its words decoded:\n";
     print_indented(jis != nullptr && utf8.Get() != nullptr ? utf8.Get() : "not well-formed\n");
 }
 

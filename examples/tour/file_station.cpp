@@ -19,7 +19,7 @@ void show(const char *title, const OS::x_wstring &text) {
     std::cout << "  " << title << ": " << utf8(text) << '\n';
 }
 
-// A tree of copies of the tour's own data, with the names that the walkers take differently.
+// A temporary tree of copies of one data file, under names that the walkers treat differently.
 class Tree {
 public:
     Tree() : m_root(NS_FileUtils::getTempFile(NS_FileUtils::getTempPath(), TEXT("tour"))) {
@@ -31,7 +31,8 @@ public:
             NS_FileUtils::copyFileEx(TEXT("addresses.txt"), path, false);
         }
     }
-    // Directories with a dot in front are not entered: they go by themselves.
+    // deleteTree does not enter directories whose names begin with a dot, so these take their own
+    // calls.
     ~Tree() {
         for (const OS::x_wstring &directory :
              {PathOf(TEXT(".hidden")), PathOf(TEXT(".a")), m_root}) {
@@ -45,7 +46,7 @@ public:
     OS::x_wstring PathOf(const WCHAR *name) const {
         return NS_StringUtils::concatPath(m_root, name);
     }
-    // A path of the tree, without the tree's own.
+    // Returns the path relative to the root of the tree.
     OS::x_wstring Below(const WCHAR *path) const { return path + m_root.size() + 1; }
 
 private:
@@ -65,21 +66,21 @@ private:
 
 void show_walks(const Tree &tree) {
     Lister lister(tree);
-    std::cout << "  BrowseDirectory for *.*: as met, not into names such as .a\n";
+    std::cout << "  BrowseDirectory with *.*: in the order of the host; skips names such as .a\n";
     OS::CBrowseDirectory().BrowseDirectory(tree.Root(), true, TEXT("*.*"), lister);
-    std::cout << "  BrowseDirectory for *.log: a directory must match too\n";
+    std::cout << "  BrowseDirectory with *.log: enters only directories that match too\n";
     OS::CBrowseDirectory().BrowseDirectory(tree.Root(), true, TEXT("*.log"), lister);
     std::cout
-        << "  collectFiles for *.log: into every directory without a leading dot, these first\n";
+        << "  collectFiles with *.log: enters directories without a leading dot, before files\n";
     std::vector<OS::x_wstring> files;
     NS_FileUtils::collectFiles(files, tree.Root(), TEXT("*.log"), 0, nullptr, true, nullptr);
     for (const OS::x_wstring &file : files) {
         std::cout << "    " << utf8(tree.Below(file)) << '\n';
     }
-    std::cout << "  calcFileSize for *.log: "
+    std::cout << "  calcFileSize with *.log: "
               << NS_FileUtils::calcFileSize(tree.Root(), TEXT("*.log"), 0, nullptr, true, nullptr)
-              << " bytes, in all " << files.size() << " files " << NS_FileUtils::calcFileSize(files)
-              << " bytes\n\n";
+              << " bytes; of the " << files.size()
+              << " files above: " << NS_FileUtils::calcFileSize(files) << " bytes\n\n";
 }
 
 void show_copy(const Tree &tree) {
@@ -90,10 +91,10 @@ void show_copy(const Tree &tree) {
     NS_FileUtils::getFileTime(tree.PathOf(TEXT("copy\\old.log")), nullptr, nullptr, &times[1]);
     std::cout << "  copyDirectory sub to copy: " << copied << ", "
               << (times[0].dwLowDateTime == times[1].dwLowDateTime
-                      ? "the time of last write came with it\n"
-                      : "another time\n");
+                      ? "the time of last write is copied too\n"
+                      : "the time of last write differs\n");
     OS::x_wstring name = NS_FileUtils::getFilenameWithExt(tree.PathOf(TEXT("copy\\old.log")));
-    show("the file's name, extension and folder",
+    show("the file's name, extension and directory",
          name + TEXT("  ") + NS_FileUtils::getFileExt(name) + TEXT("  ") +
              tree.Below(
                  NS_FileUtils::getParentDirectory(tree.PathOf(TEXT("copy\\old.log")), false)));
@@ -107,9 +108,10 @@ void show_deletion(const Tree &tree) {
     SetFileAttributesW(tree.PathOf(TEXT("copy\\old.log")), FILE_ATTRIBUTE_READONLY);
     int counts[2] = {};  // deleted, refused
     NS_FileUtils::deleteTree(tree.PathOf(TEXT("copy")), count_deletion, counts, 1, 1, TEXT("*.*"));
-    std::cout << "  deleteTree of copy, its file read-only: " << counts[0] << " deleted, "
-              << counts[1] << " refused, the directory is "
-              << (NS_FileUtils::isDirectoryExist(tree.PathOf(TEXT("copy"))) ? "there\n" : "gone\n");
+    std::cout << "  deleteTree of copy, with a read-only file: " << counts[0] << " deleted, "
+              << counts[1] << " not deleted; the directory "
+              << (NS_FileUtils::isDirectoryExist(tree.PathOf(TEXT("copy"))) ? "still exists\n"
+                                                                            : "is removed\n");
 }
 
 }  // namespace

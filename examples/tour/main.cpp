@@ -1,4 +1,4 @@
-// The tour: the families of Ostrel at work on real input, one station after the other.
+// The tour: runs the families of Ostrel on real input, one station after the other.
 
 #include <cstdio>
 #include <cstring>
@@ -16,12 +16,12 @@ struct Station {
 };
 
 constexpr Station kStations[] = {
-    {"ID mapping: one table, asked both ways", id_mapping_station},
+    {"ID mapping: from numbers to names and back", id_mapping_station},
     {"Text: token lists, words, escapes, a profile file", text_station},
-    {"Charsets: a letter in a legacy charset, the words of a mail header", charset_station},
-    {"Validators: which addresses and paths have the right form", validators_station},
-    {"Time: now, a text, a difference, an hour that comes twice", time_station},
-    {"Files: a tree is built, walked three ways, copied and deleted", file_station},
+    {"Charsets: a letter in Shift_JIS, the encoded words of a mail header", charset_station},
+    {"Validators: the form of e-mail addresses and directory paths", validators_station},
+    {"Time: the current time, text, differences, an hour that occurs twice", time_station},
+    {"Files: creates, walks, copies and deletes a directory tree", file_station},
 };
 
 int show_all() {

@@ -9,7 +9,7 @@
 
 namespace {
 
-// Wide text for a terminal that reads UTF-8.
+// Returns the text in UTF-8, for the terminal.
 OS::x_astring utf8(const OS::x_wstring &text) {
     return OS::WCharToUTF8Char(text, nullptr);
 }
@@ -31,7 +31,7 @@ void show_lists() {
     SplitStringToTokensW(&set, text, TEXT(",; "));
     std::cout << "  " << utf8(text) << '\n';
     show_words("as a vector", words);
-    show_words("as a set, case ignored", set);
+    show_words("as a set that ignores case", set);
     OS::x_wstring line;
     CombineTokensToStringW(set, &line, TEXT(" | "));
     std::cout << "  combined: " << utf8(line) << "\n\n";
@@ -43,7 +43,7 @@ void show_escapes() {
     std::cout << "  plain:    " << utf8(markup) << '\n';
     std::cout << "  mark-up:  " << utf8(markup.EscapeSpecialCharacters()) << '\n';
     std::cout << "  literal:  " << utf8(literal.EscapeSpecialCharactersForCString()) << '\n';
-    std::cout << "  100%25%20safe undone: "
+    std::cout << "  100%25%20safe decoded: "
               << utf8(NS_StringUtils::convertFromEscapeChar(TEXT("100%25%20safe"))) << "\n\n";
 }
 

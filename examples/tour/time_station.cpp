@@ -19,7 +19,7 @@ void show_now() {
     const CTime now = CTime::GetCurTime();
     show("now, for a database   ", now.GetDBTimeString());
     show("now, in the long form ", now.GetLongTimeString(nullptr));
-    show("now, as it is written ", now.GetLocaleDateTimeString());
+    show("now, in the locale    ", now.GetLocaleDateTimeString());
     show("now, in UTC           ", CTime::GetCurGMTime().GetDBTimeString());
     std::cout << '\n';
 }
@@ -38,7 +38,7 @@ void show_arithmetic() {
     std::cout << '\n';
 }
 
-// An hour that comes twice.
+// Shows the hour that occurs twice when daylight time ends.
 void show_autumn_night() {
     SYSTEMTIME utc = {2026, 10, 0, 25, 0, 30, 0, 0};
     for (; utc.wHour < 3; ++utc.wHour) {
@@ -52,15 +52,15 @@ void show_autumn_night() {
     }
     const SYSTEMTIME twice = {2026, 10, 0, 25, 2, 30, 0, 0};
     OS::x_wstring text;
-    text.Format(TEXT("02:30 is taken as %02d:30 UTC"),
+    text.Format(TEXT("02:30 is read as %02d:30 UTC, the first of the two"),
                 int{CTimeEx::FromLocalTime(twice).GetUniversalTime().wHour});
-    show("the clock alone       ", text);
+    show("from the local clock  ", text);
 }
 
 }  // namespace
 
 void time_station() {
-    setenv("TZ", "Europe/Berlin", 1);  // whose clock is changed that night
+    setenv("TZ", "Europe/Berlin", 1);  // where daylight time ends that night
     show_now();
     show_arithmetic();
     show_autumn_night();

@@ -1,8 +1,8 @@
 #ifndef EXAMPLES_TOUR_TOUR_H
 #define EXAMPLES_TOUR_TOUR_H
 
-// The stations of the tour, in the order in which they are shown. Each prints what it does; all of
-// them read the files of examples/data, which is the current directory then.
+// The stations of the tour, in the order of the tour. Each station uses one family and prints the
+// results. The stations read files of examples/data, which must be the current directory.
 
 void id_mapping_station();
 void text_station();

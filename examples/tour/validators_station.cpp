@@ -12,13 +12,13 @@ namespace {
 
 using Text = std::basic_string<WCHAR>;
 
-// Prints each line of the file with what `check` says of it. The files hold ASCII, so that a byte
-// is a character.
+// Prints each line of the file with the result of `check`. The files are ASCII, so a byte is a
+// character.
 template <class Check>
 void check_lines(const char *file, Check check) {
     std::ifstream lines(file);
     if (!lines) {
-        std::cout << "  " << file << " is not there\n";
+        std::cout << "  " << file << " cannot be opened\n";
         return;
     }
     std::size_t accepted = 0;
@@ -29,7 +29,7 @@ void check_lines(const char *file, Check check) {
         }
         const bool valid = check(Text(line.begin(), line.end()));
         accepted += valid ? 1 : 0;
-        std::cout << "  " << std::left << std::setw(46) << line << (valid ? "accepted" : "-")
+        std::cout << "  " << std::left << std::setw(46) << line << (valid ? "accepted" : "rejected")
                   << '\n';
     }
     std::cout << "  " << file << ": " << accepted << " of " << total << " accepted\n\n";

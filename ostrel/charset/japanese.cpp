@@ -14,7 +14,8 @@ const Byte *bytes_of(const char *text) {
     return reinterpret_cast<const Byte *>(text);
 }
 
-// The text in `room` bytes for each of its own, as `convert` walks it.
+// Returns what `convert` writes for the text. `capacity` is the number of bytes to allocate for
+// each byte of the text.
 template <class Convert>
 char *convert_walking(const char *text, std::size_t capacity, Convert convert) {
     const std::size_t length = std::strlen(text);
@@ -26,7 +27,7 @@ char *convert_walking(const char *text, std::size_t capacity, Convert convert) {
     return result.release();
 }
 
-// From one encoding to the other by way of JIS.
+// Converts from one encoding to the other through JIS.
 char *convert(const char *text, int source, int target) {
     if (text == nullptr || *text == '\0') {
         return ConvertToJis(text, EncodingNone);
@@ -52,7 +53,8 @@ char *ConvertToJis(const char *text, int encoding) {
     if (text == nullptr) {
         return nullptr;
     }
-    constexpr std::size_t kCapacity = 8;  // an escape sequence, a byte, and the sequence at the end
+    constexpr std::size_t kCapacity =
+        8;  // an escape sequence, a byte, and the final escape sequence
     switch (encoding) {
         case EncodingMime:
             return DecodeMimeWords(text);

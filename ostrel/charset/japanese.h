@@ -1,59 +1,60 @@
 #ifndef OSTREL_CHARSET_JAPANESE_H
 #define OSTREL_CHARSET_JAPANESE_H
 
-// Internal. Recognises which of the Japanese encodings a text is in, and converts between them.
+// Internal. Detects the Japanese encoding of a text and converts between these encodings.
 //
-// ISO-2022-JP (RFC 1468), called JIS here, is the hub: a conversion goes into JIS first and out of
-// JIS afterwards. Characters are mapped by arithmetic on their bytes, so nothing is refused: bytes
-// that stand for no character are mapped in the same way.
+// ISO-2022-JP (RFC 1468), called JIS here, is the hub: a conversion first converts to JIS and then
+// from JIS. Characters are converted by arithmetic on their bytes. No byte is refused: a pair of
+// bytes that stands for no character is converted in the same way.
 //
-// Texts end with a zero byte. A pair of bytes that no character has may be mapped to one that holds
-// a zero byte; the result ends there. A character of two bytes whose second one is missing at the
-// end of the text is left out.
+// Texts end with a zero byte. A pair of bytes that stands for no character may become a pair with a
+// zero byte, which ends the result. A two-byte character whose second byte is missing at the end of
+// the text is left out. A conversion to EncodingMime removes every CR and LF (see mime_words.h).
 //
 // Ownership: a result is a new string from malloc; the caller releases it with free.
-// Errors: a null text, a text of more than INT_MAX bytes or a lack of memory gives null; from
-// EncodingMime also a word whose body is not well-formed. To EncodingMime every CR and LF is taken
-// out; see mime_words.h for both.
-// Threads: no state is shared.
+// Errors: a conversion returns null when the text is null or has more than INT_MAX bytes and when
+// memory is short, and from EncodingMime when the body of a word is not well-formed.
+// Threads: the functions share no state.
 
 #include <cstdint>
 
 namespace OS::charset {
 
 enum Encoding : std::int32_t {
-    EncodingNone = 0,      // nothing Japanese recognised: plain 7-bit text, or undecided
-    EncodingJis = 1,       // ISO-2022-JP, with half-width katakana behind ESC ( I
+    EncodingNone = 0,      // no Japanese encoding detected: plain 7-bit text, or undecided
+    EncodingJis = 1,       // ISO-2022-JP, with half-width katakana after ESC ( I
     EncodingShiftJis = 2,  // Shift_JIS
-    EncodingEucJp = 3,     // EUC-JP, of two bytes a character at most
+    EncodingEucJp = 3,     // EUC-JP, with characters of one and two bytes only
     EncodingMime = 4,      // text that holds MIME encoded words, see mime_words.h
-    EncodingMasked = 5,    // as a target only: 7 bits, `?` for each byte of Japanese text in JIS
+    EncodingMasked = 5,    // only as a target: 7 bits, `?` for each byte of Japanese text in JIS
 };
 
-// What the library keeps Japanese text in.
+// The encoding in which the library keeps Japanese text.
 inline constexpr std::int32_t InternalEncoding = EncodingEucJp;
 
-// The encoding of `text`, EncodingNone to EncodingMime; EncodingNone for null. A text that can be
-// read as EUC-JP and as Shift_JIS is EUC-JP. Where neither reading comes to the end of the text,
-// the one with more points wins: two a character in front of what does not fit, one a half-width
-// katakana of Shift_JIS. It needs 20; with fewer the result is EncodingNone. With no character at
-// all, escape sequences and prefixes of encoded words in front of the misfit decide.
+// Detects the encoding of `text`. Returns EncodingNone to EncodingMime, and EncodingNone for null.
+//
+// A text that is valid as EUC-JP and as Shift_JIS is EUC-JP. When it is valid as neither, the
+// encoding with more points wins: two for each character before the first invalid byte, but one for
+// a half-width katakana of Shift_JIS. With fewer than 20 points the result is EncodingNone. When
+// neither reading finds a character, the escape sequences (EncodingJis) and the prefixes of encoded
+// words (EncodingMime) before the first invalid byte decide.
 int DetectJapaneseEncoding(const char *text);
 
-// To JIS from `encoding`, 0 to 4. Another encoding gives an empty string.
+// Converts to JIS from `encoding`, 0 to 4. Returns an empty string for another encoding.
 char *ConvertToJis(const char *text, int encoding);
 
-// From JIS to `target`, 1 to 5. With another target, what is not in the single-byte state is left
-// out.
+// Converts from JIS to `target`, 1 to 5. For another target the result has only the single-byte
+// text.
 char *ConvertFromJis(const char *text, int target);
 
-// To `target`, 1 to 5, from the encoding that is detected.
+// Converts to `target`, 1 to 5, from the encoding that DetectJapaneseEncoding returns.
 char *ConvertDetected(const char *text, int target);
 
-// To InternalEncoding from `source`, 0 to 4.
+// Converts to InternalEncoding from `source`, 0 to 4.
 char *ConvertToInternal(const char *text, int source);
 
-// From InternalEncoding to `target`, 1 to 5.
+// Converts from InternalEncoding to `target`, 1 to 5.
 char *ConvertFromInternal(const char *text, int target);
 
 }  // namespace OS::charset

@@ -1,9 +1,9 @@
 #ifndef OSTREL_CHARSET_JAPANESE_BYTES_H
 #define OSTREL_CHARSET_JAPANESE_BYTES_H
 
-// Internal. What the bytes of the Japanese encodings mean, and how a character goes from one to the
-// other: one at a time, and 16 bytes at a time where the processor has SSE2. The second way gives
-// the same bytes as the first.
+// Internal. Classifies the bytes of the Japanese encodings and converts characters between the
+// encodings: one character at a time, and 16 bytes at a time where the processor has SSE2. Both
+// ways give the same bytes.
 
 #include <cstddef>
 
@@ -53,12 +53,12 @@ inline __m128i each_byte(unsigned value) {
     return _mm_set1_epi8(static_cast<char>(value));
 }
 
-// The even bytes, which lead the pairs of a block, and the odd ones, which trail them.
+// Returns a block of pairs: `lead` in the even bytes, `trail` in the odd ones.
 inline __m128i each_pair(unsigned lead, unsigned trail) {
     return _mm_set1_epi16(static_cast<short>(lead | trail << 8));
 }
 
-// The tests give all bits of each byte that passes.
+// The tests set all bits of each byte that passes, and clear those of the others.
 inline __m128i at_least(__m128i block, unsigned value) {
     return _mm_cmpeq_epi8(_mm_max_epu8(block, each_byte(value)), block);
 }
@@ -69,7 +69,7 @@ inline __m128i in_range(__m128i block, unsigned first, unsigned last) {
 }
 
 inline __m128i is_shift_jis_lead(__m128i block) {
-    // The two ranges become one.
+    // XOR makes one range of the two.
     return in_range(_mm_xor_si128(block, each_byte(0xA0)), 0x21, 0x5C);
 }
 
@@ -77,7 +77,7 @@ inline __m128i is_shift_jis_trail(__m128i block) {
     return _mm_andnot_si128(_mm_cmpeq_epi8(block, each_byte(0x7F)), in_range(block, 0x40, 0xFC));
 }
 
-// A bit for each byte of a block, the first byte's is the lowest.
+// Masks with a bit for each byte of a block; the lowest bit is that of the first byte.
 inline constexpr unsigned kLeads = 0x5555;
 inline constexpr unsigned kAll = 0xFFFF;
 
@@ -93,12 +93,12 @@ inline unsigned escapes(__m128i block) {
 
 #endif
 
-// The kinds of run that a text is made of. A character takes kWidth bytes, and each byte becomes
-// kGrowth bytes. One() converts the character at `in`, all of whose bytes are there. Block()
-// converts a block at `in` whatever it holds and writes as many whole blocks as it can become; the
-// first bit of the result says where the run ends in it, at a character.
+// The kinds of run in a text. A character has kWidth bytes, and each byte becomes kGrowth bytes.
+// One() converts the character at `in`, which must be complete. Block() converts a block at `in`,
+// whatever the block holds, and writes kGrowth whole blocks. The lowest bit of its result is the
+// position of the first character after the run; 0 means that the run goes on.
 
-// Copies. Blocks go on while the bytes have seven bits.
+// Copies. Block() ends the run at a byte of eight bits.
 struct PlainRun {
     static constexpr std::size_t kWidth = 1;
     static constexpr std::size_t kGrowth = 1;
@@ -118,7 +118,7 @@ struct ShiftJisPairsToJis {
     static void One(const Byte *in, Byte *out) {
         const unsigned b = in[0];
         const unsigned t = in[1];
-        const bool second_row = t >= 0x9F;  // a lead byte stands for two rows
+        const bool second_row = t >= 0x9F;  // each lead byte has two rows of characters
         out[0] = static_cast<Byte>((2 * b + (second_row ? 0x20 : 0x1F)) & 0x7F);
         out[1] = static_cast<Byte>((second_row ? t + 2 : t < 0x7F ? t + 0x61 : t + 0x60) & 0x7F);
     }
@@ -127,7 +127,7 @@ struct ShiftJisPairsToJis {
         const __m128i block = load_block(in);
         const __m128i second_row = at_least(block, 0x9F);
         const __m128i behind_gap = at_least(block, 0x7F);
-        // b + b + 0x1F, and t + 0x61; a test that passed is -1.
+        // Computes b + b + 0x1F and t + 0x61; a byte that passed a test is -1.
         __m128i jis = _mm_add_epi8(block, _mm_and_si128(block, each_pair(0xFF, 0)));
         jis = _mm_add_epi8(jis, each_pair(0x1F, 0x61));
         jis = _mm_sub_epi8(jis, _mm_srli_epi16(second_row, 8));
@@ -168,8 +168,8 @@ struct EucPairsToJis {
 #endif
 };
 
-// Runs of JIS text go on to the next escape byte. This one copies characters of `width` bytes with
-// the bits of `set` set in each byte.
+// A run of JIS text ends at the next escape byte. This run copies characters of `width` bytes and
+// sets the bits of `set` in each byte.
 template <std::size_t width, Byte set>
 struct JisBytes {
     static constexpr std::size_t kWidth = width;
@@ -207,10 +207,11 @@ struct JisPairsToShiftJis {
         const __m128i block = load_block(in);
         const __m128i high = _mm_or_si128(block, each_byte(0x80));
         const __m128i beyond = _mm_and_si128(at_least(high, 0xDF), each_byte(0x40));
-        // Half, rounded up, plus 0x30.
+        // Computes half of the byte, rounded up, plus 0x30.
         const __m128i lead = _mm_add_epi8(
             _mm_add_epi8(_mm_avg_epu8(high, _mm_setzero_si128()), each_byte(0x30)), beyond);
-        // All bits of each pair whose row is odd. b - 2, and less by 0x5F or 0x5E for those.
+        // `odd` has all bits of each pair whose row is odd. The trail is b - 2, and for an odd row
+        // another 0x5F or 0x5E less.
         const __m128i odd = _mm_srai_epi16(_mm_slli_epi16(high, 15), 15);
         const __m128i less = _mm_add_epi8(each_byte(0x5F), at_least(high, 0xE0));
         const __m128i trail =
@@ -240,7 +241,7 @@ struct JisKanaToEuc {
 #endif
 };
 
-// A question mark in the place of each byte.
+// Writes a question mark for each byte.
 template <std::size_t width>
 struct JisMasked {
     static constexpr std::size_t kWidth = width;
@@ -259,7 +260,7 @@ struct JisMasked {
 #endif
 };
 
-// Nothing, for a target that has no form of its own.
+// Writes nothing, for an unknown target.
 template <std::size_t width>
 struct JisDropped {
     static constexpr std::size_t kWidth = width;

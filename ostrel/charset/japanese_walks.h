@@ -1,8 +1,8 @@
 #ifndef OSTREL_CHARSET_JAPANESE_WALKS_H
 #define OSTREL_CHARSET_JAPANESE_WALKS_H
 
-// Internal. The walks over a text that detection and conversion are made of. `blocks` says whether
-// they take 16 bytes at a time where they can; what they give is the same.
+// Internal. The loops over a text that detect and convert the encodings. With `blocks` they process
+// 16 bytes at a time where they can; the results are the same.
 
 #include <bit>
 #include <cstddef>
@@ -21,12 +21,13 @@ inline constexpr bool kHasBlocks = true;
 inline constexpr bool kHasBlocks = false;
 #endif
 
-// What JIS text is in.
+// The states of JIS text.
 enum class JisState { kSingle, kDouble, kKana };
 
 inline constexpr std::size_t kEscapeLength = 3;
 
-// Whether one of the five escape sequences begins at `at`, and what it switches to.
+// Returns true when one of the five escape sequences begins at `at`, and then stores the state that
+// the sequence selects.
 inline bool read_escape(const Byte *at, const Byte *end, JisState *state) {
     if (end - at < static_cast<std::ptrdiff_t>(kEscapeLength) || at[0] != kEscape) {
         return false;
@@ -43,7 +44,7 @@ inline bool read_escape(const Byte *at, const Byte *end, JisState *state) {
     return true;
 }
 
-// A text that is read and the text that is written for it. The room for it is known to be enough.
+// The rest of a text to read, and the place to write to. The caller provides enough capacity.
 struct Walk {
     const Byte *at;
     const Byte *end;
@@ -52,8 +53,8 @@ struct Walk {
     std::size_t Left() const { return static_cast<std::size_t>(end - at); }
 };
 
-// Converts the run of the kind Run that begins at the walk's place, or a part of it: one character
-// at least. Where the text ends within that character, it is left out.
+// Converts the run of the kind Run at the walk's position, or a part of the run of at least one
+// character. Leaves out a character that is incomplete at the end of the text.
 template <bool blocks, class Run>
 void take_run(Walk &walk) {
 #ifdef __SSE2__
@@ -68,7 +69,7 @@ void take_run(Walk &walk) {
                 out += taken * Run::kGrowth;
                 break;
             }
-            at += kBlock;  // known without waiting for the block before
+            at += kBlock;  // does not depend on the result for this block
             out += kBlock * Run::kGrowth;
         }
         const bool any = at != walk.at;
@@ -104,8 +105,8 @@ private:
     JisState m_state = JisState::kSingle;
 };
 
-// Shift_JIS and EUC-JP to JIS. The room is 8 bytes for each byte of the text. Result: the end of
-// what was written.
+// Convert Shift_JIS and EUC-JP to JIS. The target has 8 bytes for each byte of the text. Return the
+// end of the bytes written.
 template <bool blocks>
 Byte *shift_jis_to_jis(Walk walk) {
     JisSwitch jis;
@@ -154,7 +155,7 @@ Byte *euc_to_jis(Walk walk) {
     return walk.out;
 }
 
-// JIS to what Pairs and Kana write. The room is 2 bytes for each byte of the text.
+// Converts JIS to what Pairs and Kana write. The target has 2 bytes for each byte of the text.
 template <bool blocks, class Pairs, class Kana>
 Byte *from_jis(Walk walk) {
     JisState state = JisState::kSingle;
@@ -186,14 +187,14 @@ Byte *from_jis_to(Walk walk, int target) {
     }
 }
 
-// The characters that a reading of a text has found, up to what does not fit it.
+// The characters found when a text is read in one encoding, up to the first invalid byte.
 struct Reading {
     std::int64_t pairs = 0;
     std::int64_t kana = 0;
     bool bad = false;
 };
 
-// Counts the pairs in front of the first that is none, or a part of them.
+// Counts the pairs at `at`, all before the first invalid pair or a part of them.
 template <bool blocks, class IsLead, class IsTrail>
 std::size_t count_pairs(const Byte *at, const Byte *end, IsLead is_lead, IsTrail is_trail) {
     std::size_t bytes = 0;
@@ -216,7 +217,8 @@ std::size_t count_pairs(const Byte *at, const Byte *end, IsLead is_lead, IsTrail
     return bytes / 2;
 }
 
-// The first byte from `at` on that has eight bits or, unless `high_only`, is ESC or `=`; or `end`.
+// Returns the first byte from `at` on that has eight bits or, unless `high_only`, is ESC or `=`.
+// Returns `end` when there is none.
 template <bool blocks>
 const Byte *skip_plain(const Byte *at, const Byte *end, bool high_only) {
 #ifdef __SSE2__
@@ -239,15 +241,15 @@ const Byte *skip_plain(const Byte *at, const Byte *end, bool high_only) {
     return at;
 }
 
-// The text, which ends with a zero byte at `end`, as EUC-JP. `state` becomes what the marks of
-// 7-bit text in front of a bad byte say, 0, EncodingJis or EncodingMime, unless characters were
-// counted.
+// Reads the text, which has a zero byte at `end`, as EUC-JP. For a reading without characters stores
+// in `*state` what the text before the first invalid byte holds: EncodingJis for an escape sequence,
+// else EncodingMime for the prefix of an encoded word, else EncodingNone.
 template <bool blocks>
 Reading read_as_euc(const Byte *at, const Byte *end, int *state) {
     const auto lead_or_trail = [](auto byte) { return in_range(byte, 0xA1, 0xFE); };
     Reading reading;
     *state = EncodingNone;
-    // Behind an escape sequence no mark can change the state any more.
+    // After an escape sequence neither ESC nor `=` can change the state.
     while ((at = skip_plain<blocks>(at, end, *state == EncodingJis)) != end) {
         JisState ignored;
         if (*at == kEscape) {
@@ -299,7 +301,7 @@ Reading read_as_shift_jis(const Byte *at, const Byte *end) {
 
 template <bool blocks>
 int detect(const Byte *text, const Byte *end) {
-    constexpr std::int64_t kPenalty = 20;  // for a reading that breaks off
+    constexpr std::int64_t kPenalty = 20;  // for a reading with an invalid byte
     int state = EncodingNone;
     const Reading euc = read_as_euc<blocks>(text, end, &state);
     const std::int64_t euc_count = euc.pairs + euc.kana;

@@ -22,13 +22,13 @@ constexpr MimePrefix kPrefixes[] = {
     {"=?EUC-JP?B?", EncodingEucJp, 11, 'B'},       {"=?EUC-JP?Q?", EncodingEucJp, 11, 'Q'},
 };
 
-constexpr std::int32_t kStep = 512;  // growth of the texts here
+constexpr std::int32_t kStep = 512;  // bytes by which the capacity of a text grows
 
 char to_upper(char c) {
     return c >= 'a' && c <= 'z' ? static_cast<char>(c - ('a' - 'A')) : c;
 }
 
-// Looks no further than the first difference, so not behind the end of either.
+// Compares up to the first difference, so it reads past the end of neither text.
 bool begins_with(const char *text, const char *capitals) {
     while (*capitals != '\0' && to_upper(*text) == *capitals) {
         ++text;
@@ -37,14 +37,14 @@ bool begins_with(const char *text, const char *capitals) {
     return *capitals == '\0';
 }
 
-// A text that pieces are appended to. Its capacity grows by whole steps. The memory behind it is
-// doubled instead, so that many small pieces are not copied again and again.
+// A text that grows by appended pieces. `capacity` grows by whole steps. The memory doubles
+// instead, so that many small pieces do not cause many copies.
 struct GrowingText {
-    std::int32_t capacity = 0;  // bytes for text
+    std::int32_t capacity = 0;  // limit of the length, in bytes
     std::int32_t step = 0;
     std::int32_t length = 0;
     char *buffer = nullptr;
-    std::size_t reserved = 0;  // bytes of memory: for the capacity and a zero byte, at least
+    std::size_t reserved = 0;  // bytes of memory: at least the capacity and a zero byte
 
     GrowingText() = default;
     ~GrowingText() { std::free(buffer); }
@@ -101,8 +101,8 @@ private:
     }
 };
 
-// The converted bytes of a word, which lie in front of `end`. Null when they are not well-formed or
-// there is no memory.
+// Decodes the body of a word, from `data` to `end`, and converts it to JIS. Returns null when the
+// body is not well-formed and when memory is short.
 HeapText decode_word(const MimePrefix &prefix, const char *data, const char *end) {
     const auto length = static_cast<unsigned>(end - data);
     unsigned decoded_length = 0;
@@ -118,7 +118,8 @@ bool append_as_word_body(GrowingText *text, const char *data, const char *end) {
 }
 
 // Writes a text in ISO-2022-JP as MIME words: text between Enter and Leave becomes a word, other
-// text stays. Each call takes the text up to `at`. False is no memory.
+// text stays. Each call processes the text up to `at`. Begin, Enter and Leave return false when
+// memory is short or the result would be too long.
 class MimeWordWriter {
 public:
     bool Begin(const char *at) {
@@ -142,7 +143,7 @@ public:
         return append_as_word_body(&m_result, std::exchange(m_copied, at), at);
     }
 
-    // Takes the rest of the text. Returns the result, which the caller owns, or null.
+    // Processes the rest of the text. Returns the result, which the caller owns, or null.
     char *End() {
         const char *const end = m_copied + std::strlen(m_copied);
         return (m_inside ? Leave(end) : Copy(end)) ? RemoveLineBreaks(m_result.Detach()) : nullptr;

@@ -29,18 +29,19 @@ constexpr auto kPairs = [] {
     return pairs;
 }();
 
-// What each character gives to the three bytes of its group, for each of the four places in one.
-// The bytes are in the order of memory, and the fourth tells that it is not of the alphabet.
+// The bits that each character adds to the three bytes of its group, for each of the four positions
+// in a group. The bytes are in memory order. The fourth byte is 0xFF for a character outside the
+// alphabet.
 using Group = std::array<unsigned char, 4>;
 
 constexpr std::uint32_t kNoValue = std::bit_cast<std::uint32_t>(Group{0, 0, 0, 0xFF});
 constexpr auto kGroups = [] {
     std::array<std::array<std::uint32_t, 256>, 4> groups{};
-    for (unsigned place = 0; place < 4; ++place) {
-        groups[place].fill(kNoValue);
+    for (unsigned position = 0; position < 4; ++position) {
+        groups[position].fill(kNoValue);
         for (unsigned value = 0; value < 64; ++value) {
-            const unsigned bits = value << (18 - 6 * place);
-            groups[place][static_cast<Byte>(kAlphabet[value])] = std::bit_cast<std::uint32_t>(
+            const unsigned bits = value << (18 - 6 * position);
+            groups[position][static_cast<Byte>(kAlphabet[value])] = std::bit_cast<std::uint32_t>(
                 Group{static_cast<Byte>(bits >> 16), static_cast<Byte>(bits >> 8),
                       static_cast<Byte>(bits), 0});
         }
@@ -52,7 +53,7 @@ inline std::uint32_t group_at(const Byte *at) {
     return kGroups[0][at[0]] | kGroups[1][at[1]] | kGroups[2][at[2]] | kGroups[3][at[3]];
 }
 
-// The six bits of a character, or 64.
+// The six bits of each character; 64 for a character outside the alphabet.
 constexpr auto kValues = [] {
     std::array<Byte, 256> values{};
     values.fill(64);
@@ -62,14 +63,14 @@ constexpr auto kValues = [] {
     return values;
 }();
 
-// Reads 8 bytes, which compilers know how to do at once.
+// Returns 8 bytes, the first in the highest bits. Compilers turn this into one load.
 inline std::uint64_t six_bytes_on_top(const Byte *at) {
     return std::uint64_t{at[0]} << 56 | std::uint64_t{at[1]} << 48 | std::uint64_t{at[2]} << 40 |
            std::uint64_t{at[3]} << 32 | std::uint64_t{at[4]} << 24 | std::uint64_t{at[5]} << 16 |
            std::uint64_t{at[6]} << 8 | at[7];
 }
 
-// Writes the characters of `length` bytes, 3 at a time and what is left filled up with `=`.
+// Encodes `length` bytes, and pads the last group with `=`. Returns the end of the characters.
 char *write_groups(const Byte *at, std::size_t length, char *out) {
     for (; length >= 8; length -= 6, at += 6, out += 8) {
         const std::uint64_t bits = six_bytes_on_top(at);
@@ -94,7 +95,7 @@ char *write_groups(const Byte *at, std::size_t length, char *out) {
     return out;
 }
 
-// Base64 text on its way to bytes. Places of a group are counted from 0.
+// Decodes Base64 text. Positions in a group count from 0.
 class Base64Reader {
 public:
     Base64Reader(const char *data, std::size_t length, char *out)
@@ -102,10 +103,10 @@ public:
           m_end(m_at + length),
           m_out(reinterpret_cast<Byte *>(out)) {}
 
-    // The end of the bytes written, or null when the text is not well-formed.
+    // Returns the end of the bytes written, or null when the text is not well-formed.
     char *Read() {
         while (m_at != m_end) {
-            if (m_place == 0) {
+            if (m_position == 0) {
                 ReadGroups();
                 if (m_at == m_end) {
                     break;
@@ -122,8 +123,8 @@ public:
     }
 
 private:
-    // Whole groups with nothing but line ends between them. Each is written with one byte too many:
-    // there is room behind the last.
+    // Decodes whole groups with nothing but line ends between them. Writes four bytes for each
+    // group and advances by three; the buffer has room for the extra byte after the last group.
     void ReadGroups() {
         while (m_end - m_at >= 4) {
             const std::uint32_t bytes = group_at(m_at);
@@ -144,20 +145,20 @@ private:
             return;
         }
         m_bits = m_bits << 6 | value;
-        if (m_place != 0) {
-            *m_out++ = static_cast<Byte>(m_bits >> (6 - 2 * m_place));
+        if (m_position != 0) {
+            *m_out++ = static_cast<Byte>(m_bits >> (6 - 2 * m_position));
         }
-        m_place = (m_place + 1) % 4;
+        m_position = (m_position + 1) % 4;
     }
 
-    // What `=` does, which has just been read.
+    // Handles a `=` that has just been read. Returns false when no `=` may stand there.
     bool Pad() {
-        if (m_place == 2 && m_at != m_end && *m_at == '=') {
-            m_place = 3;
+        if (m_position == 2 && m_at != m_end && *m_at == '=') {
+            m_position = 3;
             return true;
         }
-        if (m_place == 3) {
-            m_place = 0;
+        if (m_position == 3) {
+            m_position = 0;
             return true;
         }
         return false;
@@ -166,15 +167,15 @@ private:
     const Byte *m_at;
     const Byte *m_end;
     Byte *m_out;
-    unsigned m_bits = 0;  // of the values of the group so far, and older ones above
-    unsigned m_place = 0;
+    unsigned m_bits = 0;  // of the group so far; older bits lie above them
+    unsigned m_position = 0;
 };
 
 constexpr bool is_control(Byte c) {
     return c < 0x20 || c == 0x7F;
 }
 
-// The value of a hexadecimal digit; 16 for anything else.
+// Returns the value of a hexadecimal digit, or 16 for another byte.
 constexpr unsigned hex_value(Byte c) {
     return c >= '0' && c <= '9'   ? c - unsigned{'0'}
            : c >= 'A' && c <= 'F' ? c - unsigned{'A'} + 10
@@ -182,8 +183,8 @@ constexpr unsigned hex_value(Byte c) {
                                   : 16;
 }
 
-// Reads a `=` of quoted-printable text at `*at` and what belongs to it; may write a byte. False
-// when the text is not well-formed.
+// Decodes the `=` at `*at` with the characters that belong to it, and may write a byte. Returns
+// false when the text is not well-formed.
 bool read_equals_sign(const Byte **at, const Byte *end, Byte **out) {
     const Byte *const next = *at + 1;
     if (next == end || *next == 0) {
@@ -204,9 +205,10 @@ bool read_equals_sign(const Byte **at, const Byte *end, Byte **out) {
     return true;
 }
 
-// Decodes quoted-printable text. The end of the bytes written, or null.
+// Decodes quoted-printable text. Returns the end of the bytes written, or null when the text is not
+// well-formed.
 Byte *read_quoted_printable(const Byte *at, const Byte *end, Byte *out) {
-    Byte *solid = out;  // behind the last byte that is no blank
+    Byte *solid = out;  // the end without unencoded blanks
     while (at != end && *at != 0) {
         if (*at == ' ') {
             *out++ = *at++;
@@ -229,7 +231,7 @@ Byte *read_quoted_printable(const Byte *at, const Byte *end, Byte *out) {
     return out;
 }
 
-// Lines of quoted-printable text.
+// Writes lines of quoted-printable text.
 class QuotedPrintableWriter {
 public:
     explicit QuotedPrintableWriter(char *out) : m_out(out) {}
@@ -272,8 +274,8 @@ private:
     unsigned m_column = 0;
 };
 
-// Ends the string at `end` and hands it out. Null, and 0 as its length, when there is none or the
-// length cannot be told.
+// Writes the zero byte at `end` and returns the string. Returns null and stores 0 when `text` or
+// `end` is null and when the length does not fit `*outLength`.
 char *finish(HeapText text, char *end, unsigned *outLength) {
     *outLength = 0;
     if (text == nullptr || end == nullptr || end - text.get() > std::ptrdiff_t{UINT_MAX}) {

@@ -16,11 +16,12 @@ namespace {
 
 constexpr std::int32_t kMaxIllegal = 11;
 
-// In UTF-8 a unit takes 3 bytes at most, and ICU counts bytes in 32 bits.
+// A UTF-16 unit becomes up to 3 bytes of UTF-8, and ICU counts bytes in 32 bits.
 constexpr std::size_t kLongest = INT32_MAX / 3;
 
-// Lets the conversion go on behind an illegal sequence as long as the counter, which is the
-// context, allows it. It stores nothing in its place.
+// ICU calls this for a sequence that it cannot convert. `context` points to the count of illegal
+// sequences. Up to kMaxIllegal the callback clears the error, so ICU drops the sequence and goes
+// on.
 void forgive_illegal(const void *context, UConverterToUnicodeArgs *, const char *, std::int32_t,
                      UConverterCallbackReason reason, UErrorCode *error) {
     auto *const count = static_cast<std::int32_t *>(const_cast<void *>(context));
@@ -48,11 +49,11 @@ void forgive_illegal(const void *context, UConverterToUnicodeArgs *, const char 
     }
 }
 
-// A converter that forgives, for the length of one conversion.
+// A converter that drops illegal sequences, for one conversion.
 class ForgivingConverter {
 public:
-    // Traces what goes wrong. A warning is no failure: ICU gives one for names as common as
-    // Shift_JIS, because several of its converters have them.
+    // Traces a failure. A warning is no failure: ICU warns even for a common name such as Shift_JIS
+    // that several of its converters have.
     explicit ForgivingConverter(const char *charset) {
         UErrorCode error = U_ZERO_ERROR;
         m_converter = ucnv_open(charset, &error);
@@ -93,7 +94,7 @@ private:
     bool m_ready = false;
 };
 
-// The text, or null.
+// Returns the terminated text, or null when the conversion fails.
 std::unique_ptr<char[]> to_utf8(const char *text, const char *charset) {
     ForgivingConverter converter(charset);
     if (!converter.Ready()) {
@@ -106,7 +107,7 @@ std::unique_ptr<char[]> to_utf8(const char *text, const char *charset) {
     } else {
         wide = icu::UnicodeString(text, -1, converter.Get(), error);
         if (error == U_ZERO_ERROR && wide.isBogus()) {
-            error = U_MEMORY_ALLOCATION_ERROR;  // which ICU does not tell
+            error = U_MEMORY_ALLOCATION_ERROR;  // ICU does not report it
         }
     }
     if (error == U_ZERO_ERROR && wide.length() > static_cast<std::int32_t>(kLongest)) {
@@ -121,7 +122,7 @@ std::unique_ptr<char[]> to_utf8(const char *text, const char *charset) {
     if (wide.extract(0, wide.length(), utf8.get(), static_cast<std::uint32_t>(size), "UTF8") !=
             size ||
         (size == 0 && !wide.isEmpty())) {
-        throw std::bad_alloc();  // the only reason that is left
+        throw std::bad_alloc();  // the only remaining reason
     }
     utf8[static_cast<std::size_t>(size)] = '\0';
     return utf8;

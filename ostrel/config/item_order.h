@@ -2,9 +2,11 @@
 #define OSTREL_CONFIG_ITEM_ORDER_H
 
 // Internal. Sorts the items of a mapping by key before the maps are filled: an insertion in key
-// order needs no search, and the nodes of the map lie in order in memory. Without the order,
-// loading a mapping takes twice as long from 100,000 lines on. bench/run mapping times the load
-// with the order (LoadOstrel) and has no case without the order.
+// order needs no search, and the nodes of the map lie in order in memory.
+//
+// What is lost without the order, in ns a line of a whole load (LoadOstrel of bench/run mapping,
+// with FillMaps inserting item by item): 509 instead of 402 at 10,000 lines, 689 instead of 446 at
+// 100,000, 1,025 instead of 518 at 1,000,000.
 //
 // Items with equal keys keep the order that they have in `items`.
 

@@ -127,19 +127,32 @@ std::uint64_t fixed_item(const Conversion &conversion, double value) {
     return length >= 0 ? static_cast<std::uint64_t>(length) : kMax;
 }
 
+// Whether a character may stand between the precision and the letter of a conversion.
+template <class Char>
+constexpr bool is_modifier(Char c) {
+    const auto bit = [](char letter) { return std::uint64_t{1} << (letter - 'F'); };
+    const auto place = static_cast<unsigned>(c) - 'F';
+    return place <= 'l' - 'F' &&
+           ((bit('h') | bit('l') | bit('F') | bit('L') | bit('N')) >> place & 1) != 0;
+}
+
 template <class Char>
 class Estimator {
 public:
     explicit Estimator(std::va_list *args) : m_args(args) {}
 
     FormatEstimate Run(const Char *format) {
+        std::uint64_t items = 0;      // characters of conversions
         std::uint64_t steps = 0;      // characters of plain text
         std::uint64_t positions = 0;  // the sum of their places in the format
         std::uint64_t plain = 0;      // their length
         const Char *at = format;
-        while (*at != 0 && m_complete) {
+        while (*at != 0) {
             if (*at == '%' && *++at != '%') {
-                at = ReadConversion(at);
+                items += ReadConversion(&at);
+                if (!m_complete) {
+                    break;
+                }
                 continue;
             }
             const Char *const next = next_character(at);
@@ -150,18 +163,20 @@ public:
         }
         // Each step counts with the whole rest of the format.
         const std::uint64_t length = static_cast<std::uint64_t>(at - format) + text_length(at);
-        return {m_items + steps * length - positions, m_items + plain, m_complete,
+        return {items + steps * length - positions, items + plain, m_complete,
                 m_mayHoldNul || !m_complete};
     }
 
 private:
-    // Returns the place behind the conversion that begins at `at`, behind its '%'.
-    const Char *ReadConversion(const Char *at) {
+    // Reads the conversion behind a '%' and steps over it. Returns the characters that it counts.
+    std::uint64_t ReadConversion(const Char **place) {
+        const Char *at = *place;
         Conversion conversion;
+        std::uint64_t prefixes = 0;
         if (*at <= '0') {  // every flag sorts below the letters and the other digits
-            at = ReadFlags(at, &conversion);
+            at = ReadFlags(at, &conversion, &prefixes);
         }
-        if (conversion.width == 0 && is_digit(*at)) {
+        if (is_digit(*at) && conversion.width == 0) {
             conversion.width = read_number(&at);
         }
         if (*at == '.') {
@@ -173,23 +188,21 @@ private:
             }
             conversion.reads_text = conversion.precision != 0;
         }
-        if (*at == 'h' || *at == 'l') {
-            conversion.modifier = *at++ == 'h' ? Modifier::kNarrow : Modifier::kWide;
-        } else if (*at == 'F' || *at == 'L' || *at == 'N') {
+        if (is_modifier(*at)) {
+            conversion.modifier = *at == 'h'   ? Modifier::kNarrow
+                                  : *at == 'l' ? Modifier::kWide
+                                               : Modifier::kNone;
             ++at;
         }
-        if (*at == 0 || !m_complete) {
-            return at;
-        }
-        AddItem(*at, conversion);
-        return next_character(at);
+        *place = *at == 0 ? at : next_character(at);
+        return prefixes + (*at != 0 && m_complete ? Item(*at, conversion) : 0);
     }
 
-    const Char *ReadFlags(const Char *at, Conversion *conversion) {
+    const Char *ReadFlags(const Char *at, Conversion *conversion, std::uint64_t *prefixes) {
         for (;; ++at) {
             switch (*at) {
                 case '#':
-                    m_items += 2;
+                    *prefixes += 2;
                     break;
                 case '*':
                     conversion->width = TakeStar();
@@ -211,42 +224,39 @@ private:
         return static_cast<std::uint64_t>(std::max(value, 0));
     }
 
-    void AddItem(Char letter, const Conversion &conversion) {
+    std::uint64_t Item(Char letter, const Conversion &conversion) {
         const std::uint64_t sum = conversion.width + conversion.precision;
         switch (letter) {
             case 'c':
             case 'C':
-                m_items += CharacterItem(letter, conversion);
-                break;
+                return CharacterItem(letter, conversion);
             case 's':
             case 'S':
-                m_items += StringItem(letter, conversion);
-                break;
+                return StringItem(letter, conversion);
             case 'd':
             case 'i':
             case 'o':
             case 'u':
             case 'x':
             case 'X':
+                va_arg(*m_args, std::int32_t);
+                return std::max<std::uint64_t>(sum, 32);
             case 'p':
-                letter == 'p' ? static_cast<void>(va_arg(*m_args, void *))
-                              : static_cast<void>(va_arg(*m_args, std::int32_t));
-                m_items += std::max<std::uint64_t>(sum, 32);
-                break;
+                va_arg(*m_args, void *);
+                return std::max<std::uint64_t>(sum, 32);
             case 'e':
             case 'g':
             case 'G':
                 va_arg(*m_args, double);
-                m_items += std::max<std::uint64_t>(sum, 128);
-                break;
+                return std::max<std::uint64_t>(sum, 128);
             case 'f':
-                m_items += fixed_item(conversion, va_arg(*m_args, double));
-                break;
+                return fixed_item(conversion, va_arg(*m_args, double));
             case 'n':
                 va_arg(*m_args, void *);
-                break;
+                return 0;
             default:
                 m_complete = false;
+                return 0;
         }
     }
 
@@ -280,10 +290,9 @@ private:
                            text == nullptr ? kNullText : bounded_length(text, conversion));
     }
 
-    std::uint64_t m_items = 0;  // characters of conversions
+    std::va_list *m_args;
     bool m_complete = true;
     bool m_mayHoldNul = false;
-    std::va_list *m_args;
 };
 
 }  // namespace

@@ -20,7 +20,7 @@ constexpr DWORD kPassedDown =
     FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM | FILE_ATTRIBUTE_ARCHIVE;
 constexpr DWORD kInTheWay = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;
 
-// How new directories take over the attributes of others.
+// Gives new directories the attributes of existing ones.
 struct Inheritance {
     bool noHidden;
     bool noSystem;
@@ -55,7 +55,8 @@ struct Inheritance {
     }
 };
 
-// The separators that a path without a drive begins with: its levels are rebuilt behind them.
+// Returns the separators at the beginning of a path without a drive. splitWords drops them, and
+// create_levels needs them.
 x_wstring leading_separators(const WCHAR *directory) {
     std::size_t count = 0;
     while (directory[count] == TEXT('\\')) {
@@ -64,7 +65,7 @@ x_wstring leading_separators(const WCHAR *directory) {
     return x_wstring(std::u16string(count, TEXT('\\')));
 }
 
-// Creates the levels of a path that are missing, but for what stands behind its last separator.
+// Creates the missing directories of a path, up to its last separator.
 bool create_levels(const WCHAR *path, const Inheritance &inheritance) {
     WCHAR drive[_MAX_DRIVE];
     WCHAR directory[_MAX_DIR];
@@ -93,7 +94,7 @@ struct Stamp {
         attributes = GetFileAttributesW(path);
     }
 
-    // Whether the file at `path` has the same time of last write.
+    // Returns true when the file at `path` has the same time of last write.
     bool IsThatOf(const WCHAR *path) const {
         const CHandle file(CreateFileW(path, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE,
                                        nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
@@ -120,7 +121,8 @@ HANDLE open_copy(const WCHAR *path) {
                        nullptr);
 }
 
-// A path whose pieces do not fit has none: it would come to lie in the current directory.
+// Renames a busy file. Leaves a path whose pieces are too long alone: all pieces are then empty,
+// and the new name would lie in the current directory.
 void move_aside(const WCHAR *path) {
     WCHAR drive[_MAX_DRIVE];
     WCHAR directory[_MAX_DIR];
@@ -135,7 +137,7 @@ void move_aside(const WCHAR *path) {
     MoveFileW(path, aside);
 }
 
-// A read that fails ends the copy like the end of the file.
+// A failed read ends the copy as the end of the file does. Returns false when a write fails.
 bool copy_content(HANDLE source, HANDLE target) {
     char buffer[16383];
     DWORD read = 0;
@@ -152,7 +154,7 @@ bool is_same_drive(const WCHAR *left, const WCHAR *right) {
     return towupper(getDriveLetter(left)) == towupper(getDriveLetter(right));
 }
 
-// MoveFileExW by other calls.
+// Does the work of MoveFileExW with other calls.
 bool move_by_hand(const WCHAR *source, const WCHAR *target, DWORD flags) {
     const bool replace = (flags & MOVEFILE_REPLACE_EXISTING) != 0;
     if (is_same_drive(source, target)) {

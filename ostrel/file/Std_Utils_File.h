@@ -1,29 +1,31 @@
 #ifndef OSTREL_FILE_STD_UTILS_FILE_H
 #define OSTREL_FILE_STD_UTILS_FILE_H
 
-// Free functions for files: the pieces of a path, facts about files and drives, listing and summing
-// up directories, copying, moving and deleting files and trees.
+// Free functions for files: pieces of paths, facts about files and drives, listing and adding up
+// directories, copying, moving and deleting files and trees.
 //
 //   NS_FileUtils::createDirectory(TEXT("c:\\data\\new"), false, false, false);
 //   std::vector<OS::x_wstring> logs;
 //   NS_FileUtils::collectFiles(logs, TEXT("c:\\data"), TEXT("*.log"), 0, nullptr, true, nullptr);
 //   for (const OS::x_wstring &log : logs) { ... }
 //
-// Paths, attributes, links and sharing modes are those of the platform's file calls: see
-// ostrel/platform/file.h for what they are off Windows, and find.h for patterns. A null text counts
-// as the empty one. Paths are joined as NS_StringUtils::concatPath does it, in full, whatever their
-// length. The platform's calls take MAX_PATH (260) characters with the NUL: what a longer path
-// names fails or is passed over with ERROR_FILENAME_EXCED_RANGE, and a path is never cut, so that
-// it could name another file.
+// Paths. ostrel/platform/file.h describes paths, attributes, links and sharing off Windows, find.h
+// describes patterns. A null text counts as the empty one unless a comment says otherwise. The
+// functions join paths as NS_StringUtils::concatPath does, but never cut or refuse a long one. The
+// calls of the platform take up to 259 characters: an operation on a longer path fails with
+// ERROR_FILENAME_EXCED_RANGE, and a directory whose path and pattern together are longer cannot be
+// listed.
 //
-// Symbolic links. A walk takes a link for what it points to; a directory link that leads back to a
-// directory on the way down to it is listed and not entered. deleteTree removes links and
-// moveDirectory moves the links that it meets, and both leave what they point to alone.
+// Symbolic links. The walks follow links. They list a link to a directory that lies on the way down
+// to the link, but do not enter it. deleteTree removes the links that it meets, and moveDirectory
+// moves them; both leave the targets alone.
 //
-// Threads: there is no state and no lock. Two calls that change the same tree at the same time are
-// not kept apart.
-// Errors: a failure is told by the result, and GetLastError has the code of the last call of the
-// platform. What had been done before the failure stays. Nothing is raised but std::bad_alloc.
+// Threads: the functions keep no state and take no lock. Two calls that change the same tree at the
+// same time disturb each other.
+// Errors: the result reports a failure, and a comment names the last error only where it is not
+// that of the platform call that failed. What was done before the failure stays. A listing that
+// fails after its first entry counts as complete. The functions throw nothing but std::bad_alloc,
+// and exceptions of a callback pass through.
 
 #include <cstdint>
 #include <vector>
@@ -34,15 +36,17 @@
 
 namespace NS_FileUtils {
 
-// Where the program, or a shared library (by its handle), was loaded from. Null is the program. On
-// failure, also for a path of more than 259 characters, the result is empty.
+// Return the path, or a piece of the path, of the file that a module was loaded from. `module` is
+// the handle of a shared library; null is the program. On failure, also for a path of more than 259
+// characters, return the empty string.
 OSTREL_API OS::x_wstring getAppFullPathName(HINSTANCE module);     // c:\bin\tool.exe
 OSTREL_API OS::x_wstring getAppPath(HINSTANCE module);             // c:\bin\ .
 OSTREL_API OS::x_wstring getAppFilename(HINSTANCE module);         // tool
 OSTREL_API OS::x_wstring getAppFilenameWithExt(HINSTANCE module);  // tool.exe
 
-// Pieces of a path; the disk is not looked at. They are those of _wsplitpath, so a piece that does
-// not fit 256 characters makes all of them empty.
+// Return pieces of a path, split as _wsplitpath does; both '\' and '/' separate. Do not access the
+// disk. Return the empty string when the directory, the name or the extension has more than 255
+// characters.
 //
 //                         c:\dir\name.tar.gz   c:name.txt   .profile    name.
 //   getFilename           name.tar             name                     name
@@ -54,68 +58,82 @@ OSTREL_API OS::x_wstring getFilenameWithExt(const WCHAR *path);
 OSTREL_API OS::x_wstring getFileExt(const WCHAR *path);
 OSTREL_API OS::x_wstring getFilePath(const WCHAR *path);
 
-// The letter of the drive as it is written, 0 without a drive.
+// Returns the letter of the drive as it is spelled, or 0 for a path without a drive, or with a
+// piece that is too long as above.
 OSTREL_API WCHAR getDriveLetter(const WCHAR *path);
 
-// The directory that holds the file `path` names, without a separator at its end; with `fUp` the
-// one above it. What stands behind the last separator counts as the file, and only '\' separates.
+// Returns the directory of the file `path`; with `fUp` the directory above that one. The result has
+// no '\' at its end. The name of the file is what follows the last '\' or '/', so a path that ends
+// in a separator names its own directory. Between directories only '\' separates. A '\' at the
+// beginning of a path without a drive is lost: \a\b.txt gives a. Returns the empty string when
+// getFilePath does.
 //
 //   c:\a\b\c.txt, c:\a\b\   c:\a\b, with fUp c:\a        c:\a    c:, with fUp c:
 OSTREL_API OS::x_wstring getParentDirectory(const WCHAR *path, bool fUp);
 
-// The folder for temporary files: the value of TMP if it names something that exists, else that of
-// TEMP, as they are written; else what GetTempPathW gives, with a separator at its end; else empty.
-// A value of more than 259 characters is passed over like one that does not exist.
+// Returns the directory for temporary files: the value of the environment variable TMP if something
+// exists at that path, else the value of TEMP likewise, both as they are spelled; else the path of
+// GetTempPathW, with a separator at its end. Skips a value of more than 259 characters. On failure
+// returns the empty string.
 OSTREL_API OS::x_wstring getTempPath();
 
-// A path that names no file yet, in the form of _wtempnam; no file is created. Empty on failure.
+// Returns a path that no file has at the moment, as _wtempnam makes it up from `dir` and
+// `prefix`; both may be null. Creates no file. On failure returns the empty string and sets errno
+// as _wtempnam does.
 OSTREL_API OS::x_wstring getTempFile(const WCHAR *dir, const WCHAR *prefix);
 
-// Whether something is there: a directory is a file here.
+// isFileExist returns true when a file or directory is at `path`, isDirectoryExist when a directory
+// is. Both return false on failure.
 OSTREL_API bool isFileExist(const WCHAR *path);
 OSTREL_API bool isDirectoryExist(const WCHAR *path);
 
-// Whether the drive of `path` exists; a CD or DVD drive counts as none, and so does a path without
-// a drive.
+// Returns true when the drive of `path` exists and is no CD or DVD drive. Returns false for a path
+// without a drive.
 OSTREL_API bool isDiskExist(const WCHAR *path);
 
-// Whether the drive (a letter) has more than `required` bytes free; false when it cannot be told.
+// Returns true when the drive with the letter `drive` has more than `required` bytes free. Returns
+// false when it has not, and on failure.
 OSTREL_API bool isEnoughFreeDiskSpace(WCHAR drive, DWORD required);
 
-// The low 32 bits of the size in bytes; 0 for a directory. `path` may hold a pattern, then it is
-// the first match. False when nothing is found; `size` stays.
+// Stores the low 32 bits of a file's size in bytes; 0 for a directory. `path` may end in a pattern;
+// the first match counts. Returns true. When nothing is found, returns false and leaves `size` as
+// it is.
 OSTREL_API bool getFileSize(const WCHAR *path, DWORD &size);
 
-// The times of a file, in UTC. Null pointers are passed over. A pattern as above. False when
-// nothing is found, with nothing written.
+// Stores the times of a file, in UTC; a null pointer skips that time. `path` may end in a pattern
+// as above. Returns true. When nothing is found, returns false and stores nothing.
 OSTREL_API bool getFileTime(const WCHAR *path, FILETIME *creation, FILETIME *access,
                             FILETIME *write);
 
-// Sets the times that are not null. True means that the file could be opened for writing, and
-// nothing more.
+// Sets the times of a file, in UTC; a null pointer leaves that time as it is. The attributes stay.
+// Returns true when the file could be opened for reading and writing, also when setting the times
+// failed. Returns false when the file could not be opened.
 OSTREL_API bool setFileTime(const WCHAR *path, FILETIME *creation, FILETIME *access,
                             FILETIME *write);
 
-// Reads yyyymmddhhmmss. A text that is shorter is filled with '0' at its end, what is longer is
-// cut. With `fUtc` 0 the time is turned from UTC into local time by the zone's present offset. What
-// is no time gives 0.
+// Reads a time of the form yyyymmddhhmmss and stores it in `*out`. Fills a shorter text with '0' at
+// its end and ignores the rest of a longer one. With a `fUtc` of 0, converts the time from UTC to
+// local time with the zone's present offset. A field that is no number is 0. Stores 0
+// when the fields are no valid time or the conversion fails. Does nothing when `out` is null.
 OSTREL_API void convertTime(const WCHAR *text, int fUtc, FILETIME *out);
 
-// The full paths of what lies in `dir` and matches `spec`: files when bit 0x10 (directory) of
-// `attrib` is clear, directories when it is set, "." and ".." among them. Other bits do not matter.
-// With `fRecursive` the same in each subdirectory whose name does not begin with '.', whatever
-// `spec` is; what lies in a subdirectory comes first. `reserved` and `reservedText` are not looked
-// at.
+// Adds to the end of `files` the full path of each entry of `dir` that matches the pattern `spec`.
+// Bit 0x10 (directory) of `attrib` selects directories, "." and ".." among them; without that bit
+// files are listed. Other bits are ignored. With `fRecursive` does the same in each subdirectory
+// whose name does not begin with '.', whether or not it matches `spec`; the entries of a
+// subdirectory come before those of `dir`. An empty `dir` is the current directory. `reserved` and
+// `reservedText` are ignored.
 //
-// They are added to the end of `files`. Result: how many. A directory that cannot be listed counts
-// as empty.
+// Returns the number of paths added. A directory that cannot be listed counts as empty and is not
+// reported.
 OSTREL_API LONG collectFiles(std::vector<OS::x_wstring> &files, const WCHAR *dir, const WCHAR *spec,
                              unsigned int attrib, LONG *reserved, bool fRecursive,
                              const WCHAR *reservedText);
 
-// The same walk without keeping anything: `callback` gets each entry as the platform's search tells
-// it: attributes, times in seconds since 1970, the low 32 bits of the size, the name without its
-// folder, valid during the call. Null only counts.
+// Walks as collectFiles does and passes each entry to `callback`: the attributes, the three times
+// in seconds since 1970-01-01 00:00:00 UTC, the low 32 bits of the size, the name without its
+// directory, and `context`. The name is valid during the call only. `callback` may be null. Returns
+// the number of entries.
 OSTREL_API LONG collectFilesEx(void (*callback)(unsigned int attrib, std::int64_t timeCreate,
                                                 std::int64_t timeAccess, std::int64_t timeWrite,
                                                 DWORD size, WCHAR *name, void *context),
@@ -123,96 +141,124 @@ OSTREL_API LONG collectFilesEx(void (*callback)(unsigned int attrib, std::int64_
                                unsigned int attrib, LONG *reserved, bool fRecursive,
                                const WCHAR *reservedText);
 
-// The sizes of the files in `dir` that match `spec`, added up; with `fRecursive` also in each
-// subdirectory that matches `spec` and whose name does not begin with '.'. The sum has 32 bits and
-// wraps, as do the following. The other arguments are not looked at.
+// Returns the sum of the sizes of the files in `dir` that match `spec`, in bytes. With `fRecursive`
+// adds those in each subdirectory that matches `spec` and whose name does not begin with '.'. The
+// sum has 32 bits and wraps; so do the sums of the next two functions. A directory that cannot be
+// listed and a file whose size cannot be read count as 0. The other arguments are ignored.
 OSTREL_API DWORD calcFileSize(const WCHAR *dir, const WCHAR *spec, unsigned int attrib,
                               LONG *reserved, bool fRecursive, const WCHAR *reservedText);
 
-// The sizes of these files, by getFileSize; those that cannot be read are passed over.
+// Returns the sum of the sizes of `files`, read with getFileSize. A file whose size cannot be read
+// counts as 0.
 OSTREL_API DWORD calcFileSize(std::vector<OS::x_wstring> files);
 
-// The sizes of the files that lie in `dir` itself. False, with `size` as it was, when `dir` is null
-// or empty, cannot be listed, or is longer than a path may be.
+// Stores the sum of the sizes of the files in `dir` itself, in bytes. Returns true. On failure
+// returns false and leaves `size` as it is: when `dir` cannot be listed (the root of a drive also
+// when it holds nothing), when `dir` with a separator and "*.*" has more than 259 characters, and
+// when `dir` is null or empty, which sets no last error.
 OSTREL_API bool getDirectorySize(const WCHAR *dir, DWORD &size);
 
-// Creates a directory and those above it that are missing; with `fPathHasFile` the last component
-// of `path` is a file's name and not looked at. A new directory takes over the hidden, system and
-// archive attributes of the one that getParentDirectory(new, true) names: the parent when the path
-// ends in a separator, else one level higher. `fNoHidden` and `fNoSystem` keep one of them off.
+// Creates a directory and the missing directories above it. With `fPathHasFile` the last component
+// of `path` is the name of a file and is ignored. Where directories above are missing, only '\'
+// separates; a path without a drive keeps the separators at its beginning.
 //
-// Where levels are missing only '\' separates. A path without a drive that begins with separators
-// keeps them.
+// Each new directory also gets those of the attributes hidden, system and archive that the
+// directory getParentDirectory(new, true) has. That is the parent when the path ends in a
+// separator, else the directory above the parent. `fNoHidden` and `fNoSystem` exclude one attribute
+// each. An existing directory keeps its attributes.
 //
-// Result: whether the directory exists now. One that existed keeps its attributes.
+// Returns true when the directory exists at the end, false otherwise.
 OSTREL_API bool createDirectory(const WCHAR *path, bool fPathHasFile, bool fNoHidden,
                                 bool fNoSystem);
 
-// Brings `pszNew` up to date: copies the file with its attributes and times, unless both have the
-// same time of last write already. The folder must exist. The source is open with FILE_SHARE_READ
-// meanwhile, the copy with no sharing; a new one has the permissions of any new file. A copy that
-// cannot be opened for writing is, with `fMoveBusyAside`, first renamed: c:\x\a.dll becomes
-// c:\x\a1234567.dll, with the system's tick count, and stays there.
+// Copies a file with its attributes and times, unless both files have the same time of last write
+// already. The directory of `pszNew` must exist. During the copy the source is open with
+// FILE_SHARE_READ and the target without sharing. A new target has the permissions of any new file.
+// With `fMoveBusyAside` a target that cannot be opened for writing is first renamed, and the
+// renamed file stays: c:\x\a.dll becomes c:\x\a1234567.dll, with the tick count of the system as a
+// signed number.
 //
-// Result: true when `pszNew` is up to date. A read that fails ends the copy as the end of the file
-// does, with the code in GetLastError. On a failed write what was written stays.
+// Returns true when the copy was made or was not needed. A failed read ends the copy as the end of
+// the file does: the function then sets attributes and times and returns true, and the last error
+// is that of ReadFile unless a later call fails. A failure to set attributes or times is not
+// reported. On failure to open either file or to write returns false; the bytes that were written
+// stay.
 OSTREL_API bool copyFileEx(const WCHAR *pszExisting, const WCHAR *pszNew, bool fMoveBusyAside);
 
-// MoveFileExW with the flags `dwFlag`. With `fIgnoreAttribute` not 0 a file that is read-only,
-// hidden or system is made normal first, and stays so. Where the platform has no MoveFileExW
-// (ERROR_CALL_NOT_IMPLEMENTED) the flags REPLACE_EXISTING and COPY_ALLOWED are carried out by other
-// calls. Result: whether the file was moved.
+// Moves a file with MoveFileExW and the flags `dwFlag`. With `fIgnoreAttribute` not 0, first
+// removes all attributes of a source that is read-only, hidden or system; they are not restored.
+// Passes null paths on.
+//
+// Returns true when the file was moved, false otherwise. When MoveFileExW fails with
+// ERROR_CALL_NOT_IMPLEMENTED, the function uses other calls: within a drive MoveFileW, with
+// MOVEFILE_REPLACE_EXISTING after DeleteFileW on the target; between drives, with
+// MOVEFILE_COPY_ALLOWED only, CopyFileW and DeleteFileW. It then ignores the other flags, so a
+// move within a drive that was to wait for the next start happens at once.
 OSTREL_API bool moveFileEx(const WCHAR *pszExistingFile, const WCHAR *pszNewFile, DWORD dwFlag,
                            int fIgnoreAttribute);
 
-// Copies the files of a directory by copyFileEx, and with `fIncludeSubDirectory` first the
-// subdirectories whose names do not begin with '.'. `target` is created when it is missing, also
-// for a `source` that does not exist. A file that fails makes the result 0, and
-// ends the copy unless `fContinueOnError`. In subdirectories files never end it, and busy files are
-// not moved aside; but one that fails ends the whole copy.
+// Copies the files of a directory with copyFileEx. With `fIncludeSubDirectory` first copies the
+// subdirectories whose names do not begin with '.'. Creates `target` when it is missing, also for a
+// `source` that does not exist.
 //
-// Result: 1, or 0, also when a directory is there and cannot be listed.
+// A file that fails ends the copy, unless `fContinueOnError` is not 0. In a subdirectory the other
+// files of the same directory are still copied; then the whole copy ends. `fMoveBusyAside` applies
+// to the files of `source` itself only.
+//
+// Returns 1, also when `source` does not exist. On failure returns 0: when a file fails, when an
+// existing directory cannot be listed, and when `target` cannot be created. The last error may be
+// that of a later call; a directory whose files cannot be listed sets errno instead.
 OSTREL_API int copyDirectory(const WCHAR *source, const WCHAR *target, int fIncludeSubDirectory,
                              int fContinueOnError, int fMoveBusyAside);
 
-// Moves the files of a directory into `target`, replacing what is there, and with
-// `fIncludeSubDirectory` first the subdirectories whose names do not begin with '.'; then removes
-// `source`, if it is empty. A directory link in it is moved as it is, with the subdirectories. The
-// first failure ends it, also a directory that is there and cannot be listed.
-// `reserved` is not looked at.
+// Moves the files of a directory into `target` with moveFileEx and replaces existing files; a
+// read-only, hidden or system file loses its attributes. Creates `target` when it is missing. With
+// `fIncludeSubDirectory` first moves the subdirectories whose names do not begin with '.', a link
+// to a directory as a link. Then removes `source` if it is empty. The first failure ends the move.
+// `reserved` is ignored.
 //
-// Result: 1, also when `source` does not exist or is not empty at the end; or 0.
+// Returns 1, also when `source` does not exist, or is not empty at the end. On failure returns 0:
+// when a file or link cannot be moved, when an existing directory cannot be listed, and when
+// `target` cannot be created. A directory whose files cannot be listed sets errno instead of the
+// last error.
 OSTREL_API int moveDirectory(const WCHAR *source, const WCHAR *target, int fIncludeSubDirectory,
                              int reserved);
 
-// Moves the files that match `spec` by moveFileEx, with `fRecursive` those of subdirectories too
-// (as collectFiles lists them, also through links), all into `target` itself, which is created when
-// it is missing. The new path is concatPath(target, getFilename) and getFileExt behind it: a name
-// that is all extension, such as .profile, comes to lie beside `target`, as c:\target.profile. The
-// first failure ends it.
+// Moves the files of `source` that match `spec` with moveFileEx and the flags `dwFlag`. With
+// `fRecursive` moves those of subdirectories too, as collectFiles lists them, also through links.
+// All go to `target` itself, which is created when it is missing. The new path is
+// concatPath(target, getFilename) followed by getFileExt, so a name that is all extension, such as
+// .profile, is moved beside `target`, to c:\target.profile.
+//
+// Returns true, also when nothing matches. On failure returns false: when `target` cannot be
+// created, and at the first file that cannot be moved, which ends the call.
 OSTREL_API bool moveFiles(const WCHAR *source, const WCHAR *target, const WCHAR *spec, DWORD dwFlag,
                           int fRecursive);
 
-// Deletes the files in `dir` that match `spec`, read-only ones too; with `fRecursive` also in each
-// subdirectory that matches `spec` and whose name does not begin with '.'. Then, with
-// `fRemoveDirectory`, removes each directory that was gone through. A failure does not stop it.
+// Deletes the files in `dir` that match `spec`, read-only ones too. With `fRecursive` does the same
+// in each subdirectory that matches `spec` and whose name does not begin with '.'. With
+// `fRemoveDirectory` then removes each directory that it has processed, `dir` too. A failure does
+// not stop the call.
 //
-// `callback`, unless null, gets each file's path (valid during the call) with what DeleteFileW
-// gave, and each directory that could not be removed with 0.
+// Passes to `callback`, unless that is null, the path of each file with the result of DeleteFileW,
+// and the path of each directory that could not be removed with 0. The path is valid during the
+// call only. Nothing else reports a failure; a directory that cannot be listed counts as empty.
 //
-// A null `dir` deletes nothing; the empty one is the current directory. A link, `dir` too, is
-// removed and not followed, unless the path goes on behind it (c:\link\.). All calls go by path:
-// whoever can replace a directory of the tree by a link at the very moment between its being looked
-// at and a deletion in it can have files deleted elsewhere, and that moment comes with each entry.
-// Each directory is looked at just before its search is opened, and each entry is deleted as soon
-// as it is found; more cannot be done by paths: a tree that others can write to is safe only when
-// they cannot rename its directories.
+// A null `dir` deletes nothing; an empty `dir` is the current directory. Links are not followed: a
+// link to a file is deleted as a file, and a link to a directory, `dir` too, counts as an empty
+// directory. A path that continues behind the link (c:\link\.) is followed.
+//
+// Safe against others only when they cannot rename the directories of the tree. All calls use
+// paths: someone who replaces a directory by a link, between the check of the directory and a
+// deletion in it, makes the call delete files elsewhere. Every entry offers that moment. The call
+// checks a directory immediately before it opens the search, and deletes each entry as soon as it
+// is found.
 OSTREL_API void deleteTree(const WCHAR *dir,
                            void (*callback)(const WCHAR *path, int result, void *context),
                            void *context, int fRemoveDirectory, int fRecursive, const WCHAR *spec);
 
-// Asks the platform to delete the files at the next start of the system
-// (MOVEFILE_DELAY_UNTIL_REBOOT).
+// Asks the platform to delete the files at the next start of the system, with MoveFileExW and
+// MOVEFILE_DELAY_UNTIL_REBOOT. Does not report a failure.
 OSTREL_API void deleteFilesUntilReboot(const std::vector<OS::x_wstring> &files);
 
 }  // namespace NS_FileUtils

@@ -1,7 +1,7 @@
 #ifndef OSTREL_FILE_BROWSE_DIRECTORY_H
 #define OSTREL_FILE_BROWSE_DIRECTORY_H
 
-// CBrowseDirectory: walks a directory tree and calls an object back for each file.
+// CBrowseDirectory walks a directory tree and passes each file to a callback.
 //
 //   class Sum : public OS::CBrowseDirectory::CFileSearchCallback {
 //   public:
@@ -16,8 +16,11 @@
 //   Sum sum;
 //   OS::CBrowseDirectory().BrowseDirectory(TEXT("c:\\data"), true, TEXT("*.*"), sum);
 //
-// Threads: a walker holds nothing but its mode: one may run several walks at the same time. The
-// callback runs on the calling thread.
+// Ownership: the walker refers to the callback during a walk only.
+// Threads: a walker keeps nothing but its mode, so one walker may run walks on several threads at
+// once. The callback runs on the thread that calls BrowseDirectory.
+// Errors: see BrowseDirectory. Construction, copying and a walk throw std::bad_alloc when memory is
+// short.
 
 #include <memory>
 
@@ -30,9 +33,10 @@ class CBrowseDirectoryImp;
 
 class OSTREL_API CBrowseDirectory {
 public:
-    // Kept and copied; every value walks the same way.
+    // The mode of a walker. Every value has the same effect.
     enum BROWSE_DIRECTORY_MODE : int { BROWSE_DIRECTORY_DEFAULT = 1 };
 
+    // The receiver of the files.
     class OSTREL_API CFileSearchCallback {
     public:
         CFileSearchCallback() = default;
@@ -40,28 +44,33 @@ public:
         CFileSearchCallback &operator=(const CFileSearchCallback &) = default;
         virtual ~CFileSearchCallback();
 
-        // One file: the directory that is walked, as the walker holds it, the bare name, and the
-        // two joined by NS_StringUtils::concatPath, in full, whatever its length. All are valid
-        // during the call only. What it raises ends the walk and passes through it.
+        // Receives one file: the path of its directory, its name without the directory, and its
+        // full path. The full path joins the two as NS_StringUtils::concatPath does and has any
+        // length. The path of the directory is the argument of BrowseDirectory, or for a
+        // subdirectory the same kind of join. The texts are valid during the call only. An
+        // exception ends the walk and passes through BrowseDirectory.
         virtual void operator()(const WCHAR *directory, const WCHAR *name,
                                 const WCHAR *fullPath) = 0;
     };
 
     CBrowseDirectory(BROWSE_DIRECTORY_MODE mode = BROWSE_DIRECTORY_DEFAULT);
-    // A copy has a walker of its own.
+    // A copy shares nothing with its source.
     CBrowseDirectory(const CBrowseDirectory &other);
     CBrowseDirectory &operator=(const CBrowseDirectory &other);
     virtual ~CBrowseDirectory();
 
-    // Calls `callback` for each file that matches `pszFileSpec` (a pattern of the platform's
-    // searches), in the order of the host. With `fIncludeSubDirectory` it enters each subdirectory
-    // at the point where it is met, if it matches the pattern as well and its name is not "." or of
-    // two characters with a '.' among them. A link that leads back to a directory on the way down
-    // to it is not entered. Null texts count as empty.
+    // Calls `callback` for each file in `pszTargetDirectory` that matches the pattern `pszFileSpec`
+    // (ostrel/platform/find.h), in the order of the host. With `fIncludeSubDirectory` enters each
+    // subdirectory as soon as the walk meets it, if the subdirectory matches the pattern too. Never
+    // enters a subdirectory named "." or with a name of two characters of which one is a '.', nor a
+    // link to a directory that lies on the way down to the link. Null texts count as empty; an
+    // empty `pszTargetDirectory` is the current directory.
     //
-    // A directory in which nothing matches, or that is missing, is no error. Raises
-    // CSystemException, with the errno as its code, when one cannot be listed for another reason:
-    // EACCES, ENAMETOOLONG for a path of more than 259 characters.
+    // A directory that is missing or is a file, and one in which nothing matches, counts as empty.
+    // Throws CSystemException with the errno of _wfindfirst64i32 when a directory or subdirectory
+    // cannot be listed for another reason, such as EACCES, or ENAMETOOLONG when the directory
+    // joined with the pattern has more than 259 characters. A listing that fails after its first
+    // entry counts as complete.
     virtual void BrowseDirectory(const WCHAR *pszTargetDirectory, bool fIncludeSubDirectory,
                                  const WCHAR *pszFileSpec, CFileSearchCallback &callback);
 

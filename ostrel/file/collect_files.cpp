@@ -18,8 +18,8 @@ bool takes_all(const std::u16string_view spec) {
     return spec == TEXT("*.*") || spec == TEXT("*");
 }
 
-// What `collect` tells for a pattern that takes all, in one search of each directory. The paths of
-// a directory wait for those of its subdirectories.
+// Does what `collect` does for a pattern that matches all names, with one search for each
+// directory. Keeps the paths of a directory until those of its subdirectories have been added.
 LONG collect_all(const WCHAR *dir, bool directories, bool recursive,
                  std::vector<OS::x_wstring> *paths) {
     std::vector<OS::x_wstring> here;
@@ -44,8 +44,8 @@ LONG collect_all(const WCHAR *dir, bool directories, bool recursive,
     return count;
 }
 
-// The walk of both collecting functions: `take(path, entry)` gets each entry, `path` the directory.
-// It keeps nothing, so the subdirectories, which come first, need a search of their own.
+// The walk of both collecting functions. Calls `take(path, entry)` for each entry; `path` holds the
+// directory. Keeps no entries, so the subdirectories, which come first, need their own search.
 template <class Take>
 LONG collect(const WCHAR *dir, const WCHAR *spec, bool directories, bool recursive, Take &take) {
     LONG count = 0;

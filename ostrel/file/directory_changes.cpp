@@ -1,4 +1,4 @@
-// Copying, moving and deleting directories with what lies in them.
+// Copying, moving and deleting directories with their content.
 
 #include "ostrel/file/Std_Utils_File.h"
 #include "ostrel/file/directory_search.h"
@@ -19,8 +19,8 @@ bool exists_or_is_created(const WCHAR *directory) {
     return isFileExist(directory) || createDirectory(directory, false, false, false);
 }
 
-// A link is moved as it is. It is looked at only now: what was a directory when the names were
-// listed may have been replaced.
+// Moves a link as a link. Reads the attributes at this point, not from the listing, because another
+// process may have replaced the directory by a link since.
 bool move_subdirectory(const WCHAR *source, const WCHAR *target, int fIncludeSubDirectory) {
     const DWORD attributes = GetFileAttributesW(source);
     if (attributes != INVALID_FILE_ATTRIBUTES && detail::is_link(attributes)) {
@@ -29,7 +29,7 @@ bool move_subdirectory(const WCHAR *source, const WCHAR *target, int fIncludeSub
     return moveDirectory(source, target, fIncludeSubDirectory, 1) != 0;
 }
 
-// With one behind it, a link would be taken for the directory that it leads to.
+// Removes the separators at the end, with which a link would be followed.
 x_wstring without_separators_at_end(const WCHAR *path) {
     std::u16string bare = path;
     while (bare.size() > 1 && (bare.back() == TEXT('\\') || bare.back() == TEXT('/')) &&

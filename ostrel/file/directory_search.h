@@ -1,7 +1,7 @@
 #ifndef OSTREL_FILE_DIRECTORY_SEARCH_H
 #define OSTREL_FILE_DIRECTORY_SEARCH_H
 
-// Internal. The entries of a directory, one after the other.
+// Internal. Searches as loops over the entries of a directory.
 //
 //   for (Entries entries(path.With(spec)); entries.Found(); entries.Next()) { entries->name ... }
 
@@ -17,7 +17,7 @@
 
 namespace NS_FileUtils::detail {
 
-// What matches a pattern. A search that fails finds nothing.
+// The entries that match a pattern. A search that fails finds nothing.
 class Entries {
 public:
     explicit Entries(const WCHAR *pattern)
@@ -26,7 +26,7 @@ public:
           m_search(m_first != -1 ? m_first : 0),
           m_found(m_first != -1) {}
 
-    // Whether the directory is there and could not be listed.
+    // Returns true when the directory exists and could not be listed.
     bool Failed() const noexcept { return m_error != 0 && m_error != ENOENT; }
 
     bool Found() const noexcept { return m_found; }
@@ -43,10 +43,11 @@ private:
     bool m_found;
 };
 
-// The subdirectories of a directory whose names do not begin with '.', whatever else they are.
+// The subdirectories of a directory, links to directories included, whose names do not begin with
+// '.'.
 class Subdirectories {
 public:
-    // `path` is joined with the names on the way.
+    // Joins `path` with the pattern, which overwrites the text that With returned before.
     explicit Subdirectories(JoinedPath *path)
         : m_search(FindFirstFileExW(path->With(TEXT("*.*")), FindExInfoBasic, &m_entry,
                                     FindExSearchLimitToDirectories, nullptr, 0)),
@@ -55,12 +56,12 @@ public:
         SkipOthers();
     }
 
-    // Whether the directory is there. Nothing is found in the root of a drive that holds no
-    // directories.
+    // Returns true when the directory exists. ERROR_FILE_NOT_FOUND is not a missing directory: the
+    // root of a drive without directories gives that code.
     bool IsThere() const noexcept {
         return m_error != ERROR_PATH_NOT_FOUND && m_error != ERROR_DIRECTORY;
     }
-    // Whether it is there and could not be listed.
+    // Returns true when the directory exists and could not be listed.
     bool Failed() const noexcept {
         return m_error != ERROR_SUCCESS && m_error != ERROR_FILE_NOT_FOUND && IsThere();
     }

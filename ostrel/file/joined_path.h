@@ -1,7 +1,8 @@
 #ifndef OSTREL_FILE_JOINED_PATH_H
 #define OSTREL_FILE_JOINED_PATH_H
 
-// Internal. Paths of a directory's entries, joined as NS_StringUtils::concatPath does it, in full.
+// Internal. Joins a directory with the names of its entries as NS_StringUtils::concatPath does, to
+// paths of any length.
 
 #include <string>
 #include <utility>
@@ -12,25 +13,26 @@
 
 namespace NS_FileUtils::detail {
 
-// A null text as the empty one.
+// Returns the text, or the empty text for null.
 inline const WCHAR *or_empty(const WCHAR *text) noexcept {
     return text != nullptr ? text : TEXT("");
 }
 
-// One directory, joined with one name after the other in the same memory.
+// Joins one directory with one name after the other and reuses the memory.
 class JoinedPath {
 public:
-    // Neither text may be null, here and below. What `directory` points to must stay.
+    // Stores the pointer: `directory` must outlive the object. No argument may be null, here and
+    // below.
     explicit JoinedPath(const WCHAR *directory) : m_directory(directory) {}
 
-    // Valid until the next call.
+    // Returns the joined path, which is valid until the next call.
     const WCHAR *With(const WCHAR *name) {
         m_path.resize(wcslen(m_directory) + wcslen(name) + 1);  // + a separator
         NS_StringUtils::concatPath(m_directory, name, m_path.data());
         return m_path.c_str();
     }
 
-    // With, as a string that the caller keeps.
+    // Returns the joined path as a string.
     OS::x_wstring Take(const WCHAR *name) {
         m_path.resize(wcslen(With(name)));
         return std::exchange(m_path, {});

@@ -8,7 +8,8 @@
 namespace NS_FileUtils::detail {
 namespace {
 
-// Tells one directory of the system from another; all 0 when there is none.
+// Volume and file index, equal only for the same directory; all 0 when the directory cannot be
+// read.
 using Identity = std::tuple<DWORD, DWORD, DWORD>;
 
 Identity identity_of(const WCHAR *path) {
@@ -26,12 +27,12 @@ bool is_separator(WCHAR c) {
     return c == TEXT('\\') || c == TEXT('/');
 }
 
-// Whether it is the current directory or one above that.
+// Returns true when `directory` is the current directory or one above it.
 bool is_above_here(const Identity &directory) {
     std::u16string path = TEXT(".");
     Identity below;
     Identity here = identity_of(path.c_str());
-    while (here != below) {  // the root is above itself
+    while (here != below) {  // the parent of the root is the root
         if (here == directory) {
             return true;
         }

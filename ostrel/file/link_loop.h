@@ -1,7 +1,7 @@
 #ifndef OSTREL_FILE_LINK_LOOP_H
 #define OSTREL_FILE_LINK_LOOP_H
 
-// Internal. Which entries of a directory a walk may enter.
+// Internal. Decides which subdirectories a walk may enter, so that links cannot make it endless.
 
 #include "ostrel/platform/file.h"
 #include "ostrel/platform/types.h"
@@ -16,11 +16,12 @@ inline bool is_link(DWORD attributes) noexcept {
     return (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
 }
 
-// Whether the directory at `path` is one that the path leads through, or that lies above it.
+// Returns true when the directory at `path` is one of those that the path leads through, or, for a
+// path that begins at the current directory, that directory or one above it. Throws std::bad_alloc.
 bool leads_back_up(const WCHAR *path);
 
-// Whether a walk may enter the directory `path` with these attributes: anything but a link that
-// leads back up, which would have no end.
+// Returns true when a walk may enter the directory `path`, which has these attributes: any
+// directory but a link that leads back up. Throws std::bad_alloc.
 inline bool may_enter(DWORD attributes, const WCHAR *path) {
     return !is_link(attributes) || !leads_back_up(path);
 }

@@ -33,7 +33,7 @@ struct Pieces {
     x_wstring NameWithExtension() const { return x_wstring(name) + extension; }
 };
 
-// The value of a variable if it names something that exists, else null.
+// Returns the value of an environment variable if something exists at that path, else null.
 const WCHAR *existing_path_in(const WCHAR *variable) {
     const WCHAR *const value = _wgetenv(variable);
     return value != nullptr && _waccess(value, 0) != -1 ? value : nullptr;
@@ -136,8 +136,8 @@ bool isEnoughFreeDiskSpace(WCHAR drive, DWORD required) {
                            &totalClusters)) {
         return false;
     }
-    // The product has 96 bits at most. A whole number of sectors is more than `required` bytes when
-    // it is more than the whole sectors in them.
+    // The product of all three would need up to 96 bits. A number of sectors has more than
+    // `required` bytes exactly when it is greater than the number of whole sectors in `required`.
     const std::uint64_t freeSectors = std::uint64_t{freeClusters} * sectorsPerCluster;
     return bytesPerSector > 0 && freeSectors > required / bytesPerSector;
 }

@@ -14,7 +14,7 @@ namespace {
 using NS_FileUtils::detail::JoinedPath;
 using NS_FileUtils::detail::or_empty;
 
-// Whether a subdirectory is entered by its name.
+// Returns true when the walk may enter a subdirectory of this name.
 bool has_name_to_enter(const WCHAR *name) {
     if (name[0] == 0 || name[1] == 0) {
         return name[0] != 0 && name[0] != TEXT('.');

@@ -1,7 +1,7 @@
 #ifndef OSTREL_FILE_WIN32_BROWSE_DIRECTORY_IMP_H
 #define OSTREL_FILE_WIN32_BROWSE_DIRECTORY_IMP_H
 
-// Internal. The walk behind CBrowseDirectory.
+// Internal. Implements the walk of CBrowseDirectory.
 
 #include "ostrel/file/browse_directory.h"
 
@@ -14,13 +14,14 @@ public:
     CBrowseDirectoryImp &operator=(const CBrowseDirectoryImp &) = default;
     virtual ~CBrowseDirectoryImp();
 
-    // Hands over to BrowseSubDirectory, which a derived class can replace.
+    // Replaces null texts by empty ones and calls BrowseSubDirectory, which a derived class can
+    // override.
     virtual void BrowseDirectory(const WCHAR *pszTargetDirectory, bool fIncludeSubDirectory,
                                  const WCHAR *pszFileSpec,
                                  CBrowseDirectory::CFileSearchCallback &callback);
 
 protected:
-    // Walks one directory, and calls itself for each subdirectory.
+    // Walks one directory and calls itself for each subdirectory.
     virtual void BrowseSubDirectory(const WCHAR *pszTargetDirectory, bool fIncludeSubDirectory,
                                     const WCHAR *pszFileSpec,
                                     CBrowseDirectory::CFileSearchCallback &callback);

@@ -1,7 +1,7 @@
 #ifndef OSTREL_REGEX_FOLDED_TEXT_H
 #define OSTREL_REGEX_FOLDED_TEXT_H
 
-// Internal. The copy in lower case that patterns and texts are worked on when case plays no part.
+// Internal. Makes the lower-case copies of patterns and texts for matching without regard to case.
 
 #include <cstddef>
 #include <memory>
@@ -10,21 +10,23 @@
 
 namespace OS::regex {
 
-// Throws RegexFailure unless `result`, of one of the runtime's calls with bounds, is 0 or 80 (text
-// was cut).
+// Checks the result of a bounds-checking call of the runtime. Throws RegexFailure unless `result`
+// is 0 or 80 (truncated): with kOutOfMemory for ENOMEM, with kInvalidArgument for EINVAL and
+// ERANGE, with kFailed for any other value.
 void check_runtime(int result);
 
 class FoldedText {
 public:
+    // Copies `text`, which is terminated and not null, with A to Z in lower case.
     explicit FoldedText(const WCHAR *text);
     FoldedText(const FoldedText &) = delete;
     FoldedText &operator=(const FoldedText &) = delete;
 
-    // The copy with its NUL; null when there was no memory for it.
+    // Returns the terminated copy, or null when memory was short.
     const WCHAR *Get() const { return m_text; }
 
 private:
-    static constexpr std::size_t kLocal = 264;  // holds the longest path
+    static constexpr std::size_t kLocal = 264;  // characters with the NUL; the longest path fits
 
     WCHAR m_local[kLocal];
     std::unique_ptr<WCHAR[]> m_heap;

@@ -1,7 +1,7 @@
 #ifndef OSTREL_REGEX_GROWING_ARRAY_H
 #define OSTREL_REGEX_GROWING_ARRAY_H
 
-// Internal. The array under programs and stacks of the pattern engine.
+// Internal. The array that holds the programs and stacks of the pattern engine.
 
 #include <algorithm>
 #include <cstddef>
@@ -25,11 +25,11 @@ inline void check_index(bool within) {
     }
 }
 
-// An array of plain elements that starts out empty, checks each index and reports a lack of memory
-// as a result. It holds up to `local` elements within itself, which spares the validators every
-// allocation for an ordinary text.
+// An array of trivial elements that begins empty. It checks each index and returns false when
+// memory is short. The object itself has space for `local` elements, so that the validators
+// allocate nothing for an ordinary text.
 //
-// Errors: an index that is not below Count() throws RegexFailure with kInvalidArgument.
+// Errors: operator[] throws RegexFailure with kInvalidArgument when the index is not below Count().
 template <class T, std::size_t local>
 class GrowingArray {
     static_assert(std::is_trivially_copyable_v<T> && std::is_trivially_destructible_v<T>);
@@ -52,10 +52,10 @@ public:
         return m_elements[index];
     }
 
-    // Sets the number of elements; new ones have no value yet. The first memory that is allocated
-    // has exactly the size asked for; later it grows by an eighth, by 4 to 1024 elements, when that
-    // is more. Fewer elements keep the memory. Result: false when there is no memory; nothing has
-    // changed then.
+    // Sets the number of elements; new elements have no value. The first allocation has exactly
+    // `count` elements. A later one adds at least an eighth of the present number, limited to 4 to
+    // 1024 elements. A smaller `count` keeps the memory. Returns true. When memory is short,
+    // returns false and changes nothing.
     bool Resize(std::size_t count) noexcept {
         if (count > m_capacity && !Reserve(count)) {
             return false;
@@ -64,8 +64,8 @@ public:
         return true;
     }
 
-    // Replaces the elements by `count` zeroed ones. Result: false when there is no memory; the
-    // array is empty then.
+    // Replaces the elements by `count` zeroed ones. Returns true. When memory is short, returns
+    // false and leaves the array empty.
     bool Renew(std::size_t count) noexcept {
         Clear();
         if (!Resize(count)) {

@@ -9,7 +9,8 @@ namespace OS::regex {
 
 namespace {
 
-// Each entry is a letter and the pattern that it stands for, of which the first element counts.
+// Each entry is a letter and the pattern for which the letter stands. Only the first element of the
+// pattern counts.
 constexpr const WCHAR *kAbbreviationTexts[] = {
     TEXT("a([a-zA-Z0-9])"),
     TEXT("b([ \\t])"),
@@ -24,22 +25,21 @@ constexpr const WCHAR *kAbbreviationTexts[] = {
 
 constexpr std::uint8_t kAbbreviations = std::size(kAbbreviationTexts);
 
-// The place in the table for each ASCII character; kAbbreviations for one that is no entry's
-// letter.
-constexpr auto kAbbreviationPlaces = [] {
-    std::array<std::uint8_t, 128> places{};
-    places.fill(kAbbreviations);
+// The index of the entry for each ASCII character; kAbbreviations for a character without an entry.
+constexpr auto kAbbreviationIndexes = [] {
+    std::array<std::uint8_t, 128> indexes{};
+    indexes.fill(kAbbreviations);
     for (std::uint8_t i = kAbbreviations; i-- != 0;) {
-        places[kAbbreviationTexts[i][0]] = i;
+        indexes[kAbbreviationTexts[i][0]] = i;
     }
-    return places;
+    return indexes;
 }();
 
 std::uint32_t find_abbreviation(WCHAR letter) {
-    return letter < kAbbreviationPlaces.size() ? kAbbreviationPlaces[letter] : kAbbreviations;
+    return letter < kAbbreviationIndexes.size() ? kAbbreviationIndexes[letter] : kAbbreviations;
 }
 
-// Sizes of what stands before an atom.
+// Sizes of the code before an atom, in instructions.
 constexpr std::uint32_t kAlternationHead = 4;
 constexpr std::uint32_t kLoopHead = 7;
 constexpr std::uint32_t kLazyHead = 1;
@@ -51,7 +51,7 @@ constexpr bool is_digit(WCHAR character) {
     return character >= TEXT('0') && character <= TEXT('9');
 }
 
-// What the operand of each kind is, as far as a move of the instruction changes it.
+// What an operand holds, which decides how a move of the instruction changes it.
 enum Operand : std::uint8_t { kFixed, kIndex, kSlot };
 
 constexpr Operand kOperands[] = {
@@ -83,8 +83,8 @@ constexpr Operand kOperands[] = {
 };
 static_assert(std::size(kOperands) == OpPopGroup + 1);
 
-// Moves or copies instructions and adapts them. They lead to places among themselves or right
-// behind. `to` does not lie before `from`.
+// Moves or copies instructions and adapts their operands. Their indexes must be among themselves or
+// the one right after them. `to` must not be before `from`.
 void relocate(const Instruction *from, Instruction *to, std::uint32_t count, Word slotDistance) {
     const Word changes[] = {0, static_cast<Word>(to - from), slotDistance};
     for (std::uint32_t i = count; i-- != 0;) {
@@ -100,20 +100,21 @@ Compiler::Compiler(CompiledPattern &program, std::pmr::memory_resource *memory)
     static_assert(std::tuple_size_v<decltype(m_expansions)> == kAbbreviations);
 }
 
-// Room for the next `count` instructions.
+// Reserves the next `count` instructions and returns the first. Throws std::bad_alloc when memory
+// is short or the program would have more than kMaxInstructions.
 inline Instruction *Compiler::Take(std::uint32_t count) {
     if (count > m_program.instructions.Count() - m_next) {
         Grow(count);
     }
-    Instruction *const place = m_program.instructions.Data() + m_next;
+    Instruction *const first = m_program.instructions.Data() + m_next;
     m_next += count;
-    return place;
+    return first;
 }
 
 template <class... Instructions>
 inline void Compiler::Add(Instructions... instructions) {
-    Instruction *place = Take(sizeof...(instructions));
-    ((*place++ = instructions), ...);
+    Instruction *next = Take(sizeof...(instructions));
+    ((*next++ = instructions), ...);
 }
 
 RegexResult Compiler::Compile(const WCHAR *pattern) {
@@ -131,8 +132,8 @@ RegexResult Compiler::Compile(const WCHAR *pattern) {
     return result;
 }
 
-// The program begins with a call of what follows, which leaves the index of the second instruction
-// on the stack: that is where the match arrives when all else has failed.
+// The program begins with a call of the code that follows. The call pushes the index of the second
+// instruction, to which the match returns when everything else has failed.
 RegexResult Compiler::CompileSequence(const WCHAR *pattern) {
     const bool anchored = *pattern == TEXT('^');
     m_at = anchored ? pattern + 1 : pattern;
@@ -149,7 +150,7 @@ RegexResult Compiler::CompileSequence(const WCHAR *pattern) {
     return m_program.instructions.Resize(m_next) ? RegexOk : RegexOutOfMemory;
 }
 
-// Goes from one place where an atom can stand to the next.
+// Compiles the atom, look-ahead, or opening or closing bracket at the current position.
 RegexResult Compiler::CompileAtom() {
     const WCHAR character = *m_at;
     switch (character) {
@@ -257,7 +258,7 @@ RegexResult Compiler::CompileBackReference() {
     return CompileLeaf(OpBackReference, static_cast<Word>(number), Emptiness::kCleared);
 }
 
-// The first use compiles the abbreviation's text, a later one copies what came of it.
+// The first use of an abbreviation compiles its text; later uses copy the code.
 RegexResult Compiler::CompileAbbreviation(std::uint32_t index) {
     const Expansion &known = m_expansions[index];
     if (known.size != 0) {
@@ -305,9 +306,9 @@ RegexResult Compiler::OpenParenthesis() {
     return RegexOk;
 }
 
-// Steps over an opening bracket. If it lies deep, writes what its suffix asks for before it: there,
-// to move the code within later would take time that grows with the depth. Result: false when the
-// program would be too long.
+// Steps over an opening bracket. For a deeply nested bracket also writes the head that its suffix
+// needs, because moving the content later would take time that grows with the depth. Returns false
+// when the program would be too long.
 bool Compiler::AnticipateSuffix() {
     constexpr std::size_t kDeep = 16;
     ++m_at;
@@ -348,7 +349,7 @@ void Compiler::BeginSequence(Opener opener, std::uint32_t value) {
     BeginElement(sequence);
 }
 
-// At the end of the pattern or at a closing bracket.
+// Ends the sequence at the end of the pattern or at a closing bracket.
 RegexResult Compiler::FinishSequence() {
     DropIncomplete();
     switch (m_sequences.back().opener) {
@@ -362,8 +363,8 @@ RegexResult Compiler::FinishSequence() {
     }
 }
 
-// Drops an alternation without a right side and a `!` without an atom. The groups within stay
-// counted: the order of the opening braces alone decides a group's number.
+// Drops an alternation without a right side and a `!` without an atom. Groups in the dropped code
+// still count, because the order of the opening braces alone decides the number of a group.
 void Compiler::DropIncomplete() {
     const Sequence &sequence = m_sequences.back();
     if (sequence.alternation == m_next) {
@@ -382,7 +383,7 @@ void Compiler::BeginElement(Sequence &sequence) const {
     sequence.element = {.start = m_next, .atom = m_next, .slot = m_program.memoryCount};
 }
 
-// Goes on behind an atom.
+// Continues after an atom.
 RegexResult Compiler::FinishAtom(Emptiness emptiness) {
     if (begins_suffix(*m_at) || m_sequences.back().element.lookAheads != 0) {
         return FinishSuffix(emptiness);
@@ -394,7 +395,7 @@ RegexResult Compiler::FinishSuffix(Emptiness emptiness) {
     Sequence &sequence = m_sequences.back();
     Element &element = sequence.element;
     Suffix suffix = read_suffix(m_at);
-    // What follows the first element of an abbreviation's text does not count.
+    // The text of an abbreviation ends after its first element.
     suffix.alternative = suffix.alternative && sequence.opener != Opener::kAbbreviation;
     WriteLookAheadTails(element);
     if (!element.headed) {
@@ -415,8 +416,8 @@ RegexResult Compiler::FinishSuffix(Emptiness emptiness) {
     return RegexOk;
 }
 
-// Goes on behind an element and its `|`. The jump over the other alternatives is led to their end
-// when that is reached; until then each of these jumps holds the index of the one before.
+// Continues after an element and its `|`. LeadJumps later sets the target of the jump over the
+// other alternatives. Until then each of these jumps holds the index of the previous jump.
 void Compiler::FinishLeftSide(Emptiness emptiness) {
     Sequence &sequence = m_sequences.back();
     if (sequence.jumps == 0 || emptiness == Emptiness::kSet) {
@@ -428,7 +429,7 @@ void Compiler::FinishLeftSide(Emptiness emptiness) {
     BeginElement(sequence);
 }
 
-// Goes on behind an element that no `|` follows.
+// Continues after an element without a `|`.
 RegexResult Compiler::FinishAlternation(Emptiness emptiness) {
     Sequence &sequence = m_sequences.back();
     if (sequence.jumps != 0) {
@@ -457,7 +458,7 @@ void Compiler::LeadJumps(Sequence &sequence) {
     } while (sequence.jumps != 0);
 }
 
-// Behind the one element of an abbreviation's text.
+// Continues after the only element of an abbreviation's text.
 RegexResult Compiler::FinishAbbreviation() {
     const Sequence sequence = m_sequences.back();
     m_sequences.pop_back();
@@ -471,8 +472,8 @@ RegexResult Compiler::FinishAbbreviation() {
     return FinishAtom(sequence.whole);
 }
 
-// Writes what an element begins with, before what there is of its atom. What leads behind the
-// element is completed there.
+// Writes the head of an element in front of the code that its atom has so far. The operands that
+// refer to the end of the element are set later.
 void Compiler::WriteHeads(Element &element, Suffix suffix) {
     element.headed = true;
     const bool loop = !suffix.lazy && (suffix.quantifier == Quantifier::kStar ||
@@ -485,8 +486,8 @@ void Compiler::WriteHeads(Element &element, Suffix suffix) {
     }
     const std::uint32_t present = m_next - element.start;
     Take(size);
-    Instruction *const place = &At(element.start);
-    relocate(place, place + size, present, loop ? 1 : 0);
+    Instruction *const head = &At(element.start);
+    relocate(head, head + size, present, loop ? 1 : 0);
     for (Expansion &expansion : m_expansions) {
         if (expansion.start >= element.start) {
             expansion.start += size;
@@ -495,33 +496,33 @@ void Compiler::WriteHeads(Element &element, Suffix suffix) {
     }
     element.atom += size;
     if (suffix.alternative) {
-        place[0] = {OpPushPos, 0};
-        place[1] = {OpCall, element.start + kAlternationHead};
-        place[2] = {OpPopPos, 0};
-        place[3] = {OpJump, 0};
+        head[0] = {OpPushPos, 0};
+        head[1] = {OpCall, element.start + kAlternationHead};
+        head[2] = {OpPopPos, 0};
+        head[3] = {OpJump, 0};
     }
     if (loop) {
-        WriteLoopHead(place + size - kLoopHead, element.atom - kLoopHead, element.slot);
+        WriteLoopHead(head + size - kLoopHead, element.atom - kLoopHead, element.slot);
         ++element.slot;
         ++m_program.memoryCount;
     } else if (lazy) {
-        place[size - kLazyHead] = {OpCall, 0};
+        head[size - kLazyHead] = {OpCall, 0};
     }
 }
 
-// Writes what stands before the body of a greedy loop to `room`, which is the place of the
-// instruction `index`. The body follows.
-void Compiler::WriteLoopHead(Instruction *place, std::uint32_t index, std::uint32_t slot) {
-    place[0] = {OpPushMemory, slot};
-    place[1] = {OpStorePos, slot};
-    place[2] = {OpPushPos, 0};
-    place[3] = {OpCall, index + kLoopHead};
-    place[4] = {OpPopPos, 0};
-    place[5] = {OpPopMemory, slot};
-    place[6] = {OpJump, 0};
+// Writes the head of a greedy loop to `target`, which is the instruction `index`. The body of the
+// loop follows.
+void Compiler::WriteLoopHead(Instruction *target, std::uint32_t index, std::uint32_t slot) {
+    target[0] = {OpPushMemory, slot};
+    target[1] = {OpStorePos, slot};
+    target[2] = {OpPushPos, 0};
+    target[3] = {OpCall, index + kLoopHead};
+    target[4] = {OpPopPos, 0};
+    target[5] = {OpPopMemory, slot};
+    target[6] = {OpJump, 0};
 }
 
-// Writes what stands behind the body of a greedy loop whose head is at the index `head`.
+// Writes the end of a greedy loop whose head is at the index `head`.
 void Compiler::WriteLoopTail(std::uint32_t head, Quantifier quantifier) {
     const Word slot = At(head).operand;
     Add(Instruction{OpReturnIfNoProgress, slot}, Instruction{OpStorePos, slot});
@@ -576,8 +577,8 @@ void Compiler::Grow(std::uint32_t count) {
     }
 }
 
-// Writes the `size` instructions from `start` on once more, with slots of their own for the `slots`
-// that they use from `slot` on.
+// Adds a copy of the `size` instructions at `start`. The copy uses new slots in place of the
+// `slots` slots from `slot` on.
 void Compiler::Copy(std::uint32_t start, std::uint32_t size, std::uint32_t slot,
                     std::uint32_t slots) {
     Instruction *const copy = Take(size);

@@ -1,12 +1,13 @@
 #ifndef OSTREL_REGEX_REGEX_COMPILER_H
 #define OSTREL_REGEX_REGEX_COMPILER_H
 
-// Internal. Compiles a pattern in one pass, from left to right, each of its characters once.
+// Internal. Compiles a pattern in one pass, from left to right, and reads each character once.
 //
-// What stands behind an atom decides what its code begins with. An atom is moved when that has been
-// read; for brackets that lie deep it is read before (regex_suffix.h). What has to stand in a
-// program twice is copied. So the time follows the length of the pattern and of the program, and
-// the thread's stack does not grow with the depth of the pattern.
+// The suffix of an atom decides how the code of the atom begins. The compiler therefore moves the
+// code of an atom once it has read the suffix; for deeply nested brackets it reads the suffix
+// before the content (regex_suffix.h). Code that the program needs twice is copied. So the time is
+// proportional to the lengths of the pattern and of the program, and the thread's stack does not
+// grow with the depth of the pattern.
 
 #include <array>
 #include <cstddef>
@@ -22,43 +23,43 @@ namespace OS::regex {
 
 class Compiler {
 public:
-    // The program goes into `program`, which is empty. `memory` is for the work.
+    // Writes the program to `program`, which must be empty. `memory` serves working data only.
     Compiler(CompiledPattern &program, std::pmr::memory_resource *memory);
 
-    // Result: the first error of the pattern.
+    // Returns RegexOk. On failure returns the first error of the pattern and leaves no program.
     RegexResult Compile(const WCHAR *pattern);
 
 private:
     enum class Opener : std::uint8_t { kPattern, kGroup, kParenthesis, kAbbreviation };
 
-    // Whether code can match the empty text, as far as that matters: an escaped character leaves
-    // the answer to what stands around it.
+    // Whether code can match the empty text: no, undecided, yes. An escaped character leaves the
+    // answer to the code around it.
     enum class Emptiness : std::uint8_t { kCleared, kKept, kSet };
 
     // The element that is being compiled.
     struct Element {
         std::uint32_t start;           // index of its first instruction
-        std::uint32_t atom;            // index of its atom's, the look-aheads before it included
+        std::uint32_t atom;            // index of the first one of its atom and look-aheads
         std::uint32_t slot;            // the first memory slot of its atom
-        std::uint32_t lookAheads = 0;  // how many stand before the atom
-        bool headed = false;           // what the suffix asks for before the atom has been written
+        std::uint32_t lookAheads = 0;  // number of look-aheads before the atom
+        bool headed = false;           // the head that the suffix needs has been written
     };
 
     // A sequence that is being compiled.
     struct Sequence {
         Opener opener;
-        std::uint32_t value = 0;    // the group's number, the abbreviation's place in the table
+        std::uint32_t value = 0;    // the group's number, the abbreviation's index
         std::uint32_t start;        // index of its first instruction
         std::uint32_t alternation;  // index of the first instruction of its last alternation
         std::uint32_t slot;         // the first memory slot of that alternation
-        std::uint32_t jumps = 0;    // the last of the jumps to the end of that alternation
+        std::uint32_t jumps = 0;    // index of the last jump to the end of that alternation
         Emptiness whole = Emptiness::kKept;  // of what comes before that alternation
         Emptiness last = Emptiness::kKept;   // of that alternation's left sides
         Element element;
         const WCHAR *resume = nullptr;  // where the pattern goes on behind an abbreviation
     };
 
-    // Where an abbreviation was compiled first; size 0 means that it has not been.
+    // The first code of an abbreviation; size 0 means that there is none.
     struct Expansion {
         std::uint32_t start = 0;
         std::uint32_t size = 0;
@@ -95,7 +96,7 @@ private:
     void WriteHeads(Element &element, Suffix suffix);
     void WriteLookAheadTails(const Element &element);
     void WriteQuantifierTail(const Element &element, Suffix suffix);
-    void WriteLoopHead(Instruction *place, std::uint32_t index, std::uint32_t slot);
+    void WriteLoopHead(Instruction *target, std::uint32_t index, std::uint32_t slot);
     void WriteLoopTail(std::uint32_t head, Quantifier quantifier);
 
     Instruction &At(std::uint32_t index) { return m_program.instructions[index]; }
@@ -107,13 +108,13 @@ private:
 
     CompiledPattern &m_program;
     std::uint32_t m_next = 0;          // index of the next instruction
-    const WCHAR *m_pattern = nullptr;  // behind its `^`
+    const WCHAR *m_pattern = nullptr;  // without its `^`
     const WCHAR *m_at = nullptr;
     bool m_ended = false;
     bool m_inAbbreviation = false;
     std::pmr::vector<Sequence> m_sequences;
     std::pmr::vector<Suffix> m_bracketSuffixes;  // empty until they are needed
-    std::size_t m_brackets = 0;                  // how many have been opened
+    std::size_t m_brackets = 0;                  // number of brackets opened so far
     std::array<Expansion, 9> m_expansions;       // one for each abbreviation
 };
 

@@ -1,12 +1,12 @@
 #ifndef OSTREL_REGEX_REGEX_INTERPRETER_H
 #define OSTREL_REGEX_REGEX_INTERPRETER_H
 
-// Internal. Runs programs.
+// Internal. Runs compiled patterns.
 //
-// One stack holds everything that a program puts aside: places to go back to, positions, captures.
-// A step that fails does nothing but go on at the index that it pops; what stands there brings back
-// the state of that time. The first word on the stack leads to the second instruction, which ends
-// the attempt.
+// One stack holds everything that a program saves: indexes to backtrack to, positions and captures.
+// A step that fails pops an index and continues there; the code at that index restores the saved
+// state. The first word on the stack is the index of the second instruction, which ends the
+// attempt.
 
 #include <cstddef>
 
@@ -20,7 +20,7 @@ namespace OS::regex {
 
 enum class Outcome { kMatch, kFailure, kGivenUp };
 
-// Positions lie on the stack and in the slots as words.
+// The stack and the slots hold positions as words.
 inline Word to_word(const WCHAR *position) {
     return reinterpret_cast<Word>(position);
 }
@@ -28,7 +28,7 @@ inline const WCHAR *to_position(Word word) {
     return reinterpret_cast<const WCHAR *>(word);
 }
 
-// An array of the context, with a check of each index.
+// An array of the context; operator[] checks the index and throws RegexFailure.
 template <class T>
 class Checked {
 public:
@@ -44,11 +44,11 @@ private:
     std::size_t m_count;
 };
 
-// Makes room for the word at the index `top` of the stack. Result: false when there is no memory.
+// Grows the stack so that it holds the index `top`. Returns false when memory is short.
 bool grow_stack(MatchContext &context, Word top);
 
-// What changes at each step of a match. It is a local object of run(), and no call takes its
-// address, so that it is kept in registers.
+// The state that changes at each step of a match. run() keeps it in a local object whose address no
+// call takes, so that the compiler can keep it in registers.
 class Machine {
 public:
     Machine(const WCHAR *text, MatchContext &context)
@@ -60,7 +60,7 @@ public:
 
     void Backtrack() { index = Pop(); }
 
-    // Steps over a character and goes on at `next`, or goes back.
+    // Steps over a character and continues at `next`, or backtracks.
     void Consume(bool matches, Word next) {
         if (matches) {
             ++position;
@@ -70,7 +70,7 @@ public:
         }
     }
 
-    // Result: false when there is no memory.
+    // Returns false when memory is short.
     bool Push(Word word) {
         if (++top >= m_stackCount && !Grow()) {
             return false;
@@ -87,8 +87,8 @@ public:
         return m_stack[top--];
     }
 
-    // A group that is still open may have an end that lies before its start: it then counts as
-    // empty, as a group does that took no part.
+    // Matches the text of a capture again. A group that is still open can have an end before its
+    // start; it counts as empty, like a group that took no part in the match.
     void MatchAgain(const Capture &capture) {
         const WCHAR *at = position;
         for (const WCHAR *captured = capture.start; captured < capture.end; ++captured) {
@@ -101,7 +101,7 @@ public:
         position = at;
     }
 
-    // Begins the next attempt, one character further on. Result: false when there is none.
+    // Begins the next attempt one character later. Returns false at the end of the text.
     bool Advance() {
         if (*m_scan == 0) {
             return false;
@@ -127,13 +127,13 @@ private:
         return true;
     }
 
-    const WCHAR *m_scan;  // where the attempt began
+    const WCHAR *m_scan;  // the beginning of the attempt
     Word *m_stack;
     std::size_t m_stackCount;
     MatchContext &m_context;
 };
 
-// Whether `character` lies in one of the ranges that stand from `range` up to `end`.
+// Returns true when `character` is in one of the ranges from `range` up to `end`.
 inline bool in_ranges(WCHAR character, const Instruction *range, const Instruction *end) {
     for (; end - range > 1; range += 2) {
         if (character >= range[0].operand && character <= range[1].operand) {
@@ -143,8 +143,8 @@ inline bool in_ranges(WCHAR character, const Instruction *range, const Instructi
     return false;
 }
 
-// Runs `program` over `text` until it ends, memory runs out, or `goOn`, which is asked before each
-// step, gives false. `context` has been prepared.
+// Runs `program` on `text` until the program ends, memory runs out, or `goOn()` returns false; run
+// calls `goOn` before each step. `context` must have been prepared.
 template <class GoOn>
 Outcome run(const CompiledPattern &program, const WCHAR *text, MatchContext &context, GoOn &goOn) {
     const Instruction *const code = program.instructions.Data();
@@ -258,13 +258,13 @@ Outcome run(const CompiledPattern &program, const WCHAR *text, MatchContext &con
     return end(Outcome::kGivenUp);
 }
 
-// Gives `context` the arrays that the program needs. Result: false when there is no memory.
+// Prepares the arrays of `context` for the program. Returns false when memory is short.
 bool prepare(MatchContext &context, const CompiledPattern &program);
 
-// Leads what was found in a copy of a text, at `copy`, to the text itself.
+// Moves the results of a match in a copy of a text, at `copy`, to the text itself.
 void translate(MatchContext &context, const WCHAR *copy, const WCHAR *text);
 
-// The whole of CompiledPattern::Match, which goes on as long as `goOn()` is true.
+// Does the work of CompiledPattern::Match as long as `goOn()` returns true.
 template <class GoOn>
 int match_while(const CompiledPattern &program, const WCHAR *text, MatchContext *context,
                 const WCHAR **stopped, GoOn goOn) {

@@ -8,7 +8,7 @@
 namespace OS::regex {
 
 MatchContext::MatchContext(std::size_t initialStack) {
-    (void)stack.Resize(initialStack);  // without memory now, the first push asks again
+    (void)stack.Resize(initialStack);  // when memory is short, the first push retries
 }
 
 void MatchContext::GetGroup(unsigned index, const WCHAR **start, const WCHAR **end) const {
@@ -40,14 +40,14 @@ void translate(MatchContext &context, const WCHAR *copy, const WCHAR *text) {
     if (copy == text) {
         return;
     }
-    const auto lead = [=](const WCHAR *&position) {
+    const auto move_to_text = [=](const WCHAR *&position) {
         position = position == nullptr ? nullptr : text + (position - copy);
     };
-    lead(context.matchStart);
-    lead(context.matchEnd);
+    move_to_text(context.matchStart);
+    move_to_text(context.matchEnd);
     for (std::uint32_t group = 0; group < context.groupCount; ++group) {
-        lead(context.groups[group].start);
-        lead(context.groups[group].end);
+        move_to_text(context.groups[group].start);
+        move_to_text(context.groups[group].end);
     }
 }
 

@@ -1,7 +1,7 @@
 #ifndef OSTREL_REGEX_REGEX_MATCHER_H
 #define OSTREL_REGEX_REGEX_MATCHER_H
 
-// Internal. The state and the results of a match; see CompiledPattern::Match.
+// Internal. Holds the state and the results of a match; see CompiledPattern::Match.
 
 #include <cstddef>
 #include <cstdint>
@@ -12,29 +12,27 @@
 
 namespace OS::regex {
 
-// The text that a group has captured; null for both when it took no part.
+// The text that a group captured; both pointers are null when the group took no part in the match.
 struct Capture {
     const WCHAR *start;
     const WCHAR *end;
 };
 
-// A context can be used again: each match prepares it afresh.
+// The context of a match. Each match prepares the context anew, so a context can be reused.
 //
-// Threads: one match at a time.
+// Threads: use a context for one match at a time.
 class MatchContext {
 public:
-    // `initialStack` is the number of words that the stack starts with.
+    // `initialStack` is the initial number of words of the stack.
     explicit MatchContext(std::size_t initialStack);
 
-    // Hands out what the group has captured, as places in the text that was matched.
-    //
-    // Errors: a null pointer, or an index that is not below groupCount, throws RegexFailure with
-    // kFailed.
+    // Stores what the group captured, as pointers into the text that was matched. Throws
+    // RegexFailure with kFailed when a pointer is null or `index` is not below groupCount.
     void GetGroup(unsigned index, const WCHAR **start, const WCHAR **end) const;
 
     std::uint32_t groupCount = 0;
     const WCHAR *matchStart = nullptr;  // where the last attempt began
-    const WCHAR *matchEnd = nullptr;    // where it ended, with a match or without
+    const WCHAR *matchEnd = nullptr;    // where it ended, also without a match
     GrowingArray<Word, 8> memory;
     GrowingArray<Capture, 24> groups;
     GrowingArray<Word, 256> stack;  // index 0 is not used

@@ -11,7 +11,7 @@ namespace OS::regex {
 namespace {
 
 RegexResult compile(const WCHAR *pattern, CompiledPattern &program) {
-    std::byte local[2048];  // enough for the patterns of the validators
+    std::byte local[2048];  // bytes; enough for the patterns of the validators
     std::pmr::monotonic_buffer_resource memory(local, sizeof(local));
     return Compiler(program, &memory).Compile(pattern);
 }

@@ -4,15 +4,15 @@ namespace OS::regex {
 
 namespace {
 
-// A bracket that is open, or the whole pattern.
+// An open bracket, or the whole pattern.
 struct Bracket {
     WCHAR closing;
     std::uint32_t index;     // in the order of the opening brackets
-    std::uint64_t size = 0;  // instructions within, at least
+    std::uint64_t size = 0;  // of its content, in instructions, at least
 };
 
-// The end of the set that begins at `at`, behind its `[`: its `]`, or the end of the pattern. The
-// end of a range is taken as it stands, also a backslash.
+// Returns the `]` of the set whose content begins at `at`, or the end of the pattern. The character
+// at the end of a range stands for itself, also a backslash.
 const WCHAR *skip_set(const WCHAR *at) {
     at += *at == TEXT('^') ? 1 : 0;
     while (*at != 0 && *at != TEXT(']')) {

@@ -1,7 +1,7 @@
 #ifndef OSTREL_REGEX_REGEX_SUFFIX_H
 #define OSTREL_REGEX_REGEX_SUFFIX_H
 
-// Internal. What stands behind an atom of a pattern: its quantifier, and a `|`.
+// Internal. Reads the suffix of an atom of a pattern: a quantifier, and a `|`.
 
 #include <cstddef>
 #include <cstdint>
@@ -17,7 +17,7 @@ enum class Quantifier : std::uint8_t { kNone, kStar, kPlus, kQuestion };
 struct Suffix {
     Quantifier quantifier = Quantifier::kNone;
     bool lazy = false;         // the shortest first
-    bool alternative = false;  // a `|` and a further alternation follow
+    bool alternative = false;  // a `|` follows
 };
 
 inline bool begins_suffix(WCHAR character) {
@@ -25,7 +25,7 @@ inline bool begins_suffix(WCHAR character) {
            character == TEXT('|');
 }
 
-// Reads what stands at `at` and moves it behind that.
+// Reads the suffix at `at`, which may be empty, and advances `at` past it.
 inline Suffix read_suffix(const WCHAR *&at) {
     Suffix suffix;
     switch (*at) {
@@ -52,14 +52,14 @@ inline Suffix read_suffix(const WCHAR *&at) {
     return suffix;
 }
 
-// Indexes of instructions have 32 bits and a sign.
+// The limit of an index of an instruction: 32 bits with a sign.
 inline constexpr std::uint64_t kMaxInstructions = 0x7FFFFFFF;
 
-// What stands behind each `{...}` and `(...)` of a pattern, in the order of the opening brackets;
-// nothing for brackets that the pattern does not close.
+// Adds to `suffixes` the suffix of each `{...}` and `(...)` of a pattern, in the order of the
+// opening brackets. The suffix of a bracket that the pattern does not close is empty.
 //
-// Result: false when the pattern repeats so much by nested `+` that its program must have more than
-// kMaxInstructions. Throws std::bad_alloc.
+// Returns true. Returns false when nested `+` repeat so much that the program would have more than
+// kMaxInstructions. Throws std::bad_alloc when memory is short.
 bool read_bracket_suffixes(const WCHAR *pattern, std::pmr::vector<Suffix> &suffixes);
 
 }  // namespace OS::regex

@@ -15,7 +15,7 @@ using OS::regex::RegexOk;
 
 constexpr std::size_t kInitialStack = 256;  // words
 
-// The longest path and its NUL.
+// The size of a buffer for the longest path, in characters with the NUL.
 constexpr std::size_t kPathSize = 260;
 
 // One number of one to three digits.
@@ -25,13 +25,13 @@ constexpr WCHAR kAddressPattern[] = TEXT("^{{\\q}|{[\\._a-zA-Z0-9]}+}\\@{{[a-zA-
     TEXT("{{[a-zA-Z0-9-]+\\.}+{{[a-zA-Z][a-zA-Z]}|{[a-zA-Z][a-zA-Z][a-zA-Z]}}}|")
         TEXT("{\\[" OSTREL_OCTET "\\." OSTREL_OCTET "\\." OSTREL_OCTET "\\." OSTREL_OCTET "\\]}}$");
 
-// Neither a blank nor a dot begins a name, by the first pattern, or ends it, by the second.
+// The first pattern forbids a blank or dot at the beginning of a name, the second one at its end.
 constexpr WCHAR kNameStartPattern[] =
     TEXT("^[a-zA-Z]:\\\\([^ \\t/\\\\:*?\\\"<>|\\.][^\\t/\\\\:*?\\\"<>|]*\\\\)*$");
 constexpr WCHAR kNameEndPattern[] =
     TEXT("^[a-zA-Z]:\\\\([^\\t/\\\\:*?\\\"<>|]*[^ \\t/\\\\:*?\\\"<>|\\.]\\\\)*$");
 
-// The decimal number at `text`, which is moved to the character behind it.
+// Returns the decimal number at `text` and advances `text` to the character after the number.
 int read_number(const WCHAR *&text) {
     int number = 0;
     for (; *text >= TEXT('0') && *text <= TEXT('9'); ++text) {
@@ -40,8 +40,8 @@ int read_number(const WCHAR *&text) {
     return number;
 }
 
-// Whether a capture, if it is an address in brackets, holds numbers up to 255 only. The pattern has
-// made sure that there are four of three digits at most.
+// Returns false when the capture is an address in brackets with a number above 255. The pattern
+// admits only addresses of four numbers with three digits at most.
 bool has_valid_numbers(const WCHAR *start, const WCHAR *end) {
     if (end - start <= 1 || *start != TEXT('[')) {
         return true;

@@ -1,15 +1,17 @@
 #ifndef OSTREL_REGEX_VALIDATORS_H
 #define OSTREL_REGEX_VALIDATORS_H
 
-// Checks of the form of e-mail addresses and of directory paths.
+// Functions that check the form of e-mail addresses and of directory paths.
 //
-//     if (!VerifyEMailAddress(TEXT("j.smith@example.com"))) ...
-//     if (!CheckPathFormat(path.c_str(), path.length())) ...
+//   if (!VerifyEMailAddress(TEXT("j.smith@example.com"))) ...
+//   if (!CheckPathFormat(path.c_str(), path.length())) ...
 //
-// Both look at the text alone: no name is resolved, no file is touched. They compile their patterns
-// at every call and keep nothing between calls.
+// The functions check the text alone: they resolve no name and access no file. Each call compiles
+// its patterns anew; nothing is kept between calls.
 //
-// Threads: both use local objects only and may be called from any number of threads.
+// Threads: the functions use local objects only and may run on several threads at once.
+// Errors: both functions return false when memory is short. CheckPathFormat throws RegexFailure for
+// a null path.
 
 #include <cstdint>
 
@@ -18,10 +20,10 @@
 
 namespace OS {
 
-// What the pattern engine throws. It is no std::exception and no CException, and it is as large as
-// its one field.
+// The exception of the pattern engine. Derives neither from std::exception nor from CException. The
+// structure has no other content than its one field of 4 bytes.
 struct OSTREL_API RegexFailure {
-    DWORD code;  // an HRESULT: one of those below
+    DWORD code;  // an HRESULT: one of the constants below
 
     static constexpr DWORD kFailed = 0x80004005;           // E_FAIL
     static constexpr DWORD kOutOfMemory = 0x8007000E;      // E_OUTOFMEMORY
@@ -30,34 +32,40 @@ struct OSTREL_API RegexFailure {
 
 }  // namespace OS
 
-// Whether `address`, a text with a NUL at its end, has the form of an e-mail address:
+// Checks whether the whole of `address`, a terminated text, has the form of an e-mail address:
 //
-//   local part   a text in double quotes that holds no other double quote, or one or more of
-//                A-Z a-z 0-9 . _
+//   local part   one or more of A-Z a-z 0-9 . _
+//                or a pair of double quotes around any characters but the double quote
 //   @
-//   domain       one label; or labels, each with a dot behind it, and a last part of two or three
-//                letters; or four decimal numbers from 0 to 255, of one to three digits each, with
-//                dots between, in brackets. A label is one or more of A-Z a-z 0-9 -
+//   domain       one label
+//                or one or more labels, each followed by a dot, and two or three letters A-Z a-z
+//                or "[", four decimal numbers from 0 to 255 with dots between them, and "]"; a
+//                number has one to three digits
+//   label        one or more of A-Z a-z 0-9 -
 //
-//   a.b_c@host  "a b"@x.org  j@[10.0.0.1]   -> true
-//   a-b@host    j@x.info     j@[10.0.0.256] -> false
+//   true    a.b_c@host   "a b"@x.org   j@[10.0.0.1]
+//   false   a-b@host     j@x.info      j@[10.0.0.256]
 //
-// Null and the empty text give false, and so does a lack of memory: an address takes 48 bytes for
-// each of its characters, the double while the memory grows.
+// Returns true when `address` has the form. Returns false when it does not, when it is null or
+// empty, and when memory is short. Does not throw. Needs 48 bytes of memory for each character, and
+// twice as much while the memory grows.
 OSTREL_API bool VerifyEMailAddress(const WCHAR *address);
 
-// Whether the first `length` characters at `path` are an absolute path of a directory, with the
-// separator at its end: a letter, a colon and '\', then any number of names, each with a '\' behind
-// it. A name has one character at least, none of the tab and / \ : * ? " < > |, and begins and ends
-// with neither a blank nor a dot. The text needs no NUL; a NUL within the length ends it.
+// Checks whether `path` is the absolute path of a directory, with a separator at its end: a letter
+// A-Z a-z, ":\", then any number of names, each followed by '\'. A name has one or more characters,
+// none of them a tab or one of / \ : * ? " < > |. Neither the first nor the last character of a
+// name is a blank or a dot.
 //
-//   C:\  d:\a b\c.d\   -> true
-//   C:   C:\a  C:\\a\  C:\.\  \\host\share\  C:/a/  -> false
+//   true    C:\   d:\a b\c.d\   (both)
+//   false   C:    C:\a   C:\\a\   C:\.\   \\host\share\   C:/a/
 //
-// A `length` of 260 or more gives false, and the text is not looked at. A lack of memory gives
-// false.
+// `length` is the length of `path` in characters (UTF-16 units). The text needs no NUL; a NUL
+// within `length` ends the text.
 //
-// Throws RegexFailure with kInvalidArgument when `path` is null and `length` is from 1 to 259.
+// Returns true when `path` has the form. Returns false when it does not, when `length` is 0, when
+// `length` is 260 or more (the call then does not read `path`, which may be null), and when memory
+// is short. Throws RegexFailure with kInvalidArgument when `path` is null and `length` is from 1 to
+// 259.
 OSTREL_API bool CheckPathFormat(const WCHAR *path, std::uint64_t length);
 
 #endif  // OSTREL_REGEX_VALIDATORS_H

@@ -1,7 +1,7 @@
 #ifndef OSTREL_TIME_SYSTEM_FIELDS_H
 #define OSTREL_TIME_SYSTEM_FIELDS_H
 
-// Internal. The fields of a tm as the system's, without a test.
+// Internal. Converts a tm to a SYSTEMTIME without checking the fields.
 
 #include <ctime>
 
@@ -10,7 +10,7 @@
 
 namespace OS::detail {
 
-// Each field is cut to 16 bits; the milliseconds are 0.
+// Returns the low 16 bits of each field; the milliseconds are 0.
 inline SYSTEMTIME system_fields(const std::tm &fields) {
     SYSTEMTIME time = {};
     time.wYear = static_cast<WORD>(wrapping_add(fields.tm_year, 1900));

@@ -31,7 +31,7 @@ constexpr int stored_month(int month) {
     return month >= 1 ? month - 1 : month;
 }
 
-// The fields of the pointer that a call gave; null raises.
+// Returns the fields that a call of the runtime returned. Throws CTimeException for null.
 const std::tm &checked(const std::tm *fields) {
     if (fields == nullptr) {
         OSTREL_RAISE_TIME();
@@ -43,7 +43,8 @@ std::int64_t time_of(std::tm fields) {
     return _mktime64(&fields);
 }
 
-// A field that has grown out of 32 bits moves on to the next larger one, `size` of which make one.
+// Carries a field that needs more than 32 bits into the next larger one. `size` units of the field
+// make one unit of the larger field.
 void carry(std::int64_t *field, std::int64_t size, std::int64_t *larger) {
     if (*field < INT_MIN || *field > INT_MAX) {
         *larger += *field / size;
@@ -55,8 +56,8 @@ int nearest_int(std::int64_t value) {
     return static_cast<int>(std::clamp<std::int64_t>(value, INT_MIN, INT_MAX));
 }
 
-// Stands for the sum of the fields, whatever they are. A sum of days or years that has no place in
-// 32 bits is out of the range of every time.
+// Returns fields that _mktime64 reads as the sum, whatever the fields are. A sum of days or years
+// that does not fit 32 bits is out of range for _mktime64 anyway.
 std::tm sum(const std::tm &left, const std::tm &right, int more_hours) {
     std::int64_t second = std::int64_t{left.tm_sec} + right.tm_sec;
     std::int64_t minute = std::int64_t{left.tm_min} + right.tm_min;
@@ -78,7 +79,7 @@ std::tm sum(const std::tm &left, const std::tm &right, int more_hours) {
     return fields;
 }
 
-// The date or the time of the system's locale; empty when there is none.
+// Returns the date or the time in the form of the system's locale; empty when `call` fails.
 template <class Call>
 x_wstring locale_text(Call call, DWORD flags, const std::tm &fields) {
     const SYSTEMTIME time = system_fields(fields);
@@ -130,7 +131,7 @@ CTime::CTime(const x_wstring &text, DATETIME_SPEC spec) {
     int hour = 0;
     int minute = 0;
     int second = 0;
-    // Fields of a text that is taken apart by the numbers of its characters.
+    // For the forms whose fields have a fixed number of characters.
     WCHAR y[5] = {};
     WCHAR mo[5] = {};
     WCHAR d[5] = {};
@@ -280,8 +281,9 @@ double CTime::DiffTime(const CTime &other) const noexcept {
     return _difftime64(end, time_of(other.m_tm));
 }
 
-// The hour and the flag cancel out in _mktime64, where the daylight bias is an hour: what is left
-// is a clock of standard time.
+// The sum adds an hour in a zone with daylight time, and tm_isdst 1 makes _mktime64 subtract the
+// daylight bias. Where that bias is an hour, both cancel out, and the fields count as standard
+// time.
 CTime CTime::operator+(const CTime &other) const {
     std::tm fields = sum(m_tm, other.m_tm, _daylight);
     fields.tm_isdst = 1;
@@ -291,7 +293,7 @@ CTime CTime::operator+(const CTime &other) const {
 CTime CTime::operator-(const CTime &other) const noexcept {
     const std::int64_t end = time_of(m_tm);
     const std::int64_t seconds = end - time_of(other.m_tm);
-    // Truncating divisions: each part has the sign of the whole.
+    // The divisions truncate, so each part has the sign of the whole or is 0.
     return CTime(0, 0, static_cast<int>(seconds / 86400), static_cast<int>(seconds / 3600 % 24),
                  static_cast<int>(seconds / 60 % 60), static_cast<int>(seconds % 60));
 }
@@ -320,7 +322,7 @@ CTime &CTime::ToLocalTime() {
 }
 
 CTime CTime::ConvertTimeZoneTime(LONG sourceBias, LONG targetBias) const {
-    // As both markers do, every time out of range compares as equal to them.
+    // Both values that mean "no time" are out of range, so this test covers them.
     if (time_of(m_tm) == -1) {
         return {};
     }
@@ -336,7 +338,7 @@ int CTime::GetLastDayOfMonth(int year, int month) {
     const CTime one_day(0, 0, 1, 0, 0, 0);
     for (int day = 28;; ++day) {
         const CTime date(year, month, day, 0, 0, 0);
-        // The 31st at the latest, also where a day of standard time has more than 25 hours.
+        // Ends at day 31, also in a zone in which a day of standard time has more than 25 hours.
         if ((date + one_day).m_tm.tm_mon != date.m_tm.tm_mon || day == 31) {
             return day;
         }
@@ -363,7 +365,7 @@ x_wstring CTime::GetDBTimeString() const {
     };
     const Field fields[] = {{GetYear(), 4, 10000},  {GetMonth(), 2, 100},  {m_tm.tm_mday, 2, 100},
                             {m_tm.tm_hour, 2, 100}, {m_tm.tm_min, 2, 100}, {m_tm.tm_sec, 2, 100}};
-    // As Format would print it, without the way through the format where each field has its width.
+    // Writes the digits directly. Only a field that does not fit its width needs Format.
     WCHAR text[] = TEXT("0000-00-00 00:00:00");
     WCHAR *at = text;
     for (const Field &field : fields) {

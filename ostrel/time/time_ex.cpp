@@ -22,7 +22,7 @@ using detail::wrapping_add;
 constexpr std::int64_t kTicksPerSecond = 10'000'000;  // of 100 ns
 constexpr std::int64_t kTicksPerMinute = 60 * kTicksPerSecond;
 
-// Leaves tm_yday as it is.
+// Stores all fields but tm_yday.
 void to_tm(const SYSTEMTIME &time, bool daylight, std::tm *fields) {
     fields->tm_year = time.wYear - 1900;
     fields->tm_mon = time.wMonth - 1;
@@ -39,20 +39,20 @@ std::int64_t ticks_of(const FILETIME &count) {
                                      count.dwLowDateTime);
 }
 
-// The count of a time; 0 for what is no time.
+// Returns the count of a time, or 0 for fields that are not a valid time.
 std::int64_t ticks_of(const SYSTEMTIME &time) {
     FILETIME count = {};
     SystemTimeToFileTime(&time, &count);
     return ticks_of(count);
 }
 
-// Two times show the same clock; neither weekday is looked at.
+// Compares all fields but the weekdays.
 bool is_same_clock(SYSTEMTIME left, const SYSTEMTIME &right) {
     left.wDayOfWeek = right.wDayOfWeek;
     return std::memcmp(&left, &right, sizeof left) == 0;
 }
 
-// The empty time for a count that is none.
+// Returns the fields of a count, or the empty time for a count that FileTimeToSystemTime refuses.
 SYSTEMTIME time_of(std::int64_t ticks) {
     const FILETIME count = {static_cast<DWORD>(ticks),
                             static_cast<DWORD>(static_cast<std::uint64_t>(ticks) >> 32)};
@@ -139,7 +139,7 @@ void CTimeEx::GetUniversalTime(std::tm &time) const {
 }
 
 void CTimeEx::GetLocalTime(SYSTEMTIME &time, bool &daylight) const {
-    const SYSTEMTIME utc = m_imp->m_utc;  // the arguments may be anywhere
+    const SYSTEMTIME utc = m_imp->m_utc;  // a copy: the arguments may overlap it
     time = {};
     daylight = false;
     TIME_ZONE_INFORMATION zone = {};

@@ -1,24 +1,27 @@
 #ifndef OSTREL_TIME_TIME_EX_H
 #define OSTREL_TIME_TIME_EX_H
 
-// A moment in UTC, to the millisecond, that knows its way to the local clock and back.
+// CTimeEx holds a moment in UTC, to the millisecond, and converts it to local time and back.
 //
 //   SYSTEMTIME clock;
 //   bool daylight;
 //   OS::CTimeEx::Now().GetLocalTime(clock, daylight);
 //
-// The local zone is the one that GetTimeZoneInformation tells (ostrel/platform/timezone.h): the
-// rule of this year, for the times of all years. In a zone that had other rules, or another offset,
-// in the past, the local clock of a time then is what the present rule makes of it, and
-// FromLocalTime undoes just that. For local time as it was, take CTime or the runtime's
-// _localtime64.
+// Conversions apply the rule that GetTimeZoneInformation returns (ostrel/platform/timezone.h): the
+// local zone's rule of the current year, for times of all years. In a zone that had other rules or
+// another offset in the past, the local time of an earlier date is that of the present rule.
+// FromLocalTime is the inverse of the same conversion. For the local time that applied at the date,
+// use CTime or the runtime's _localtime64. Each conversion reads the zone anew, so a change of the
+// zone takes effect with the next conversion.
 //
-// The zone is asked for at each conversion: a change takes effect with the next one. Nothing is
-// raised: what fails gives the empty time, all of whose fields are 0.
+// The functions that take a tm read neither tm_isdst nor tm_yday. The functions that store a tm set
+// tm_isdst and leave tm_yday as it is.
 //
-// A tm holds the same fields; its tm_isdst is written, not read, its tm_yday neither.
-//
-// Threads: objects of their own on each thread.
+// Ownership: a copy shares nothing with its source.
+// Threads: use an object on one thread at a time.
+// Errors: a conversion that fails gives the empty time: a SYSTEMTIME whose fields are all 0, or a
+// tm with a tm_year of -1900, a tm_mon of -1 and 0 in the other fields. Constructors and the static
+// functions throw std::bad_alloc when memory is short. Nothing else throws.
 
 #include <ctime>
 #include <memory>
@@ -30,31 +33,36 @@ namespace OS {
 
 class OSTREL_API CTimeEx {
 public:
-    CTimeEx();  // the empty time
+    CTimeEx();  // makes the empty time
     CTimeEx(const CTimeEx &other);
     CTimeEx &operator=(const CTimeEx &other);
     ~CTimeEx();
 
+    // Returns the current time.
     static CTimeEx Now();
 
-    // The fields as they stand, without any test.
+    // Return a time with the fields of `time`, a time in UTC. Check nothing. From a tm the
+    // milliseconds are 0, and each field is cut to its low 16 bits.
     static CTimeEx FromUniversalTime(const SYSTEMTIME &time);
     static CTimeEx FromUniversalTime(const std::tm &time);
 
-    // The moment of a local clock: of a clock that comes twice at the end of daylight time the
-    // first, in daylight time; of one that is skipped, or that is no time, the empty time. The
-    // weekday is not looked at; that of the result is right.
+    // Return the moment at which the local clock shows `time`. When the clock shows `time` twice,
+    // at the end of daylight time, return the first moment, which is in daylight time. Ignore the
+    // weekday of `time`; the result has the true weekday. On failure, when the clock skips `time`
+    // or `time` is not a valid date and time of the years 1601 to 30827, return the empty time.
     static CTimeEx FromLocalTime(const SYSTEMTIME &time);
     static CTimeEx FromLocalTime(const std::tm &time);
 
+    // Return or store the fields in UTC, as they are.
     SYSTEMTIME GetUniversalTime() const;
     void GetUniversalTime(SYSTEMTIME &time) const;
     void GetUniversalTime(std::tm &time) const;  // tm_isdst 0
 
-    // The local clock, and whether the daylight bias made it, not the standard one. When the
-    // conversion fails, the empty time and false.
+    // Return or store the local time, and set `daylight` to true when daylight time applies. On
+    // failure, when the fields in UTC or the local time are not a valid date and time of the years
+    // 1601 to 30827, give the empty time and false.
     void GetLocalTime(SYSTEMTIME &time, bool &daylight) const;
-    SYSTEMTIME GetLocalTime(bool *daylight) const;  // null: no flag is wanted
+    SYSTEMTIME GetLocalTime(bool *daylight) const;  // `daylight` may be null
     void GetLocalTime(std::tm &time) const;         // tm_isdst 1 or 0
 
 private:

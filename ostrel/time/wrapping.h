@@ -1,7 +1,7 @@
 #ifndef OSTREL_TIME_WRAPPING_H
 #define OSTREL_TIME_WRAPPING_H
 
-// Internal. Integer arithmetic that keeps the low bits, for fields that nothing tests.
+// Internal. Integer arithmetic that wraps instead of overflowing, for fields that nothing checks.
 
 #include <type_traits>
 

@@ -29,6 +29,26 @@ TEST(Convert, EndsAtTheFirstNulAndReplacesWhatIsBroken) {
     EXPECT_EQ(OS::UTF8CharToWChar(std::string("a\0b", 3), nullptr).GetLength(), 1u);
 }
 
+// The pieces of a long text, of 4096 characters at most, end between two characters.
+TEST(Convert, LongTextsBecomeWhatOneCallMakesOfThem) {
+    for (const char *const middle : {"\xC3\xA9", "\xE6\xBC\xA2", "\xF0\x9F\x98\x80", "\xF0\x9F\x98",
+                                     "\x80\x80\x80\x80\x80\x80\x80"}) {
+        for (std::size_t front = 4089; front <= 4097; ++front) {
+            const std::string bytes = std::string(front, 'a') + middle + std::string(5000, 'z');
+            const auto length = static_cast<int>(bytes.size());
+            std::u16string wide(bytes.size(), u'\0');
+            wide.resize(static_cast<std::size_t>(
+                MultiByteToWideChar(CP_UTF8, 0, bytes.data(), length, wide.data(), length)));
+            EXPECT_EQ(OS::UTF8CharToWChar(bytes, nullptr), wide) << front << middle;
+            std::string back(3 * wide.size(), '\0');
+            back.resize(static_cast<std::size_t>(
+                WideCharToMultiByte(CP_UTF8, 0, wide.data(), static_cast<int>(wide.size()),
+                                    back.data(), static_cast<int>(back.size()), nullptr, nullptr)));
+            EXPECT_EQ(OS::WCharToUTF8Char(wide, nullptr), back) << front << middle;
+        }
+    }
+}
+
 // Under a sanitizer: the buffer is as long as told, and operator delete is the one to release it.
 template <class Char, class String>
 std::basic_string<Char> handed_out(const String &text) {

@@ -74,6 +74,20 @@ TEST(FailedAllocations, OfAMappingThatReadsInACodePageLeaveAllOrNothing) {
     EXPECT_GT(loaded, 0);
 }
 
+TEST(FailedAllocations, OfFormatComeWithTheAssignmentAlone) {
+    OS::x_astring narrow;
+    OS::x_wstring wide;
+    const std::u16string text(600, u'\u30C6');
+    for (const int allowed : {-1, 0}) {  // the first turn opens the converter and grows the strings
+        failing_memory::fail_after(allowed);
+        narrow.Format("%-1300S|%.1S", text.c_str(), text.c_str());
+        wide.Format(TEXT("%700hs"), narrow.c_str());
+        EXPECT_EQ(failing_memory::has_failed(), allowed < 0);
+        failing_memory::fail_after(-1);
+    }
+    EXPECT_EQ(wide, text + std::u16string(100, u' ') + u"|\u30C6");
+}
+
 TEST(FailedAllocations, OfAReplacementLeaveAllOrNothing) {
     const std::string search = std::string(10, 'a') + 'b' + std::string(9, 'a');
     const std::string tail(40'000, 'a');  // resembles what is searched all along

@@ -42,6 +42,8 @@ STEP('w', int, ftruncate, (int file, off_t size), file, size)
 STEP('w', ssize_t, write, (int file, const void *bytes, std::size_t count), file, bytes, count)
 STEP('n', int, unlink, (const char *path), path)
 STEP('n', int, unlinkat, (int at, const char *path, int flags), at, path, flags)
+STEP('n', int, renameat2, (int at, const char *from, int to_at, const char *to, unsigned flags), at,
+     from, to_at, to, flags)
 STEP('n', int, renameat, (int at, const char *from, int to_at, const char *to), at, from, to_at, to)
 
 namespace {
@@ -110,6 +112,17 @@ TEST(PendingMoves, AreDoneOnceWhereverTheProgramEnds) {
         EXPECT_FALSE(fs::exists(dir.record)) << number;
     }
     EXPECT_GT(number, 25u);
+}
+
+// Without a rename that spares the target, the host makes a link first and then removes the source.
+TEST(PendingMoves, FinishAMoveThatStoppedBetweenLinkAndRemoval) {
+    const StateDir dir("a=a b=b");
+    ASSERT_EQ(record_move("a", "c") | record_move("b", "d"), 0u);
+    ASSERT_TRUE(ended_at(5, [] { carry_out(); }));  // before the first rename
+    fs::create_hard_link("a", "c");
+    fs::create_hard_link("b", "d");  // not begun: the target is taken
+    EXPECT_EQ(carry_out().substr(0, 6), "1 1 0 ");
+    EXPECT_EQ(tree(), "b=b c=a d=b ");
 }
 
 // What stands on the disk when the power goes: each step is there before the next one begins.

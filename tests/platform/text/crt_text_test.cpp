@@ -36,7 +36,11 @@ TEST(CrtText, Measures) {
     const std::u16string text(70, u'\u0100');
     for (std::size_t begin = 0; begin <= text.size(); ++begin) {
         EXPECT_EQ(wcslen(text.c_str() + begin), text.size() - begin);
+        for (const std::size_t limit : {0, 1, 31, 32, 33, 200}) {
+            EXPECT_EQ(wcsnlen(text.c_str() + begin, limit), std::min(limit, text.size() - begin));
+        }
     }
+    EXPECT_EQ(wcsnlen(static_cast<const WCHAR *>(nullptr), 0), 0u);
     EXPECT_EQ(wcscspn(u"abc", u"xc"), 2u);
     EXPECT_EQ(wcscspn(u"ab\u3000", u"\u3000"), 2u);
 }
