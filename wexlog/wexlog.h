@@ -29,7 +29,7 @@
 // four hexadecimal digits, a lone surrogate as U+FFFD. The system log gets the part after the
 // thread.
 //
-// Ownership: wexlog owns the sinks and their functions. It does not destroy them at the end of the
+// Ownership: wexlog owns the sinks and their functions, and does not destroy them at the end of the
 // process.
 // Threads: every function may be called from any thread, also before main and from static
 // destructors. wexlog calls one sink at a time, so a sink must not wait for a thread that traces. A
@@ -57,7 +57,7 @@
 
 namespace DBG {
 
-// The levels. A level tells the meaning of a line.
+// The levels, one for each meaning of a line.
 inline constexpr int kLevelValue = 258;     // 0x102: a value that was found, decided or made
 inline constexpr int kLevelEntry = 272;     // 0x110: an operation begins
 inline constexpr int kLevelExit = 273;      // 0x111: an operation ends

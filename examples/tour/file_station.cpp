@@ -31,8 +31,7 @@ public:
             NS_FileUtils::copyFileEx(TEXT("addresses.txt"), path, false);
         }
     }
-    // deleteTree does not enter directories whose names begin with a dot, so these take their own
-    // calls.
+    // Directories whose names begin with a dot take separate calls: deleteTree does not enter them.
     ~Tree() {
         for (const OS::x_wstring &directory :
              {PathOf(TEXT(".hidden")), PathOf(TEXT(".a")), m_root}) {

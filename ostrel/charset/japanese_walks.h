@@ -44,7 +44,7 @@ inline bool read_escape(const Byte *at, const Byte *end, JisState *state) {
     return true;
 }
 
-// The rest of a text to read, and the place to write to. The caller provides enough capacity.
+// The rest of a text to read, and the position to write to. The caller provides enough capacity.
 struct Walk {
     const Byte *at;
     const Byte *end;
@@ -241,9 +241,9 @@ const Byte *skip_plain(const Byte *at, const Byte *end, bool high_only) {
     return at;
 }
 
-// Reads the text, which has a zero byte at `end`, as EUC-JP. For a reading without characters stores
-// in `*state` what the text before the first invalid byte holds: EncodingJis for an escape sequence,
-// else EncodingMime for the prefix of an encoded word, else EncodingNone.
+// Reads the text, which has a zero byte at `end`, as EUC-JP. For a reading without characters
+// stores in `*state` what the text before the first invalid byte holds: EncodingJis for an escape
+// sequence, else EncodingMime for the prefix of an encoded word, else EncodingNone.
 template <bool blocks>
 Reading read_as_euc(const Byte *at, const Byte *end, int *state) {
     const auto lead_or_trail = [](auto byte) { return in_range(byte, 0xA1, 0xFE); };

@@ -108,9 +108,9 @@ void CIDMapping::FillMaps() {
         const auto &entries = items.Entries();
         for (std::size_t i = 0; i < entries.size(); ++i) {
             if (i + kAhead < entries.size()) {
-                __builtin_prefetch(entries[i + kAhead].logicalID);
+                __builtin_prefetch(entries[i + kAhead].logical_id);
             }
-            m_byLogicalID.insert_or_assign(m_byLogicalID.end(), entries[i].logicalID,
+            m_byLogicalID.insert_or_assign(m_byLogicalID.end(), entries[i].logical_id,
                                            entries[i].item);
         }
     }
@@ -126,15 +126,15 @@ void CIDMapping::AddItem(int id, const WCHAR *logicalID, const WCHAR *category) 
 }
 
 const WCHAR *CIDMapping::GetID(int id) const {
-    const WCHAR *logicalID = nullptr;
+    const WCHAR *logical_id = nullptr;
     const auto found = m_byID.find(id);
     if (found == m_byID.end()) {
         OSTREL_TRACE(DBG::kLevelUnmet, TEXT("ID (%d) cannot be found!"), id);
     } else {
-        logicalID = found->second->m_strLogicalID.c_str();
+        logical_id = found->second->m_strLogicalID.c_str();
     }
-    OSTREL_TRACE(DBG::kLevelValue, TEXT("CIDMapping::GetID() = %s"), logicalID);
-    return logicalID;
+    OSTREL_TRACE(DBG::kLevelValue, TEXT("CIDMapping::GetID() = %s"), logical_id);
+    return logical_id;
 }
 
 int CIDMapping::GetID(const WCHAR *logicalID) const {

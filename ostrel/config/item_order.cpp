@@ -10,12 +10,12 @@ using Entry = ItemsByLogicalID::Entry;
 // Returns the length of the prefix that all texts share. The first `length` characters are known to
 // be equal.
 std::size_t common_length(const Entry *begin, const Entry *end, std::size_t length) {
-    const WCHAR *const first = begin->logicalID;
+    const WCHAR *const first = begin->logical_id;
     std::size_t common = length + std::char_traits<WCHAR>::length(first + length);
     for (const Entry *entry = begin + 1; entry != end; ++entry) {
         // A shorter text differs at its NUL, so the comparison never reads past its end.
         const WCHAR *const differs =
-            std::mismatch(first + length, first + common, entry->logicalID + length).first;
+            std::mismatch(first + length, first + common, entry->logical_id + length).first;
         common = static_cast<std::size_t>(differs - first);
     }
     return common;
@@ -28,7 +28,7 @@ template <int kCharacterBits>
 bool read_parts(Entry *begin, Entry *end, std::size_t offset) {
     WCHAR all = 0;
     for (Entry *entry = begin; entry != end; ++entry) {
-        const WCHAR *at = entry->logicalID + offset;
+        const WCHAR *at = entry->logical_id + offset;
         entry->part = 0;
         for (int shift = 64; shift != 0 && *at != 0; ++at) {
             all |= *at;
@@ -54,7 +54,8 @@ void sort_entries(Entry *begin, Entry *end, std::size_t offset) {
     }
     // The block holds the texts in the order of their items: addresses order equal texts.
     std::sort(begin, end, [](const Entry &left, const Entry &right) {
-        return left.part != right.part ? left.part < right.part : left.logicalID < right.logicalID;
+        return left.part != right.part ? left.part < right.part
+                                       : left.logical_id < right.logical_id;
     });
     const std::uint64_t last_character = (std::uint64_t{1} << bits) - 1;
     const std::size_t next_offset = offset + static_cast<std::size_t>(64 / bits);

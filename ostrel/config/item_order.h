@@ -30,7 +30,7 @@ std::vector<IDMappingItem *> order_by_id(const Items &items);
 class ItemsByLogicalID {
 public:
     struct Entry {
-        const WCHAR *logicalID;  // in m_texts; valid as long as the list
+        const WCHAR *logical_id;  // in m_texts; valid as long as the list
         IDMappingItem *item;
         std::uint64_t part;  // the characters of the ID that were compared last
     };

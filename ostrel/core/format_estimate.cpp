@@ -239,10 +239,9 @@ private:
             case 'u':
             case 'x':
             case 'X':
-                va_arg(*m_args, std::int32_t);
-                return std::max<std::uint64_t>(sum, 32);
             case 'p':
-                va_arg(*m_args, void *);
+                letter == 'p' ? static_cast<void>(va_arg(*m_args, void *))
+                              : static_cast<void>(va_arg(*m_args, std::int32_t));
                 return std::max<std::uint64_t>(sum, 32);
             case 'e':
             case 'g':

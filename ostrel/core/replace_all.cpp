@@ -158,12 +158,13 @@ void for_each_hit(const Char *text, std::size_t length, std::basic_string_view<C
             const auto bit = static_cast<unsigned>(__builtin_ctz(mask));
             mask &= ~(((1u << sizeof(Char)) - 1) << bit);
             const std::size_t hit = at + bit / sizeof(Char);
-            if (hit >= from && inner_equal(hit)) {
-                if (!on_hit(hit)) {
-                    return;
-                }
-                from = hit + width;
+            if (hit < from || !inner_equal(hit)) {
+                continue;
             }
+            if (!on_hit(hit)) {
+                return;
+            }
+            from = hit + width;
         }
         at = std::max(at + kBlock, from);
         if (compared > 8 * (length / 4 + width) &&

@@ -22,8 +22,8 @@ constexpr DWORD kInTheWay = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FI
 
 // Gives new directories the attributes of existing ones.
 struct Inheritance {
-    bool noHidden;
-    bool noSystem;
+    bool no_hidden;
+    bool no_system;
 
     void PassDown(const WCHAR *created) const {
         const DWORD ancestor = GetFileAttributesW(getParentDirectory(created, true));
@@ -35,10 +35,10 @@ struct Inheritance {
             return;
         }
         DWORD changed = own | (ancestor & kPassedDown);
-        if (noHidden) {
+        if (no_hidden) {
             changed &= ~(ancestor & FILE_ATTRIBUTE_HIDDEN);
         }
-        if (noSystem) {
+        if (no_system) {
             changed &= ~(ancestor & FILE_ATTRIBUTE_SYSTEM);
         }
         if (changed != own) {

@@ -16,9 +16,9 @@
 // ERROR_FILENAME_EXCED_RANGE, and a directory whose path and pattern together are longer cannot be
 // listed.
 //
-// Symbolic links. The walks follow links. They list a link to a directory that lies on the way down
-// to the link, but do not enter it. deleteTree removes the links that it meets, and moveDirectory
-// moves them; both leave the targets alone.
+// Symbolic links. Walks follow links. A link to a directory on the way down to the link is listed
+// and not entered. deleteTree removes the links that it meets, and moveDirectory moves them; both
+// leave the targets alone.
 //
 // Threads: the functions keep no state and take no lock. Two calls that change the same tree at the
 // same time disturb each other.
@@ -246,7 +246,7 @@ OSTREL_API bool moveFiles(const WCHAR *source, const WCHAR *target, const WCHAR 
 //
 // A null `dir` deletes nothing; an empty `dir` is the current directory. Links are not followed: a
 // link to a file is deleted as a file, and a link to a directory, `dir` too, counts as an empty
-// directory. A path that continues behind the link (c:\link\.) is followed.
+// directory. A path that continues after the link (c:\link\.) is followed.
 //
 // Safe against others only when they cannot rename the directories of the tree. All calls use
 // paths: someone who replaces a directory by a link, between the check of the directory and a

@@ -111,6 +111,7 @@ DWORD calcFileSize(const WCHAR *dir, const WCHAR *spec, unsigned int attrib, LON
     return sum;
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): the interface takes a copy
 DWORD calcFileSize(std::vector<OS::x_wstring> files) {
     DWORD sum = 0;
     for (const OS::x_wstring &file : files) {

@@ -131,15 +131,15 @@ bool isDiskExist(const WCHAR *path) {
 
 bool isEnoughFreeDiskSpace(WCHAR drive, DWORD required) {
     const WCHAR root[] = {drive, TEXT(':'), TEXT('\\'), 0};
-    DWORD sectorsPerCluster = 0, bytesPerSector = 0, freeClusters = 0, totalClusters = 0;
-    if (!GetDiskFreeSpaceW(root, &sectorsPerCluster, &bytesPerSector, &freeClusters,
-                           &totalClusters)) {
+    DWORD sectors_per_cluster = 0, bytes_per_sector = 0, free_clusters = 0, total_clusters = 0;
+    if (!GetDiskFreeSpaceW(root, &sectors_per_cluster, &bytes_per_sector, &free_clusters,
+                           &total_clusters)) {
         return false;
     }
     // The product of all three would need up to 96 bits. A number of sectors has more than
     // `required` bytes exactly when it is greater than the number of whole sectors in `required`.
-    const std::uint64_t freeSectors = std::uint64_t{freeClusters} * sectorsPerCluster;
-    return bytesPerSector > 0 && freeSectors > required / bytesPerSector;
+    const std::uint64_t free_sectors = std::uint64_t{free_clusters} * sectors_per_cluster;
+    return bytes_per_sector > 0 && free_sectors > required / bytes_per_sector;
 }
 
 bool getFileSize(const WCHAR *path, DWORD &size) {

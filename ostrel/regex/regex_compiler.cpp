@@ -283,7 +283,7 @@ void Compiler::BeginLookAhead() {
     Add(Instruction{OpStorePos, position}, Instruction{OpStoreStack, depth},
         Instruction{OpCall, m_next + kLookAheadHead}, Instruction{OpLoadPos, position},
         Instruction{OpLoadStack, depth}, Instruction{OpJump, 0});
-    ++m_sequences.back().element.lookAheads;
+    ++m_sequences.back().element.look_aheads;
 }
 
 RegexResult Compiler::OpenGroup() {
@@ -385,7 +385,7 @@ void Compiler::BeginElement(Sequence &sequence) const {
 
 // Continues after an atom.
 RegexResult Compiler::FinishAtom(Emptiness emptiness) {
-    if (begins_suffix(*m_at) || m_sequences.back().element.lookAheads != 0) {
+    if (begins_suffix(*m_at) || m_sequences.back().element.look_aheads != 0) {
         return FinishSuffix(emptiness);
     }
     return FinishAlternation(emptiness);
@@ -533,7 +533,7 @@ void Compiler::WriteLoopTail(std::uint32_t head, Quantifier quantifier) {
 }
 
 void Compiler::WriteLookAheadTails(const Element &element) {
-    for (std::uint32_t left = element.lookAheads; left != 0; --left) {
+    for (std::uint32_t left = element.look_aheads; left != 0; --left) {
         const std::uint32_t head = element.atom + (left - 1) * kLookAheadHead;
         const Word position = At(head).operand;
         Add(Instruction{OpLoadPos, position}, Instruction{OpLoadStack, position + 1},

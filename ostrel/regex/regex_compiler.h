@@ -38,11 +38,11 @@ private:
 
     // The element that is being compiled.
     struct Element {
-        std::uint32_t start;           // index of its first instruction
-        std::uint32_t atom;            // index of the first one of its atom and look-aheads
-        std::uint32_t slot;            // the first memory slot of its atom
-        std::uint32_t lookAheads = 0;  // number of look-aheads before the atom
-        bool headed = false;           // the head that the suffix needs has been written
+        std::uint32_t start;            // index of its first instruction
+        std::uint32_t atom;             // index of the first one of its atom and look-aheads
+        std::uint32_t slot;             // the first memory slot of its atom
+        std::uint32_t look_aheads = 0;  // number of look-aheads before the atom
+        bool headed = false;            // the head that the suffix needs has been written
     };
 
     // A sequence that is being compiled.
@@ -53,10 +53,10 @@ private:
         std::uint32_t alternation;  // index of the first instruction of its last alternation
         std::uint32_t slot;         // the first memory slot of that alternation
         std::uint32_t jumps = 0;    // index of the last jump to the end of that alternation
-        Emptiness whole = Emptiness::kKept;  // of what comes before that alternation
+        Emptiness whole = Emptiness::kKept;  // of the code before that alternation
         Emptiness last = Emptiness::kKept;   // of that alternation's left sides
         Element element;
-        const WCHAR *resume = nullptr;  // where the pattern goes on behind an abbreviation
+        const WCHAR *resume = nullptr;  // the pattern after an abbreviation
     };
 
     // The first code of an abbreviation; size 0 means that there is none.

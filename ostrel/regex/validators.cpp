@@ -79,10 +79,10 @@ bool CheckPathFormat(const WCHAR *path, std::uint64_t length) {
     if (length >= kPathSize) {
         return false;
     }
-    CompiledPattern nameStart;
-    CompiledPattern nameEnd;
-    if (nameStart.Compile(kNameStartPattern, 0) != RegexOk ||
-        nameEnd.Compile(kNameEndPattern, 0) != RegexOk) {
+    CompiledPattern name_start;
+    CompiledPattern name_end;
+    if (name_start.Compile(kNameStartPattern, 0) != RegexOk ||
+        name_end.Compile(kNameEndPattern, 0) != RegexOk) {
         return false;
     }
     if (path == nullptr && length != 0) {
@@ -92,8 +92,8 @@ bool CheckPathFormat(const WCHAR *path, std::uint64_t length) {
     if (length != 0) {
         std::memcpy(copy, path, static_cast<std::size_t>(length) * sizeof(WCHAR));
     }
-    MatchContext startContext(kInitialStack);
-    MatchContext endContext(kInitialStack);
-    return nameStart.Match(copy, &startContext, nullptr) != 0 &&
-           nameEnd.Match(copy, &endContext, nullptr) != 0;
+    MatchContext start_context(kInitialStack);
+    MatchContext end_context(kInitialStack);
+    return name_start.Match(copy, &start_context, nullptr) != 0 &&
+           name_end.Match(copy, &end_context, nullptr) != 0;
 }

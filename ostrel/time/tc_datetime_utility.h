@@ -194,8 +194,8 @@ public:
     CTime operator+(const CTime &other) const;
 
     // Returns the distance from `other` to this time as an amount of days, hours, minutes and
-    // seconds; tm_year and tm_mon are 0. No part is positive when this time is the earlier one. A time
-    // out of range counts as -1. Normalises neither operand.
+    // seconds; tm_year and tm_mon are 0. No part is positive when this time is the earlier one. A
+    // time out of range counts as -1. Normalises neither operand.
     CTime operator-(const CTime &other) const noexcept;
 
     // Add or subtract a span and return local time. A time out of range counts as -1. Throw
