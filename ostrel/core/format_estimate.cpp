@@ -224,6 +224,11 @@ private:
         return static_cast<std::uint64_t>(std::max(value, 0));
     }
 
+    template <class Value>
+    void Skip() {
+        static_cast<void>(va_arg(*m_args, Value));
+    }
+
     std::uint64_t Item(Char letter, const Conversion &conversion) {
         const std::uint64_t sum = conversion.width + conversion.precision;
         switch (letter) {
@@ -239,19 +244,20 @@ private:
             case 'u':
             case 'x':
             case 'X':
+                Skip<std::int32_t>();
+                return std::max<std::uint64_t>(sum, 32);
             case 'p':
-                letter == 'p' ? static_cast<void>(va_arg(*m_args, void *))
-                              : static_cast<void>(va_arg(*m_args, std::int32_t));
+                Skip<void *>();
                 return std::max<std::uint64_t>(sum, 32);
             case 'e':
             case 'g':
             case 'G':
-                va_arg(*m_args, double);
+                Skip<double>();
                 return std::max<std::uint64_t>(sum, 128);
             case 'f':
                 return fixed_item(conversion, va_arg(*m_args, double));
             case 'n':
-                va_arg(*m_args, void *);
+                Skip<void *>();
                 return 0;
             default:
                 m_complete = false;
