@@ -48,8 +48,9 @@
 // share mode FILE_SHARE_READ | FILE_SHARE_WRITE. The rules hold between all users of the layer, in
 // one process and in several. The rules are implemented with open-file-description locks, so they
 // work only for files that this user may open for reading, on file systems that have such locks. A
-// running program cannot be opened for writing, deleted or replaced either. Of two conflicting
-// opens at the same moment both may fail, but never both succeed.
+// running program cannot be opened for writing, deleted or replaced either. Of conflicting opens or
+// deletions at the same moment one succeeds, and the others fail as soon as it has; a call that has
+// to find out waits up to a fifth of a second.
 //
 // Errors. The calls below name two groups of codes. A "path error" is one of:
 //   ERROR_PATH_NOT_FOUND        the path is null or empty; its drive does not exist; no host file

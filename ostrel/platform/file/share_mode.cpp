@@ -3,17 +3,23 @@
 #include <fcntl.h>
 #include <pthread.h>
 #include <sched.h>
+#include <sys/random.h>
+#include <time.h>
 
 #include <atomic>
 #include <cerrno>
+#include <cstdint>
 
 namespace ostrel_platform {
 namespace {
 
+// The locks lie far behind the end of any file. A byte of the first range tells an access and a
+// share mode. A byte of the second range is a ticket, which an open holds while another open of the
+// same moment contends with it.
 constexpr off_t kFirstByte = 0x7000000000000000;
 constexpr unsigned kModes = 8;  // of three bits
 constexpr unsigned kBytes = kModes * kModes;
-constexpr int kAttempts = 6;
+constexpr unsigned kTickets = 1u << 30;
 
 constexpr bool go_together(unsigned access, unsigned share, unsigned byte) {
     return (access & ~(byte % kModes)) == 0 && (byte / kModes & ~share) == 0;
@@ -33,9 +39,14 @@ struct flock lock_of(short type, unsigned first, unsigned count) {
     return lock;
 }
 
+bool set_lock(int file, short type, unsigned byte) noexcept {
+    struct flock lock = lock_of(type, byte, 1);
+    return fcntl(file, F_OFD_SETLK, &lock) == 0;
+}
+
 // Whether another open has a lock on one of the bytes [first, end) that does not go with this
-// access and share mode. The host tells any one lock of a range, so that each one which goes with
-// them splits the rest. A longer lock is not of this layer and says nothing.
+// access and share mode. The host tells any one lock of a range, so each compatible lock that it
+// tells splits the rest. A longer lock is not of this layer and says nothing.
 bool has_conflict(int file, unsigned access, unsigned share, unsigned first,
                   unsigned end) noexcept {
     while (first < end) {
@@ -52,26 +63,126 @@ bool has_conflict(int file, unsigned access, unsigned share, unsigned first,
     return false;
 }
 
-// 0 or EBUSY.
+unsigned draw_ticket() noexcept {
+    unsigned number = 0;
+    if (getrandom(&number, sizeof number, GRND_NONBLOCK) != sizeof number) {
+        timespec now;
+        clock_gettime(CLOCK_MONOTONIC, &now);
+        number = static_cast<unsigned>(now.tv_nsec) * 2654435761u;  // Knuth's multiplicative hash
+    }
+    return number % kTickets;
+}
+
+// An open that contends with others of the same moment. Each lock that it takes is a read lock, so
+// the host never makes it wait.
+class Contender {
+public:
+    Contender(int file, unsigned access, unsigned share)
+        : m_file(file), m_access(access), m_share(share) {}
+
+    // Settles a conflict that was seen while this open held its share lock. Of the opens that
+    // contend at least one gets its lock: an open believes that a conflicting lock is there to stay
+    // only when, holding a ticket itself, it sees the lock and no other ticket. The open that draws
+    // last therefore finds either such a lock or nobody. Between two tickets the lower one stays,
+    // and the other open lets go and looks again.
+    //
+    // Returns 0 with the share lock held, or EBUSY without the lock.
+    int Settle() noexcept {
+        while (m_pauses < kMaxPauses) {
+            const Outcome outcome = Draw();
+            if (outcome == Outcome::kHeld) {
+                return 0;
+            }
+            if (outcome == Outcome::kRefused || !WaitForOthers()) {
+                return EBUSY;
+            }
+            if (!Conflicts()) {
+                return 0;
+            }
+        }
+        set_lock(m_file, F_UNLCK, Byte());
+        return EBUSY;
+    }
+
+private:
+    enum class Outcome { kHeld, kRefused, kSteppedBack };
+
+    // About a fifth of a second; an open takes some microseconds.
+    static constexpr int kMaxPauses = 400;
+
+    unsigned Byte() const { return m_access * kModes + m_share; }
+    bool Conflicts() const noexcept { return has_conflict(m_file, m_access, m_share, 0, kBytes); }
+
+    // Whether another open holds one of `count` tickets from `first` on.
+    bool IsHeld(unsigned first, unsigned count) const noexcept {
+        struct flock lock = lock_of(F_WRLCK, kBytes + first, count);
+        return fcntl(m_file, F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
+    }
+
+    void Pause() noexcept {
+        if (++m_pauses <= 8) {
+            sched_yield();
+        } else {
+            const timespec half_a_millisecond = {0, 500'000};
+            nanosleep(&half_a_millisecond, nullptr);
+        }
+    }
+
+    // Draws a ticket and keeps to it. The share lock is held before, and behind it only for kHeld.
+    Outcome Draw() noexcept {
+        const unsigned ticket = draw_ticket();
+        set_lock(m_file, F_RDLCK, kBytes + ticket);
+        Outcome outcome = Outcome::kSteppedBack;
+        while (m_pauses < kMaxPauses) {
+            if (!Conflicts()) {
+                outcome = Outcome::kHeld;
+                break;
+            }
+            if (IsHeld(0, ticket + 1)) {
+                break;
+            }
+            if (!IsHeld(ticket + 1, kTickets - ticket - 1)) {
+                // The conflicting open may have let go between the two looks.
+                outcome = Conflicts() ? Outcome::kRefused : Outcome::kHeld;
+                break;
+            }
+            Pause();
+        }
+        if (outcome != Outcome::kHeld) {
+            set_lock(m_file, F_UNLCK, Byte());
+        }
+        set_lock(m_file, F_UNLCK, kBytes + ticket);
+        return outcome;
+    }
+
+    // Waits without any lock until nobody stands in the way, then takes the share lock again.
+    // Returns false when a conflicting lock is there and nobody contends any more.
+    bool WaitForOthers() noexcept {
+        while (m_pauses < kMaxPauses) {
+            Pause();
+            if (!Conflicts()) {
+                return set_lock(m_file, F_RDLCK, Byte());
+            }
+            if (!IsHeld(0, kTickets) && Conflicts()) {
+                return false;
+            }
+        }
+        return false;
+    }
+
+    int m_file;
+    unsigned m_access;
+    unsigned m_share;
+    int m_pauses = 0;
+};
+
+// Returns 0 or EBUSY.
 int take_share(int file, unsigned access, unsigned share) noexcept {
-    if (access == 0) {
+    const bool locked = access != 0 && set_lock(file, F_RDLCK, access * kModes + share);
+    if (!locked || !has_conflict(file, access, share, 0, kBytes)) {
         return 0;
     }
-    const unsigned byte = access * kModes + share;
-    for (int attempt = 0; attempt < kAttempts; ++attempt) {
-        // Of two that open at once both may see the other and step back. From then on each looks
-        // before it locks, so as not to be in the way of others.
-        if (attempt > 0 && (sched_yield(), has_conflict(file, access, share, 0, kBytes))) {
-            continue;
-        }
-        struct flock lock = lock_of(F_RDLCK, byte, 1);
-        if (fcntl(file, F_OFD_SETLK, &lock) != 0 || !has_conflict(file, access, share, 0, kBytes)) {
-            return 0;
-        }
-        lock = lock_of(F_UNLCK, byte, 1);
-        fcntl(file, F_OFD_SETLK, &lock);
-    }
-    return EBUSY;
+    return Contender(file, access, share).Settle();
 }
 
 }  // namespace
