@@ -137,6 +137,12 @@ void move_aside(const WCHAR *path) {
     MoveFileW(path, aside);
 }
 
+// Whether a handle is open on what may never come to an end: a FIFO, socket or device.
+bool is_endless(HANDLE file) {
+    const DWORD type = GetFileType(file);
+    return type == FILE_TYPE_PIPE || type == FILE_TYPE_CHAR;
+}
+
 // A failed read ends the copy as the end of the file does. Returns false when a write fails.
 bool copy_content(HANDLE source, HANDLE target) {
     char buffer[16383];
@@ -188,7 +194,7 @@ bool copyFileEx(const WCHAR *pszExisting, const WCHAR *pszNew, bool fMoveBusyAsi
     {
         const CHandle source(CreateFileW(pszExisting, GENERIC_READ, FILE_SHARE_READ, nullptr,
                                          OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
-        if (source == INVALID_HANDLE_VALUE) {
+        if (source == INVALID_HANDLE_VALUE || is_endless(source)) {
             return false;
         }
         stamp.Read(source, pszExisting);

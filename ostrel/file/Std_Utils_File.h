@@ -96,8 +96,8 @@ OSTREL_API bool isDiskExist(const WCHAR *path);
 OSTREL_API bool isEnoughFreeDiskSpace(WCHAR drive, DWORD required);
 
 // Stores the low 32 bits of a file's size in bytes; 0 for a directory. `path` may end in a pattern;
-// the first match counts. Returns true. When nothing is found, returns false and leaves `size` as
-// it is.
+// the file of that very name counts, else the first match. Returns true. When nothing is found,
+// returns false and leaves `size` as it is.
 OSTREL_API bool getFileSize(const WCHAR *path, DWORD &size);
 
 // Stores the times of a file, in UTC; a null pointer skips that time. `path` may end in a pattern
@@ -181,8 +181,8 @@ OSTREL_API bool createDirectory(const WCHAR *path, bool fPathHasFile, bool fNoHi
 // Returns true when the copy was made or was not needed. A failed read ends the copy as the end of
 // the file does: the function then sets attributes and times and returns true, and the last error
 // is that of ReadFile unless a later call fails. A failure to set attributes or times is not
-// reported. On failure to open either file or to write returns false; the bytes that were written
-// stay.
+// reported. On failure to open either file or to write returns false, as for a source that is a
+// FIFO, socket or character device; the bytes that were written stay.
 OSTREL_API bool copyFileEx(const WCHAR *pszExisting, const WCHAR *pszNew, bool fMoveBusyAside);
 
 // Moves a file with MoveFileExW and the flags `dwFlag`. With `fIgnoreAttribute` not 0, first
@@ -206,7 +206,8 @@ OSTREL_API bool moveFileEx(const WCHAR *pszExistingFile, const WCHAR *pszNewFile
 // to the files of `source` itself only.
 //
 // Returns 1, also when `source` does not exist. On failure returns 0: when a file fails, when an
-// existing directory cannot be listed, and when `target` cannot be created. The last error may be
+// existing directory, or an entry of it, cannot be read, and when `target` cannot be created. An
+// entry that cannot be read counts as a file that fails. The last error may be
 // that of a later call; a directory whose files cannot be listed sets errno instead.
 OSTREL_API int copyDirectory(const WCHAR *source, const WCHAR *target, int fIncludeSubDirectory,
                              int fContinueOnError, int fMoveBusyAside);
@@ -218,9 +219,9 @@ OSTREL_API int copyDirectory(const WCHAR *source, const WCHAR *target, int fIncl
 // `reserved` is ignored.
 //
 // Returns 1, also when `source` does not exist, or is not empty at the end. On failure returns 0:
-// when a file or link cannot be moved, when an existing directory cannot be listed, and when
-// `target` cannot be created. A directory whose files cannot be listed sets errno instead of the
-// last error.
+// when a file or link cannot be moved, when an existing directory, or an entry of it, cannot be
+// read, and when `target` cannot be created. A directory whose files cannot be listed sets errno
+// instead of the last error.
 OSTREL_API int moveDirectory(const WCHAR *source, const WCHAR *target, int fIncludeSubDirectory,
                              int reserved);
 
@@ -231,7 +232,8 @@ OSTREL_API int moveDirectory(const WCHAR *source, const WCHAR *target, int fIncl
 // .profile, is moved beside `target`, to c:\target.profile.
 //
 // Returns true, also when nothing matches. On failure returns false: when `target` cannot be
-// created, and at the first file that cannot be moved, which ends the call.
+// created, when an entry of an existing directory cannot be read (then nothing is moved), and at
+// the first file that cannot be moved, which ends the call.
 OSTREL_API bool moveFiles(const WCHAR *source, const WCHAR *target, const WCHAR *spec, DWORD dwFlag,
                           int fRecursive);
 

@@ -21,11 +21,12 @@ bool takes_all(const std::u16string_view spec) {
 // Does what `collect` does for a pattern that matches all names, with one search for each
 // directory. Keeps the paths of a directory until those of its subdirectories have been added.
 LONG collect_all(const WCHAR *dir, bool directories, bool recursive,
-                 std::vector<OS::x_wstring> *paths) {
+                 std::vector<OS::x_wstring> *paths, bool *failed) {
     std::vector<OS::x_wstring> here;
     std::vector<OS::x_wstring> below;
     JoinedPath path(dir);
-    for (Entries entries(path.With(TEXT("*.*"))); entries.Found(); entries.Next()) {
+    Entries entries(path.With(TEXT("*.*")));
+    for (; entries.Found(); entries.Next()) {
         const WCHAR *const full = path.With(entries->name);
         if (entries.IsDirectory() == directories) {
             here.emplace_back(full);
@@ -35,9 +36,10 @@ LONG collect_all(const WCHAR *dir, bool directories, bool recursive,
             below.emplace_back(full);
         }
     }
+    *failed = *failed || entries.Failed();
     LONG count = static_cast<LONG>(here.size());
     for (const OS::x_wstring &subdirectory : below) {
-        count += collect_all(subdirectory, directories, true, paths);
+        count += collect_all(subdirectory, directories, true, paths, failed);
     }
     paths->insert(paths->end(), std::make_move_iterator(here.begin()),
                   std::make_move_iterator(here.end()));
@@ -47,38 +49,60 @@ LONG collect_all(const WCHAR *dir, bool directories, bool recursive,
 // The walk of both collecting functions. Calls `take(path, entry)` for each entry; `path` holds the
 // directory. Keeps no entries, so the subdirectories, which come first, need their own search.
 template <class Take>
-LONG collect(const WCHAR *dir, const WCHAR *spec, bool directories, bool recursive, Take &take) {
+LONG collect(const WCHAR *dir, const WCHAR *spec, bool directories, bool recursive, Take &take,
+             bool *failed) {
     LONG count = 0;
     JoinedPath path(dir);
     if (recursive) {
-        for (Subdirectories below(&path); below.Found(); below.Next()) {
+        Subdirectories below(&path);
+        for (; below.Found(); below.Next()) {
             const WCHAR *const subdirectory = path.With(below.Name());
             if (detail::may_enter(below.Attributes(), subdirectory)) {
-                count += collect(subdirectory, spec, directories, recursive, take);
+                count += collect(subdirectory, spec, directories, recursive, take, failed);
             }
         }
+        *failed = *failed || below.Failed();
     }
-    for (Entries entries(path.With(spec)); entries.Found(); entries.Next()) {
+    Entries entries(path.With(spec));
+    for (; entries.Found(); entries.Next()) {
         if (entries.IsDirectory() == directories) {
             take(&path, entries.operator->());
             ++count;
         }
     }
+    *failed = *failed || entries.Failed();
     return count;
+}
+
+LONG collect_paths(const WCHAR *dir, const WCHAR *spec, bool directories, bool recursive,
+                   std::vector<OS::x_wstring> *paths, bool *failed) {
+    if (takes_all(spec)) {
+        return collect_all(dir, directories, recursive, paths, failed);
+    }
+    auto take = [paths](JoinedPath *path, const _wfinddata64i32_t *entry) {
+        paths->emplace_back(path->With(entry->name));
+    };
+    return collect(dir, spec, directories, recursive, take, failed);
 }
 
 }  // namespace
 
+namespace detail {
+
+bool collect_files(const WCHAR *dir, const WCHAR *spec, bool recursive,
+                   std::vector<OS::x_wstring> *files) {
+    bool failed = false;
+    collect_paths(dir, spec, false, recursive, files, &failed);
+    return !failed;
+}
+
+}  // namespace detail
+
 LONG collectFiles(std::vector<OS::x_wstring> &files, const WCHAR *dir, const WCHAR *spec,
                   unsigned int attrib, LONG *, bool fRecursive, const WCHAR *) {
-    const bool directories = detail::is_directory(attrib);
-    if (takes_all(or_empty(spec))) {
-        return collect_all(or_empty(dir), directories, fRecursive, &files);
-    }
-    auto take = [&files](JoinedPath *path, const _wfinddata64i32_t *entry) {
-        files.emplace_back(path->With(entry->name));
-    };
-    return collect(or_empty(dir), or_empty(spec), directories, fRecursive, take);
+    bool failed = false;
+    return collect_paths(or_empty(dir), or_empty(spec), detail::is_directory(attrib), fRecursive,
+                         &files, &failed);
 }
 
 LONG collectFilesEx(void (*callback)(unsigned int, std::int64_t, std::int64_t, std::int64_t, DWORD,
@@ -91,7 +115,9 @@ LONG collectFilesEx(void (*callback)(unsigned int, std::int64_t, std::int64_t, s
                      entry->size, entry->name, context);
         }
     };
-    return collect(or_empty(dir), or_empty(spec), detail::is_directory(attrib), fRecursive, take);
+    bool failed = false;
+    return collect(or_empty(dir), or_empty(spec), detail::is_directory(attrib), fRecursive, take,
+                   &failed);
 }
 
 DWORD calcFileSize(const WCHAR *dir, const WCHAR *spec, unsigned int attrib, LONG *reserved,

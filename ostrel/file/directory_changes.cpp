@@ -48,17 +48,18 @@ int copyDirectory(const WCHAR *source, const WCHAR *target, int fIncludeSubDirec
     }
     JoinedPath from(or_empty(source));
     JoinedPath to(or_empty(target));
+    int result = 1;
     if (fIncludeSubDirectory != 0) {
         std::vector<x_wstring> names;
         {
             Subdirectories below(&from);
-            if (below.Failed()) {
-                return 0;
-            }
             for (; below.Found(); below.Next()) {
                 if (detail::may_enter(below.Attributes(), from.With(below.Name()))) {
                     names.emplace_back(below.Name());
                 }
+            }
+            if (below.Failed()) {
+                result = 0;
             }
         }
         for (const x_wstring &name : names) {
@@ -67,18 +68,20 @@ int copyDirectory(const WCHAR *source, const WCHAR *target, int fIncludeSubDirec
             }
         }
     }
+    if (result == 0 && fContinueOnError == 0) {
+        return 0;
+    }
     Entries entries(from.With(TEXT("*.*")));
-    int result = entries.Failed() ? 0 : 1;
-    for (; entries.Found(); entries.Next()) {
+    const auto goes_on = [&] {
+        return fContinueOnError != 0 || (result != 0 && !entries.Failed());
+    };
+    for (; entries.Found() && goes_on(); entries.Next()) {
         if (!entries.IsDirectory() &&
             !copyFileEx(from.With(entries->name), to.With(entries->name), fMoveBusyAside != 0)) {
             result = 0;
-            if (fContinueOnError == 0) {
-                break;
-            }
         }
     }
-    return result;
+    return entries.Failed() ? 0 : result;
 }
 
 int moveDirectory(const WCHAR *source, const WCHAR *target, int fIncludeSubDirectory, int) {
@@ -96,6 +99,9 @@ int moveDirectory(const WCHAR *source, const WCHAR *target, int fIncludeSubDirec
         for (; below.Found() && fIncludeSubDirectory != 0; below.Next()) {
             names.emplace_back(below.Name());
         }
+        if (below.Failed()) {
+            return 0;
+        }
     }
     for (const x_wstring &name : names) {
         if (!move_subdirectory(from.With(name), to.With(name), fIncludeSubDirectory)) {
@@ -103,14 +109,14 @@ int moveDirectory(const WCHAR *source, const WCHAR *target, int fIncludeSubDirec
         }
     }
     Entries entries(from.With(TEXT("*.*")));
-    if (entries.Failed()) {
-        return 0;
-    }
-    for (; entries.Found(); entries.Next()) {
+    for (; entries.Found() && !entries.Failed(); entries.Next()) {
         if (!entries.IsDirectory() &&
             !moveFileEx(from.With(entries->name), to.With(entries->name), kMoveOver, 1)) {
             return 0;
         }
+    }
+    if (entries.Failed()) {
+        return 0;
     }
     RemoveDirectoryW(from.Directory());
     return 1;
@@ -118,13 +124,13 @@ int moveDirectory(const WCHAR *source, const WCHAR *target, int fIncludeSubDirec
 
 bool moveFiles(const WCHAR *source, const WCHAR *target, const WCHAR *spec, DWORD dwFlag,
                int fRecursive) {
-    constexpr unsigned int kFiles = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN |
-                                    FILE_ATTRIBUTE_SYSTEM | FILE_ATTRIBUTE_ARCHIVE;
     if (!exists_or_is_created(target)) {
         return false;
     }
     std::vector<x_wstring> files;
-    collectFiles(files, source, spec, kFiles, nullptr, fRecursive != 0, nullptr);
+    if (!detail::collect_files(or_empty(source), or_empty(spec), fRecursive != 0, &files)) {
+        return false;
+    }
     JoinedPath to(or_empty(target));
     for (const x_wstring &file : files) {
         const x_wstring path = x_wstring(to.With(getFilename(file))) + getFileExt(file);

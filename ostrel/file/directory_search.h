@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <vector>
 
 #include "ostrel/core/handles.h"
 #include "ostrel/file/joined_path.h"
@@ -26,11 +27,21 @@ public:
           m_search(m_first != -1 ? m_first : 0),
           m_found(m_first != -1) {}
 
-    // Returns true when the directory exists and could not be listed.
+    // Returns true when the directory exists and could not be listed, or an entry was left out
+    // because its facts could not be read.
     bool Failed() const noexcept { return m_error != 0 && m_error != ENOENT; }
 
     bool Found() const noexcept { return m_found; }
-    void Next() noexcept { m_found = _wfindnext64i32(m_first, &m_entry) == 0; }
+
+    // Goes to the next entry whose facts can be read.
+    void Next() noexcept {
+        m_found = false;
+        for (int error = EIO; !m_found && error != ENOENT && error != EINVAL;) {
+            m_found = _wfindnext64i32(m_first, &m_entry) == 0;
+            error = m_found ? ENOENT : errno;
+            m_error = error != ENOENT ? error : m_error;
+        }
+    }
     _wfinddata64i32_t *operator->() noexcept { return &m_entry; }
 
     bool IsDirectory() const noexcept { return is_directory(m_entry.attrib); }
@@ -61,7 +72,8 @@ public:
     bool IsThere() const noexcept {
         return m_error != ERROR_PATH_NOT_FOUND && m_error != ERROR_DIRECTORY;
     }
-    // Returns true when the directory exists and could not be listed.
+    // Returns true when the directory exists and could not be listed, or an entry was left out
+    // because its facts could not be read.
     bool Failed() const noexcept {
         return m_error != ERROR_SUCCESS && m_error != ERROR_FILE_NOT_FOUND && IsThere();
     }
@@ -75,7 +87,17 @@ public:
     DWORD Attributes() const noexcept { return m_entry.dwFileAttributes; }
 
 private:
-    void Advance() noexcept { m_found = FindNextFileW(m_search, &m_entry) != FALSE; }
+    void Advance() noexcept {
+        m_found = false;
+        for (DWORD error = ERROR_SUCCESS; !m_found && error != ERROR_NO_MORE_FILES;) {
+            m_found = FindNextFileW(m_search, &m_entry) != FALSE;
+            error = m_found ? ERROR_NO_MORE_FILES : GetLastError();
+            if (error == ERROR_INVALID_HANDLE) {
+                return;
+            }
+            m_error = error != ERROR_NO_MORE_FILES ? error : m_error;
+        }
+    }
     void SkipOthers() noexcept {
         while (m_found && (!is_directory(Attributes()) || *Name() == TEXT('.'))) {
             Advance();
@@ -87,6 +109,11 @@ private:
     bool m_found;
     DWORD m_error;
 };
+
+// Adds the files that match a pattern to `files`, in the order of collectFiles. Returns false when
+// a part of the tree could not be listed.
+bool collect_files(const WCHAR *dir, const WCHAR *spec, bool recursive,
+                   std::vector<OS::x_wstring> *files);
 
 }  // namespace NS_FileUtils::detail
 

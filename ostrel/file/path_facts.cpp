@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <memory>
+#include <string_view>
 
 #include "ostrel/core/handles.h"
 #include "ostrel/file/Std_Utils_File.h"
@@ -39,9 +40,26 @@ const WCHAR *existing_path_in(const WCHAR *variable) {
     return value != nullptr && _waccess(value, 0) != -1 ? value : nullptr;
 }
 
+// Finds the file of a path. The host lets names hold '*' and '?': of the files that such a path
+// matches the one of that very name comes before all others.
 bool find(const WCHAR *path, WIN32_FIND_DATAW *data) {
-    const CFindHandle search(FindFirstFileW(path, data));
-    return search != INVALID_HANDLE_VALUE;
+    WIN32_FIND_DATAW entry;
+    const CFindHandle search(FindFirstFileW(path, &entry));
+    if (search == INVALID_HANDLE_VALUE) {
+        return false;
+    }
+    *data = entry;
+    const std::u16string_view text(path);
+    const std::u16string_view name = text.substr(text.find_last_of(TEXT("\\/:")) + 1);
+    if (name.find_first_of(TEXT("*?")) != name.npos) {
+        do {
+            if (name == entry.cFileName) {
+                *data = entry;
+                break;
+            }
+        } while (FindNextFileW(search, &entry));
+    }
+    return true;
 }
 
 }  // namespace

@@ -159,6 +159,16 @@ OSTREL_PLATFORM_API HANDLE CreateFileW(const WCHAR *path, DWORD access, DWORD sh
                                        SECURITY_ATTRIBUTES *security, DWORD creation, DWORD flags,
                                        HANDLE pattern) noexcept;
 
+inline constexpr DWORD FILE_TYPE_UNKNOWN = 0;
+inline constexpr DWORD FILE_TYPE_DISK = 1;
+inline constexpr DWORD FILE_TYPE_CHAR = 2;
+inline constexpr DWORD FILE_TYPE_PIPE = 3;
+
+// Tells what a handle of CreateFileW is open on. Returns FILE_TYPE_DISK for a file, directory or
+// block device, FILE_TYPE_CHAR for a character device, and FILE_TYPE_PIPE for a FIFO or socket.
+// Otherwise returns FILE_TYPE_UNKNOWN and sets the last error to ERROR_INVALID_HANDLE.
+OSTREL_PLATFORM_API DWORD GetFileType(HANDLE file) noexcept;
+
 // Reads up to `count` bytes at the file position and advances it. A regular file gives fewer bytes
 // only at its end; a FIFO, socket or device gives what one read of the host gives, and the call
 // waits for the first byte; a FIFO without a writer is at its end. `*done` receives the number of

@@ -1,3 +1,5 @@
+#include <sys/stat.h>
+
 #include "ostrel/file/Std_Utils_File.h"
 
 #include <cstring>
@@ -88,6 +90,16 @@ TEST(StdUtilsFile, CopyFileExRefusesOrMovesAsideWhatIsInTheWay) {
         EXPECT_EQ(lines_of().size(), before.size() + c.added);
         EXPECT_TRUE(c.error != 0 ? lines_of() == before : content_of(c.target) == "new");
     }
+}
+
+TEST(StdUtilsFile, CopyFileExRefusesWhatHasNoEnd) {
+    const Planted dir("zero->/dev/zero");
+    ASSERT_EQ(mkfifo("fifo", 0600), 0);
+    std::FILE *const idle_writer = std::fopen("fifo", "r+");
+    EXPECT_FALSE(copyFileEx(TEXT("zero"), TEXT("t"), false));
+    EXPECT_FALSE(copyFileEx(TEXT("fifo"), TEXT("t"), false));
+    EXPECT_FALSE(fs::exists("t"));
+    std::fclose(idle_writer);
 }
 
 TEST(StdUtilsFile, MoveFileExClearsAttributesWhenAskedTo) {

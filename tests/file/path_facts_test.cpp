@@ -91,6 +91,16 @@ TEST(PathFacts, AreThoseOfTheFileOrOfTheFirstMatch) {
     }
 }
 
+TEST(PathFacts, AreThoseOfANameThatLooksLikeAPattern) {
+    const Planted dir("ax=four bx=four ?x=1 *=22 d/*=22 d/other=333");
+    DWORD size = 0;
+    EXPECT_TRUE(getFileSize(TEXT("?x"), size));
+    EXPECT_EQ(size, 1u);
+    EXPECT_TRUE(getFileSize(TEXT(".\\*"), size));
+    EXPECT_EQ(size, 2u);
+    EXPECT_EQ(calcFileSize(TEXT("d"), TEXT("*"), 0, nullptr, false, nullptr), 5u);
+}
+
 TEST(PathFacts, TimesAreReadAndSetOneByOne) {
     const Planted dir("file=");
     set(TEXT("file"), kHidden);

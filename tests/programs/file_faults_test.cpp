@@ -4,14 +4,17 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <functional>
 #include <thread>
 
+#include "ostrel/file/Std_Utils_File.h"
 #include "support/file_calls.h"
 
 namespace {
 
 constexpr std::size_t kEndless = static_cast<std::size_t>(-1);
 
+std::string g_unreadable;         // the name whose facts cannot be read
 std::set<std::string> g_failing;  // calls that fail, once, with `g_error`
 int g_error = EIO;
 // Reads and writes move 3 bytes, every other one is interrupted; when no more are left, `g_error`,
@@ -61,6 +64,14 @@ FAILING(ssize_t, copy_file_range,
 FAILING(int, fchown, (int file, uid_t user, gid_t group), file, user, group)
 FAILING(int, renameat2, (int in, const char *source, int out, const char *target, unsigned flags),
         in, source, out, target, flags)
+
+extern "C" int statx(int at, const char *name, int flags, unsigned fields, struct statx *facts) {
+    if (!g_unreadable.empty() && name == g_unreadable) {
+        errno = EIO;
+        return -1;
+    }
+    return static_cast<int>(syscall(SYS_statx, at, name, flags, fields, facts));
+}
 
 extern "C" int unlink(const char *path) {
     return fails("unlink") ? -1 : static_cast<int>(syscall(SYS_unlinkat, AT_FDCWD, path, 0));
@@ -154,6 +165,30 @@ TEST(FileFaults, ACopyOrMoveIsWholeOrLeavesNothing) {
         EXPECT_EQ(tree(), after);
         // The rights of an owner who did not come along are not lent.
         EXPECT_TRUE(after != kCopied || host_facts("b").st_mode % 010000 == 0751);
+    }
+}
+
+TEST(FileFaults, AnEntryThatCannotBeReadIsAFailure) {
+    using namespace NS_FileUtils;
+    const std::tuple<const char *, std::function<bool()>, const char *> cases[] = {
+        {"copy on", [] { return copyDirectory(u"s", u"t", 0, 1, 0) != 0; }, "a b d e "},
+        {"copy", [] { return copyDirectory(u"s", u"t", 0, 0, 0) != 0; }, nullptr},
+        {"copy below", [] { return copyDirectory(u".", u"u", 1, 0, 0) != 0; }, nullptr},
+        {"move", [] { return moveDirectory(u"s", u"t", 1, 0) != 0; }, nullptr},
+        {"move files", [] { return moveFiles(u"s", u"t", u"*", 0, 0); }, ""},
+    };
+    for (const auto &[name, change, copied] : cases) {
+        SCOPED_TRACE(name);
+        const Planted dir("s/a=1 s/b=2 s/c=3 s/d=4 s/e=5");
+        g_unreadable = "c";
+        EXPECT_FALSE(change());
+        g_unreadable.clear();
+        EXPECT_TRUE(fs::exists("s/c"));
+        std::string there;
+        for (const char *const file : {"a", "b", "c", "d", "e"}) {
+            there += fs::exists(fs::path("t") / file) ? file + std::string(" ") : "";
+        }
+        EXPECT_TRUE(copied == nullptr || there == copied) << there;
     }
 }
 

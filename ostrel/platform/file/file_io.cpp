@@ -1,5 +1,7 @@
 // The calls on a handle of CreateFileW.
 
+#include <sys/stat.h>
+
 #include <cstdint>
 
 #include "ostrel/platform/base/call_result.h"
@@ -70,6 +72,18 @@ BOOL WriteFile(HANDLE file, LPCVOID buffer, DWORD count, DWORD *done, LPVOID ove
         return code == ERROR_SUCCESS ? open.Write(static_cast<const char *>(buffer), count, done)
                                      : code;
     });
+}
+
+DWORD GetFileType(HANDLE file) noexcept {
+    DWORD type = FILE_TYPE_UNKNOWN;
+    with_file(file, [&type](const OpenFile &open) -> DWORD {
+        const mode_t mode = open.Mode();
+        type = S_ISFIFO(mode) || S_ISSOCK(mode) ? FILE_TYPE_PIPE
+               : S_ISCHR(mode)                  ? FILE_TYPE_CHAR
+                                                : FILE_TYPE_DISK;
+        return ERROR_SUCCESS;
+    });
+    return type;
 }
 
 BOOL GetFileTime(HANDLE file, FILETIME *creation, FILETIME *access, FILETIME *write) noexcept {

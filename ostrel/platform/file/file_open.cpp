@@ -210,8 +210,8 @@ DWORD open_file(const WCHAR *path, const Request &request, HANDLE *handle) {
     if (code != ERROR_SUCCESS) {
         return code.value_or(ERROR_SHARING_VIOLATION);
     }
-    auto object = std::make_shared<OpenFile>(std::move(opened.file), request.access,
-                                             S_ISREG(opened.facts.st_mode));
+    auto object =
+        std::make_shared<OpenFile>(std::move(opened.file), request.access, opened.facts.st_mode);
     *handle = reinterpret_cast<HANDLE>(
         HandleTable::Instance().Open(HandleKind::kObject, std::move(object)));
     if (request.creation == CREATE_ALWAYS || request.creation == OPEN_ALWAYS) {

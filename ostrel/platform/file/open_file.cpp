@@ -1,5 +1,6 @@
 #include "ostrel/platform/file/open_file.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -13,14 +14,14 @@
 
 namespace ostrel_platform {
 
-OpenFile::OpenFile(SharingFile file, DWORD access, bool regular)
+OpenFile::OpenFile(SharingFile file, DWORD access, mode_t mode)
     : m_file(std::move(file)),
       m_access(access),
-      m_regular(regular),
-      m_signal((access & GENERIC_WRITE) != 0 ? signal_of_writes(regular) : 0) {}
+      m_mode(mode),
+      m_signal((access & GENERIC_WRITE) != 0 ? signal_of_writes(S_ISREG(mode)) : 0) {}
 
 DWORD OpenFile::Read(char *bytes, DWORD count, DWORD *done) {
-    return Transfer(count, done, !m_regular, [this, bytes](DWORD from, DWORD left) {
+    return Transfer(count, done, !S_ISREG(m_mode), [this, bytes](DWORD from, DWORD left) {
         return read(Get(), bytes + from, left);
     });
 }
@@ -41,7 +42,7 @@ DWORD OpenFile::Write(const char *bytes, DWORD count, DWORD *done) {
 template <class Step>
 DWORD OpenFile::Transfer(DWORD count, DWORD *done, bool one_step, Step step) {
     std::unique_lock lock(m_position, std::defer_lock);
-    if (m_regular) {
+    if (S_ISREG(m_mode)) {
         lock.lock();  // a FIFO's reader must not wait for its writer
     }
     while (*done < count) {

@@ -13,11 +13,12 @@ namespace ostrel_platform {
 
 class OpenFile : public HandleObject {
 public:
-    // `access` holds the GENERIC_ bits of the open. `regular` is false for what has no file
-    // position: a FIFO, socket or device.
-    OpenFile(SharingFile file, DWORD access, bool regular);
+    // `access` holds the GENERIC_ bits of the open, `mode` the host's st_mode. Only a regular file
+    // has a file position.
+    OpenFile(SharingFile file, DWORD access, mode_t mode);
 
     int Get() const { return m_file.Get(); }
+    mode_t Mode() const { return m_mode; }
     bool Allows(DWORD access) const { return (m_access & access) != 0; }
 
     // Transfer up to `count` bytes from the file position on and advance it. A read ends early only
@@ -33,7 +34,7 @@ private:
 
     SharingFile m_file;
     DWORD m_access;
-    bool m_regular;
+    mode_t m_mode;
     int m_signal;           // blocked while writing; 0 is none
     std::mutex m_position;  // makes the steps of one call atomic
 };
