@@ -30,7 +30,7 @@
 // finds every other entry once. The search skips an entry that disappears before its facts are
 // read.
 //
-// Threads: use a search on one thread at a time. Different searches are independent.
+// Threads: any. Calls on one search run one after the other, so each entry goes to one caller.
 
 #include "ostrel/platform/types.h"
 

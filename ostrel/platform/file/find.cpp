@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <mutex>
 #include <new>
 
 #include "ostrel/platform/error.h"
@@ -72,8 +73,10 @@ SearchResult go_on(HandleKind kind, std::uintptr_t handle, Data *data) {
     if (object == nullptr) {
         return ostrel_platform::SearchFailure{ERROR_INVALID_HANDLE, EINVAL};
     }
+    auto &search = static_cast<Search &>(*object);
+    const std::lock_guard lock(search.Mutex());  // the entry's name lies in the search
     SearchEntry entry;
-    const SearchResult failure = static_cast<Search &>(*object).Next(&entry);
+    const SearchResult failure = search.Next(&entry);
     if (!failure) {
         put_entry(entry, data);
     }

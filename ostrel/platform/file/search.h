@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -38,8 +39,9 @@ public:
     // Begins with the first entry; once at most. `path` is not null.
     SearchResult First(const WCHAR *path, SearchEntry *entry);
 
-    // ERROR_NO_MORE_FILES at the end.
+    // ERROR_NO_MORE_FILES at the end. The caller holds Mutex, while it uses the entry too.
     SearchResult Next(SearchEntry *entry);
+    std::mutex &Mutex() { return m_mutex; }
 
 private:
     // The longest name of a host that a told name of MAX_PATH - 1 characters can stand for.
@@ -51,6 +53,7 @@ private:
     SearchResult ReadBlock();
     bool Takes(std::string_view hostName);
 
+    std::mutex m_mutex;
     bool m_mayLeaveOutFiles;
     HostDescriptor m_directory;  // none when no name is to come
     std::optional<Wildcard> m_pattern;

@@ -3,7 +3,9 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <map>
+#include <thread>
 
 #include "support/file_calls.h"
 
@@ -143,6 +145,27 @@ TEST(Find, KeepsUpWithADirectoryThatChanges) {
     EXPECT_EQ(error_of(FindNextFileW(search, &data)), ERROR_NO_MORE_FILES);
     EXPECT_TRUE(FindClose(search));
     EXPECT_EQ(error_of(FindNextFileW(search, &data)), ERROR_INVALID_HANDLE);
+}
+
+TEST(Find, GivesEachEntryToOneOfTheThreadsOfASearch) {
+    const TempDir dir;
+    for (int i = 0; i < 500; ++i) {
+        dir.Write("file" + std::to_string(i), "");
+    }
+    WIN32_FIND_DATAW first;
+    const HANDLE search = FindFirstFileW(TEXT("file*"), &first);
+    std::atomic<int> found{1};
+    const auto take = [&] {
+        WIN32_FIND_DATAW data;
+        while (FindNextFileW(search, &data)) {
+            ++found;
+        }
+    };
+    std::thread other(take);
+    take();
+    other.join();
+    EXPECT_EQ(found, 500);
+    FindClose(search);
 }
 
 }  // namespace
