@@ -1,8 +1,9 @@
 #ifndef OSTREL_PLATFORM_FILE_ATOMIC_COPY_H
 #define OSTREL_PLATFORM_FILE_ATOMIC_COPY_H
 
-// Internal. Copies of files that come into place whole: they are made under a name of their own
-// beside the target, ".ostrel-" and a number, which only the end of the process leaves behind.
+// Internal. Copies files and links atomically: a copy is written to a temporary file beside the
+// target (".ostrel-" and 16 hexadecimal digits), which is then renamed. A failed copy removes the
+// temporary file; a crash may leave it behind.
 
 #include <sys/stat.h>
 
@@ -11,18 +12,21 @@
 namespace ostrel_platform {
 
 struct CopyMode {
-    bool replace;  // else EEXIST when something is at the target
-    // Everything comes along that the host lets us set, not the new file's part only, and is on the
-    // disk before it comes into place.
+    bool replace;  // whether to replace an existing target; otherwise it gives EEXIST
+    // Whether the copy is part of a move. The copy then also gets the user extended attributes, the
+    // creation time and the time of the last access, and, if the host allows that, the owner and
+    // with it all mode bits. The host writes the copy to the disk before the rename.
     bool moves;
 };
 
-// Copies what is left to read of an open regular file. Always: permissions, attributes, the time of
-// the last write. Result: 0, or errno.
+// Copies an open regular file, from its file position to its end, with its permissions, its
+// attributes and the time of its last write. `facts` is the fstat result of the source. Returns 0
+// or errno: EEXIST without `replace` when something is at the target.
 int copy_file(int source, const struct stat &facts, const std::string &target,
               const CopyMode &mode);
 
-// Copies a symbolic link. Result: 0, or errno.
+// Copies a symbolic link with its times, and with its owner if the host allows that. `facts` is the
+// lstat result of the source. Returns 0 or errno: EEXIST as above.
 int copy_link(const std::string &source, const struct stat &facts, const std::string &target,
               bool replace);
 

@@ -1,24 +1,33 @@
 #ifndef OSTREL_PLATFORM_FILE_DELETE_FILE_H
 #define OSTREL_PLATFORM_FILE_DELETE_FILE_H
 
-// Internal. Deleting a file by the platform's rules.
+// Internal. Deletes files by the rules in file.h, which protect a file that is read-only or in use.
 
 #include "ostrel/platform/base/host_descriptor.h"
 #include "ostrel/platform/file/share_mode.h"
 
 namespace ostrel_platform {
 
-// Deletes a file or link of the host. Result: 0, or errno: EISDIR for a directory, EACCES for a
-// read-only file, EBUSY or ETXTBSY for one that is in use.
+// Deletes a file or link of the host. Returns 0, or errno:
+//   EISDIR   a directory
+//   EACCES   a read-only file
+//   EBUSY    another handle does not share deletion, or others keep replacing the file
+//   ETXTBSY  a running program
+// or what the host's call sets.
 int delete_file(const char *path) noexcept;
 
-// Makes sure that nobody stands against deleting a regular file or putting another in its place,
-// and that nobody comes to, as long as `held` lives: opens of the file wait a little for it and
-// then fail or find the path anew. `facts` is what lstat told. A file that this user may not open
-// is held by nobody: `held` stays empty.
+// Locks a regular file for the caller to delete or replace. While `held` lives, no other handle
+// forbids that: a new open that does not share deletion waits up to a fifth of a second, and then
+// fails or finds that its path leads to another file. `facts` is the lstat result of `path`. A file
+// that this user may not open (EACCES, EPERM) cannot be locked: the call then returns 0 and leaves
+// `held` empty.
 //
-// Result: 0, or errno: EBUSY, ETXTBSY (a program that runs), ENOENT, ESTALE (the path leads to
-// another file by now: look at it anew), or what keeps the host from opening it.
+// Returns 0. On failure leaves `held` empty and returns errno:
+//   EBUSY    another handle does not share deletion, or another call is deleting the file
+//   ETXTBSY  a running program, which is noticed only if this user may write to the file
+//   ENOENT   the path leads to nothing
+//   ESTALE   the path leads to another file than `facts` describes; the caller calls lstat again
+// or what the host's call sets.
 int lock_for_delete(const char *path, const struct stat &facts, SharingFile *held) noexcept;
 
 }  // namespace ostrel_platform

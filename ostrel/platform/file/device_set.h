@@ -1,8 +1,8 @@
 #ifndef OSTREL_PLATFORM_FILE_DEVICE_SET_H
 #define OSTREL_PLATFORM_FILE_DEVICE_SET_H
 
-// Internal. Some of the host's devices that something is known of, for a second: the number of a
-// device goes to another file system once it is free.
+// Internal. Remembers a fact about devices of the host, for up to a second. The time is short
+// because the host gives the number of an unmounted device to another file system.
 
 #include <sys/types.h>
 
@@ -12,9 +12,12 @@
 
 namespace ostrel_platform {
 
-// The last ones that were added. Any thread.
+// A set of up to 8 devices.
+//
+// Threads: every call may run on any thread.
 class DeviceSet {
 public:
+    // Whether the device was added in the current second of the host's monotonic clock.
     bool Has(dev_t device) const {
         for (const Place &place : m_places) {
             if (place.device.load(std::memory_order_relaxed) == device) {
@@ -24,6 +27,7 @@ public:
         return false;
     }
 
+    // Adds a device, or renews its time. May replace another device.
     void Add(dev_t device) {
         Place *place = &m_places[m_turn.fetch_add(1, std::memory_order_relaxed) % m_places.size()];
         for (Place &known : m_places) {
@@ -37,7 +41,7 @@ public:
 
 private:
     struct Place {
-        std::atomic<dev_t> device{0};  // of no file system
+        std::atomic<dev_t> device{0};  // 0 is the device of no file system
         std::atomic<std::time_t> since{0};
     };
 

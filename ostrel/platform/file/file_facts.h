@@ -1,7 +1,8 @@
 #ifndef OSTREL_PLATFORM_FILE_FILE_FACTS_H
 #define OSTREL_PLATFORM_FILE_FILE_FACTS_H
 
-// Internal. What the platform tells of a file, made of the host's facts by the rules in file.h.
+// Internal. Reads and writes the facts of a file: converts between the host's and the platform's
+// by the rules in file.h.
 
 #include <cstdint>
 
@@ -10,33 +11,38 @@
 namespace ostrel_platform {
 
 struct FileFacts {
-    DWORD attributes;  // NORMAL when there are no others
+    DWORD attributes;  // NORMAL when the file has no other attribute
     FILETIME creation;
     FILETIME access;
     FILETIME write;
-    std::uint64_t size;    // 0 for a directory
+    std::uint64_t size;    // in bytes; 0 except for a regular file
     std::uint64_t volume;  // the host's device number
     std::uint64_t index;   // the host's inode number
-    std::uint64_t links;
+    std::uint64_t links;   // the number of hard links
 };
 
-// The facts of `name` in an open directory (AT_FDCWD for a path), through a link; of a link that
-// leads nowhere its own. Result: 0, or errno.
+// Stores the facts of `name` in an open directory (AT_FDCWD for a path). The facts of a link are
+// those of its target, or the link's own when the target cannot be reached; both have
+// REPARSE_POINT. Returns 0 or errno.
 int read_facts(int directory, const char *name, FileFacts *facts) noexcept;
 
-// The same, knowing from a directory entry what it is: its d_type, which saves asking the host for
-// links. DT_UNKNOWN is allowed.
+// The same with the d_type of the directory entry, or DT_UNKNOWN. DT_LNK saves a call of the host.
 int read_facts(int directory, const char *name, unsigned char type, FileFacts *facts) noexcept;
 
-// Of an open file.
+// Stores the facts of an open file. Returns 0 or errno.
 int read_facts(int file, FileFacts *facts) noexcept;
 
-// Stores READONLY, HIDDEN, SYSTEM and ARCHIVE of `attributes`. `path` is no link: see
-// SetFileAttributesW. Result: 0, or errno.
+// Store READONLY, HIDDEN, SYSTEM and ARCHIVE as in `attributes`, and ignore every other bit. `path`
+// must not lead to a link (see SetFileAttributesW). On a FIFO, socket or device the calls succeed
+// and have no effect. Return 0 or errno: EOPNOTSUPP for READONLY of a directory on a file system
+// without extended attributes.
 int write_attributes(const char *path, DWORD attributes) noexcept;
 int write_attributes(int file, DWORD attributes) noexcept;
 
-// Sets the times of an open file; null leaves one alone. Result: 0, or errno.
+// Sets the times of an open file, the creation time last. Null, a FILETIME of 0 and one of all bits
+// set leave a time as it is. A creation time is lost without an error on a file system without
+// extended attributes, and on a FIFO, socket or device. Returns 0 or errno: EINVAL for a FILETIME
+// of 2^63 or more, and for a time that the file system cannot keep.
 int write_times(int file, const FILETIME *creation, const FILETIME *access,
                 const FILETIME *write) noexcept;
 

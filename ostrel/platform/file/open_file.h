@@ -21,10 +21,10 @@ public:
     mode_t Mode() const { return m_mode; }
     bool Allows(DWORD access) const { return (m_access & access) != 0; }
 
-    // Transfer up to `count` bytes from the file position on and advance it. A read ends early only
-    // at the end of the file, or, on what has no position, with the data at hand. A write stores
-    // all bytes. On return, and on failure too, `*done` holds the bytes moved. Return 0 or an error
-    // code.
+    // Transfer up to `count` bytes at the file position and advance the position. A read of a
+    // regular file ends early only at the end of the file; any other read makes one call of the
+    // host. A write stores all bytes. `*done` must be 0 at the call; on return, and on failure too,
+    // `*done` is the number of bytes moved. Return 0 or an error code.
     DWORD Read(char *bytes, DWORD count, DWORD *done);
     DWORD Write(const char *bytes, DWORD count, DWORD *done);
 

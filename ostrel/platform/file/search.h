@@ -1,7 +1,7 @@
 #ifndef OSTREL_PLATFORM_FILE_SEARCH_H
 #define OSTREL_PLATFORM_FILE_SEARCH_H
 
-// Internal. What stands behind the searches of find.h, in both of their forms.
+// Internal. Implements the searches of find.h, for the calls of the system and of the runtime.
 
 #include <cstddef>
 #include <memory>
@@ -18,33 +18,39 @@
 
 namespace ostrel_platform {
 
-// Why a search has no entry, for the system's calls and for those of the runtime.
+// Why a search has no entry.
 struct SearchFailure {
-    DWORD code;
-    int error;
+    DWORD code;  // for the calls of the system
+    int error;   // the errno for the calls of the runtime
 };
 using SearchResult = std::optional<SearchFailure>;  // nothing is success
 
 struct SearchEntry {
     FileFacts facts;
-    std::u16string_view name;  // until the next entry; fewer than MAX_PATH characters
+    std::u16string_view name;  // valid until the next entry; fewer than MAX_PATH characters
 };
 
+// One search.
+//
+// Threads: a search that several threads share is used under its mutex.
+// Errors: First throws std::bad_alloc.
 class Search : public HandleObject {
 public:
-    // With `mayLeaveOutFiles`, entries that the host's listing tells to be no directory are passed
-    // over.
+    // With `mayLeaveOutFiles` the search of a pattern skips the entries that the host's listing
+    // marks as neither a directory nor a link.
     explicit Search(bool mayLeaveOutFiles = false) : m_mayLeaveOutFiles(mayLeaveOutFiles) {}
 
-    // Begins with the first entry; once at most. `path` is not null.
+    // Begins the search and stores the first entry; call once. Returns nothing, or the failure, as
+    // FindFirstFileW describes it.
     SearchResult First(const WCHAR *path, SearchEntry *entry);
 
-    // ERROR_NO_MORE_FILES at the end. The caller holds Mutex, while it uses the entry too.
+    // Stores the next entry. Returns nothing, or the failure: ERROR_NO_MORE_FILES at the end. The
+    // caller locks Mutex before the call and until it has used the entry.
     SearchResult Next(SearchEntry *entry);
     std::mutex &Mutex() { return m_mutex; }
 
 private:
-    // The longest name of a host that a told name of MAX_PATH - 1 characters can stand for.
+    // The longest host name, in bytes, that can have a name of MAX_PATH - 1 characters here.
     static constexpr std::size_t kMaxBytes = 3 * (MAX_PATH - 1);
 
     SearchResult FindExactly(const std::string &host, std::u16string_view name, SearchEntry *entry);
@@ -55,15 +61,15 @@ private:
 
     std::mutex m_mutex;
     bool m_mayLeaveOutFiles;
-    HostDescriptor m_directory;  // none when no name is to come
+    HostDescriptor m_directory;  // none when no further name can come
     std::optional<Wildcard> m_pattern;
 
-    // What is still to be told of "." and ".." lies behind what was told.
+    // The entries "." and "..". Next has yet to return those from m_dotsTold up to m_dotsEnd.
     SearchEntry m_dots[2];
     std::size_t m_dotsTold = 0;
     std::size_t m_dotsEnd = 0;
 
-    // Directory entries as the host gives them, from one on that was not looked at.
+    // A block of directory entries of the host. The next entry to read begins at m_blockPos.
     std::unique_ptr<char[]> m_block;
     std::size_t m_blockPos = 0;
     std::size_t m_blockEnd = 0;

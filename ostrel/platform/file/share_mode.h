@@ -1,11 +1,11 @@
 #ifndef OSTREL_PLATFORM_FILE_SHARE_MODE_H
 #define OSTREL_PLATFORM_FILE_SHARE_MODE_H
 
-// Internal. The sharing rules of open files, between all processes that use the layer.
+// Internal. Implements the share modes of open files, between all processes that use the layer.
 //
-// Each open file holds a shared lock of the host (F_OFD_SETLK, which belongs to the open file, not
-// to the process) on one byte far behind the end of any file: which byte tells its access and its
-// share mode. An open that finds a lock on a byte it does not go with fails.
+// Each open file has a read lock of the host (F_OFD_SETLK, which belongs to the open file, not to
+// the process) on one byte far behind the end of any file. The position of the byte encodes the
+// file's access and share mode. An open fails when another open has a lock on an incompatible byte.
 
 #include <utility>
 
@@ -13,22 +13,22 @@
 
 namespace ostrel_platform {
 
-// Bits of an access and of a share mode; the share bits are those of FILE_SHARE_*.
+// The bits of an access and of a share mode, equal to FILE_SHARE_READ, _WRITE and _DELETE.
 inline constexpr unsigned kShareRead = 1;
 inline constexpr unsigned kShareWrite = 2;
 inline constexpr unsigned kShareDelete = 4;
 
-// How often an open or deletion starts again because its path leads to another file than it did
-// when it looked: others delete and create files of that name all the time.
+// The largest number of attempts of an open or a deletion. An attempt is repeated when the path
+// leads to another file than before, since others keep deleting and creating files of that name.
 inline constexpr int kMaxAttempts = 32;
 
-// Whether all that have the file open allow this access. `file` is open in any way and takes no
-// part itself.
+// Whether the share modes of all other opens of the file allow `access`. `file` is open in any way;
+// the call ignores the lock of `file` itself. Returns true when the host has no such locks.
 bool is_shared_for(int file, unsigned access) noexcept;
 
-// Owns an open file and its part in the sharing, which ends before the descriptor is closed: a
-// program that another thread starts just then holds the same open until it runs, and one that a
-// fork left behind for as long as it lives.
+// Owns an open file and its share lock. The destructor and Close release the lock before they close
+// the descriptor: a child that another thread forks has the same open file until it calls exec, or,
+// without exec, for as long as it lives, and would keep the lock.
 class SharingFile {
 public:
     SharingFile() = default;
@@ -48,12 +48,14 @@ public:
     explicit operator bool() const { return static_cast<bool>(m_file); }
     int Get() const { return m_file.Get(); }
 
-    // Takes part from now on; once for a file. One that the host has not opened for reading, or
-    // that cannot be locked, takes no part, nor does access 0. Result: 0, or EBUSY when another
-    // open stands against it.
+    // Acquires the share lock; call once. Waits up to a fifth of a second for conflicting opens of
+    // the same moment. Returns 0, or EBUSY when the access or share mode of another open forbids
+    // this one. Acquires no lock, checks nothing and returns 0 when `access` is 0, when the host has
+    // not opened the file for reading, and when the host cannot lock the file.
     int Take(unsigned access, unsigned share) noexcept;
 
-    // Result: 0, or the errno of a write that fails only now.
+    // Releases the lock and closes the file. Returns 0, or errno when the host reports a failed
+    // write only here.
     int Close() noexcept {
         EndShare();
         return m_file.Close();
@@ -64,7 +66,7 @@ private:
 
     HostDescriptor m_file;
     bool m_takesPart = false;
-    unsigned m_forks = 0;  // at which it was taken: what a forked child closes ends nothing
+    unsigned m_forks = 0;  // the forks up to Take: a forked child must not release the lock
 };
 
 }  // namespace ostrel_platform

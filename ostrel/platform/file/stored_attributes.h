@@ -1,9 +1,11 @@
 #ifndef OSTREL_PLATFORM_FILE_STORED_ATTRIBUTES_H
 #define OSTREL_PLATFORM_FILE_STORED_ATTRIBUTES_H
 
-// Internal. What the layer keeps in a file's extended attributes (file.h): the attribute bits in
-// user.DOSATTRIB, a time of creation in user.ostrel.creation_time. Only regular files and
-// directories can have them. The calls never open a file; any thread.
+// Internal. Reads and writes what the layer keeps in extended attributes (file.h): the attribute
+// bits in user.DOSATTRIB, a creation time in user.ostrel.creation_time. Only regular files and
+// directories can have them. The calls do not open the file.
+//
+// Threads: every call may run on any thread.
 
 #include <sys/types.h>
 
@@ -14,26 +16,30 @@
 
 namespace ostrel_platform {
 
-// A file by its name in an open directory (AT_FDCWD for a path), through links; with an empty name
-// the open file itself.
+// Names a file by its name in an open directory (AT_FDCWD for a path), with links followed. With an
+// empty name, `directory` is the open file itself.
 struct FileRef {
     int directory;
     const char *name;
 };
 
-// Stands for a device that nothing is known of: the host is asked.
+// An unknown device: the calls always ask the host.
 inline constexpr dev_t kAnyDevice = 0;
 
-// Nothing when there is none (errno is ENODATA then), and for a text that is no number or cannot be
-// read. `device` is the one the file is on: one without extended attributes is asked once in a
-// while.
+// Returns the stored attribute bits. Returns nothing when the file has none (errno is ENODATA), when
+// the text is no number, and when the host cannot read it. `device` is the device that the file is
+// on. The calls ask a device without extended attributes about once a second; in between they return
+// nothing and leave errno as it is.
 std::optional<DWORD> read_stored_bits(const FileRef &ref, dev_t device) noexcept;
 
-// 100 ns since 1601. It never stands without bits, be they 0: who finds none need not ask.
+// Returns the stored creation time, in units of 100 ns since 1601, or nothing as above. A creation
+// time never stands without bits, even if they are 0, so a caller that finds no bits need not ask.
 std::optional<std::int64_t> read_stored_creation(const FileRef &ref, dev_t device) noexcept;
 
-// What a file server keeps behind the bits stays. Result: 0, or errno: EOPNOTSUPP on a file system
-// without such attributes, EACCES without write permission.
+// Store or remove the bits, or store the creation time in units of 100 ns since 1601. store_bits
+// keeps what a file server has stored behind the bits; remove_bits removes that too. Removing what
+// is missing succeeds. Return 0 or errno: EOPNOTSUPP on a file system without such attributes,
+// EACCES without write permission.
 int store_bits(const char *path, DWORD bits) noexcept;
 int store_bits(int file, DWORD bits) noexcept;
 int remove_bits(const char *path) noexcept;

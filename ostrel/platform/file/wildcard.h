@@ -1,7 +1,7 @@
 #ifndef OSTREL_PLATFORM_FILE_WILDCARD_H
 #define OSTREL_PLATFORM_FILE_WILDCARD_H
 
-// Internal. Patterns for names, by the rules in find.h.
+// Internal. Matches names against patterns, by the rules in find.h.
 
 #include <array>
 #include <cstddef>
@@ -12,11 +12,11 @@
 
 namespace ostrel_platform {
 
-// Whether a text holds a '*' or a '?'.
+// Whether a text contains a '*' or a '?'.
 bool is_pattern(std::u16string_view text);
 
-// A pattern, made ready for many names. Its time on a name grows with the product of the two
-// lengths at most.
+// A pattern, prepared for many names. The time for a name grows at most with the product of the two
+// lengths.
 class Wildcard {
 public:
     // `pattern` has fewer than MAX_PATH characters.
@@ -25,7 +25,7 @@ public:
     bool Matches(std::u16string_view name) const;
 
 private:
-    // places[i] is whether the first i characters of the pattern match what has been read.
+    // places[i]: whether the first i characters of the pattern match the characters read so far.
     using Places = std::array<bool, MAX_PATH>;
 
     bool Read(WCHAR character, Places *places) const;

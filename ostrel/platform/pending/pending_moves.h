@@ -2,8 +2,8 @@
 #define OSTREL_PLATFORM_PENDING_PENDING_MOVES_H
 
 // Internal. Moves and deletions that wait for the next start of the system (MoveFileExW with
-// MOVEFILE_DELAY_UNTIL_REBOOT). The record is told in pending_record.h; the program
-// ostrel-pending-moves carries it out. Paths are those of the host.
+// MOVEFILE_DELAY_UNTIL_REBOOT). pending_record.h describes the record of them; the program
+// ostrel-pending-moves carries them out. All paths are host paths.
 
 #include <cstddef>
 #include <cstdio>
@@ -13,40 +13,54 @@
 
 namespace ostrel_platform {
 
-// Records that `source` shall be moved to `target`, in the place of a file there if `replace`, or
-// deleted when `target` is null. A relative path is made absolute by putting the current directory
-// in front. Nothing else is looked at; the files may come into being later.
+// Records a request to move `source` to `target`, and to replace a file there if `replace` is set,
+// or to delete `source` if `target` is null. The call puts the current directory in front of a
+// relative path. The two files need not exist.
 //
-// Result: 0 when the request is on the disk, else a system error code: ERROR_PATH_NOT_FOUND (an
-// empty path), ERROR_NOT_SAME_DEVICE (the two folders are there, on different file systems),
-// ERROR_ACCESS_DENIED (this user may not write the record, or it is not to be trusted),
-// ERROR_INVALID_DATA (the file is no record), ERROR_DISK_FULL, or what else the host's failure
-// becomes. On failure the record is as it was.
+// Returns 0 when the request is on the disk. On failure leaves the requests in the record as they
+// were and returns an error code of the system:
+//   ERROR_PATH_NOT_FOUND        a path is empty; the path of the current directory is not known; or
+//                               the directory of the record and its parent are missing
+//   ERROR_FILENAME_EXCED_RANGE  an absolute path has PATH_MAX bytes or more
+//   ERROR_NOT_SAME_DEVICE       the two folders exist, on different file systems
+//   ERROR_ACCESS_DENIED         this user may not write the record, or the record is not trusted
+//   ERROR_INVALID_DATA          the file is no record
+//   ERROR_DISK_FULL             the disk is full, or the record would exceed 64 MiB
+//   ERROR_CALL_NOT_IMPLEMENTED  the host has no boot id
+//   ERROR_NOT_ENOUGH_MEMORY     memory is missing
+// or the code that error_codes.inc gives for the host's errno.
 //
-// Threads and processes: any number at a time.
+// Threads: any number of threads and processes may call at once. The call waits while another
+// process uses the record.
 DWORD record_pending_move(const std::string &source, const std::string *target,
                           bool replace) noexcept;
 
 enum class PendingScope {
-    kEarlierStarts,  // requests made before the system was started
+    kEarlierStarts,  // the requests with another boot id than the system's present one
     kAll,
 };
 
 struct PendingOutcome {
-    int error = 0;  // an errno when the record could not be read or written
+    // An errno when the record could not be read or written, ENOMEM when memory is missing, and
+    // ENOSYS when the host has no boot id, which kEarlierStarts needs.
+    int error = 0;
     std::size_t done = 0;
-    std::size_t failed = 0;
+    std::size_t failed = 0;  // requests, and damaged lines of the record
 };
 
-// Carries out requests in the order in which they were made and removes them from the record.
+// Carries out requests in the order in which they were made and removes them from the record. A
+// missing record is an empty one. The call locks the record until it returns.
 //
-// Each is carried out once or not at all, at whatever moment the process or the machine stops: the
-// next call takes up where this one was. A request that cannot be carried out (something is at the
-// target, a directory is not empty, the source is missing) fails, is told in a line to `log` and is
-// removed too, as is a line of the record that is none. Links are moved and deleted themselves. A
-// read-only file is deleted, moved and replaced: the request was accepted.
+// Each request is carried out once or not at all, even if the process or the machine crashes: the
+// next call continues where this one stopped. A request fails when something is at the target, a
+// directory is not empty, the source is missing, or the host refuses otherwise. The call writes a
+// line to `log` for each failed request and for each damaged line of the record, and removes these
+// from the record too.
 //
-// With an `error` the requests that are not counted stay in the record.
+// Moves and deletes links themselves, not their targets. Deletes, moves and replaces read-only
+// files, too, since the request was accepted.
+//
+// On an `error` the requests that are not counted stay in the record.
 PendingOutcome carry_out_pending_moves(PendingScope scope, std::FILE *log) noexcept;
 
 }  // namespace ostrel_platform

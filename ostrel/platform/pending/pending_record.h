@@ -1,21 +1,23 @@
 #ifndef OSTREL_PLATFORM_PENDING_PENDING_RECORD_H
 #define OSTREL_PLATFORM_PENDING_PENDING_RECORD_H
 
-// Internal. The record of what waits for the next start of the system: its text and its file. Only
-// what is in the file, and on the disk, counts: whoever was told of success can lose power.
+// Internal. The record of the requests that wait for the next start of the system: its text and its
+// file. A call reports success only when its change is on the disk, so that no accepted request is
+// lost when the power fails.
 //
-// The text. A first line "ostrel-pending-moves 1", the format and its version, then a line for each
-// request, in the order in which they were made:
+// The text. The first line is "ostrel-pending-moves 1", the format and its version. A line follows
+// for each request, in the order in which the requests were made:
 //
 //   delete BOOT STATE SOURCE
 //   move BOOT STATE SOURCE TARGET
 //   replace BOOT STATE SOURCE TARGET
 //
-// Fields are separated by one blank, lines end in LF. BOOT is the host's boot id at the time of the
-// request. STATE is "asked", or "begun:DEVICE:INODE:TIME" in decimal when the request may have been
-// carried out: the identity that SOURCE had just before. Paths are absolute; their bytes up to
-// 0x20, 0x7F and '%' are written as '%' and two hexadecimal digits. Bytes behind the last LF are
-// what a writer left that did not live to tell of success; they count for nothing.
+// One blank separates two fields; each line ends in LF. BOOT is the host's boot id at the time of
+// the request (/proc/sys/kernel/random/boot_id). STATE is "asked", or "begun:DEVICE:INODE:TIME" when
+// the request may have been carried out: the three decimal numbers of a SourceIdentity, which SOURCE
+// had just before. Paths are absolute and shorter than PATH_MAX bytes. Their bytes up to 0x20, 0x7F
+// and '%' are written as '%' and two hexadecimal digits. An incomplete last line, without LF, comes
+// from a writer that crashed before it reported success; readers ignore it.
 
 #include <cstdint>
 #include <optional>
@@ -30,19 +32,19 @@ namespace ostrel_platform {
 enum class PendingVerb : std::uint8_t {
     kDelete,
     kMove,     // to a name that is free
-    kReplace,  // a file of that name, too
+    kReplace,  // to a name that is free or that of a file
 };
 
-// Which file a name stands for.
+// Tells whether a path still leads to the same file.
 struct SourceIdentity {
-    std::uint64_t device;
+    std::uint64_t device;  // the host's major number in the upper 32 bits, the minor in the lower
     std::uint64_t inode;
-    // In nanoseconds since 1970: when the file came into being, or was last changed in any way on a
-    // file system that does not keep that.
+    // The file's time of birth in nanoseconds since 1970, or, on a file system that does not keep
+    // it, the time of the last change (ctime).
     std::int64_t time;
 
-    // The device counts for nothing: it has another number after the next start, perhaps, and two
-    // files that came into being in the same nanosecond have different inodes.
+    // Ignores the device, which may have another number after the next start. Two files of the same
+    // time have different inodes.
     bool operator==(const SourceIdentity &other) const {
         return inode == other.inode && time == other.time;
     }
@@ -56,39 +58,60 @@ struct PendingRequest {
     std::string target;  // empty for kDelete
 };
 
-// The line of a request, with its LF, and back; nothing for a line (without LF) that is none.
+// Returns the line of a request, with its LF.
 std::string line_of_request(const PendingRequest &request);
+
+// Returns the request of a line without its LF, or nothing when the line is damaged.
 std::optional<PendingRequest> request_of_line(std::string_view line);
 
-// A path as it stands in a line.
+// Returns a path in the form that it has in a line.
 std::string encode_path(std::string_view path);
 
-// The file, locked against every other user as long as the object lives. All calls give 0 or an
-// errno, and on failure leave the requests as they were.
+// The file of the record. Only one object at a time has the file open: Open locks it (flock), the
+// destructor unlocks it.
+//
+// Threads: use an object on one thread at a time. Objects of several threads and processes exclude
+// each other.
+// Errors: the calls return 0 or an errno and, except as under Replace, leave the requests in the
+// file as they were on failure. They throw std::bad_alloc.
+//
+//   PendingRecord record;
+//   int error = record.Open(true);
+//   if (error == 0) {
+//       error = record.Append(request);
+//   }
 class PendingRecord {
 public:
     PendingRecord() = default;
     ~PendingRecord();
     PendingRecord &operator=(PendingRecord &&) = delete;  // nor copied
 
-    // The directory of the record: what the environment variable OSTREL_STATE_DIR names, else
-    // /var/lib/ostrel. A program that runs with more rights than its caller does not look at the
-    // variable.
+    // Returns the directory of the record: the one that the environment variable OSTREL_STATE_DIR
+    // names, else /var/lib/ostrel. A program that runs with more rights than its caller ignores the
+    // variable, and so do all when it is empty.
     static std::string Directory();
 
-    // Opens and locks the record; waits for others to be done with it. A missing one, and its
-    // directory, are made if `create`, else it is ENOENT. EACCES when it is not a plain file of
-    // this user or of root, or when root would trust a file or directory that others may write.
+    // Opens and locks the record; waits until no other object has the lock. With `create` makes a
+    // missing record (mode 0600) and its directory (0755), but not the directory's parent. Returns
+    // 0, or errno:
+    //   ENOENT  the record is missing, and `create` is false or the directory cannot be made
+    //   EACCES  the record is no regular file, or belongs neither to root nor to this user; for
+    //           root also when the record or its directory does not belong to root or when others,
+    //           or a group other than root's, may write to it
+    // or what the host's call sets.
     int Open(bool create);
 
-    // Adds a request. When it returns, the request is on the disk. EBADMSG when the file is no
-    // record of this version.
+    // Appends a request and writes it to the disk. Returns 0, or errno: EBADMSG when the file is no
+    // record of this version, EFBIG when the record would exceed 64 MiB.
     int Append(const PendingRequest &request);
 
-    // The requests; `damaged` receives the numbers of lines that are none. EBADMSG as above.
+    // Appends the requests to `requests`, and to `damaged` the numbers of the damaged lines, counted
+    // from 1. Returns 0, or errno: EBADMSG as above, EFBIG when the record exceeds 128 MiB.
     int Read(std::vector<PendingRequest> *requests, std::vector<std::size_t> *damaged);
 
-    // Puts these requests in the place of all, at once and on the disk. None removes the file.
+    // Replaces all requests by these, atomically, and writes them to the disk; removes the file when
+    // there are none. Returns 0 or errno. When only the directory cannot be written to the disk, the
+    // call fails although it has replaced the requests.
     int Replace(const std::vector<PendingRequest> &requests);
 
 private:
@@ -96,11 +119,11 @@ private:
     int OpenFile(bool create);
     bool IsInPlace() const;
     int ReadText(std::string *text) const;
-    int ReadLines(std::string *text, std::size_t *end) const;  // up to the last LF
+    int ReadLines(std::string *text, std::size_t *end) const;  // `end` is behind the last LF
     int WriteBehind(std::size_t end, std::string_view text) const;
 
     HostDescriptor m_directory;
-    HostDescriptor m_file;  // holds the lock
+    HostDescriptor m_file;  // the lock belongs to this open file
 };
 
 }  // namespace ostrel_platform

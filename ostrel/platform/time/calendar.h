@@ -17,9 +17,9 @@ inline constexpr std::int64_t kLastTime = 32535215999;
 
 struct CivilDay {
     std::int64_t year;
-    int month;      // 1 to 12
-    int day;        // 1 to 31
-    int dayOfYear;  // 0 to 365
+    int month;        // 1 to 12
+    int day;          // 1 to 31
+    int day_of_year;  // 0 to 365
 };
 
 namespace calendar {

@@ -26,7 +26,7 @@ void store_fields(std::int64_t time, const ZoneInterval &clock, std::tm *fields)
     fields->tm_mon = date.month - 1;
     fields->tm_year = static_cast<int>(date.year - 1900);
     fields->tm_wday = weekday_of(days);
-    fields->tm_yday = date.dayOfYear;
+    fields->tm_yday = date.day_of_year;
     fields->tm_isdst = clock.daylight;
     fields->tm_gmtoff = static_cast<long>(clock.offset);  // what the host has beyond the nine
     fields->tm_zone = clock.name;
@@ -55,7 +55,7 @@ std::int64_t daylight_time(LocalZone &zone, std::int64_t local, std::int64_t sta
             return time;
         }
     }
-    return standard - zone.GetPresent().daylightBias;
+    return standard - zone.GetPresent().daylight_bias;
 }
 
 constexpr ZoneInterval kUtc;
@@ -144,5 +144,5 @@ LONG platform_timezone() noexcept {
 }
 
 int platform_daylight() noexcept {
-    return ostrel_platform::LocalZone::Current().GetPresent().hasDaylight;
+    return ostrel_platform::LocalZone::Current().GetPresent().has_daylight;
 }

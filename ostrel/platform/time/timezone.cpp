@@ -27,9 +27,9 @@ struct LocalChanges {
 };
 
 LocalChanges local_changes(const ZoneYear &year) {
-    return {year.daylightBegins.value_or(year.begin) + year.daylight->standard,
-            year.standardBegins ? *year.standardBegins + year.daylight->offset
-                                : year.end - 1 + year.now.standard};
+    return {year.daylight_begins.value_or(year.begin) + year.daylight->standard,
+            year.standard_begins ? *year.standard_begins + year.daylight->offset
+                                 : year.end - 1 + year.now.standard};
 }
 
 SYSTEMTIME fields_of_local(std::int64_t local) {
@@ -71,13 +71,13 @@ std::optional<SYSTEMTIME> as_weekday(const RuleDate &date) {
 
 // The dates of the zone's rule, if it is the one that holds in the year.
 std::optional<ChangeDates> dates_of_rule(const ZoneRule *rule, const ZoneYear &year) {
-    if (rule == nullptr || !rule->hasDaylight ||
-        year.daylightBegins != rule->DaylightBegins(RuleYear(year.number)) ||
-        year.standardBegins != rule->StandardBegins(RuleYear(year.number))) {
+    if (rule == nullptr || !rule->has_daylight ||
+        year.daylight_begins != rule->DaylightBegins(RuleYear(year.number)) ||
+        year.standard_begins != rule->StandardBegins(RuleYear(year.number))) {
         return std::nullopt;
     }
-    const std::optional<SYSTEMTIME> daylight = as_weekday(rule->daylightBegins);
-    const std::optional<SYSTEMTIME> standard = as_weekday(rule->standardBegins);
+    const std::optional<SYSTEMTIME> daylight = as_weekday(rule->daylight_begins);
+    const std::optional<SYSTEMTIME> standard = as_weekday(rule->standard_begins);
     return daylight && standard ? std::optional(ChangeDates{*daylight, *standard}) : std::nullopt;
 }
 
@@ -87,7 +87,8 @@ ChangeDates change_dates(const Zone &zone, const ZoneYear &year) {
     }
     const LocalChanges local = local_changes(year);
     const ZoneYear next = year_of_zone(zone, year.end + 183 * kSecondsOfDay);
-    if (year.daylightBegins && year.standardBegins && next.daylightBegins && next.standardBegins) {
+    if (year.daylight_begins && year.standard_begins && next.daylight_begins &&
+        next.standard_begins) {
         const LocalChanges next_local = local_changes(next);
         const auto daylight = as_weekday(local.daylight, next_local.daylight);
         const auto standard = as_weekday(local.standard, next_local.standard);
@@ -124,9 +125,9 @@ std::optional<ZoneRule> read_zone(const TIME_ZONE_INFORMATION &zone) {
     ZoneRule rule;
     rule.standard = -60 * (std::int64_t{zone.Bias} + zone.StandardBias);
     rule.daylight = -60 * (std::int64_t{zone.Bias} + zone.DaylightBias);
-    rule.hasDaylight = zone.StandardDate.wMonth != 0 || zone.DaylightDate.wMonth != 0;
-    if (rule.hasDaylight && !(read_date(zone.StandardDate, &rule.standardBegins) &&
-                              read_date(zone.DaylightDate, &rule.daylightBegins))) {
+    rule.has_daylight = zone.StandardDate.wMonth != 0 || zone.DaylightDate.wMonth != 0;
+    if (rule.has_daylight && !(read_date(zone.StandardDate, &rule.standard_begins) &&
+                               read_date(zone.DaylightDate, &rule.daylight_begins))) {
         return std::nullopt;
     }
     return rule;
@@ -149,8 +150,8 @@ public:
 private:
     struct Year {
         int number = 0;
-        std::int64_t daylightBegins = 0;
-        std::int64_t standardBegins = 0;
+        std::int64_t daylight_begins = 0;
+        std::int64_t standard_begins = 0;
     };
     static constexpr int kYears = 32;
 
@@ -161,7 +162,7 @@ private:
             std::memcpy(&m_given, &zone, sizeof zone);
             m_standard = rule->standard;
             m_daylight = rule->daylight;
-            m_hasDaylight = rule->hasDaylight;
+            m_hasDaylight = rule->has_daylight;
             m_isFar = std::max(std::abs(m_standard), std::abs(m_daylight)) > kSecondsOfDay;
             std::fill(std::begin(m_years), std::end(m_years), Year());
         }
@@ -186,9 +187,9 @@ private:
             const RuleYear number(utc.wYear);
             year = {utc.wYear, rule.DaylightBegins(number), rule.StandardBegins(number)};
         }
-        const bool behind_daylight = time >= year.daylightBegins;
-        const bool behind_standard = time >= year.standardBegins;
-        const bool daylight = year.daylightBegins < year.standardBegins
+        const bool behind_daylight = time >= year.daylight_begins;
+        const bool behind_standard = time >= year.standard_begins;
+        const bool daylight = year.daylight_begins < year.standard_begins
                                   ? behind_daylight && !behind_standard
                                   : behind_daylight || !behind_standard;
         return daylight ? m_daylight : m_standard;

@@ -106,7 +106,7 @@ ZoneYear year_of_zone(const Zone &zone, std::int64_t time) {
         }
         const ZoneInterval next = zone.At(interval.end);
         std::optional<std::int64_t> &change =
-            next.daylight ? year.daylightBegins : year.standardBegins;
+            next.daylight ? year.daylight_begins : year.standard_begins;
         if (next.daylight != interval.daylight && (!change || next.begin <= time)) {
             change = next.begin;
         }

@@ -70,8 +70,8 @@ struct ZoneYear {
     std::optional<ZoneInterval> standard;  // one of each kind: that of now, or else the last one
     std::optional<ZoneInterval> daylight;
     // In UTC, of each direction the last change in the year up to that time, or else the first.
-    std::optional<std::int64_t> daylightBegins;
-    std::optional<std::int64_t> standardBegins;
+    std::optional<std::int64_t> daylight_begins;
+    std::optional<std::int64_t> standard_begins;
 };
 
 ZoneYear year_of_zone(const Zone &zone, std::int64_t time);

@@ -49,12 +49,12 @@ private:
 
 struct Header {
     char version = 0;
-    std::uint64_t utFlags = 0, standardFlags = 0, leaps = 0, times = 0, types = 0, nameBytes = 0;
+    std::uint64_t ut_flags = 0, standard_flags = 0, leaps = 0, times = 0, types = 0, name_bytes = 0;
 
     // Of the block behind it, with times of `width` bytes.
     std::uint64_t Size(std::uint64_t width) const {
-        return times * (width + 1) + types * 6 + nameBytes + leaps * (width + 4) + standardFlags +
-               utFlags;
+        return times * (width + 1) + types * 6 + name_bytes + leaps * (width + 4) + standard_flags +
+               ut_flags;
     }
 };
 
@@ -63,8 +63,8 @@ bool read_header(Bytes *bytes, Header *header) {
     const bool magic = bytes->Take(4) == "TZif";
     header->version = static_cast<char>(bytes->Number(1));
     bytes->Take(15);
-    for (std::uint64_t *const count : {&header->utFlags, &header->standardFlags, &header->leaps,
-                                       &header->times, &header->types, &header->nameBytes}) {
+    for (std::uint64_t *const count : {&header->ut_flags, &header->standard_flags, &header->leaps,
+                                       &header->times, &header->types, &header->name_bytes}) {
         *count = static_cast<std::uint64_t>(bytes->Number(4)) & 0xFFFFFFFF;
     }
     return magic && !bytes->Failed() && header->types != 0;
@@ -187,8 +187,8 @@ std::unique_ptr<const Zone> read_zone_file(std::string_view content) {
     const std::string_view times = bytes.Take(header.times * width);
     const std::string_view indices = bytes.Take(header.times);
     const std::string_view type_bytes = bytes.Take(header.types * 6);
-    auto names = std::make_unique<const std::string>(bytes.Take(header.nameBytes));
-    bytes.Take(header.leaps * (width + 4) + header.standardFlags + header.utFlags);
+    auto names = std::make_unique<const std::string>(bytes.Take(header.name_bytes));
+    bytes.Take(header.leaps * (width + 4) + header.standard_flags + header.ut_flags);
     std::vector<ZoneInterval> types;
     std::vector<ZoneInterval> intervals;
     if (bytes.Failed() || !read_types(Bytes(type_bytes), header, *names, &types) ||

@@ -108,25 +108,25 @@ private:
 
 void swap_negative_dst(ZoneRule *rule) {
     std::swap(rule->standard, rule->daylight);
-    std::swap(rule->standardName, rule->daylightName);
-    std::swap(rule->standardBegins, rule->daylightBegins);
+    std::swap(rule->standard_name, rule->daylight_name);
+    std::swap(rule->standard_begins, rule->daylight_begins);
 }
 
 }  // namespace
 
 RuleYear::RuleYear(std::int64_t number)
-    : firstDay(days_from_civil(number, 1, 1)), isLeap(is_leap_year(number)) {}
+    : first_day(days_from_civil(number, 1, 1)), is_leap(is_leap_year(number)) {}
 
 std::int64_t RuleDate::InYear(const RuleYear &year) const {
-    const bool leap_day_before = year.isLeap && month > 2;
-    std::int64_t days = year.firstDay;
+    const bool leap_day_before = year.is_leap && month > 2;
+    std::int64_t days = year.first_day;
     switch (form) {
         case Form::kWeekday: {
             days += kDaysBefore[month - 1] + leap_day_before;
             const int to_weekday = (weekday + 7 - weekday_of(days)) % 7;
             const int length = kDaysBefore[month] - kDaysBefore[month - 1];
             const int in_month = to_weekday + 7 * (day - 1);
-            days += in_month < length + (year.isLeap && month == 2) ? in_month : in_month - 7;
+            days += in_month < length + (year.is_leap && month == 2) ? in_month : in_month - 7;
             break;
         }
         case Form::kDayOfMonth:
@@ -136,31 +136,31 @@ std::int64_t RuleDate::InYear(const RuleYear &year) const {
             days += day;
             break;
         case Form::kDayOfPlainYear:
-            days += day - 1 + (day >= 60 && year.isLeap);
+            days += day - 1 + (day >= 60 && year.is_leap);
             break;
     }
     return days * kSecondsOfDay + seconds;
 }
 
 std::int64_t ZoneRule::DaylightBegins(const RuleYear &year) const {
-    return daylightBegins.InYear(year) - standard;
+    return daylight_begins.InYear(year) - standard;
 }
 
 std::int64_t ZoneRule::StandardBegins(const RuleYear &year) const {
-    return standardBegins.InYear(year) - daylight;
+    return standard_begins.InYear(year) - daylight;
 }
 
 // A year falls into three parts: its first and its last days, where changes of the neighbouring
 // years can come to lie too, and what is between them. The interval stays within one part.
 ZoneInterval ZoneRule::At(std::int64_t time) const {
-    if (!hasDaylight) {
-        return {kTimeBegin, kTimeEnd, standard, standard, standardName.c_str(), false};
+    if (!has_daylight) {
+        return {kTimeBegin, kTimeEnd, standard, standard, standard_name.c_str(), false};
     }
     constexpr int kFirstDays = 10;
     constexpr int kLastDays = 355;
     const std::int64_t today = floor_quotient(time + standard, kSecondsOfDay);
     const CivilDay date = civil_from_days(today);
-    const bool at_edge = date.dayOfYear < kFirstDays || date.dayOfYear >= kLastDays;
+    const bool at_edge = date.day_of_year < kFirstDays || date.day_of_year >= kLastDays;
     std::int64_t before = kTimeBegin;
     std::int64_t behind = kTimeEnd;
     bool now = false;
@@ -178,7 +178,7 @@ ZoneInterval ZoneRule::At(std::int64_t time) const {
         consider(StandardBegins(year), false);
         consider(DaylightBegins(year), true);  // wins when both are at once
     };
-    const RuleYear this_year(today - date.dayOfYear, is_leap_year(date.year));
+    const RuleYear this_year(today - date.day_of_year, is_leap_year(date.year));
     if (!at_edge) {
         consider_both(this_year);
     } else {
@@ -190,29 +190,29 @@ ZoneInterval ZoneRule::At(std::int64_t time) const {
         now = !next;
     }
     const auto part = [&](int day) {
-        return (this_year.firstDay + day) * kSecondsOfDay - standard;
+        return (this_year.first_day + day) * kSecondsOfDay - standard;
     };
-    const int first = !at_edge ? kFirstDays : date.dayOfYear < kFirstDays ? 0 : kLastDays;
-    const int last = !at_edge                      ? kLastDays
-                     : date.dayOfYear < kFirstDays ? kFirstDays
-                                                   : 365 + this_year.isLeap;
+    const int first = !at_edge ? kFirstDays : date.day_of_year < kFirstDays ? 0 : kLastDays;
+    const int last = !at_edge                        ? kLastDays
+                     : date.day_of_year < kFirstDays ? kFirstDays
+                                                     : 365 + this_year.is_leap;
     return {std::max(before, part(first)),
             std::min(behind, part(last)),
             now ? daylight : standard,
             standard,
-            (now ? daylightName : standardName).c_str(),
+            (now ? daylight_name : standard_name).c_str(),
             now};
 }
 
 std::optional<ZoneRule> parse_zone_rule(std::string_view text) {
     RuleParser parser(text);
     ZoneRule rule;
-    rule.standardName = parser.Name();
+    rule.standard_name = parser.Name();
     rule.standard = -parser.Time(kMaxHoursOfOffset);
     rule.daylight = rule.standard;
-    rule.hasDaylight = !parser.AtEnd();
-    if (rule.hasDaylight && !parser.Failed()) {
-        rule.daylightName = parser.Name();
+    rule.has_daylight = !parser.AtEnd();
+    if (rule.has_daylight && !parser.Failed()) {
+        rule.daylight_name = parser.Name();
         rule.daylight = rule.standard + 3600;
         if (!parser.AtEnd() && !parser.StandsAt(',')) {
             rule.daylight = -parser.Time(kMaxHoursOfOffset);
@@ -220,14 +220,14 @@ std::optional<ZoneRule> parse_zone_rule(std::string_view text) {
         RuleParser united_states(",M3.2.0,M11.1.0");
         RuleParser &from = parser.AtEnd() ? united_states : parser;
         from.Require(',');
-        rule.daylightBegins = from.Date();
+        rule.daylight_begins = from.Date();
         from.Require(',');
-        rule.standardBegins = from.Date();
+        rule.standard_begins = from.Date();
     }
     if (parser.Failed() || !parser.AtEnd()) {
         return std::nullopt;
     }
-    if (rule.hasDaylight && rule.daylight < rule.standard) {
+    if (rule.has_daylight && rule.daylight < rule.standard) {
         swap_negative_dst(&rule);
     }
     return rule;

@@ -29,10 +29,10 @@ struct ZoneInterval {
 // A year, with the day on which it begins.
 struct RuleYear {
     explicit RuleYear(std::int64_t number);
-    RuleYear(std::int64_t first, bool leap) : firstDay(first), isLeap(leap) {}
+    RuleYear(std::int64_t first, bool leap) : first_day(first), is_leap(leap) {}
 
-    std::int64_t firstDay;
-    bool isLeap;
+    std::int64_t first_day;
+    bool is_leap;
 };
 
 // When in a year the clock changes, told on the clock that ends.
@@ -47,7 +47,8 @@ struct RuleDate {
     int month = 1;
     int day = 0;
     int weekday = 0;
-    std::int64_t seconds = std::int64_t{2} * 3600;  // from midnight of that day; may be negative or beyond a day
+    std::int64_t seconds =
+        std::int64_t{2} * 3600;  // from midnight of that day; may be negative or beyond a day
 
     // In seconds from 1970-01-01 00:00:00 of that clock.
     std::int64_t InYear(const RuleYear &year) const;
@@ -56,11 +57,11 @@ struct RuleDate {
 struct ZoneRule {
     std::int64_t standard = 0;
     std::int64_t daylight = 0;  // offset with daylight time
-    bool hasDaylight = false;
-    std::string standardName;
-    std::string daylightName;
-    RuleDate daylightBegins;
-    RuleDate standardBegins;
+    bool has_daylight = false;
+    std::string standard_name;
+    std::string daylight_name;
+    RuleDate daylight_begins;
+    RuleDate standard_begins;
 
     ZoneInterval At(std::int64_t time) const;
 

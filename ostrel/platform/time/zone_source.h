@@ -62,8 +62,8 @@ public:
         std::int64_t end = 0;
         std::int64_t offset = 0;
         std::int64_t standard = 0;
-        std::int64_t daylightBias = 0;  // what daylight time is ahead of standard time this year
-        bool hasDaylight = false;
+        std::int64_t daylight_bias = 0;  // what daylight time is ahead of standard time this year
+        bool has_daylight = false;
     };
     const Present &GetPresent() noexcept;
 

@@ -62,8 +62,8 @@ TEST(ZoneFile, TellsTheChangesThatHoldInAYearOfMany) {
     constexpr std::int64_t kMarch = 1427594400, kJune = 1434247200, kJuly = 1437271200;
     for (const auto &[change, daylight] : {std::pair(kJune, kMarch), {kJuly, kJuly}}) {
         const ostrel_platform::ZoneYear year = ostrel_platform::year_of_zone(*zone, change + 86400);
-        EXPECT_EQ(year.daylightBegins, daylight) << change;
-        EXPECT_EQ(year.standardBegins, kJune) << change;
+        EXPECT_EQ(year.daylight_begins, daylight) << change;
+        EXPECT_EQ(year.standard_begins, kJune) << change;
     }
 }
 

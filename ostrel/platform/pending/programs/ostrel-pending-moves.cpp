@@ -1,4 +1,4 @@
-// Carries out the moves and deletions that were put off to the next start of the system.
+// Carries out the moves and deletions that programs requested for the next start of the system.
 
 #include <cerrno>
 #include <cstdio>
@@ -15,20 +15,21 @@ enum ExitCode { kDone = 0, kSomeFailed = 1, kNoRecord = 2, kWrongUse = 64 };
 constexpr char kHelp[] =
     "Usage: ostrel-pending-moves [--now]\n"
     "\n"
-    "Moves and deletes the files for which a program asked that for the next start of the\n"
-    "system. Meant to run once while the system starts, as root, before its services.\n"
+    "Carries out the moves and deletions of files that programs requested for the next start\n"
+    "of the system. Run it once while the system starts, as root, before the services.\n"
     "\n"
-    "  --now   also what was asked for since the system started; stop the programs first\n"
-    "  --help  this text\n"
+    "  --now   also carry out the requests made since the system started; stop the programs\n"
+    "          that use the files first\n"
+    "  --help  print this text\n"
     "\n"
-    "The requests are read from the file pending_moves in the directory that the environment\n"
+    "Reads the requests from the file pending_moves in the directory that the environment\n"
     "variable OSTREL_STATE_DIR names, else in /var/lib/ostrel.\n"
     "\n"
     "Exit codes:\n"
-    "   0  all is done, or nothing was asked for\n"
-    "   1  some requests failed; they are named on standard error and given up\n"
-    "   2  the file could not be read or written, or is not to be trusted; what is left stays in "
-    "it\n"
+    "   0  all requests were carried out, or there were none\n"
+    "   1  some requests failed; standard error names them, and they are removed from the file\n"
+    "   2  the file could not be read or written, or is not trusted; the requests that were not\n"
+    "      carried out stay in the file\n"
     "  64  wrong options\n";
 
 }  // namespace
