@@ -19,8 +19,8 @@ namespace {
 constexpr mode_t kPermissions = 0777;
 constexpr mode_t kAllModeBits = 07777;
 
-// A name beside a path that nobody can guess. What has been made under it is removed with the
-// object, unless it was given its final name.
+// An unguessable path beside the target. The destructor removes what was made there, unless
+// GiveName has renamed it.
 class TemporaryName {
 public:
     explicit TemporaryName(const std::string &beside) {
@@ -62,8 +62,8 @@ private:
     bool m_made = false;
 };
 
-// The host copies by itself where it can. Where it stops, for whatever reason, reading and writing
-// goes on, which also tells the reason.
+// The host copies as far as copy_file_range works. Then, for whatever reason that stops, read and
+// write continue; their errno tells the reason.
 int copy_bytes(int source, int target) {
     constexpr std::size_t kHostStep = std::size_t{1} << 30;
     constexpr std::size_t kStep = std::size_t{128} << 10;
@@ -97,7 +97,7 @@ int copy_user_attribute(int source, int target, const char *name) {
     return error_of(fsetxattr(target, name, value.get(), static_cast<std::size_t>(count), 0));
 }
 
-// The extended attributes of the kind that everyone may set, the platform's among them.
+// Copies the user extended attributes, which need no privilege and include the layer's own.
 int copy_user_attributes(int source, int target) {
     const ssize_t size = flistxattr(source, nullptr, 0);
     if (size <= 0) {
@@ -124,7 +124,7 @@ int copy_attributes(int source, int target) {
     return error != 0 ? error : write_attributes(target, facts.attributes);
 }
 
-// A creation time is the host's own, so that it must be set to come along.
+// Stores the creation time, too: the host gives the copy one of its own.
 int move_attributes(int source, int target) {
     FileFacts facts;
     int error = read_facts(source, &facts);
@@ -134,14 +134,14 @@ int move_attributes(int source, int target) {
     return error != 0 ? error : write_times(target, &facts.creation, nullptr, nullptr);
 }
 
-// In an order in which nothing takes back what was set before: attributes need write permission, a
-// change of owner clears mode bits, and each of them is a change.
+// No step undoes an earlier one: attributes need write permission, a change of owner clears mode
+// bits, and each step may change the times.
 int copy_properties(int source, const struct stat &facts, int target, bool moves) {
     if (const int error =
             moves ? move_attributes(source, target) : copy_attributes(source, target)) {
         return error;
     }
-    // Bits that lend the owner's rights go only with the owner.
+    // Bits that lend the owner's rights are copied only with the owner.
     const bool owned = moves && fchown(target, facts.st_uid, facts.st_gid) == 0;
     if (fchmod(target, facts.st_mode & (owned ? kAllModeBits : kPermissions)) != 0) {
         return errno;

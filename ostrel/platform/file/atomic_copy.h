@@ -13,9 +13,9 @@ namespace ostrel_platform {
 
 struct CopyMode {
     bool replace;  // whether to replace an existing target; otherwise it gives EEXIST
-    // Whether the copy is part of a move. The copy then also gets the user extended attributes, the
-    // creation time and the time of the last access, and, if the host allows that, the owner and
-    // with it all mode bits. The host writes the copy to the disk before the rename.
+    // Whether also to copy the user extended attributes, the creation time, the time of the last
+    // access, and, if the host allows that, the owner with all mode bits; and to write the copy to
+    // the disk before the rename.
     bool moves;
 };
 

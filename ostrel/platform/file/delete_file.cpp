@@ -14,8 +14,8 @@ namespace ostrel_platform {
 
 namespace {
 
-// Opens a file that is to go, without following a link. Refused with ETXTBSY when it runs.
-HostDescriptor open_to_hold(const char *path, mode_t mode) {
+// Opens a file without following a link. Sets errno to ETXTBSY for a running program.
+HostDescriptor open_to_lock(const char *path, mode_t mode) {
     constexpr int kFlags = O_NOFOLLOW | O_NONBLOCK;
     constexpr mode_t kExecute = S_IXUSR | S_IXGRP | S_IXOTH;
     if ((mode & kExecute) != 0) {
@@ -27,8 +27,8 @@ HostDescriptor open_to_hold(const char *path, mode_t mode) {
     return open_host(path, O_RDONLY | kFlags);
 }
 
-// What keeps one file of a path from being deleted; deletes it if nothing does. ESTALE when others
-// have put another in its place meanwhile.
+// Deletes the file of a path. Returns 0 or errno: ESTALE when others have replaced the file
+// meanwhile.
 int try_delete(const char *path) {
     struct stat facts;
     if (lstat(path, &facts) != 0) {
@@ -40,8 +40,8 @@ int try_delete(const char *path) {
     if (is_read_only(facts)) {
         return EACCES;
     }
-    SharingFile held;
-    const int error = S_ISREG(facts.st_mode) ? lock_for_delete(path, facts, &held) : 0;
+    SharingFile lock;
+    const int error = S_ISREG(facts.st_mode) ? lock_for_delete(path, facts, &lock) : 0;
     if (error != 0) {
         return error;
     }
@@ -51,13 +51,12 @@ int try_delete(const char *path) {
 }  // namespace
 
 int lock_for_delete(const char *path, const struct stat &facts, SharingFile *held) noexcept {
-    SharingFile file(open_to_hold(path, facts.st_mode));
+    SharingFile file(open_to_lock(path, facts.st_mode));
     if (!file) {
         const bool unknowable = errno == EACCES || errno == EPERM;
-        return unknowable ? 0 : errno == ELOOP ? ESTALE : errno;  // ELOOP: it is a link by now
+        return unknowable ? 0 : errno == ELOOP ? ESTALE : errno;  // ELOOP: others put a link there
     }
-    // Two that delete do not go together: the one that is late would take away what comes next
-    // under this name.
+    // Two deletions exclude each other: the later one would delete what comes next under this name.
     const int refusal = file.Take(kShareDelete, kShareRead | kShareWrite);
     struct stat opened, named;
     if (fstat(file.Get(), &opened) != 0 || lstat(path, &named) != 0) {

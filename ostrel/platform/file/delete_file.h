@@ -16,17 +16,16 @@ namespace ostrel_platform {
 // or what the host's call sets.
 int delete_file(const char *path) noexcept;
 
-// Locks a regular file for the caller to delete or replace. While `held` lives, no other handle
-// forbids that: a new open that does not share deletion waits up to a fifth of a second, and then
-// fails or finds that its path leads to another file. `facts` is the lstat result of `path`. A file
-// that this user may not open (EACCES, EPERM) cannot be locked: the call then returns 0 and leaves
-// `held` empty.
+// Locks a regular file for the caller to delete or replace. While `held` lives, a new open that
+// does not share deletion waits up to a fifth of a second, and then fails or finds that its path
+// names another file. `facts` is the lstat result of `path`. A file that this user may not open
+// cannot be locked: the call then returns 0 and leaves `held` empty.
 //
 // Returns 0. On failure leaves `held` empty and returns errno:
-//   EBUSY    another handle does not share deletion, or another call is deleting the file
+//   EBUSY    another handle does not share deletion, or another call deletes or replaces it
 //   ETXTBSY  a running program, which is noticed only if this user may write to the file
-//   ENOENT   the path leads to nothing
-//   ESTALE   the path leads to another file than `facts` describes; the caller calls lstat again
+//   ENOENT   the path names nothing
+//   ESTALE   the path names another file than `facts`; the caller calls lstat again
 // or what the host's call sets.
 int lock_for_delete(const char *path, const struct stat &facts, SharingFile *held) noexcept;
 

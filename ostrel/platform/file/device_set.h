@@ -17,7 +17,6 @@ namespace ostrel_platform {
 // Threads: every call may run on any thread.
 class DeviceSet {
 public:
-    // Whether the device was added in the current second of the host's monotonic clock.
     bool Has(dev_t device) const {
         for (const Place &place : m_places) {
             if (place.device.load(std::memory_order_relaxed) == device) {
@@ -27,7 +26,6 @@ public:
         return false;
     }
 
-    // Adds a device, or renews its time. May replace another device.
     void Add(dev_t device) {
         Place *place = &m_places[m_turn.fetch_add(1, std::memory_order_relaxed) % m_places.size()];
         for (Place &known : m_places) {

@@ -17,8 +17,8 @@
 namespace ostrel_platform {
 namespace {
 
-// The path of a directory or of a link to one, without a separator at its end: the host would take
-// that for the directory behind the link.
+// Returns the path of a directory or of a link to one, without separators at its end, with which
+// the host would follow the link.
 std::optional<std::string> directory_path(const WCHAR *path) {
     std::optional<std::string> host = file_path(path);
     while (host && host->size() > 1 && host->back() == '/') {

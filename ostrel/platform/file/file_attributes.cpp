@@ -1,4 +1,4 @@
-// Attributes by path.
+// Reads and sets attributes by path.
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -42,7 +42,7 @@ DWORD set_attributes(const WCHAR *path, DWORD attributes) {
         return code_of_path(errno, host->c_str());
     }
     if (S_ISLNK(facts.st_mode)) {
-        return ERROR_SUCCESS;  // it has none of its own, and its target is another file
+        return ERROR_SUCCESS;  // a link has no attributes of its own
     }
     const int error = ostrel_platform::write_attributes(host->c_str(), attributes);
     return error != 0 ? code_of_path(error, host->c_str()) : ERROR_SUCCESS;

@@ -20,8 +20,7 @@ namespace {
 
 constexpr unsigned kShareAll = kShareRead | kShareWrite | kShareDelete;
 
-// Where a path ends when its last name is followed through links, whether or not something is
-// there.
+// Follows the links of a path's last name to their end, whether or not something is there.
 std::string end_of_links(std::string path) {
     constexpr int kMaxLinks = 40;
     char text[PATH_MAX];
@@ -36,10 +35,10 @@ std::string end_of_links(std::string path) {
     return path;
 }
 
-// What stands against putting a copy in the place of the file at `path`. Nobody who would comes to
-// it as long as `held` lives.
-DWORD hold_target(const char *path, const struct stat &source, const struct stat &target,
-                  SharingFile *held) {
+// Locks the file at `path` for a copy that replaces it: while `lock` lives, others cannot open the
+// file without sharing writing. Returns an error code.
+DWORD lock_target(const char *path, const struct stat &source, const struct stat &target,
+                  SharingFile *lock) {
     if (is_same_file(source, target)) {
         return ERROR_SHARING_VIOLATION;
     }
@@ -50,11 +49,11 @@ DWORD hold_target(const char *path, const struct stat &source, const struct stat
         (facts.attributes & kProtecting) != 0) {
         return ERROR_ACCESS_DENIED;
     }
-    *held = SharingFile(open_host_to_write(path, O_NONBLOCK));  // refused for a program
-    if (!*held) {
+    *lock = SharingFile(open_host_to_write(path, O_NONBLOCK));  // not a running program
+    if (!*lock) {
         return code_of_errno(errno);
     }
-    return held->Take(kShareWrite, kShareAll) == 0 ? ERROR_SUCCESS : ERROR_SHARING_VIOLATION;
+    return lock->Take(kShareWrite, kShareAll) == 0 ? ERROR_SUCCESS : ERROR_SHARING_VIOLATION;
 }
 
 DWORD copy_path(const std::string &source, const std::string &given_target, bool replace) {
@@ -70,11 +69,11 @@ DWORD copy_path(const std::string &source, const std::string &given_target, bool
         return ERROR_SHARING_VIOLATION;
     }
     const std::string target = end_of_links(given_target);
-    SharingFile held;
+    SharingFile lock;
     struct stat there;
     if (lstat(target.c_str(), &there) == 0) {
         const DWORD code =
-            replace ? hold_target(target.c_str(), facts, there, &held) : ERROR_FILE_EXISTS;
+            replace ? lock_target(target.c_str(), facts, there, &lock) : ERROR_FILE_EXISTS;
         if (code != ERROR_SUCCESS) {
             return code;
         }
@@ -85,7 +84,7 @@ DWORD copy_path(const std::string &source, const std::string &given_target, bool
         case EEXIST:
             return ERROR_FILE_EXISTS;
         case ENOENT:
-            return ERROR_PATH_NOT_FOUND;  // the source is open: it is the target's folder
+            return ERROR_PATH_NOT_FOUND;  // the source is open: the target's folder
         default:
             return code_of_errno(error);
     }

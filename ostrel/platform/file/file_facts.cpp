@@ -28,15 +28,15 @@ constexpr mode_t kAllMayWrite = S_IWUSR | S_IWGRP | S_IWOTH;
 constexpr std::int64_t kSecondsTo1970 = kMillisecondsTo1970 / 1000;
 constexpr std::int64_t kLastTicks = std::numeric_limits<std::int64_t>::max();
 
-// What statx is asked for.
+// The fields that statx is asked for.
 constexpr unsigned kFields = STATX_BASIC_STATS | STATX_BTIME;
 
-// Pipes, sockets and devices have none: neither told nor set, and nothing is asked of them.
+// FIFOs, sockets and devices have no attributes, and the host is not asked for any.
 bool has_attributes(mode_t mode) {
     return S_ISREG(mode) || S_ISDIR(mode);
 }
 
-// A time before 1601 is told as 0, one beyond the last count of FileTimeToSystemTime as that.
+// Returns 0 for a time before 1601, and at most the last count of FileTimeToSystemTime.
 FILETIME time_from_host(const statx_timestamp &time) {
     if (time.tv_sec < -kSecondsTo1970) {
         return count_of(0);
@@ -51,7 +51,7 @@ bool is_earlier(const statx_timestamp &left, const statx_timestamp &right) {
     return left.tv_sec != right.tv_sec ? left.tv_sec < right.tv_sec : left.tv_nsec < right.tv_nsec;
 }
 
-// A host that keeps no time of birth knows at least when the file was there.
+// Without a time of birth, returns the earliest time at which the file is known to exist.
 const statx_timestamp &host_creation(const struct statx &host) {
     if ((host.stx_mask & STATX_BTIME) != 0) {
         return host.stx_btime;
@@ -59,7 +59,7 @@ const statx_timestamp &host_creation(const struct statx &host) {
     return is_earlier(host.stx_mtime, host.stx_ctime) ? host.stx_mtime : host.stx_ctime;
 }
 
-// All but NORMAL and `link`. `ref` leads to what `host` tells of, through a link or not.
+// Leaves out NORMAL and `link`. `ref` leads to the file of `host`, through a link or not.
 FileFacts facts_of(const struct statx &host, const FileRef &ref, DWORD link) {
     const dev_t device = makedev(host.stx_dev_major, host.stx_dev_minor);
     FileFacts facts;
@@ -105,7 +105,7 @@ int ask_host(const FileRef &ref, int flags, struct statx *host) {
     return statx(ref.directory, ref.name, flags, kFields, host) == 0 ? 0 : errno;
 }
 
-// The change of a file that goes by its path or by its open file.
+// Overloads for a path and for an open file.
 
 int change_mode(const char *path, mode_t mode) {
     return chmod(path, mode) == 0 ? 0 : errno;
@@ -127,8 +127,8 @@ int ask_host(const FileRef &ref, struct stat *host) {
     return fstatat(ref.directory, ref.name, host, AT_EMPTY_PATH) == 0 ? 0 : errno;
 }
 
-// The host wants permissions for attributes, also of an owner who could give them to himself: he
-// gets them for the length of `store`.
+// Extended attributes need read and write permission, also of the owner, who may set both: on
+// EACCES, sets both while `store` runs again.
 template <class Target, class Store>
 int with_permission(Target target, mode_t mode, Store store) {
     constexpr mode_t kNeeded = S_IRUSR | S_IWUSR;
@@ -142,7 +142,7 @@ int with_permission(Target target, mode_t mode, Store store) {
     return result != 0 ? result : restored;
 }
 
-// Replaces the bits of `mask` by those of `bits`. Others that a file server has stored stay.
+// Replaces the bits of `mask` by those of `bits`; keeps others that a file server has stored.
 template <class Target>
 int change_stored_bits(Target target, DWORD mask, DWORD bits) {
     const FileRef ref = ref_of(target);
@@ -171,7 +171,7 @@ int write_attributes_of(Target target, DWORD attributes) {
     if (!has_attributes(host.st_mode)) {
         return 0;
     }
-    // READONLY that a file server has stored for a file would only contradict the mode.
+    // Clears a READONLY that a file server has stored for a file: the mode decides.
     const bool is_directory = S_ISDIR(host.st_mode);
     const DWORD bits = attributes & (is_directory ? kStoredOfDirectory : kStoredOfFile);
     const mode_t mode = host.st_mode & 07777;
@@ -188,14 +188,14 @@ int write_attributes_of(Target target, DWORD attributes) {
     return wanted == mode ? 0 : change_mode(target, wanted);
 }
 
-// Null, 0 and all bits set leave a time alone.
+// Null, 0 and all bits set leave a time as it is.
 bool is_given(const FILETIME *time) {
     constexpr DWORD kAllBits = 0xFFFFFFFF;
     return time != nullptr && (time->dwLowDateTime != 0 || time->dwHighDateTime != 0) &&
            (time->dwLowDateTime != kAllBits || time->dwHighDateTime != kAllBits);
 }
 
-// False for what is no time.
+// Returns false for a FILETIME that is no time.
 bool put_time(const FILETIME *time, timespec *host) {
     *host = {0, UTIME_OMIT};
     if (!is_given(time)) {
@@ -209,8 +209,8 @@ bool put_time(const FILETIME *time, timespec *host) {
     return ticks.has_value();
 }
 
-// Every file system keeps the times of 1980 to 2037, of others those of its range. A difference of
-// up to a day is a coarse step.
+// Every file system keeps the times from 1980 to 2037, and others only in its range. A difference
+// of up to a day is a coarse time step.
 bool is_kept(const timespec &wanted, const timespec &kept) {
     constexpr std::int64_t k1980 = 315'532'800;
     constexpr std::int64_t k2038 = 2'145'916'800;
@@ -218,7 +218,7 @@ bool is_kept(const timespec &wanted, const timespec &kept) {
            std::abs(wanted.tv_sec - kept.tv_sec) <= kSecondsOfDay;
 }
 
-// A file system brings a time out of its range to the nearest in silence: such a change is undone.
+// A file system silently moves a time out of its range to the nearest: restores the old times then.
 int write_host_times(int file, const struct stat &before, const timespec (&times)[2]) {
     struct stat after;
     if (futimens(file, times) != 0 || fstat(file, &after) != 0) {
@@ -254,7 +254,7 @@ int read_facts(int directory, const char *name, unsigned char type, FileFacts *f
         }
         link = S_ISLNK(host.stx_mode) ? FILE_ATTRIBUTE_REPARSE_POINT : 0;
     }
-    // A target out of reach, for whatever reason, is as good as none: a link can always be told of.
+    // A target that cannot be reached counts as missing, so that a link always has facts.
     if (link != 0 && ask_host(ref, 0, &host) != 0) {
         if (const int error = ask_host(ref, AT_SYMLINK_NOFOLLOW, &host)) {
             return error;

@@ -32,17 +32,14 @@ int read_facts(int directory, const char *name, unsigned char type, FileFacts *f
 // Stores the facts of an open file. Returns 0 or errno.
 int read_facts(int file, FileFacts *facts) noexcept;
 
-// Store READONLY, HIDDEN, SYSTEM and ARCHIVE as in `attributes`, and ignore every other bit. `path`
-// must not lead to a link (see SetFileAttributesW). On a FIFO, socket or device the calls succeed
-// and have no effect. Return 0 or errno: EOPNOTSUPP for READONLY of a directory on a file system
-// without extended attributes.
+// Store READONLY, HIDDEN, SYSTEM and ARCHIVE of `attributes`, by the rules of SetFileAttributesW.
+// `path` must not be a link. Return 0 or errno: EOPNOTSUPP for READONLY of a directory on a file
+// system without extended attributes.
 int write_attributes(const char *path, DWORD attributes) noexcept;
 int write_attributes(int file, DWORD attributes) noexcept;
 
-// Sets the times of an open file, the creation time last. Null, a FILETIME of 0 and one of all bits
-// set leave a time as it is. A creation time is lost without an error on a file system without
-// extended attributes, and on a FIFO, socket or device. Returns 0 or errno: EINVAL for a FILETIME
-// of 2^63 or more, and for a time that the file system cannot keep.
+// Sets the times of an open file, by the rules of SetFileTime; null leaves a time as it is. Returns
+// 0 or errno: EINVAL for a FILETIME of 2^63 or more, or a time that the file system cannot keep.
 int write_times(int file, const FILETIME *creation, const FILETIME *access,
                 const FILETIME *write) noexcept;
 

@@ -19,7 +19,7 @@ using ostrel_platform::HandleKind;
 using ostrel_platform::HandleTable;
 using ostrel_platform::OpenFile;
 
-// Runs `body` with the open file behind a handle; its result is the call's.
+// Runs `body`, which returns an error code, with the open file behind a handle.
 template <class Body>
 BOOL with_file(HANDLE handle, Body body) noexcept {
     return ostrel_platform::call_result([&]() -> DWORD {
@@ -30,7 +30,7 @@ BOOL with_file(HANDLE handle, Body body) noexcept {
     });
 }
 
-// What stands against a read or write before it begins.
+// Checks the arguments of a read or write. Returns an error code.
 DWORD check_transfer(const OpenFile &file, DWORD access, const void *buffer, DWORD count,
                      DWORD *done, const void *overlapped) {
     if (done == nullptr || overlapped != nullptr) {

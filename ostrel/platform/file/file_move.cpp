@@ -18,7 +18,7 @@
 namespace ostrel_platform {
 namespace {
 
-// A missing source, or else the target's folder.
+// ENOENT means the source, or else the target's folder.
 DWORD code_of_move(int error, const std::string &source) {
     struct stat facts;
     if (error == ENOENT && lstat(source.c_str(), &facts) == 0) {
@@ -27,7 +27,7 @@ DWORD code_of_move(int error, const std::string &source) {
     return code_of_path(error, source.c_str());
 }
 
-// Writes the folder of a file that came into it to the disk.
+// Writes the folder of a path to the disk.
 int sync_folder_of(const std::string &path) {
     const HostDescriptor folder = open_host(folder_of(path).c_str(), O_RDONLY | O_DIRECTORY);
     return folder ? sync_directory(folder.Get()) : errno;
@@ -39,8 +39,8 @@ bool is_unchanged(const struct stat &before, const struct stat &now) {
            before.st_mtim.tv_nsec == now.st_mtim.tv_nsec;
 }
 
-// To another file system. The source is deleted when the copy is in its place, on the disk, and
-// nobody has put or written anything else there meanwhile.
+// Moves to another file system. Deletes the source when the copy is on the disk and nobody has
+// replaced or written to the source meanwhile.
 int move_by_copy(const std::string &source, const std::string &target, bool replace) {
     struct stat facts, there;
     if (lstat(source.c_str(), &facts) != 0) {
@@ -50,7 +50,7 @@ int move_by_copy(const std::string &source, const std::string &target, bool repl
         return EXDEV;
     }
     if (is_same_entry(source, target)) {
-        return 0;  // seen through two mounts of one file system
+        return 0;  // through two mounts of one file system
     }
     if (!replace && lstat(target.c_str(), &there) == 0) {
         return EEXIST;  // before a long copy
@@ -73,7 +73,7 @@ int move_by_copy(const std::string &source, const std::string &target, bool repl
         error = sync_folder_of(target);
     }
     if (error == 0 && lstat(source.c_str(), &there) == 0 && is_unchanged(facts, there)) {
-        unlink(source.c_str());  // a source that stays is no failure
+        unlink(source.c_str());  // a failure here is not reported
     }
     return error;
 }
@@ -85,9 +85,9 @@ int move_new(const std::string &source, const std::string &target) {
                : error;
 }
 
-// Puts a file in the place of another, if there is one; nobody comes to that as long as `held`
-// lives.
-int move_over(const std::string &source, const std::string &target, SharingFile *held) {
+// Replaces a file at `target`, if there is one. While `lock` lives, others cannot open that file
+// without sharing deletion.
+int move_over(const std::string &source, const std::string &target, SharingFile *lock) {
     struct stat facts, there;
     if (lstat(source.c_str(), &facts) != 0) {
         return errno;
@@ -97,13 +97,13 @@ int move_over(const std::string &source, const std::string &target, SharingFile 
     }
     const bool exists = lstat(target.c_str(), &there) == 0 && !is_same_entry(source, target);
     if (exists && (S_ISDIR(there.st_mode) || is_read_only(there) ||
-                   (S_ISREG(there.st_mode) && lock_for_delete(target.c_str(), there, held) != 0))) {
+                   (S_ISREG(there.st_mode) && lock_for_delete(target.c_str(), there, lock) != 0))) {
         return EACCES;
     }
     return rename_over(source, target);
 }
 
-// The folders of a move, opened before it, since what cannot be opened must be told before.
+// The folders of a move, opened before it, so that a failure to open them moves nothing.
 class SyncedFolders {
 public:
     int Open(const std::string &source, const std::string &target) {
@@ -128,10 +128,10 @@ DWORD move_path(const std::string &source, const std::string &target, DWORD flag
     const bool replace = (flags & MOVEFILE_REPLACE_EXISTING) != 0;
     const bool syncs = (flags & MOVEFILE_WRITE_THROUGH) != 0;
     SyncedFolders folders;
-    SharingFile held;
+    SharingFile lock;
     int error = syncs ? folders.Open(source, target) : 0;
     if (error == 0) {
-        error = replace ? move_over(source, target, &held) : move_new(source, target);
+        error = replace ? move_over(source, target, &lock) : move_new(source, target);
     }
     if (error == EXDEV && (flags & MOVEFILE_COPY_ALLOWED) != 0) {
         error = move_by_copy(source, target, replace);

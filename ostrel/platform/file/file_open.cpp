@@ -55,9 +55,8 @@ struct Request {
     }
 };
 
-// Opens for the facts alone, or for reading what is emptied first. That takes a look before: to
-// open a FIFO or a device for what was not asked for, or at all for its facts, may already do
-// something.
+// Opens with access 0, or with GENERIC_READ to truncate. Checks the kind of the file first: opening
+// a FIFO or device for more than that, or at all for its facts, may have an effect.
 HostDescriptor open_by_kind(const char *path, const Request &request) {
     struct stat facts;
     if (stat(path, &facts) != 0) {
@@ -74,7 +73,7 @@ HostDescriptor open_by_kind(const char *path, const Request &request) {
     return !file && errno == EACCES ? open_host(path, O_PATH) : std::move(file);
 }
 
-// Never empties the file: that waits until sharing allows the open. Never waits for a peer.
+// Does not truncate the file before sharing allows the open. Does not wait for a peer.
 HostDescriptor open_existing(const char *path, const Request &request) {
     switch (request.access) {
         case GENERIC_READ | GENERIC_WRITE:
@@ -97,14 +96,14 @@ HostDescriptor create(const char *path, const Request &request, int exclusive) {
                      O_CREAT | O_NONBLOCK | (request.Writes() ? O_RDWR : O_RDONLY) | exclusive);
 }
 
-// Opens or creates as `creation` says; none with errno.
+// Opens or creates as `creation` says. On failure sets errno.
 HostDescriptor open_or_create(const char *path, const Request &request, bool *created) {
     *created = true;
     if (request.creation == CREATE_NEW) {
         return create(path, request, O_EXCL);
     }
-    // Others may create and delete the file meanwhile. What is there and cannot be opened at every
-    // turn is a link that leads nowhere: its target is created.
+    // Others may create and delete the file meanwhile. A path that is missing and in use at every
+    // attempt is a link that leads nowhere: the last call creates its target.
     constexpr int kMaxAttempts = 3;
     for (int attempt = 0; attempt < kMaxAttempts; ++attempt) {
         HostDescriptor file = open_existing(path, request);
@@ -120,7 +119,7 @@ HostDescriptor open_or_create(const char *path, const Request &request, bool *cr
     return create(path, request, 0);
 }
 
-// Makes an existing file a new one.
+// Truncates an existing file, and for CREATE_ALWAYS gives it new attributes.
 DWORD empty_file(int file, const Request &request) {
     if ((request.access & GENERIC_WRITE) == 0 && !is_shared_for(file, kShareWrite)) {
         return ERROR_SHARING_VIOLATION;
@@ -140,15 +139,15 @@ DWORD empty_file(int file, const Request &request) {
     return ERROR_SUCCESS;
 }
 
-// An open file of the host on its way to become a handle.
+// A file that the host has opened and that has no handle yet.
 struct Opened {
     SharingFile file;
     bool created = false;
     struct stat facts = {};
 };
 
-// Nothing when the path leads to another file than the one that is open, or to none: others have
-// deleted or replaced it before it was shared, so that nobody would find it by its name.
+// Acquires the share lock. Returns nothing when the path leads to another file than the open one,
+// or to none: others have deleted or replaced the file before it was locked.
 std::optional<DWORD> share(const char *path, const Request &request, Opened *opened) {
     const int refusal = opened->file.Take(request.ShareAccess(), request.share);
     if (request.ShareAccess() != 0 && !path_still_names(path, opened->facts)) {
@@ -157,8 +156,7 @@ std::optional<DWORD> share(const char *path, const Request &request, Opened *ope
     return refusal != 0 ? ERROR_SHARING_VIOLATION : ERROR_SUCCESS;
 }
 
-// What follows when the host has opened the file: the rules that the host does not know. Nothing
-// as above.
+// Applies the rules that the host does not know. Returns an error code, or nothing as above.
 std::optional<DWORD> complete_open(const char *path, const Request &request, Opened *opened) {
     const int file = opened->file.Get();
     const mode_t mode = opened->facts.st_mode;
@@ -167,7 +165,7 @@ std::optional<DWORD> complete_open(const char *path, const Request &request, Ope
     }
     if (!S_ISREG(mode) && !S_ISDIR(mode)) {
         if (request.access != 0) {
-            fcntl(file, F_SETFL, fcntl(file, F_GETFL) & ~O_NONBLOCK);  // the open did not wait
+            fcntl(file, F_SETFL, fcntl(file, F_GETFL) & ~O_NONBLOCK);  // was for the open only
         }
         return ERROR_SUCCESS;
     }
@@ -186,7 +184,7 @@ std::optional<DWORD> complete_open(const char *path, const Request &request, Ope
 }
 
 std::optional<DWORD> try_open(const char *path, const Request &request, Opened *opened) {
-    opened->file = SharingFile();  // that of the turn before must not be in the way
+    opened->file = SharingFile();  // the previous lock would conflict
     opened->file = SharingFile(open_or_create(path, request, &opened->created));
     if (!opened->file) {
         return errno == EEXIST ? ERROR_FILE_EXISTS : code_of_path(errno, path);

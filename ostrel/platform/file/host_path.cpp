@@ -11,7 +11,7 @@
 namespace ostrel_platform {
 namespace {
 
-// A byte of the host that is no text, or no separator, travels as this unit plus its value.
+// This unit plus a byte stands for a byte that is not valid UTF-8, or is a backslash.
 constexpr WCHAR kEscape = 0xDC00;
 
 // The host directory of a drive: empty for C:, whose paths all begin at the root.
@@ -37,7 +37,7 @@ constexpr bool is_pair(const WCHAR *units) {
     return (units[0] & 0xFC00) == 0xD800 && (units[1] & 0xFC00) == 0xDC00;
 }
 
-// The units at `path` up to its NUL or a lone surrogate.
+// The number of units at `path` before its NUL or a lone surrogate.
 std::size_t text_run(const WCHAR *path) {
     const WCHAR *end = path;
     while (*end != 0 && (!is_surrogate(*end) || is_pair(end))) {
@@ -46,7 +46,7 @@ std::size_t text_run(const WCHAR *path) {
     return static_cast<std::size_t>(end - path);
 }
 
-// Appends `path`, with '/' for both separators. False when it holds a unit that stands for nothing.
+// Appends `path`, with '/' for both separators. Returns false for a unit that stands for no byte.
 bool append_host_name(const WCHAR *path, std::string *host) {
     for (;;) {
         const std::size_t units = text_run(path);
@@ -58,7 +58,7 @@ bool append_host_name(const WCHAR *path, std::string *host) {
         if (*path == 0) {
             return true;
         }
-        // Only these two, so that no escaped unit becomes a separator or a dot.
+        // No other byte has such a unit, so that none becomes a separator or a dot.
         const unsigned byte = static_cast<unsigned>(*path++) - kEscape;
         if (byte != '\\' && (byte < 0x80 || byte > 0xFF)) {
             return false;
@@ -67,7 +67,7 @@ bool append_host_name(const WCHAR *path, std::string *host) {
     }
 }
 
-// The bytes at the start of `name` that are valid UTF-8 without a backslash.
+// The number of bytes at the start of `name` that are valid UTF-8 without a backslash.
 std::size_t plain_run(std::string_view name) {
     const auto *const bytes = reinterpret_cast<const unsigned char *>(name.data());
     std::size_t pos = 0;
@@ -153,11 +153,11 @@ std::size_t name_from_host(std::string_view name, WCHAR *units) {
 }
 
 std::u16string path_from_host(std::string_view path) {
-    std::u16string told = u"C:";
-    told.resize(2 + path.size());
-    told.resize(2 + name_from_host(path, told.data() + 2));
-    std::replace(told.begin(), told.end(), u'/', u'\\');
-    return told;
+    std::u16string result = u"C:";
+    result.resize(2 + path.size());
+    result.resize(2 + name_from_host(path, result.data() + 2));
+    std::replace(result.begin(), result.end(), u'/', u'\\');
+    return result;
 }
 
 }  // namespace ostrel_platform

@@ -15,8 +15,8 @@
 namespace ostrel_platform {
 namespace {
 
-// 8 MiB, of which a page is in memory once something falls into it. Files that were made together
-// have inodes in a row, and so places in a row.
+// 8 MiB, of which a page takes memory once a slot of it is used. Files created together have
+// consecutive inodes, and so consecutive slots.
 constexpr std::size_t kSlots = std::size_t{1} << 20;
 constexpr std::size_t kRow = 64;
 
@@ -48,7 +48,7 @@ std::atomic_ref<std::uint64_t> slot_of(const struct statx &file) {
     return std::atomic_ref(known[row % (kSlots / kRow) * kRow + file.stx_ino % kRow]);
 }
 
-// File systems of the host itself; servers and daemons may count their own time.
+// Trusts the host's own file systems; servers and daemons may count their own time.
 bool keeps_change_times(const FileRef &ref) {
     HostDescriptor named;
     if (*ref.name != '\0') {
@@ -93,8 +93,7 @@ bool is_known_without_attributes(const struct statx &file) noexcept {
 }
 
 void remember_without_attributes(const struct statx &file, const FileRef &ref) noexcept {
-    if (ref.directory != AT_FDCWD && has_aged(file.stx_ctime) &&
-        is_trusted(device_of(file), ref)) {
+    if (ref.directory != AT_FDCWD && has_aged(file.stx_ctime) && is_trusted(device_of(file), ref)) {
         slot_of(file).store(mark_of(file), std::memory_order_relaxed);
     }
 }

@@ -22,8 +22,9 @@ public:
     bool Allows(DWORD access) const { return (m_access & access) != 0; }
 
     // Transfer up to `count` bytes at the file position and advance the position. A read of a
-    // regular file ends early only at the end of the file; any other read makes one call of the
-    // host. A write stores all bytes. `*done` must be 0 at the call; on return, and on failure too,
+    // regular file ends early only at the end of the file; any other read gives what one call of
+    // the host gives. A write stores all bytes. `*done` must be 0 at the call; on return, and on
+    // failure too,
     // `*done` is the number of bytes moved. Return 0 or an error code.
     DWORD Read(char *bytes, DWORD count, DWORD *done);
     DWORD Write(const char *bytes, DWORD count, DWORD *done);

@@ -23,7 +23,7 @@ constexpr SearchFailure kNoFolder = {ERROR_PATH_NOT_FOUND, ENOENT};
 constexpr SearchFailure kFolderIsFile = {ERROR_DIRECTORY, ENOENT};
 constexpr SearchFailure kNoMore = {ERROR_NO_MORE_FILES, ENOENT};
 
-// A link may lead to a directory, and not every file system tells.
+// A link may lead to a directory, and not every file system reports types.
 bool is_surely_a_file(unsigned char type) {
     return type != DT_DIR && type != DT_LNK && type != DT_UNKNOWN;
 }
@@ -32,7 +32,7 @@ SearchFailure host_failure(int error) {
     return {code_of_errno(error), error};
 }
 
-// A path, cut before its last component.
+// The last component of a path.
 struct Parts {
     std::u16string_view name;
     bool inRoot;  // of a drive
@@ -133,7 +133,7 @@ SearchResult Search::ReadDots() {
     return std::nullopt;
 }
 
-// Closes the directory at its end.
+// Closes the directory at its end and on failure.
 SearchResult Search::ReadBlock() {
     const ssize_t count = m_directory ? getdents64(m_directory.Get(), m_block.get(), kBlock) : 0;
     if (count > 0) {
@@ -147,7 +147,7 @@ SearchResult Search::ReadBlock() {
     return error == 0 || error == ENOENT ? kNoMore : host_failure(error);
 }
 
-// Whether the pattern matches a name, which is told in m_name then.
+// Whether the search returns a name. Stores the name in m_name.
 bool Search::Takes(std::string_view hostName) {
     if (hostName == "." || hostName == ".." || hostName.size() > kMaxBytes) {
         return false;

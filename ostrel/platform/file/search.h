@@ -30,10 +30,7 @@ struct SearchEntry {
     std::u16string_view name;  // valid until the next entry; fewer than MAX_PATH characters
 };
 
-// One search.
-//
-// Threads: a search that several threads share is used under its mutex.
-// Errors: First throws std::bad_alloc.
+// One search. First throws std::bad_alloc.
 class Search : public HandleObject {
 public:
     // With `mayLeaveOutFiles` the search of a pattern skips the entries that the host's listing
@@ -44,8 +41,8 @@ public:
     // FindFirstFileW describes it.
     SearchResult First(const WCHAR *path, SearchEntry *entry);
 
-    // Stores the next entry. Returns nothing, or the failure: ERROR_NO_MORE_FILES at the end. The
-    // caller locks Mutex before the call and until it has used the entry.
+    // Stores the next entry. Returns nothing, or the failure: ERROR_NO_MORE_FILES at the end. Lock
+    // Mutex around the call and the use of the entry.
     SearchResult Next(SearchEntry *entry);
     std::mutex &Mutex() { return m_mutex; }
 

@@ -13,25 +13,25 @@
 namespace ostrel_platform {
 namespace {
 
-// The locks lie far behind the end of any file. A byte of the first range tells an access and a
-// share mode. A byte of the second range is a ticket, which an open holds while another open of the
+// The locks lie far behind the end of any file. A byte of the first range encodes an access and a
+// share mode. A byte of the second range is a ticket, which an open locks while another open of the
 // same moment contends with it.
 constexpr off_t kFirstByte = 0x7000000000000000;
 constexpr unsigned kModes = 8;  // of three bits
 constexpr unsigned kBytes = kModes * kModes;
 constexpr unsigned kTickets = 1u << 30;
 
-constexpr bool go_together(unsigned access, unsigned share, unsigned byte) {
+constexpr bool are_compatible(unsigned access, unsigned share, unsigned byte) {
     return (access & ~(byte % kModes)) == 0 && (byte / kModes & ~share) == 0;
 }
 
-// How many forks lie between the first process and this one; getpid would be a call of the host.
+// The forks between the first process and this one; getpid would be a call of the host.
 std::atomic<unsigned> forks_before_this{0};
 [[maybe_unused]] const int counts_forks =
     pthread_atfork(nullptr, nullptr, [] { ++forks_before_this; });
 
 struct flock lock_of(short type, unsigned first, unsigned count) {
-    struct flock lock = {};  // an open file's lock must say process 0
+    struct flock lock = {};  // l_pid must be 0 for an open file's lock
     lock.l_type = type;
     lock.l_whence = SEEK_SET;
     lock.l_start = kFirstByte + static_cast<off_t>(first);
@@ -44,9 +44,9 @@ bool set_lock(int file, short type, unsigned byte) noexcept {
     return fcntl(file, F_OFD_SETLK, &lock) == 0;
 }
 
-// Whether another open has a lock on one of the bytes [first, end) that does not go with this
-// access and share mode. The host tells any one lock of a range, so each compatible lock that it
-// tells splits the rest. A longer lock is not of this layer and says nothing.
+// Whether another open has a lock on one of the bytes [first, end) that is incompatible with this
+// access and share mode. The host reports any one lock of a range, so each compatible lock splits
+// the rest. A longer lock is not of this layer and ends the search without a conflict.
 bool has_conflict(int file, unsigned access, unsigned share, unsigned first,
                   unsigned end) noexcept {
     while (first < end) {
@@ -55,7 +55,8 @@ bool has_conflict(int file, unsigned access, unsigned share, unsigned first,
             return false;
         }
         const auto found = static_cast<unsigned>(lock.l_start - kFirstByte);
-        if (!go_together(access, share, found) || has_conflict(file, access, share, first, found)) {
+        if (!are_compatible(access, share, found) ||
+            has_conflict(file, access, share, first, found)) {
             return true;
         }
         first = found + 1;
@@ -73,24 +74,24 @@ unsigned draw_ticket() noexcept {
     return number % kTickets;
 }
 
-// An open that contends with others of the same moment. Each lock that it takes is a read lock, so
-// the host never makes it wait.
+// An open that contends with others of the same moment. All its locks are read locks, which never
+// exclude each other.
 class Contender {
 public:
     Contender(int file, unsigned access, unsigned share)
         : m_file(file), m_access(access), m_share(share) {}
 
-    // Settles a conflict that was seen while this open held its share lock. Of the opens that
-    // contend at least one gets its lock: an open believes that a conflicting lock is there to stay
-    // only when, holding a ticket itself, it sees the lock and no other ticket. The open that draws
-    // last therefore finds either such a lock or nobody. Between two tickets the lower one stays,
-    // and the other open lets go and looks again.
+    // Settles a conflict that was found after this open acquired its share lock. Of the contending
+    // opens at least one gets its lock: an open treats a conflicting lock as permanent only when it
+    // has a ticket and finds the lock but no other ticket. The open that draws last therefore finds
+    // either such a lock or none. Of two tickets the lower one stays; the other open releases its
+    // locks and retries.
     //
-    // Returns 0 with the share lock held, or EBUSY without the lock.
+    // Returns 0 with the share lock, or EBUSY without it.
     int Settle() noexcept {
         while (m_pauses < kMaxPauses) {
             const Outcome outcome = Draw();
-            if (outcome == Outcome::kHeld) {
+            if (outcome == Outcome::kLocked) {
                 return 0;
             }
             if (outcome == Outcome::kRefused || !WaitForOthers()) {
@@ -105,7 +106,7 @@ public:
     }
 
 private:
-    enum class Outcome { kHeld, kRefused, kSteppedBack };
+    enum class Outcome { kLocked, kRefused, kSteppedBack };
 
     // About a fifth of a second; an open takes some microseconds.
     static constexpr int kMaxPauses = 400;
@@ -113,8 +114,8 @@ private:
     unsigned Byte() const { return m_access * kModes + m_share; }
     bool Conflicts() const noexcept { return has_conflict(m_file, m_access, m_share, 0, kBytes); }
 
-    // Whether another open holds one of `count` tickets from `first` on.
-    bool IsHeld(unsigned first, unsigned count) const noexcept {
+    // Whether another open has locked one of the `count` tickets from `first` on.
+    bool IsLocked(unsigned first, unsigned count) const noexcept {
         struct flock lock = lock_of(F_WRLCK, kBytes + first, count);
         return fcntl(m_file, F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
     }
@@ -128,42 +129,42 @@ private:
         }
     }
 
-    // Draws a ticket and keeps to it. The share lock is held before, and behind it only for kHeld.
+    // Draws a ticket and locks it. The open has the share lock before, and after only for kLocked.
     Outcome Draw() noexcept {
         const unsigned ticket = draw_ticket();
         set_lock(m_file, F_RDLCK, kBytes + ticket);
         Outcome outcome = Outcome::kSteppedBack;
         while (m_pauses < kMaxPauses) {
             if (!Conflicts()) {
-                outcome = Outcome::kHeld;
+                outcome = Outcome::kLocked;
                 break;
             }
-            if (IsHeld(0, ticket + 1)) {
+            if (IsLocked(0, ticket + 1)) {
                 break;
             }
-            if (!IsHeld(ticket + 1, kTickets - ticket - 1)) {
-                // The conflicting open may have let go between the two looks.
-                outcome = Conflicts() ? Outcome::kRefused : Outcome::kHeld;
+            if (!IsLocked(ticket + 1, kTickets - ticket - 1)) {
+                // The conflicting open may have released its lock between the two checks.
+                outcome = Conflicts() ? Outcome::kRefused : Outcome::kLocked;
                 break;
             }
             Pause();
         }
-        if (outcome != Outcome::kHeld) {
+        if (outcome != Outcome::kLocked) {
             set_lock(m_file, F_UNLCK, Byte());
         }
         set_lock(m_file, F_UNLCK, kBytes + ticket);
         return outcome;
     }
 
-    // Waits without any lock until nobody stands in the way, then takes the share lock again.
-    // Returns false when a conflicting lock is there and nobody contends any more.
+    // Waits without any lock until no lock conflicts, then acquires the share lock again. Returns
+    // false when a lock conflicts and nobody contends any more, or when the time is over.
     bool WaitForOthers() noexcept {
         while (m_pauses < kMaxPauses) {
             Pause();
             if (!Conflicts()) {
                 return set_lock(m_file, F_RDLCK, Byte());
             }
-            if (!IsHeld(0, kTickets) && Conflicts()) {
+            if (!IsLocked(0, kTickets) && Conflicts()) {
                 return false;
             }
         }

@@ -50,8 +50,8 @@ public:
 
     // Acquires the share lock; call once. Waits up to a fifth of a second for conflicting opens of
     // the same moment. Returns 0, or EBUSY when the access or share mode of another open forbids
-    // this one. Acquires no lock, checks nothing and returns 0 when `access` is 0, when the host has
-    // not opened the file for reading, and when the host cannot lock the file.
+    // this one. When `access` is 0, when the file is not open for reading, or when the host cannot
+    // lock it, acquires no lock, checks nothing and returns 0.
     int Take(unsigned access, unsigned share) noexcept;
 
     // Releases the lock and closes the file. Returns 0, or errno when the host reports a failed

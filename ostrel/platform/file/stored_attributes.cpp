@@ -20,17 +20,17 @@ namespace ostrel_platform {
 namespace {
 
 constexpr char kBits[] = "user.DOSATTRIB";  // "0x" and a hexadecimal number
-constexpr std::size_t kMaxBytes = 4096;     // of a value; more than one of a file server has
+constexpr std::size_t kMaxBytes = 4096;     // of a value; a file server's are shorter
 constexpr char kCreation[] = "user.ostrel.creation_time";  // a decimal number
 
-constinit DeviceSet plain_devices;  // those without attributes that were met last
+constinit DeviceSet plain_devices;  // devices without extended attributes
 
-// getxattrat, for which the C library has no function; Linux 6.13 brought it.
+// Calls getxattrat (Linux 6.13 and later), for which the C library has no function.
 ssize_t read_at(const FileRef &ref, const char *attribute, std::span<char> buffer) {
 #ifdef SYS_getxattrat
     constexpr long kCall = SYS_getxattrat;
 #else
-    constexpr long kCall = 464;  // the number that today's architectures share
+    constexpr long kCall = 464;  // the number that current architectures share
 #endif
     struct {
         std::uint64_t value;
@@ -41,7 +41,7 @@ ssize_t read_at(const FileRef &ref, const char *attribute, std::span<char> buffe
     return syscall(kCall, ref.directory, ref.name, 0, attribute, &request, sizeof request);
 }
 
-// The same on an older host, by a path. Every open directory has one, whatever its names are now.
+// The same on an older host, by a path. Every open directory has one, whatever its names are.
 ssize_t read_by_path(const FileRef &ref, const char *attribute, std::span<char> buffer) {
     if (ref.directory == AT_FDCWD) {
         return getxattr(ref.name, attribute, buffer.data(), buffer.size());
@@ -63,8 +63,8 @@ ssize_t read_of(const FileRef &ref, const char *attribute, std::span<char> buffe
     static std::atomic<bool> has_call{true};
     if (has_call.load(std::memory_order_relaxed)) {
         const ssize_t count = read_at(ref, attribute, buffer);
-        // Filters around containers refuse a call that they do not know with EPERM, which reading
-        // an attribute of this kind never gives.
+        // Filters of containers refuse an unknown call with EPERM, which reading an attribute of
+        // this kind never gives.
         if (count >= 0 || (errno != ENOSYS && errno != EPERM)) {
             return count;
         }
@@ -112,7 +112,7 @@ private:
     const char *m_end;
 };
 
-// The value of kBits, with what stands behind the old bits. In place: nothing of this may fail.
+// The value of kBits, with what stands behind the old bits. Uses no heap, so that it cannot fail.
 class BitsValue {
 public:
     BitsValue(DWORD bits, const FileRef &ref) {
@@ -138,7 +138,7 @@ private:
     std::size_t m_size = 0;
 };
 
-// What is to be removed may be gone.
+// A missing attribute counts as removed.
 int result_of(int result) {
     return result == 0 || errno == ENODATA ? 0 : errno;
 }

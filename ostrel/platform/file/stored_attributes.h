@@ -26,10 +26,10 @@ struct FileRef {
 // An unknown device: the calls always ask the host.
 inline constexpr dev_t kAnyDevice = 0;
 
-// Returns the stored attribute bits. Returns nothing when the file has none (errno is ENODATA), when
-// the text is no number, and when the host cannot read it. `device` is the device that the file is
-// on. The calls ask a device without extended attributes about once a second; in between they return
-// nothing and leave errno as it is.
+// Returns the stored attribute bits. Returns nothing when the file has none (errno is ENODATA),
+// when the text is no number, and when the host cannot read it. `device` is the device that the
+// file is on. The calls ask a device without extended attributes about once a second; in between
+// they return nothing and leave errno as it is.
 std::optional<DWORD> read_stored_bits(const FileRef &ref, dev_t device) noexcept;
 
 // Returns the stored creation time, in units of 100 ns since 1601, or nothing as above. A creation

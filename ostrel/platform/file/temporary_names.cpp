@@ -1,4 +1,4 @@
-// Where temporary files go, names for them, and whether a file can be used.
+// The directory and the names of temporary files, and the check of access.
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -27,8 +27,8 @@ void add_separator(std::u16string *folder) {
     }
 }
 
-// An absolute path of the host that a variable holds; empty when it does not. The bytes of such a
-// path are a name, whatever the system code page is.
+// The absolute host path that a variable holds, or an empty text. The bytes of such a path are a
+// name, whatever the system code page is.
 std::u16string host_folder_of_variable(std::string_view name) {
     const std::optional<std::string> value = WatchedVariable().Read(name);
     std::u16string folder =
@@ -39,7 +39,7 @@ std::u16string host_folder_of_variable(std::string_view name) {
     return folder;
 }
 
-// The folder that a variable names, with a separator behind it; empty without the variable.
+// The folder that a variable names, with a separator at its end; empty without the variable.
 std::u16string folder_of_variable(const WCHAR *name) {
     std::string host_name;
     for (const WCHAR *c = name; *c != 0; ++c) {
@@ -58,13 +58,13 @@ std::u16string folder_of_variable(const WCHAR *name) {
     return folder;
 }
 
-// A relative TMPDIR is no place that all would agree on.
+// A relative TMPDIR would name another folder in each current directory.
 std::u16string folder_of_host() {
     const std::u16string folder = host_folder_of_variable("TMPDIR=");
     return folder.empty() ? u"C:\\tmp\\" : folder;
 }
 
-// Folders that no call of the system takes are passed over.
+// Skips folders that are too long for the calls of the system.
 std::u16string temporary_folder() {
     for (const WCHAR *name : {u"TMP", u"TEMP", u"USERPROFILE"}) {
         std::u16string folder = folder_of_variable(name);
@@ -82,8 +82,8 @@ bool is_folder(const WCHAR *path) {
     return host && stat(host->c_str(), &facts) == 0 && S_ISDIR(facts.st_mode);
 }
 
-// Where _wtempnam looks for a name, with a separator behind it. Empty, with errno, when there is no
-// such folder.
+// The folder for a name of _wtempnam, with a separator at its end. Without such a folder returns an
+// empty text and sets errno.
 std::u16string folder_of_name(const WCHAR *directory) {
     std::u16string folder = folder_of_variable(u"TMP");
     const bool is_set = !folder.empty();
@@ -99,7 +99,7 @@ std::u16string folder_of_name(const WCHAR *directory) {
     return is_set && directory != nullptr ? u"" : u".\\";
 }
 
-// A different number each time, in this process and in the others of the host.
+// Differs in a million calls, and between the processes of the host.
 std::u16string next_number() {
     static std::atomic<unsigned> count = 0;
     std::u16string digits;
@@ -110,7 +110,7 @@ std::u16string next_number() {
     return digits;
 }
 
-// Result: 0 for a name that no file has, else an errno: EEXIST, or why there is none.
+// Returns 0 for a name that no file has, or an errno: EEXIST, or why the name cannot be used.
 int check_name(const std::u16string &name) {
     if (name.size() >= MAX_PATH) {
         return ENAMETOOLONG;
@@ -123,7 +123,7 @@ int check_name(const std::u16string &name) {
     return lstat(host->c_str(), &facts) == 0 ? EEXIST : errno == ENOENT ? 0 : errno;
 }
 
-// Stores a copy that the caller releases with free. Result: 0 or an errno.
+// Stores a copy that the caller releases with free. Returns 0 or errno.
 int allocate(const std::u16string &text, WCHAR **result) {
     const std::size_t size = text.size() + 1;
     WCHAR *const copy = static_cast<WCHAR *>(std::malloc(size * sizeof(WCHAR)));
@@ -149,7 +149,7 @@ int find_name(const WCHAR *directory, const WCHAR *prefix, WCHAR **result) {
     return error == 0 ? allocate(name, result) : error;
 }
 
-// Result: 0 or an errno.
+// Returns 0 or errno.
 int check_access(const WCHAR *path, int mode) {
     if (path == nullptr || (mode & ~6) != 0) {
         return EINVAL;

@@ -35,8 +35,8 @@ bool is_no_directory(int error) {
     return error == ENOENT || error == ENOTDIR || error == ELOOP;
 }
 
-// Opens the directory of a root, for its facts only. None, with an error code in `code` and an
-// errno, or 0 when the host is not to blame.
+// Opens the directory of a root for its facts only. On failure stores an error code in `code`;
+// errno is 0 when the host was not asked.
 HostDescriptor open_root(const WCHAR *root, DWORD *code) {
     const std::optional<std::string> path = root != nullptr ? file_path(root) : ".";
     errno = 0;
@@ -48,7 +48,7 @@ HostDescriptor open_root(const WCHAR *root, DWORD *code) {
     return directory;
 }
 
-// Fits numbers of any size into those of the call: doubled clusters, half as many.
+// Fits the counts into 32 bits: doubles the clusters, halves their numbers.
 struct Clusters {
     std::uint64_t sectors, sector_size, free, total;
 };
@@ -67,9 +67,9 @@ Clusters clusters_of(const struct statvfs &facts) {
     return clusters;
 }
 
-void store(DWORD *place, std::uint64_t value) {
-    if (place != nullptr) {
-        *place = static_cast<DWORD>(value);
+void store(DWORD *out, std::uint64_t value) {
+    if (out != nullptr) {
+        *out = static_cast<DWORD>(value);
     }
 }
 

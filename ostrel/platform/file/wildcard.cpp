@@ -22,7 +22,7 @@ Wildcard::Wildcard(std::u16string_view pattern) {
                    [](WCHAR character) { return towupper(character); });
 }
 
-// The step over one character of the name. Result: whether a place is left to go on from.
+// Reads one character of the name. Returns whether the rest of the name can still match.
 bool Wildcard::Read(WCHAR character, Places *places) const {
     const WCHAR upper = towupper(character);
     bool any = false;
@@ -36,7 +36,7 @@ bool Wildcard::Read(WCHAR character, Places *places) const {
     return any;
 }
 
-// The steps over parts of the pattern that match nothing here.
+// Skips the parts of the pattern that match no character here.
 void Wildcard::Skip(bool atDot, bool atEnd, Places *places) const {
     for (std::size_t i = 0; i < m_length; ++i) {
         const WCHAR part = m_pattern[i];

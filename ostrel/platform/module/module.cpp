@@ -19,13 +19,14 @@
 namespace ostrel_platform {
 namespace {
 
-// Whether it is the address at which a program or shared library is loaded.
+// Whether a program or shared library is loaded at the address.
 bool is_load_address(const void *address) {
     Dl_info info;
     return address != nullptr && dladdr(address, &info) != 0 && info.dli_fbase == address;
 }
 
-// What the host says behind the path of a file that has been removed or replaced since.
+// Removes " (deleted)", which the host appends to the path of a file that was removed or replaced,
+// unless a file has that whole name.
 void strip_mark_of_removal(std::string *path) {
     constexpr std::string_view kMark = " (deleted)";
     if (path->ends_with(kMark) && access(path->c_str(), F_OK) != 0) {
@@ -33,7 +34,7 @@ void strip_mark_of_removal(std::string *path) {
     }
 }
 
-// Result: 0 or an error code, here and below.
+// Stores the path of the running program. Returns 0 or an error code.
 DWORD find_program(std::string *path) {
     char buffer[PATH_MAX];
     const ssize_t length = readlink("/proc/self/exe", buffer, sizeof buffer);
@@ -45,8 +46,9 @@ DWORD find_program(std::string *path) {
     return ERROR_SUCCESS;
 }
 
-// The list of mappings has the full path; the loader knows the name only that it was given, which
-// may be relative to what was the current directory then.
+// Stores the path of the file that is mapped at a load address. Returns 0 or ERROR_MOD_NOT_FOUND.
+// Reads the host's list of mappings, which has the full path. The loader has only the name that it
+// was given, which may be relative to an earlier current directory.
 DWORD find_mapped(const void *address, std::string *path) {
     std::ifstream mappings("/proc/self/maps");
     for (std::string line; std::getline(mappings, line);) {
@@ -100,11 +102,11 @@ DWORD GetModuleFileNameW(HMODULE module, WCHAR *buffer, DWORD capacity) noexcept
         if (code != ERROR_SUCCESS) {
             return code;
         }
-        const std::u16string told = ostrel_platform::path_from_host(path);
-        const std::size_t count = std::min<std::size_t>(told.size(), capacity - 1);
-        buffer[told.copy(buffer, count)] = 0;
-        stored = count < told.size() ? capacity : static_cast<DWORD>(count);
-        return count < told.size() ? ERROR_INSUFFICIENT_BUFFER : ERROR_SUCCESS;
+        const std::u16string text = ostrel_platform::path_from_host(path);
+        const std::size_t count = std::min<std::size_t>(text.size(), capacity - 1);
+        buffer[text.copy(buffer, count)] = 0;
+        stored = count < text.size() ? capacity : static_cast<DWORD>(count);
+        return count < text.size() ? ERROR_INSUFFICIENT_BUFFER : ERROR_SUCCESS;
     });
     return stored;
 }

@@ -19,14 +19,14 @@
 namespace ostrel_platform {
 namespace {
 
-// Empty when the host does not tell.
+// Empty when the host has none.
 std::string boot_id() {
     std::string id;
     std::ifstream("/proc/sys/kernel/random/boot_id") >> id;
     return id;
 }
 
-// Makes a path absolute. A separator at its end goes: with it a link would be followed.
+// Makes a path absolute. Removes separators at its end, which would make the host follow a link.
 DWORD make_absolute(std::string *path) {
     if (path->empty()) {
         return ERROR_PATH_NOT_FOUND;
@@ -36,7 +36,7 @@ DWORD make_absolute(std::string *path) {
     }
     if (path->front() != '/') {
         char current[PATH_MAX];
-        // The host tells a directory that cannot be reached from its root without a '/' in front.
+        // A directory that cannot be reached from the root has a path without a '/' in front.
         if (getcwd(current, sizeof current) == nullptr || *current != '/') {
             return ERROR_PATH_NOT_FOUND;
         }
@@ -45,7 +45,7 @@ DWORD make_absolute(std::string *path) {
     return path->size() < PATH_MAX ? ERROR_SUCCESS : ERROR_FILENAME_EXCED_RANGE;
 }
 
-// The folders are asked: a file may tell another device than its folder in a stacked file system.
+// Compares the folders: a file in a stacked file system may have another device number.
 bool are_on_different_devices(const std::string &source, const std::string &target) {
     struct stat from, to;
     return stat(folder_of(source).c_str(), &from) == 0 &&
@@ -55,7 +55,7 @@ bool are_on_different_devices(const std::string &source, const std::string &targ
 DWORD code_of_record(int error) {
     return error == 0         ? ERROR_SUCCESS
            : error == EBADMSG ? ERROR_INVALID_DATA
-           : error == ENOENT  ? ERROR_PATH_NOT_FOUND  // the directory that it would be in
+           : error == ENOENT  ? ERROR_PATH_NOT_FOUND  // the directory of the record
                               : code_of_errno(error);
 }
 
@@ -96,7 +96,7 @@ int identify(const std::string &path, Source *source) {
     }
     const statx_timestamp &time =
         (facts.stx_mask & STATX_BTIME) != 0 ? facts.stx_btime : facts.stx_ctime;
-    // Without a sign, as it may overflow: a file can have any time.
+    // Unsigned, since the product may overflow: a file can have any time.
     const std::uint64_t since_1970 =
         static_cast<std::uint64_t>(time.tv_sec) * 1'000'000'000 + time.tv_nsec;
     source->identity = {std::uint64_t{facts.stx_dev_major} << 32 | facts.stx_dev_minor,
@@ -110,7 +110,7 @@ int act(const PendingRequest &request, bool is_directory) {
     if (request.verb == PendingVerb::kDelete) {
         return (is_directory ? rmdir(source) : unlink(source)) == 0 ? 0 : errno;
     }
-    // Directories are never replaced, nor do they replace; the host refuses the former itself.
+    // A directory replaces nothing. The host itself refuses to replace a directory by a file.
     if (request.verb == PendingVerb::kMove || is_directory) {
         return rename_host(source, request.target.c_str(), false);
     }
@@ -122,7 +122,7 @@ int sync_folder_of(const std::string &path) {
     if (folder) {
         return sync_directory(folder.Get());
     }
-    return errno == ENOENT ? 0 : errno;  // a later request has taken the folder
+    return errno == ENOENT ? 0 : errno;  // a later request may have removed the folder
 }
 
 int sync_folders(const PendingRequest &request) {
@@ -134,7 +134,7 @@ class PendingWork {
 public:
     PendingWork(std::FILE *log, PendingOutcome *outcome) : m_log(log), m_outcome(outcome) {}
 
-    // Result: 0, or the errno of the record.
+    // Returns 0, or the errno of the record.
     int Run(PendingScope scope) {
         const std::string boot = boot_id();
         if (scope == PendingScope::kEarlierStarts && boot.empty()) {
@@ -166,9 +166,9 @@ public:
     }
 
 private:
-    // A request is marked as begun, on the disk, before anything is done, and with that those
-    // before it leave the record. So whoever finds it begun can tell by the source whether it was
-    // carried out: then the file is no longer there.
+    // Marks the request as begun, on the disk, before any change; the same write removes the
+    // earlier requests from the record. The source then shows whether a begun request was carried
+    // out: if so, its file is no longer there.
     int CarryOut(PendingRequest *request) {
         Source source = {};
         int error = identify(request->source, &source);
@@ -192,11 +192,11 @@ private:
         if (error == 0) {
             error = sync_folders(*request);
         }
-        Tell(*request, error);
+        Report(*request, error);
         return 0;
     }
 
-    void Tell(const PendingRequest &request, int error) {
+    void Report(const PendingRequest &request, int error) {
         if (error == 0) {
             ++m_outcome->done;
             return;
@@ -212,7 +212,7 @@ private:
     std::FILE *const m_log;
     PendingOutcome *const m_outcome;
     PendingRecord m_record;
-    std::vector<PendingRequest> m_waiting;  // what the record holds, but for what is done
+    std::vector<PendingRequest> m_waiting;  // the requests that are not done
 };
 
 }  // namespace

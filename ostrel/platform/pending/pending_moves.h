@@ -19,15 +19,15 @@ namespace ostrel_platform {
 //
 // Returns 0 when the request is on the disk. On failure leaves the requests in the record as they
 // were and returns an error code of the system:
-//   ERROR_PATH_NOT_FOUND        a path is empty; the path of the current directory is not known; or
-//                               the directory of the record and its parent are missing
+//   ERROR_PATH_NOT_FOUND        a path is empty; the host does not know the current directory; or
+//                               the parent of the record's directory is missing
 //   ERROR_FILENAME_EXCED_RANGE  an absolute path has PATH_MAX bytes or more
 //   ERROR_NOT_SAME_DEVICE       the two folders exist, on different file systems
 //   ERROR_ACCESS_DENIED         this user may not write the record, or the record is not trusted
 //   ERROR_INVALID_DATA          the file is no record
 //   ERROR_DISK_FULL             the disk is full, or the record would exceed 64 MiB
 //   ERROR_CALL_NOT_IMPLEMENTED  the host has no boot id
-//   ERROR_NOT_ENOUGH_MEMORY     memory is missing
+//   ERROR_NOT_ENOUGH_MEMORY     std::bad_alloc
 // or the code that error_codes.inc gives for the host's errno.
 //
 // Threads: any number of threads and processes may call at once. The call waits while another
@@ -41,8 +41,8 @@ enum class PendingScope {
 };
 
 struct PendingOutcome {
-    // An errno when the record could not be read or written, ENOMEM when memory is missing, and
-    // ENOSYS when the host has no boot id, which kEarlierStarts needs.
+    // An errno when the record could not be read or written; ENOSYS when kEarlierStarts finds no
+    // boot id of the host.
     int error = 0;
     std::size_t done = 0;
     std::size_t failed = 0;  // requests, and damaged lines of the record
@@ -51,14 +51,11 @@ struct PendingOutcome {
 // Carries out requests in the order in which they were made and removes them from the record. A
 // missing record is an empty one. The call locks the record until it returns.
 //
-// Each request is carried out once or not at all, even if the process or the machine crashes: the
-// next call continues where this one stopped. A request fails when something is at the target, a
-// directory is not empty, the source is missing, or the host refuses otherwise. The call writes a
-// line to `log` for each failed request and for each damaged line of the record, and removes these
-// from the record too.
-//
-// Moves and deletes links themselves, not their targets. Deletes, moves and replaces read-only
-// files, too, since the request was accepted.
+// Each request is carried out once or not at all, even after a crash: the next call continues where
+// this one stopped. A request that cannot be carried out (something is at the target, a directory
+// is not empty, the source is missing) fails. The call writes a line to `log` for each failed
+// request and each damaged line of the record, and removes them too. It moves and deletes links
+// themselves, not their targets, and also read-only files, since the request was accepted.
 //
 // On an `error` the requests that are not counted stay in the record.
 PendingOutcome carry_out_pending_moves(PendingScope scope, std::FILE *log) noexcept;

@@ -12,7 +12,7 @@ namespace {
 constexpr std::string_view kHeader = "ostrel-pending-moves 1\n";
 constexpr char kName[] = "pending_moves";
 constexpr char kNewName[] = "pending_moves.new";
-// Far more than anyone asks for; what begins makes lines longer, hence two limits.
+// Far above real use. Marking a request as begun lengthens its line, hence two limits.
 constexpr std::size_t kMaxToWrite = 64 << 20;
 constexpr std::size_t kMaxToRead = 2 * kMaxToWrite;
 
@@ -33,7 +33,7 @@ constexpr bool is_encoded(char c) {
     return byte <= 0x20 || byte == 0x7F || byte == '%';
 }
 
-// Nothing when it is no absolute path that the host takes.
+// Returns nothing when the text is no absolute path that the host takes.
 std::optional<std::string> decode_path(std::string_view text) {
     std::string path;
     while (!text.empty()) {
@@ -77,7 +77,7 @@ bool take_number(std::string_view *text, char end, Number *number) {
     return true;
 }
 
-// False for a text that is no state.
+// Returns false for a text that is no state.
 bool read_state(std::string_view text, std::optional<SourceIdentity> *begun) {
     if (text == kAsked) {
         return true;
@@ -99,10 +99,10 @@ std::string state_of(const std::optional<SourceIdentity> &begun) {
            std::to_string(begun->inode) + ':' + std::to_string(begun->time);
 }
 
-// The length of the part that counts: whole lines. EBADMSG when it is no record.
+// Stores the length of the complete lines. Returns EBADMSG when the text is no record.
 int find_end(std::string_view text, std::size_t *end) {
     *end = text.rfind('\n') + 1;  // 0 without any
-    // A first write that was cut off leaves a piece of the header, or zeros.
+    // A crash during the first write leaves a part of the header, or zeros.
     const bool ours =
         *end != 0 ? text.starts_with(kHeader) : kHeader.starts_with(text) || text.front() == '\0';
     return ours ? 0 : EBADMSG;
@@ -117,14 +117,14 @@ int lock(const HostDescriptor &file) {
     return 0;
 }
 
-// Said in so many words: a child of the process may have the descriptor too.
+// Unlocks explicitly, since a forked child may have the open file too.
 void unlock(const HostDescriptor &file) {
     if (file) {
         flock(file.Get(), LOCK_UN);
     }
 }
 
-// Whether this user may believe what is in there. Root does what it says.
+// Whether this user trusts the contents, which root carries out for others.
 bool is_trusted(const struct stat &facts) {
     const uid_t user = geteuid();
     const mode_t others = S_IWOTH | (facts.st_gid != 0 ? S_IWGRP : 0u);
@@ -219,7 +219,7 @@ int PendingRecord::OpenDirectory(bool create) {
 }
 
 int PendingRecord::OpenFile(bool create) {
-    // Without O_NONBLOCK a FIFO of that name would hold us up.
+    // O_NONBLOCK: a device of that name must not block the open.
     const int flags = O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
     m_file = HostDescriptor(openat(m_directory.Get(), kName, flags | (create ? O_CREAT : 0), 0600));
     if (!m_file) {
@@ -244,7 +244,7 @@ int PendingRecord::Open(bool create) {
     if (const int error = OpenDirectory(create)) {
         return error;
     }
-    // Who had the lock before us may have put another file in its place.
+    // The previous owner of the lock may have replaced the file.
     do {
         if (const int error = OpenFile(create)) {
             return error;
@@ -290,8 +290,8 @@ int PendingRecord::WriteBehind(std::size_t end, std::string_view text) const {
         error = error_of(fsync(m_file.Get()));
     }
     if (error == 0) {
-        error =
-            sync_directory(m_directory.Get());  // whoever made the file may not have lived to do it
+        // The writer that made the file may have crashed before.
+        error = sync_directory(m_directory.Get());
     }
     if (error != 0 && ftruncate(m_file.Get(), static_cast<off_t>(end)) == 0 && end == 0) {
         unlinkat(m_directory.Get(), kName, 0);
@@ -346,7 +346,7 @@ int PendingRecord::Replace(const std::vector<PendingRequest> &requests) {
     for (const PendingRequest &request : requests) {
         text += line_of_request(request);
     }
-    unlinkat(m_directory.Get(), kNewName, 0);  // of one who did not get further
+    unlinkat(m_directory.Get(), kNewName, 0);  // left by a crash
     HostDescriptor file(openat(m_directory.Get(), kNewName,
                                O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
     if (!file) {
@@ -366,7 +366,7 @@ int PendingRecord::Replace(const std::vector<PendingRequest> &requests) {
         unlinkat(m_directory.Get(), kNewName, 0);
         return error;
     }
-    // Waiters of the old file find that it is no longer in place, and wait for the new one.
+    // Waiters of the old file find it replaced, and wait for the new one.
     std::swap(m_file, file);
     unlock(file);
     return sync_directory(m_directory.Get());

@@ -2,8 +2,8 @@
 #define OSTREL_PLATFORM_PENDING_PENDING_RECORD_H
 
 // Internal. The record of the requests that wait for the next start of the system: its text and its
-// file. A call reports success only when its change is on the disk, so that no accepted request is
-// lost when the power fails.
+// file. A call reports success only when its change is on the disk, so that no power failure loses
+// an accepted request.
 //
 // The text. The first line is "ostrel-pending-moves 1", the format and its version. A line follows
 // for each request, in the order in which the requests were made:
@@ -13,11 +13,11 @@
 //   replace BOOT STATE SOURCE TARGET
 //
 // One blank separates two fields; each line ends in LF. BOOT is the host's boot id at the time of
-// the request (/proc/sys/kernel/random/boot_id). STATE is "asked", or "begun:DEVICE:INODE:TIME" when
-// the request may have been carried out: the three decimal numbers of a SourceIdentity, which SOURCE
-// had just before. Paths are absolute and shorter than PATH_MAX bytes. Their bytes up to 0x20, 0x7F
-// and '%' are written as '%' and two hexadecimal digits. An incomplete last line, without LF, comes
-// from a writer that crashed before it reported success; readers ignore it.
+// the request (/proc/sys/kernel/random/boot_id). STATE is "asked", or "begun:DEVICE:INODE:TIME"
+// when the request may have been carried out: in decimal, the SourceIdentity that SOURCE had just
+// before. Paths are absolute and shorter than PATH_MAX bytes. Their bytes up to 0x20, 0x7F and '%'
+// are written as '%' and two hexadecimal digits. An incomplete last line, without LF, comes from a
+// writer that crashed before it reported success; readers ignore it.
 
 #include <cstdint>
 #include <optional>
@@ -70,16 +70,9 @@ std::string encode_path(std::string_view path);
 // The file of the record. Only one object at a time has the file open: Open locks it (flock), the
 // destructor unlocks it.
 //
-// Threads: use an object on one thread at a time. Objects of several threads and processes exclude
-// each other.
+// Threads: use an object on one thread at a time.
 // Errors: the calls return 0 or an errno and, except as under Replace, leave the requests in the
 // file as they were on failure. They throw std::bad_alloc.
-//
-//   PendingRecord record;
-//   int error = record.Open(true);
-//   if (error == 0) {
-//       error = record.Append(request);
-//   }
 class PendingRecord {
 public:
     PendingRecord() = default;
@@ -94,10 +87,9 @@ public:
     // Opens and locks the record; waits until no other object has the lock. With `create` makes a
     // missing record (mode 0600) and its directory (0755), but not the directory's parent. Returns
     // 0, or errno:
-    //   ENOENT  the record is missing, and `create` is false or the directory cannot be made
+    //   ENOENT  the record is missing and `create` is false, or the parent is missing
     //   EACCES  the record is no regular file, or belongs neither to root nor to this user; for
-    //           root also when the record or its directory does not belong to root or when others,
-    //           or a group other than root's, may write to it
+    //           root also when others than root or its group may write to the record or directory
     // or what the host's call sets.
     int Open(bool create);
 
@@ -105,13 +97,13 @@ public:
     // record of this version, EFBIG when the record would exceed 64 MiB.
     int Append(const PendingRequest &request);
 
-    // Appends the requests to `requests`, and to `damaged` the numbers of the damaged lines, counted
-    // from 1. Returns 0, or errno: EBADMSG as above, EFBIG when the record exceeds 128 MiB.
+    // Appends the requests to `requests`, and the numbers of the damaged lines, counted from 1, to
+    // `damaged`. Returns 0, or errno: EBADMSG as above, EFBIG when the record exceeds 128 MiB.
     int Read(std::vector<PendingRequest> *requests, std::vector<std::size_t> *damaged);
 
-    // Replaces all requests by these, atomically, and writes them to the disk; removes the file when
-    // there are none. Returns 0 or errno. When only the directory cannot be written to the disk, the
-    // call fails although it has replaced the requests.
+    // Replaces all requests by these, atomically, and writes them to the disk. Removes the file
+    // when there are none. Returns 0 or errno. When only the directory cannot be written to the
+    // disk, the call fails although it has replaced the requests.
     int Replace(const std::vector<PendingRequest> &requests);
 
 private:

@@ -44,14 +44,14 @@ bool is_same_name(Text left, Text right) {
     return !left.empty() && ostrel_platform::is_same_name(left, right);
 }
 
-// A regular file, open for reading; anything else is an error.
+// Owns a regular file, open for reading. Anything else is the error EACCES.
 class File {
 public:
-    // Never waits, whatever stands behind the path.
+    // Opens a file. Does not wait, also not for a FIFO or a device.
     explicit File(const char *path) {
         struct stat facts;
         if (stat(path, &facts) == 0 && !S_ISREG(facts.st_mode)) {
-            m_error = EACCES;  // unopened: a pipe's writer and a device would notice
+            m_error = EACCES;  // not opened, because that affects the writer of a FIFO and a device
             return;
         }
         do {
@@ -73,10 +73,11 @@ public:
     File(const File &) = delete;
     File &operator=(const File &) = delete;
 
-    // The errno of the first failure, 0 while there is none.
+    // Returns the errno of the first failure, or 0.
     int Error() const { return m_error; }
 
-    // Fills the room, short only at the end of the file and on an error.
+    // Reads `capacity` bytes, fewer only at the end of the file and on failure. Returns the bytes
+    // stored.
     std::size_t Read(char *bytes, std::size_t capacity) {
         std::size_t stored = 0;
         while (stored < capacity && m_error == 0) {
@@ -98,12 +99,12 @@ private:
     int m_error = 0;
 };
 
-// Gives the lines of a file, decoded, without their line feeds.
+// Reads the lines of a file, decoded, without their line feeds.
 class LineReader {
 public:
     explicit LineReader(File &file) : m_file(file) {}
 
-    // Result: false behind the last line. The line is valid until the next call.
+    // Reads the next line, valid until the next call. Returns false behind the last line.
     bool Next(Text *line) {
         m_carried.clear();
         for (;;) {
@@ -127,7 +128,8 @@ public:
     }
 
 private:
-    static constexpr std::size_t kBlock = std::size_t{8} << 10;  // even, so that no pair of bytes is cut
+    static constexpr std::size_t kBlock = std::size_t{8}
+                                          << 10;  // even, so that no pair of bytes is cut
 
     bool Fill() {
         while (m_units.empty() && !m_ended) {
@@ -144,7 +146,7 @@ private:
         return !m_units.empty();
     }
 
-    // Chooses the encoding. Result: the length of the mark.
+    // Selects the encoding by the byte order mark. Returns the bytes of the mark, 0 without one.
     std::size_t TakeMark(std::string_view bytes) {
         if (bytes.substr(0, 2) == "\xFF\xFE") {
             return 2;
@@ -172,8 +174,8 @@ private:
     bool m_started = false;
     bool m_ended = false;
     std::optional<ostrel_platform::StreamDecoder> m_decoder;  // none for UTF-16
-    Text m_units;                                             // what is left of the decoded block
-    std::u16string m_carried;                                 // a line that began in another block
+    Text m_units;              // the unread rest of the decoded block
+    std::u16string m_carried;  // the beginning of a line that the block before cut
     char m_bytes[kBlock];
     WCHAR m_decoded[ostrel_platform::StreamDecoder::Capacity(kBlock)];
 };
@@ -202,8 +204,8 @@ Line parsed(Text text) {
             unquoted(trimmed(text.substr(equals + 1)))};
 }
 
-// Calls take(line) for each line that holds something, until it gives false. Result: 0 or an error
-// code, also when lines were given before the failure.
+// Calls take(line) for each section and each entry, until `take` returns false. Returns 0, or an
+// error code, also when `take` was called before the failure.
 template <class Take>
 DWORD for_each_line(const WCHAR *path, Take take) {
     return ostrel_platform::code_of_call([&]() -> DWORD {
@@ -224,7 +226,7 @@ DWORD for_each_line(const WCHAR *path, Take take) {
     });
 }
 
-// The same for the entries of the first section of that name.
+// Calls take(line), in the same way, for each entry of the first section with that name.
 template <class Take>
 DWORD for_each_entry(const WCHAR *path, Text section, Take take) {
     section = trimmed(section);
@@ -239,6 +241,8 @@ DWORD for_each_entry(const WCHAR *path, Text section, Take take) {
     });
 }
 
+// Stores the first value of a key; leaves `*value` empty when there is none. Returns 0 or an error
+// code.
 DWORD find_value(const WCHAR *path, Text section, Text key, std::optional<std::u16string> *value) {
     key = trimmed(key);
     return for_each_entry(path, section, [&](const Line &line) {
@@ -250,10 +254,13 @@ DWORD find_value(const WCHAR *path, Text section, Text key, std::optional<std::u
     });
 }
 
-// Adds names, a NUL behind each, until they no longer fit into `room` with a last NUL.
+// A list of names, with a NUL behind each, for a buffer of `capacity` characters.
 class NameList {
 public:
     explicit NameList(DWORD capacity) : m_capacity(capacity) {}
+
+    // Adds a name; ignores an empty one. Returns false when the list and its last NUL exceed the
+    // capacity.
 
     bool Add(Text name) {
         if (!name.empty()) {
@@ -283,8 +290,9 @@ struct Target {
     WCHAR *buffer;
     std::size_t size;
 
-    // Stores the text, which is cut where it does not leave room for `ends` NULs. It may lie in the
-    // buffer. Result: the characters stored, without these NULs.
+    // Stores a text and `ends` NULs. Cuts a text that does not leave room for the NULs and sets the
+    // last error to ERROR_MORE_DATA. `text` may lie in the buffer. Returns the characters stored,
+    // without these NULs.
     DWORD Put(Text text, std::size_t ends) const {
         const std::size_t count = std::min(text.size(), size - std::min(size, ends));
         if (size > 0) {
@@ -297,14 +305,15 @@ struct Target {
         return static_cast<DWORD>(count);
     }
 
-    // A list brings one of its two last NULs along, unless it is empty or cut.
+    // Stores a list. `names` includes the first of the two last NULs, unless the list is empty or
+    // cut.
     DWORD PutList(Text names) const {
         const bool fits = names.size() < size;
         return Put(names, fits && !names.empty() ? 1 : 2);
     }
 };
 
-// The number at the start of a text, modulo 2^32.
+// Returns the number at the start of a text, modulo 2^32.
 unsigned number_in(const WCHAR *text) {
     while (*text != 0 && kBlanks.find(*text) != Text::npos) {
         ++text;
@@ -328,7 +337,7 @@ unsigned number_in(const WCHAR *text) {
 DWORD GetPrivateProfileStringW(const WCHAR *section, const WCHAR *key, const WCHAR *fallback,
                                WCHAR *buffer, DWORD size, const WCHAR *file) noexcept {
     const Target target{buffer, buffer != nullptr ? size : 0};
-    const Text spare =
+    const Text default_text =
         trimmed_right(fallback != nullptr ? Text(fallback, wcslen(fallback)) : Text());
     const bool lists = section == nullptr || key == nullptr;
     NameList names(size);
@@ -336,14 +345,14 @@ DWORD GetPrivateProfileStringW(const WCHAR *section, const WCHAR *key, const WCH
     const DWORD error =
         lists ? list_names(file, section, &names) : find_value(file, section, key, &value);
     if (error != ERROR_SUCCESS) {
-        const DWORD stored = target.Put(spare, lists ? 2 : 1);
+        const DWORD stored = target.Put(default_text, lists ? 2 : 1);
         SetLastError(error);
         return stored;
     }
     if (lists) {
         return target.PutList(names.Names());
     }
-    return target.Put(value ? Text(*value) : spare, 1);
+    return target.Put(value ? Text(*value) : default_text, 1);
 }
 
 unsigned GetPrivateProfileIntW(const WCHAR *section, const WCHAR *key, int fallback,

@@ -13,7 +13,9 @@ namespace {
 using ostrel_platform::OpenMode;
 using ostrel_platform::Stream;
 
-// The streams of the host that _wfopen has opened, and the object behind each. Any thread.
+// Maps the streams of the host that _wfopen has opened to the objects behind them.
+//
+// Threads: every thread may call it.
 class OpenStreams {
 public:
     static OpenStreams &Instance() {

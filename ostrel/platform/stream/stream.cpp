@@ -50,8 +50,9 @@ bool starts_with_and_skip(std::u16string_view *text, std::u16string_view prefix)
     return found;
 }
 
-// The rules that the host does not know. A file is emptied only when they allow the stream. Result:
-// 0, or errno: ESTALE when the path leads to another file by now, or to none.
+// Checks the rules that the host does not know, and truncates a file only when they allow the
+// stream. Returns 0 or errno: EACCES when a rule forbids the stream, ESTALE when the path no longer
+// leads to the open file.
 int complete_open(const char *path, SharingFile *file, const OpenMode &mode) {
     struct stat facts;
     if (fstat(file->Get(), &facts) != 0) {
@@ -151,7 +152,7 @@ int Stream::Close() {
     return failure != 0 ? -1 : 0;
 }
 
-// Reads bytes behind those that are left. False when none came.
+// Keeps the unread bytes and reads more behind them. Returns false when the file gave none.
 bool Stream::FillBytes() {
     m_byteEnd -= m_bytePos;
     std::memmove(m_bytes, m_bytes + m_bytePos, m_byteEnd);
@@ -172,7 +173,7 @@ bool Stream::FillBytes() {
     return m_byteEnd > left;
 }
 
-// Whether the bytes are so few that a byte order mark may yet be made of them.
+// Whether the bytes may be the beginning of an incomplete byte order mark.
 bool Stream::MayBeginMark() const {
     const std::string_view bytes(m_bytes, m_byteEnd);
     return !m_mode.Binary() && m_byteEnd < kUtf8Mark.size() &&
@@ -196,7 +197,8 @@ void Stream::SkipMark() {
     }
 }
 
-// Decodes the next block of bytes; only when the last one has been used up.
+// Decodes the next block of bytes. Call only when the block is empty. Returns false at the end of
+// the file and on failure.
 bool Stream::FillBlock() {
     std::size_t count = 0;
     bool more = true;
@@ -228,8 +230,8 @@ std::size_t Stream::DecodeText() {
                              m_block.Buffer());
 }
 
-// Two bytes a unit, low byte first. A byte that is left over waits for the next block; at the end
-// it is broken text, and nothing in a binary file.
+// Decodes two bytes to a unit, low byte first. An odd byte waits for the next block. At the end of
+// the file an odd byte gives U+FFFD in text and is dropped in a binary file.
 std::size_t Stream::DecodePairs() {
     WCHAR *const units = m_block.Buffer();
     std::size_t count = 0;
@@ -247,7 +249,8 @@ std::size_t Stream::DecodePairs() {
     return count;
 }
 
-// Nothing more is part of the text: what follows a Ctrl-Z, or what there is no memory to decode.
+// Ends the text and discards all units and bytes that were read: at a Ctrl-Z, or when memory for
+// the decoder is missing.
 void Stream::Stop() {
     m_ended = true;
     m_bytePos = m_byteEnd;
@@ -259,7 +262,8 @@ WCHAR *Stream::ReadLine(WCHAR *line, std::size_t count) {
     return m_block.TakeLine(line, count) ? line : ReadRuns(line, count - 1);
 }
 
-// A line that TakeLine leaves, run by run: it is long, has lone CRs or goes on in the next block.
+// Reads a line that TakeLine has refused, run by run, for example a long line, one with a lone CR
+// or one that continues in the next block.
 WCHAR *Stream::ReadRuns(WCHAR *line, std::size_t capacity) {
     std::size_t length = 0;
     while (length < capacity) {
@@ -302,7 +306,7 @@ std::ptrdiff_t Stream::ReadBytes(char *bytes, std::size_t capacity) {
     std::size_t stored = 0;
     while (stored < capacity) {
         if (m_bytePos == m_byteEnd) {
-            // A block that holds the mark alone fills nothing.
+            // The first block may hold the mark alone, so that no byte is left to copy.
             if (stored > 0 || (!FillBytes() && m_ended)) {
                 break;
             }

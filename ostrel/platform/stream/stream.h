@@ -1,7 +1,8 @@
 #ifndef OSTREL_PLATFORM_STREAM_STREAM_H
 #define OSTREL_PLATFORM_STREAM_STREAM_H
 
-// Internal. What stands behind a stream of _wfopen: the open file, the line ends and the decoding.
+// Internal. The object behind a stream of _wfopen: owns the open file, translates line ends and
+// decodes text.
 
 #include <cstddef>
 #include <memory>
@@ -15,43 +16,55 @@
 
 namespace ostrel_platform {
 
-// A mode string, taken apart.
+// A parsed mode string.
 struct OpenMode {
     enum class Encoding { kSystem, kUtf8, kUtf16, kBinary };
 
     char access = 'r';  // r, w or a
     bool exclusive = false;
-    bool find_mark = false;  // a ccs= part was given: a byte order mark decides
+    bool find_mark = false;  // a ccs= part was given, so a byte order mark decides the encoding
     Encoding encoding = Encoding::kSystem;
 
     bool Reads() const { return access == 'r'; }
     bool Binary() const { return encoding == Encoding::kBinary; }
 
-    // Nothing when the text is no mode of file.h.
+    // Returns nothing when the text is no mode that stream.h describes.
     static std::optional<OpenMode> Parse(std::u16string_view text);
 };
 
+// An open file that is read or written as text or as bytes.
+//
+//   const std::unique_ptr<Stream> stream = Stream::Open("/srv/list.txt", *OpenMode::Parse(mode));
+//   WCHAR line[200];
+//   while (stream != nullptr && stream->ReadLine(line, 200) != nullptr) {
+//       add(line);
+//   }
+//
+// Threads: use a stream on one thread at a time.
 class Stream {
 public:
-    // Opens the file, or gives null with errno.
+    // Opens a file of the host. Throws std::bad_alloc. On failure returns null and sets errno as
+    // stream.h describes.
     static std::unique_ptr<Stream> Open(const char *path, const OpenMode &mode);
-    Stream &operator=(Stream &&) = delete;  // nor copied
+    Stream &operator=(Stream &&) = delete;  // also disables copies
 
     bool Reads() const { return m_mode.Reads(); }
 
-    // Reads `count` - 1 characters at most, through the next line feed, and puts a NUL behind them;
-    // `count` is not 0. Result: `line`; null at the end, and on an error, with errno, also when the
-    // line has begun.
+    // Reads at most `count` - 1 characters, up to and including the next line feed, and stores a
+    // NUL behind them. `line` holds `count` characters, at least 1; the call may overwrite all of
+    // them. Returns `line`, or null at the end of the file. On failure returns null and sets errno;
+    // the beginning of that line is lost.
     WCHAR *ReadLine(WCHAR *line, std::size_t count);
 
-    // Bytes as a narrow call of the host wants them. Result: the bytes stored, 0 at the end, -1
-    // with errno on an error.
+    // Reads bytes for the host's calls, not decoded. In text mode reads CR LF as LF, skips a mark
+    // and ends at a Ctrl-Z. Returns the bytes stored, or 0 at the end. On failure returns -1 and
+    // sets errno; bytes read before the failure are returned first.
     std::ptrdiff_t ReadBytes(char *bytes, std::size_t capacity);
 
-    // Writes all bytes, LF as CR LF in text mode. Returns 0 or errno. Throws std::bad_alloc.
+    // Writes all bytes, in text mode LF as CR LF. Returns 0 or errno. Throws std::bad_alloc.
     int WriteBytes(const char *bytes, std::size_t count);
 
-    // Closes the file. Result: 0, or -1 with errno. Nothing else may follow.
+    // Closes the file; no other call may follow. Returns 0. On failure returns -1 and sets errno.
     int Close();
 
 private:
@@ -68,14 +81,15 @@ private:
 
     SharingFile m_file;
     OpenMode m_mode;
-    bool m_started = false;     // the first block has been read
-    bool m_ended = false;       // the file has no more
-    int m_error = 0;            // the errno that ended it
-    bool m_heldReturn = false;  // the last block ended with a CR; never while a block has more
+    bool m_started = false;  // the first block has been read
+    bool m_ended = false;    // there are no more bytes to read
+    int m_error = 0;         // the errno of the failure that ended the stream
+    bool m_heldReturn =
+        false;  // the last block ended with a CR, not stored yet; the block is then empty
 
     std::size_t m_bytePos = 0;
     std::size_t m_byteEnd = 0;
-    std::optional<StreamDecoder> m_decoder;  // made when the encoding is known
+    std::optional<StreamDecoder> m_decoder;  // constructed when the encoding is known
 
     char m_bytes[TextBlock::kBytes];
     TextBlock m_block;

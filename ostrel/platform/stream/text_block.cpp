@@ -22,10 +22,10 @@ void store(WCHAR *at, __m128i units) {
     _mm_storeu_si128(reinterpret_cast<__m128i *>(at), units);
 }
 
-// The bits that a look gives at least.
-constexpr std::size_t kLook = 57;
+// The least number of valid bits that EndsFrom returns.
+constexpr std::size_t kScanBits = 57;
 
-// What TakeLine writes at most: the units of 64 bits, and the vector behind them.
+// The units that TakeLine stores at most: one for each of 64 bits, and the vector behind them.
 constexpr std::size_t kLineCapacity = 64 + kVector;
 
 }  // namespace
@@ -36,7 +36,7 @@ void TextBlock::Fill(std::size_t count, bool text) {
     const __m128i ctrl_z = text ? _mm_set1_epi8('\x1A') : line_feed;
     std::size_t at = 0;
     for (; at < count; at += 2 * kVector) {
-        // A unit that is no byte becomes 0 or 255.
+        // A unit above 255 saturates to 0 or 255, at which no line ends.
         const __m128i bytes = _mm_packus_epi16(load(m_units + at), load(m_units + at + kVector));
         const __m128i ends = _mm_or_si128(
             _mm_cmpeq_epi8(bytes, line_feed),
@@ -46,13 +46,13 @@ void TextBlock::Fill(std::size_t count, bool text) {
     }
     m_next = 0;
     m_end = count;
-    // Each look stops behind the last unit, at something that is neither CR nor LF.
+    // Each scan stops behind the last unit. The unit there must be neither CR nor LF.
     m_units[count] = 0;
     std::memset(m_ends + at / 8, 0, sizeof(std::uint64_t));
     m_ends[count / 8] = static_cast<unsigned char>(m_ends[count / 8] | 1U << count % 8);
 }
 
-// The bit of the unit at `at` is the lowest.
+// Returns the bits of the units from `at`; the lowest bit is that of `at`.
 inline std::uint64_t TextBlock::EndsFrom(std::size_t at) const {
     std::uint64_t bits;
     std::memcpy(&bits, m_ends + at / 8, sizeof bits);
@@ -63,7 +63,7 @@ std::size_t TextBlock::TakeRun(WCHAR *out, std::size_t capacity) {
     std::size_t run = 0;
     std::uint64_t ends = EndsFrom(m_next);
     while (ends == 0 && run < capacity) {
-        run += kLook;
+        run += kScanBits;
         ends = EndsFrom(m_next + run);
     }
     run += ends != 0 ? static_cast<unsigned>(__builtin_ctzll(ends)) : 0;
@@ -90,9 +90,10 @@ bool TextBlock::TakeLine(WCHAR *line, std::size_t count) {
             store(line + at, load(in + at));
         }
     } while (at < run);
-    // The LF and the NUL go out in whole vectors, too: whoever measures the line at once need not
-    // wait for single units to reach the cache. A window on the two tables has as many units to be
-    // kept as the last vector of the run, then the LF, then NULs.
+    // Stores the LF and the NUL in whole vectors, too, so that a caller that measures the line at
+    // once does not wait for stores of single units to reach the cache. The loads from the two
+    // tables begin where they keep the run's units of the last vector and put the LF and NULs
+    // behind them.
     static constexpr WCHAR kKeep[2 * kVector] = {0xFFFF, 0xFFFF, 0xFFFF, 0xFFFF,
                                                  0xFFFF, 0xFFFF, 0xFFFF, 0xFFFF};
     static constexpr WCHAR kEnd[2 * kVector] = {0, 0, 0, 0, 0, 0, 0, 0, u'\n'};
@@ -125,7 +126,7 @@ std::size_t TextBlock::TakeRun(WCHAR *out, std::size_t capacity) {
 }
 
 bool TextBlock::TakeLine(WCHAR *, std::size_t) {
-    return false;  // the units must be looked at one by one in any case
+    return false;  // without vectors both calls would examine single units
 }
 
 #endif

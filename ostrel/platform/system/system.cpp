@@ -15,7 +15,7 @@
 namespace ostrel_platform {
 namespace {
 
-// The value of a variable within its entry, or null.
+// Returns the value of a variable, a pointer into its entry, or null.
 const char *find_value(std::u16string_view name) {
     char **const environment = load_environment();
     if (environment == nullptr) {
@@ -28,8 +28,9 @@ const char *find_value(std::u16string_view name) {
     const std::size_t length = to_narrow(name).size();
     const char *spelled = nullptr;
     const char *similar = nullptr;
-    // From the end, as another thread may remove a variable: those behind it move forward one by
-    // one, each into the next place before it leaves its own, so that none is missed.
+    // Walks from the end, because another thread may remove a variable meanwhile. The removal moves
+    // each later entry one slot forward and stores the entry there before it overwrites the old
+    // slot, so that the walk misses no entry.
     while (count-- > 0) {
         const char *const entry = load_entry(&environment[count]);
         if (entry == nullptr || std::strcspn(entry, "=") != length || entry[length] == '\0' ||
@@ -44,12 +45,13 @@ const char *find_value(std::u16string_view name) {
     return spelled != nullptr ? spelled : similar;
 }
 
-// Keeps a text for good; the same one each time.
+// Stores a text until the process ends. Returns the same pointer for equal texts.
 WCHAR *keep(std::u16string text) {
-    static std::mutex *const mutex = new std::mutex;  // used to the very end of the process
+    static std::mutex *const mutex =
+        new std::mutex;  // never destroyed: used until the process ends
     static std::set<std::u16string> *const texts = new std::set<std::u16string>;
     const std::lock_guard lock(*mutex);
-    // The interface has no const; whoever writes there does so to his own harm.
+    // The interface lacks const; callers must not write to the text.
     return const_cast<WCHAR *>(texts->insert(std::move(text)).first->c_str());
 }
 

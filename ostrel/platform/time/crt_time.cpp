@@ -1,4 +1,4 @@
-// The runtime's calls on calendar time.
+// The runtime's time calls.
 
 #include <cerrno>
 
@@ -28,11 +28,12 @@ void store_fields(std::int64_t time, const ZoneInterval &clock, std::tm *fields)
     fields->tm_wday = weekday_of(days);
     fields->tm_yday = date.day_of_year;
     fields->tm_isdst = clock.daylight;
-    fields->tm_gmtoff = static_cast<long>(clock.offset);  // what the host has beyond the nine
+    fields->tm_gmtoff = static_cast<long>(clock.offset);  // the host's tm has two more fields
     fields->tm_zone = clock.name;
 }
 
-// Seconds from 1970-01-01 00:00:00 of the fields' own clock. No field is out of range.
+// Returns the seconds from 1970-01-01 00:00:00 on the clock of the fields. Every field may be out
+// of its range.
 std::int64_t seconds_of(const std::tm &fields) {
     std::int64_t year = std::int64_t{fields.tm_year} + 1900;
     int month = fields.tm_mon;
@@ -44,8 +45,9 @@ std::int64_t seconds_of(const std::tm &fields) {
     return ((days * 24 + fields.tm_hour) * 60 + fields.tm_min) * 60 + fields.tm_sec;
 }
 
-// The time of a daylight clock whose reading as standard time is `standard`. Where the zone has no
-// daylight time then, that of the present is meant.
+// Returns the time at which a daylight clock shows `local`. `standard` is the time at which the
+// standard clock shows `local`. Where the zone has no daylight time at that date, uses the
+// difference of the present year.
 std::int64_t daylight_time(LocalZone &zone, std::int64_t local, std::int64_t standard) {
     constexpr std::int64_t kMaxBias = std::int64_t{2} * 3600;
     for (const std::int64_t near : {standard, standard - kMaxBias}) {
@@ -97,7 +99,7 @@ std::tm *_gmtime64(const std::int64_t *time) noexcept {
 }
 
 std::int64_t _mktime64(std::tm *time) noexcept {
-    // No clock is further away from UTC than this, daylight bias included.
+    // Every clock is nearer to UTC, daylight time included.
     constexpr std::int64_t kFarthest = 3 * ostrel_platform::kMaxOffset;
     if (time != nullptr) {
         const std::int64_t local = ostrel_platform::seconds_of(*time);

@@ -24,7 +24,8 @@ const char *locale_of_environment() {
     return "";
 }
 
-// Read at the first use and kept: a later look at the environment would race with setenv.
+// Returns the forms of the system's locale. Only the first call reads the environment: a later read
+// could race with setenv.
 const TimeForms &system_forms() {
     static const TimeForms &forms = []() -> const TimeForms & {
         for (const char *locale : {locale_of_environment(), "en_US"}) {
@@ -47,7 +48,7 @@ bool is_clock(const SYSTEMTIME &time) {
     return time.wHour < 24 && time.wMinute < 60 && time.wSecond < 60 && time.wMilliseconds < 1000;
 }
 
-// What the two calls check alike. Result: ERROR_SUCCESS, or why they fail.
+// Checks the parameters of either call. Returns ERROR_SUCCESS or the code of the failure.
 DWORD check(DWORD locale, DWORD flags, DWORD allowed, const SYSTEMTIME *time, const WCHAR *format,
             const WCHAR *text, int capacity) {
     if (locale != LOCALE_SYSTEM_DEFAULT || time == nullptr || format != nullptr || capacity < 0 ||

@@ -1,4 +1,4 @@
-// Times as fields and as counts of 100 ns.
+// Times as fields, and as counts of 100 ns.
 
 #include "ostrel/platform/time/system_time.h"
 
@@ -15,7 +15,7 @@ constexpr std::int64_t kTicksOfMillisecond = 10'000;
 constexpr std::int64_t kMillisecondsOfDay = 1000 * kSecondsOfDay;
 constexpr std::int64_t kFirstDay = days_from_civil(1601, 1, 1);
 constexpr int kFirstYear = 1601;
-constexpr int kLastYear = 30827;  // the last that a count below 2^63 reaches the end of
+constexpr int kLastYear = 30827;  // the last year that ends at a count below 2^63
 
 }  // namespace
 
@@ -76,7 +76,7 @@ void GetSystemTime(SYSTEMTIME *time) noexcept {
 
 DWORD GetTickCount() noexcept {
     timespec now;
-    clock_gettime(CLOCK_BOOTTIME, &now);  // counts while the system sleeps, too
+    clock_gettime(CLOCK_BOOTTIME, &now);  // includes the time asleep
     return static_cast<DWORD>(now.tv_sec * 1000 + now.tv_nsec / 1'000'000);
 }
 

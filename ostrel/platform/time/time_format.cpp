@@ -31,7 +31,8 @@ namespace {
 
 constexpr int kLastYear = 9999;
 
-// The C locale, under which most processes run, is told without a look at the list of the others.
+// Returns the forms of the process's LC_TIME. Recognises the C locale, in which most processes run,
+// without a lookup among the other locales.
 const TimeForms &process_forms() {
     const char *const locale = std::setlocale(LC_TIME, nullptr);
     const TimeForms *const forms =
@@ -48,10 +49,10 @@ struct IsoWeek {
     int week;
 };
 
-// The week of ISO 8601 that a day lies in: weeks begin on Monday and belong to the year that holds
-// their Thursday.
+// Returns the ISO 8601 week of a day. A week begins on Monday and belongs to the year that contains
+// its Thursday.
 constexpr IsoWeek iso_week(int year, int day_of_year, int weekday) {
-    // The Thursday of the week, counted as `day_of_year` is.
+    // The Thursday of the week as a day of the year, from 0.
     const int thursday = day_of_year - (weekday + 6) % 7 + 3;
     if (thursday < 0) {
         return {year - 1, (thursday + days_of_year(year - 1)) / 7 + 1};
@@ -67,8 +68,8 @@ public:
                std::size_t capacity)
         : m_forms(forms), m_time(time), m_lastYear(last_year), m_next(text), m_left(capacity - 1) {}
 
-    // 0, EINVAL or ERANGE: the first that is found. `short_numbers` takes zeros and blanks off the
-    // front of every number.
+    // Writes the time by `format`. With `short_numbers` omits the leading zeros and blanks of every
+    // number except g and G. Returns 0, or the first error: EINVAL or ERANGE.
     int Write(std::u16string_view format, bool short_numbers) {
         const WCHAR *at = format.data();
         const WCHAR *const end = at + format.size();
@@ -126,7 +127,7 @@ private:
         m_next = std::copy(text.begin(), text.end(), m_next);
     }
 
-    // A number that is not negative, with `fill` in front up to `digits`.
+    // Writes a number that is not negative, padded on the left with `fill` to `digits` characters.
     void Number(int number, int digits, WCHAR fill = u'0') {
         WCHAR reversed[12];
         int count = 0;
@@ -142,7 +143,8 @@ private:
         }
     }
 
-    // Takes a field that must be in a range. What is written for one that is not does not matter.
+    // Returns `value`. Outside the range fails with EINVAL and returns `first`; what is written
+    // then is discarded.
     int Field(int value, int first, int last) {
         if (value < first || value > last) {
             Fail(EINVAL);
@@ -160,10 +162,11 @@ private:
     int DayOfYear() { return Field(m_time.tm_yday, 0, 365); }
 
     IsoWeek Iso() { return iso_week(Year(), DayOfYear(), Weekday()); }
-    // At either end of the years, the year of the week may lie beyond.
+    // Near the first and the last day of the range, the year of the week may be out of range.
     int IsoYear() { return Field(Iso().year, 0, m_lastYear); }
 
-    // The week when weeks begin on `first`, and the days before the first of them are in week 0.
+    // Returns the week of the year. Weeks begin on the weekday `first`; the days before the first
+    // such weekday are in week 0.
     int Week(int first) { return (DayOfYear() + 7 - (Weekday() + 7 - first) % 7) / 7; }
 
     void WriteDirective(WCHAR directive, bool alternate, bool short_numbers) {
@@ -173,7 +176,7 @@ private:
         }
     }
 
-    // False, here and below: the directive is no such one.
+    // This function and the next two return false when the directive is not of their kind.
     bool WriteNumber(WCHAR directive, bool short_numbers) {
         const int two = short_numbers ? 1 : 2;
         const int three = short_numbers ? 1 : 3;
@@ -321,7 +324,7 @@ std::size_t wcsftime(WCHAR *text, std::size_t capacity, const WCHAR *format,
         *text = 0;
         return 0;
     }
-    // Zones and locales are looked for in files, and one that is not there is no error.
+    // A missing zone or locale file sets errno but is no failure, so a success restores errno.
     int error = errno;
     const std::size_t length = ostrel_platform::write_time(
         nullptr, format, *time, ostrel_platform::kLastYear, text, capacity, &error);

@@ -25,11 +25,12 @@ struct Closer {
 template <class Handle, void (*kClose)(Handle *)>
 using Owner = std::unique_ptr<Handle, Closer<Handle, kClose>>;
 
-// The modifiers of the host's names that ask for a script, with the script's code (ISO 15924).
+// The modifiers in the host's names that select a script, with the script's code (ISO 15924).
 constexpr std::string_view kScripts[][2] = {
     {"latin", "Latn"}, {"cyrillic", "Cyrl"}, {"devanagari", "Deva"}};
 
-// The host writes language_TERRITORY.charset@modifier, ICU language_Script_TERRITORY.
+// Converts the host's name, language_TERRITORY.charset@modifier, to ICU's,
+// language_Script_TERRITORY.
 std::string icu_name(std::string_view locale) {
     const std::size_t at = std::min(locale.find('@'), locale.size());
     const std::string_view modifier = locale.substr(std::min(at + 1, locale.size()));
@@ -42,8 +43,9 @@ std::string icu_name(std::string_view locale) {
     return name;
 }
 
-// For a locale that it does not know, ICU takes the host's; the warning tells. An empty name would
-// give forms of no language, one with other characters could name a file.
+// Whether ICU knows a locale. For an unknown locale ICU opens the host's default and sets a
+// warning. An empty name would give forms of no language, and a name with other characters could be
+// the path of a file.
 bool icu_knows(const std::string &name) {
     const bool is_name = !name.empty() && std::all_of(name.begin(), name.end(), [](char c) {
         return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
@@ -57,9 +59,9 @@ bool icu_knows(const std::string &name) {
     return U_SUCCESS(status) && status != U_USING_DEFAULT_WARNING;
 }
 
-// The directive for a run of a letter in ICU's patterns (Unicode Technical Standard 35, part 4).
-// Years are always written in full. A letter for which there is none does not occur in the
-// patterns of dates and times without a zone.
+// Returns the directive for a run of a letter in ICU's patterns (Unicode Technical Standard 35,
+// "Dates"). A year is always written in full. Other letters give an empty text: they do not occur
+// in patterns of dates and times without a zone.
 std::u16string_view directive_of(char16_t letter, std::size_t count, std::u16string_view era) {
     const bool one = count == 1;
     switch (letter) {
@@ -95,11 +97,11 @@ void append_literal(std::u16string &format, char16_t character) {
     if (character == u'%') {
         format += u'%';
     }
-    // The narrow no-break blank is ICU's; the platform writes a blank before AM and PM.
+    // ICU writes a narrow no-break blank before AM and PM, the platform a plain blank.
     format += character == u'\u202F' ? u' ' : character;
 }
 
-// Turns one of ICU's patterns into a format.
+// Converts an ICU pattern to a format of wcsftime.
 std::u16string format_of(std::u16string_view pattern, std::u16string_view era) {
     std::u16string format;
     bool quoted = false;
@@ -126,7 +128,7 @@ std::u16string format_of(std::u16string_view pattern, std::u16string_view era) {
     return format;
 }
 
-// The text that a call of ICU stores in a buffer.
+// Returns the text that a call of ICU stores in a buffer; an empty text on failure.
 template <class Call>
 std::u16string icu_text(UErrorCode *status, const Call &call) {
     WCHAR text[256];
@@ -134,7 +136,7 @@ std::u16string icu_text(UErrorCode *status, const Call &call) {
     return U_SUCCESS(*status) ? std::u16string(text, static_cast<std::size_t>(length)) : u"";
 }
 
-// The forms of one locale, with the texts that they refer to.
+// The forms of one locale. Owns the texts that the forms refer to.
 class IcuTimeForms {
 public:
     explicit IcuTimeForms(const std::string &name) : m_locale(name + "@calendar=gregorian") {
@@ -143,8 +145,8 @@ public:
             return;
         }
         const std::u16string long_date = Pattern(full);
-        // Some languages have names of another case within a date; one that does without them
-        // there has no use for them.
+        // In some languages the names within a date have another grammatical case. A language whose
+        // long date uses the standalone weekday (letter c) gets the standalone weekdays.
         const bool alone = long_date.find(u'c') != std::u16string::npos;
         Read(full, alone ? UDAT_STANDALONE_WEEKDAYS : UDAT_WEEKDAYS, 1, m_forms.weekdays);
         Read(full, alone ? UDAT_STANDALONE_SHORT_WEEKDAYS : UDAT_SHORT_WEEKDAYS, 1,
@@ -173,7 +175,7 @@ private:
     using Format = Owner<UDateFormat, udat_close>;
 
     Format Open(UDateFormatStyle time, UDateFormatStyle date) {
-        // A zone is named so that ICU does not look for the host's.
+        // With an explicit zone ICU does not search for the host's.
         return Format(
             udat_open(time, date, m_locale.c_str(), TEXT("UTC"), -1, nullptr, 0, &m_status));
     }
@@ -184,7 +186,7 @@ private:
         });
     }
 
-    // The pattern of hours, minutes and seconds with the half of the day.
+    // Returns the pattern of hours, minutes and seconds with AM or PM.
     std::u16string HalfDayPattern() {
         const Owner<UDateTimePatternGenerator, udatpg_close> generator(
             udatpg_open(m_locale.c_str(), &m_status));
@@ -216,10 +218,12 @@ private:
     std::deque<std::u16string> m_texts;
 };
 
-// The locales that were asked for. One that ICU does not know has no forms here.
+// A cache of the locales that were asked for. A locale without forms of ICU has a null entry.
+//
+// Threads: every thread may call it.
 class KnownLocales {
 public:
-    // Nothing: the locale was not asked for before.
+    // Returns nothing when the locale is not in the cache.
     std::optional<const TimeForms *> Find(std::string_view locale) const {
         const std::shared_lock lock(m_mutex);
         const auto found = m_known.find(locale);
@@ -236,7 +240,7 @@ public:
             }
         }
         const std::unique_lock lock(m_mutex);
-        // Another thread may have been faster: its forms are in use and stay.
+        // If another thread has added the locale meanwhile, its forms are in use and stay.
         return FormsOf(m_known.try_emplace(std::string(locale), std::move(forms)).first->second);
     }
 

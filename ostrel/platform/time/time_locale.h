@@ -1,7 +1,12 @@
 #ifndef OSTREL_PLATFORM_TIME_TIME_LOCALE_H
 #define OSTREL_PLATFORM_TIME_TIME_LOCALE_H
 
-// Internal. What a locale has for times: names, and forms written as formats of wcsftime.
+// Internal. Provides the names and forms that a locale uses for times, and writes times with them.
+//
+//   const TimeForms *const forms = time_forms_of("de_DE.UTF-8");
+//   WCHAR text[64];
+//   int error = 0;
+//   write_time(forms, TEXT("%A, %x"), fields, 9999, text, 64, &error);
 
 #include <cstddef>
 #include <ctime>
@@ -11,32 +16,38 @@
 
 namespace ostrel_platform {
 
+// The names and forms of one locale. Each form is a format of wcsftime.
 struct TimeForms {
-    std::u16string_view weekdays[7];  // from Sunday on
+    std::u16string_view weekdays[7];  // from Sunday
     std::u16string_view short_weekdays[7];
     std::u16string_view months[12];
     std::u16string_view short_months[12];
-    std::u16string_view halves[2];  // of the day: AM, PM
-    std::u16string_view date;
-    std::u16string_view long_date;
-    std::u16string_view time;
-    std::u16string_view half_day_time;
-    std::u16string_view date_time;
-    std::u16string_view long_date_time;
+    std::u16string_view halves[2];       // of the day: AM, PM
+    std::u16string_view date;            // %x
+    std::u16string_view long_date;       // %#x
+    std::u16string_view time;            // %X
+    std::u16string_view half_day_time;   // %r
+    std::u16string_view date_time;       // %c
+    std::u16string_view long_date_time;  // %#c
 };
 
-// Those of the C locale.
+// The names and forms of the C locale.
 extern const TimeForms kTimeFormsC;
 
-// Those that ICU has for a locale of the host, such as "de_DE.UTF-8" or "sr_RS@latin". They stay
-// until the process ends. Null for "C" and "POSIX", with or without a charset, for a locale that
-// ICU does not know, and when there is no memory for them. Any thread may call it.
+// Returns the names and forms that ICU has for a locale of the host, such as "de_DE.UTF-8" or
+// "sr_RS@latin". The object lives until the process ends. Returns null for "C" and "POSIX", with or
+// without a charset, for a locale that ICU does not know, and when memory is missing or ICU fails.
+//
+// Threads: every thread may call it.
 const TimeForms *time_forms_of(std::string_view locale) noexcept;
 
-// Writes fields by a format of wcsftime and a NUL, `room` characters in all. `forms` null stands
-// for the forms of the process's locale, which is then read when the format needs it. Result: the
-// characters stored; 0 with an empty text and `*error` EINVAL or ERANGE. On success, which an empty
-// text may be, `*error` is left alone.
+// Writes `time` by `format`, a format of wcsftime, and a NUL. `last_year` is the greatest year that
+// is accepted. `text` has `capacity` characters, at least 1. With null for `forms` the call uses
+// the process's LC_TIME locale, which it looks up only if the format needs forms.
+//
+// Returns the characters stored, without the NUL, and leaves `*error` unchanged; an empty text is a
+// success with the result 0. On failure returns 0, stores an empty text and sets `*error` to EINVAL
+// or ERANGE, as wcsftime describes them.
 std::size_t write_time(const TimeForms *forms, std::u16string_view format, const std::tm &time,
                        int last_year, WCHAR *text, std::size_t capacity, int *error) noexcept;
 

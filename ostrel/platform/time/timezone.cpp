@@ -13,14 +13,15 @@
 namespace ostrel_platform {
 namespace {
 
-// The two dates of a year, on the clocks that end.
+// The two changes of a year, each on the clock in force before the change.
 struct ChangeDates {
     SYSTEMTIME daylight;
     SYSTEMTIME standard;
 };
 
-// Seconds from 1970-01-01 00:00:00 of the clocks that end at a year's changes. A year that begins
-// or ends in the middle of daylight time has the change there.
+// The two changes of a year, in seconds from 1970-01-01 00:00:00 on the clock in force before the
+// change. A missing change to daylight time is the first second of the year, a missing change to
+// standard time the last second.
 struct LocalChanges {
     std::int64_t daylight;
     std::int64_t standard;
@@ -36,7 +37,8 @@ SYSTEMTIME fields_of_local(std::int64_t local) {
     return fields_of(local * 1000 + kMillisecondsTo1970);
 }
 
-// The date as a weekday of its month that is the same in both years, if there is one.
+// Returns the change as a weekday of its month (wYear 0) if that weekday and time of day describe
+// the changes of both years, otherwise nothing.
 std::optional<SYSTEMTIME> as_weekday(std::int64_t local, std::int64_t next_local) {
     SYSTEMTIME date = fields_of_local(local);
     const SYSTEMTIME next = fields_of_local(next_local);
@@ -55,7 +57,7 @@ std::optional<SYSTEMTIME> as_weekday(std::int64_t local, std::int64_t next_local
     return date;
 }
 
-// A date of a rule, if it has the form that the platform knows.
+// Returns a date of a rule in the platform's form, or nothing when that form cannot express it.
 std::optional<SYSTEMTIME> as_weekday(const RuleDate &date) {
     if (date.form != RuleDate::Form::kWeekday || date.seconds < 0 ||
         date.seconds >= kSecondsOfDay) {
@@ -69,7 +71,7 @@ std::optional<SYSTEMTIME> as_weekday(const RuleDate &date) {
     return fields;
 }
 
-// The dates of the zone's rule, if it is the one that holds in the year.
+// Returns the dates of the zone's rule if the changes of the year follow that rule.
 std::optional<ChangeDates> dates_of_rule(const ZoneRule *rule, const ZoneYear &year) {
     if (rule == nullptr || !rule->has_daylight ||
         year.daylight_begins != rule->DaylightBegins(RuleYear(year.number)) ||
@@ -106,7 +108,7 @@ void store_name(const char *name, WCHAR (&text)[capacity]) {
     }
 }
 
-// False when it is no date.
+// Returns false when the fields are not a valid date.
 bool read_date(const SYSTEMTIME &fields, RuleDate *date) {
     const bool absolute = fields.wYear != 0;
     const int days =
@@ -121,6 +123,7 @@ bool read_date(const SYSTEMTIME &fields, RuleDate *date) {
            fields.wSecond <= 59;
 }
 
+// Returns nothing when a date of `zone` is not valid.
 std::optional<ZoneRule> read_zone(const TIME_ZONE_INFORMATION &zone) {
     ZoneRule rule;
     rule.standard = -60 * (std::int64_t{zone.Bias} + zone.StandardBias);
@@ -133,11 +136,12 @@ std::optional<ZoneRule> read_zone(const TIME_ZONE_INFORMATION &zone) {
     return rule;
 }
 
-// The rule that a caller gave last. A thread keeps it, read, with the changes of some years:
-// callers convert many times by one rule.
+// A cache for each thread: the rule that the thread used last, parsed, with the changes of up to 32
+// years. Callers convert many times by one rule.
 class GivenRule {
 public:
-    // Nothing when the rule is none.
+    // Returns the offset in seconds at `time`, seconds from 1970 in UTC; `utc` is the same moment
+    // as fields. Returns nothing when `zone` is not valid.
     static std::optional<std::int64_t> OffsetAt(const TIME_ZONE_INFORMATION &zone,
                                                 const SYSTEMTIME &utc, std::int64_t time) {
         thread_local constinit GivenRule kept;
@@ -155,7 +159,7 @@ private:
     };
     static constexpr int kYears = 32;
 
-    // On failure the old rule stays.
+    // Returns false and keeps the old rule when `zone` is not valid.
     bool Read(const TIME_ZONE_INFORMATION &zone) {
         const std::optional<ZoneRule> rule = read_zone(zone);
         if (rule) {
@@ -169,7 +173,7 @@ private:
         return rule.has_value();
     }
 
-    // Whether changes of a neighbouring year may lie near.
+    // Whether a change of the neighbouring year may be near.
     static bool IsAtEdge(const SYSTEMTIME &utc) {
         return (utc.wMonth == 1 && utc.wDay < 13) || (utc.wMonth == 12 && utc.wDay > 18);
     }
@@ -199,13 +203,14 @@ private:
     std::int64_t m_standard = 0;
     std::int64_t m_daylight = 0;
     bool m_hasDaylight = false;
-    bool m_isFar = false;
+    bool m_isFar = false;  // an offset exceeds a day
     Year m_years[kYears];
 };
 
-// Tells the rule of the year in which `now` falls, and for how long it is this one.
-DWORD tell_rule(const Zone &zone, std::int64_t now, TIME_ZONE_INFORMATION *rule,
-                std::int64_t *begin, std::int64_t *end) {
+// Stores the rule of the year that contains `now`, and the times from `begin` to `end`, `end`
+// excluded, for which rule and result are valid. Returns the TIME_ZONE_ID_ value.
+DWORD describe_rule(const Zone &zone, std::int64_t now, TIME_ZONE_INFORMATION *rule,
+                    std::int64_t *begin, std::int64_t *end) {
     const ZoneYear year = year_of_zone(zone, now);
     *begin = std::max(year.begin, year.now.begin);
     *end = std::min(year.end, year.now.end);
@@ -223,7 +228,8 @@ DWORD tell_rule(const Zone &zone, std::int64_t now, TIME_ZONE_INFORMATION *rule,
     return year.now.daylight ? TIME_ZONE_ID_DAYLIGHT : TIME_ZONE_ID_STANDARD;
 }
 
-// The present rule of the local zone. A thread keeps it for as long as it holds.
+// Stores the present rule of the local zone. Returns the TIME_ZONE_ID_ value. Each thread caches
+// both.
 DWORD present_rule(TIME_ZONE_INFORMATION *rule) {
     struct Kept {
         const Zone *zone = nullptr;
@@ -236,7 +242,7 @@ DWORD present_rule(TIME_ZONE_INFORMATION *rule) {
     const Zone *const zone = &LocalZone::Current().Get();
     const std::int64_t now = coarse_time();
     if (zone != kept.zone || now < kept.begin || now >= kept.end) {
-        kept.kind = tell_rule(*zone, now, &kept.rule, &kept.begin, &kept.end);
+        kept.kind = describe_rule(*zone, now, &kept.rule, &kept.begin, &kept.end);
         kept.zone = zone;
     }
     *rule = kept.rule;

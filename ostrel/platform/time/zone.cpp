@@ -8,7 +8,7 @@
 namespace ostrel_platform {
 namespace {
 
-// 97 days: no zone has many changes in that time.
+// 2^23 seconds are 97 days, in which no zone has many changes.
 constexpr int kStepBits = 23;
 
 }  // namespace
@@ -50,7 +50,7 @@ void Zone::MeasureSpread() {
     m_spread = *greatest - *least;
 }
 
-// The index of the interval that holds a time.
+// Returns the index of the interval that contains a time.
 std::size_t Zone::IndexAt(std::int64_t time) const {
     const auto step = static_cast<std::uint64_t>(time) >> kStepBits;
     if (step >= m_starts.size()) {
@@ -74,14 +74,15 @@ ZoneInterval Zone::At(std::int64_t time) const {
     return m_intervals.empty() ? ZoneInterval() : m_intervals[IndexAt(time)];
 }
 
-// Goes from the clock of the day before to the first one at whose end `local` is over.
+// Starts with the interval of a time before every candidate, and walks to the first interval whose
+// clock shows `local` before the interval ends.
 std::int64_t Zone::ToUtc(std::int64_t local, ClockKind kind) const {
     ZoneInterval interval = At(local - kMaxOffset);
     std::int64_t time = local - offset_of(interval, kind);
     while (time >= interval.end) {
         interval = At(interval.end);
         const std::int64_t next = local - offset_of(interval, kind);
-        if (next < interval.begin) {  // skipped
+        if (next < interval.begin) {  // the change skips `local`
             return time;
         }
         time = next;

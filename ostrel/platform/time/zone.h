@@ -1,7 +1,10 @@
 #ifndef OSTREL_PLATFORM_TIME_ZONE_H
 #define OSTREL_PLATFORM_TIME_ZONE_H
 
-// Internal. A time zone: which clock is in force at a time, and the way back.
+// Internal. A time zone: a table of intervals with one clock each, and a rule for the time after
+// it.
+//
+// Times are seconds from 1970-01-01 00:00:00 UTC; offsets are seconds.
 
 #include <cstdint>
 #include <memory>
@@ -13,39 +16,44 @@
 
 namespace ostrel_platform {
 
-// Offsets are smaller than this (RFC 8536: -89999 to 93599 seconds).
+// Every offset is smaller in magnitude (RFC 8536: -89999 to 93599 seconds).
 inline constexpr std::int64_t kMaxOffset = std::int64_t{26} * 3600;
 
-// What a local time is counted in: the clock as it is, or that of standard time all the year.
+// The clock of a local time: kWall is the clock in use, kStandard shows standard time all year.
 enum class ClockKind : std::uint8_t { kWall, kStandard };
 
 constexpr std::int64_t offset_of(const ZoneInterval &interval, ClockKind kind) {
     return kind == ClockKind::kWall ? interval.offset : interval.standard;
 }
 
-// Never changed once it is made, so that any thread may read it.
+// A time zone, for conversion from UTC to local time and back.
+//
+// Threads: a zone does not change after construction, so every thread may read it.
 class Zone {
 public:
-    // UTC.
+    // Constructs UTC.
     Zone() = default;
 
     explicit Zone(ZoneRule rule);
 
-    // `intervals` follow one another from kTimeBegin to kTimeEnd, their names lie in `names`. From
-    // the beginning of the last one on, `rule` holds, if there is one.
+    // `intervals` are not empty and cover the time from kTimeBegin to kTimeEnd without gaps. Their
+    // names point into `names`, which the zone then owns. If there is a rule, it replaces the last
+    // interval from that interval's beginning.
     Zone(std::vector<ZoneInterval> intervals, std::unique_ptr<const std::string> names,
          std::optional<ZoneRule> rule);
 
-    // The clock that is in force at a time between kTimeBegin and kTimeEnd.
+    // Returns the clock in force at a time from kTimeBegin to kTimeEnd, kTimeEnd excluded.
     ZoneInterval At(std::int64_t time) const;
 
-    // The time in UTC at which the clock shows `local`: the first, if there are several. A clock
-    // that is skipped is read as if the change were still to come.
+    // Returns the time in UTC at which the clock shows `local`, seconds from 1970-01-01 00:00:00 on
+    // that clock. Of several such times returns the first. A reading that the zone skips is
+    // converted with the offset in force before the gap.
     std::int64_t ToUtc(std::int64_t local, ClockKind kind) const;
 
-    // What the clocks of the zone differ by at most.
+    // Returns the largest difference between two offsets of the zone, standard offsets included.
     std::int64_t Spread() const { return m_spread; }
 
+    // Returns the zone's rule, or null.
     const ZoneRule *Rule() const { return m_rule ? &*m_rule : nullptr; }
 
 private:
@@ -54,26 +62,31 @@ private:
     std::size_t IndexAt(std::int64_t time) const;
 
     std::vector<ZoneInterval> m_intervals;
-    std::vector<std::int64_t> m_begins;   // theirs
-    std::vector<std::uint32_t> m_starts;  // where to begin a search, for equal steps from 1970 on
+    std::vector<std::int64_t> m_begins;  // the `begin` of each interval
+    std::vector<std::uint32_t>
+        m_starts;  // where a search starts, one index for each step from 1970 on
     std::unique_ptr<const std::string> m_names;
     std::optional<ZoneRule> m_rule;
     std::int64_t m_spread = 0;
 };
 
-// What a zone does in the year of standard time in which a time falls.
+// The clocks of a zone, and its changes, in the year of standard time that contains a time.
 struct ZoneYear {
     std::int64_t number = 0;
-    std::int64_t begin = 0;
-    std::int64_t end = 0;
-    ZoneInterval now;                      // at that time
-    std::optional<ZoneInterval> standard;  // one of each kind: that of now, or else the last one
+    std::int64_t begin = 0;  // of the year, in UTC
+    std::int64_t end = 0;    // excluded
+    ZoneInterval now;        // the interval at that time
+    // One interval of each kind: `now` if it is of that kind, otherwise the last one in the year.
+    // Empty when the year has none.
+    std::optional<ZoneInterval> standard;
     std::optional<ZoneInterval> daylight;
-    // In UTC, of each direction the last change in the year up to that time, or else the first.
+    // The change to each kind, in UTC: the last one of the year up to that time, otherwise the
+    // first one of the year. Empty when the year has none.
     std::optional<std::int64_t> daylight_begins;
     std::optional<std::int64_t> standard_begins;
 };
 
+// Returns the year of standard time that contains `time`.
 ZoneYear year_of_zone(const Zone &zone, std::int64_t time);
 
 }  // namespace ostrel_platform

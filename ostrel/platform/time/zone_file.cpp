@@ -8,7 +8,8 @@
 namespace ostrel_platform {
 namespace {
 
-// Takes pieces off the front of the content. What goes beyond its end is empty or 0, and noted.
+// Takes pieces from the front of the content. A piece beyond the end is empty, a number 0, and
+// Failed returns true from then on.
 class Bytes {
 public:
     explicit Bytes(std::string_view content) : m_rest(content) {}
@@ -25,13 +26,13 @@ public:
         return m_failed ? std::string_view() : taken;
     }
 
-    // Up to the next line feed.
+    // Takes the bytes up to the next line feed. Fails when there is none.
     std::string_view TakeLine() {
         const std::size_t length = m_rest.find('\n');
         return Take(length == std::string_view::npos ? m_rest.size() + 1 : length);
     }
 
-    // Big-endian in two's complement.
+    // Takes a number of `width` bytes, big-endian in two's complement.
     std::int64_t Number(std::size_t width) {
         const std::string_view bytes = Take(width);
         const bool negative = !bytes.empty() && (bytes.front() & 0x80) != 0;
@@ -51,14 +52,14 @@ struct Header {
     char version = 0;
     std::uint64_t ut_flags = 0, standard_flags = 0, leaps = 0, times = 0, types = 0, name_bytes = 0;
 
-    // Of the block behind it, with times of `width` bytes.
+    // Returns the bytes of the block behind the header, with times of `width` bytes.
     std::uint64_t Size(std::uint64_t width) const {
         return times * (width + 1) + types * 6 + name_bytes + leaps * (width + 4) + standard_flags +
                ut_flags;
     }
 };
 
-// False when there is none.
+// Returns false when the content does not begin with a header, or the header counts no types.
 bool read_header(Bytes *bytes, Header *header) {
     const bool magic = bytes->Take(4) == "TZif";
     header->version = static_cast<char>(bytes->Number(1));
@@ -70,7 +71,8 @@ bool read_header(Bytes *bytes, Header *header) {
     return magic && !bytes->Failed() && header->types != 0;
 }
 
-// The kinds of clock of a file. False when one is impossible.
+// Reads the clocks of a file. Returns false when an offset or the position of a name is out of
+// range.
 bool read_types(Bytes bytes, const Header &header, const std::string &names,
                 std::vector<ZoneInterval> *types) {
     for (std::uint64_t i = 0; i < header.types; ++i) {
@@ -88,8 +90,8 @@ bool read_types(Bytes bytes, const Header &header, const std::string &names,
     return true;
 }
 
-// The intervals between the changes: before the first of them the first type holds. False when the
-// changes do not ascend or have no type.
+// Reads the intervals between the changes. The first type holds before the first change. Returns
+// false when the changes do not ascend or one names a type that does not exist.
 bool read_intervals(Bytes times, Bytes indices, const Header &header, std::size_t width,
                     const std::vector<ZoneInterval> &types, std::vector<ZoneInterval> *intervals) {
     intervals->push_back(types.front());
@@ -112,8 +114,9 @@ bool read_intervals(Bytes times, Bytes indices, const Header &header, std::size_
     return true;
 }
 
-// Makes standard time of an interval of daylight time that is behind the standard time around it,
-// and daylight time of that, as far as it does not last all the year.
+// Swaps the two kinds where daylight time is behind the standard time on both sides: the daylight
+// interval becomes standard time, and the standard intervals beside it become daylight time unless
+// they last 366 days or more.
 void swap_negative_dst(std::vector<ZoneInterval> *intervals) {
     const std::vector<ZoneInterval> given = *intervals;
     const auto is_behind = [&](std::size_t i) {
@@ -133,8 +136,8 @@ void swap_negative_dst(std::vector<ZoneInterval> *intervals) {
     }
 }
 
-// The nearest standard offset in front of each interval, or behind it when `intervals` are walked
-// backwards; `start` where there is none.
+// Returns for each interval the offset of the nearest standard time at or before it, in the order
+// of the iterators; `start` where there is none.
 template <class Iterator>
 std::vector<std::optional<std::int64_t>> nearest_standard(Iterator first, Iterator last,
                                                           std::optional<std::int64_t> start) {
@@ -148,8 +151,10 @@ std::vector<std::optional<std::int64_t>> nearest_standard(Iterator first, Iterat
     return nearest;
 }
 
-// A file does not tell what daylight time is ahead of: of the standard times on both sides that are
-// behind it, it is the one that is less so.
+// Sets the standard offset of each interval. A file does not state the standard offset of daylight
+// time. It is the greater one of the nearest standard offsets on both sides, as far as they are
+// smaller than the interval's own, or else one hour less than the interval's own. On the side of
+// the end, the rule follows the last interval.
 void find_standard(std::vector<ZoneInterval> *intervals, const std::optional<ZoneRule> &rule) {
     const auto in_front = nearest_standard(intervals->begin(), intervals->end(), std::nullopt);
     auto behind = nearest_standard(intervals->rbegin(), intervals->rend(),
@@ -177,7 +182,7 @@ std::unique_ptr<const Zone> read_zone_file(std::string_view content) {
         return nullptr;
     }
     std::size_t width = 4;
-    if (header.version != 0) {  // the same again follows with times of 64 bits
+    if (header.version != 0) {  // the same data follows with 64-bit times
         width = 8;
         bytes.Take(header.Size(4));
         if (!read_header(&bytes, &header)) {

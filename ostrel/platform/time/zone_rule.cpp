@@ -14,7 +14,8 @@ constexpr int kDaysBefore[] = {0, 31, 59, 90, 120, 151, 181, 212, 243, 273, 304,
 constexpr int kMaxHoursOfOffset = 24;
 constexpr int kMaxHoursOfTime = 167;
 
-// Reads the parts of a rule. After the first that is wrong, nothing more is read.
+// Reads the parts of a rule. After the first error Failed returns true, and what is read is
+// meaningless but within its limits.
 class RuleParser {
 public:
     explicit RuleParser(std::string_view text) : m_text(text) {}
@@ -32,7 +33,8 @@ public:
 
     void Require(char c) { m_failed = !Skip(c) || m_failed; }
 
-    // Letters, or anything of letters, digits and signs between < and >; three at least.
+    // Reads a name of three or more letters, or of three or more letters, digits and signs between
+    // < and >.
     std::string Name() {
         const bool quoted = Skip('<');
         std::size_t length = 0;
@@ -48,6 +50,7 @@ public:
         return name;
     }
 
+    // Reads up to four digits. Outside the limits fails and returns `least`.
     int Number(int least, int most) {
         int number = 0;
         std::size_t digits = 0;
@@ -59,7 +62,7 @@ public:
         return m_failed ? least : number;
     }
 
-    // [+-]hh[:mm[:ss]] in seconds.
+    // Reads [+-]hh[:mm[:ss]]. Returns seconds.
     std::int64_t Time(int most_hours) {
         const bool negative = Skip('-');
         if (!negative) {
@@ -75,7 +78,7 @@ public:
         return negative ? -seconds : seconds;
     }
 
-    // Mm.n.d, Jn or n, and perhaps a time behind /.
+    // Reads Mm.n.d, Jn or n, with an optional time behind a slash.
     RuleDate Date() {
         RuleDate date;
         if (Skip('M')) {
@@ -150,8 +153,8 @@ std::int64_t ZoneRule::StandardBegins(const RuleYear &year) const {
     return standard_begins.InYear(year) - daylight;
 }
 
-// A year falls into three parts: its first and its last days, where changes of the neighbouring
-// years can come to lie too, and what is between them. The interval stays within one part.
+// Divides a year into three parts: its first days and its last days, where changes of the
+// neighbouring years can lie too, and the days between. The interval ends where its part ends.
 ZoneInterval ZoneRule::At(std::int64_t time) const {
     if (!has_daylight) {
         return {kTimeBegin, kTimeEnd, standard, standard, standard_name.c_str(), false};
@@ -176,7 +179,7 @@ ZoneInterval ZoneRule::At(std::int64_t time) const {
     };
     const auto consider_both = [&](const RuleYear &year) {
         consider(StandardBegins(year), false);
-        consider(DaylightBegins(year), true);  // wins when both are at once
+        consider(DaylightBegins(year), true);  // last, so that it wins when both are at once
     };
     const RuleYear this_year(today - date.day_of_year, is_leap_year(date.year));
     if (!at_edge) {

@@ -23,12 +23,12 @@ namespace {
 constexpr char kSystemZone[] = "/etc/localtime";
 constexpr char kDatabase[] = "/usr/share/zoneinfo/";
 
-constexpr off_t kLargestFile = 1 << 20;  // the largest of the database has some thousand bytes
+constexpr off_t kLargestFile = 1 << 20;  // files of the database have some thousand bytes at most
 
-// Never destroyed, and there without memory.
+// Returns UTC. The object needs no heap memory and is never destroyed.
 const Zone &utc() {
-    alignas(Zone) static std::byte place[sizeof(Zone)];
-    static const Zone *const zone = new (place) Zone;
+    alignas(Zone) static std::byte storage[sizeof(Zone)];
+    static const Zone *const zone = new (storage) Zone;
     return *zone;
 }
 
@@ -42,8 +42,9 @@ ZoneFileIdentity system_identity() {
     return stat(kSystemZone, &status) == 0 ? identity_of(status) : ZoneFileIdentity();
 }
 
-// Null for what is no zone file; a device or a pipe is none. `identity` is that of the file which
-// was opened, unchanged when none was.
+// Returns the zone of a file, or null when the path leads to no valid zone file. A device, a FIFO
+// and a file of more than kLargestFile bytes are not valid; the call does not wait for them. Stores
+// the identity of the file that was opened; leaves `*identity` unchanged when none was.
 std::unique_ptr<const Zone> load_zone(const std::string &path, ZoneFileIdentity *identity) {
     const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
     if (file < 0) {
@@ -71,7 +72,7 @@ std::unique_ptr<const Zone> load_zone(const std::string &path, ZoneFileIdentity 
     return read_zone_file(content);
 }
 
-// Whether a name stays within the database.
+// Whether a name is not empty and stays within the database: no part of it is "..".
 bool is_database_name(std::string_view name) {
     for (std::size_t begin = 0; begin <= name.size();) {
         const std::size_t end = std::min(name.find('/', begin), name.size());
@@ -83,7 +84,7 @@ bool is_database_name(std::string_view name) {
     return !name.empty();
 }
 
-// The zone that the text of TZ stands for, null for none.
+// Returns the zone that the text of TZ stands for, or null.
 std::unique_ptr<const Zone> make_zone(std::string text) {
     if (!text.empty() && text.front() == ':') {
         text.erase(0, 1);
@@ -104,7 +105,10 @@ std::unique_ptr<const Zone> make_zone(std::string text) {
     return zone;
 }
 
-// All zones that have been the local one. They stay, since threads hold on to them.
+// All zones that have been the local one. They live until the process ends, because threads keep
+// pointers to them.
+//
+// Threads: every thread may call it.
 class ZoneTable {
 public:
     static ZoneTable &Instance() {
@@ -112,25 +116,28 @@ public:
         return *table;
     }
 
+    // Returns the zone of a text of TZ, UTC when the text is not valid.
     const Zone &Named(const std::string &text) {
         const std::lock_guard lock(m_mutex);
-        auto place = m_named.find(text);
-        if (place == m_named.end()) {
-            place = m_named.emplace(text, make_zone(text)).first;
+        auto entry = m_named.find(text);
+        if (entry == m_named.end()) {
+            entry = m_named.emplace(text, make_zone(text)).first;
         }
-        return Known(place->second);
+        return Known(entry->second);
     }
 
-    // That of the system, with the identity of the file that it is read from.
+    // Returns the zone of /etc/localtime, UTC when that file is not valid. Stores the identity of
+    // the file that was read.
     const Zone &Systems(ZoneFileIdentity *identity) {
         const std::lock_guard lock(m_mutex);
         *identity = system_identity();
-        auto place = m_systems.find(*identity);
-        if (place == m_systems.end()) {
-            auto zone = load_zone(kSystemZone, identity);  // which may be another by now
-            place = m_systems.try_emplace(*identity, std::move(zone)).first;
+        auto entry = m_systems.find(*identity);
+        if (entry == m_systems.end()) {
+            // The file may have been replaced since; load_zone stores the identity of the new one.
+            auto zone = load_zone(kSystemZone, identity);
+            entry = m_systems.try_emplace(*identity, std::move(zone)).first;
         }
-        return Known(place->second);
+        return Known(entry->second);
     }
 
 private:
@@ -184,7 +191,7 @@ void LocalZone::Choose() noexcept {
         m_isSystems = !text;
         zone = text ? &ZoneTable::Instance().Named(*text)
                     : &ZoneTable::Instance().Systems(&m_identity);
-    } catch (const std::exception &) {  // no memory: UTC, and the next call tries again
+    } catch (const std::exception &) {  // memory is missing: UTC, and the next call tries again
         m_variable = WatchedVariable();
     }
     m_zone = zone;

@@ -1,7 +1,7 @@
 #ifndef OSTREL_PLATFORM_TIME_ZONE_SOURCE_H
 #define OSTREL_PLATFORM_TIME_ZONE_SOURCE_H
 
-// Internal. The local zone: which one it is, and the notice of a change.
+// Internal. Finds the local zone from TZ and /etc/localtime, and notices when either changes.
 
 #include <sys/stat.h>
 
@@ -13,31 +13,37 @@
 
 namespace ostrel_platform {
 
-// Tells the versions of a file apart.
+// Distinguishes the versions of a file.
 struct ZoneFileIdentity {
     dev_t device = 0;
     ino_t number = 0;
     off_t size = 0;
-    std::int64_t seconds = 0;  // of its last change
+    std::int64_t seconds = 0;  // the time of the last write
     std::int64_t nanoseconds = 0;
 
     auto operator<=>(const ZoneFileIdentity &) const = default;
 };
 
-// Seconds from 1970 to now in UTC, on a clock that steps some hundred times a second.
+// Returns the present time in seconds from 1970, in UTC, on a clock that advances some hundred
+// times a second.
 std::int64_t coarse_time() noexcept;
 
-// The local zone as a thread sees it, with what the thread asked last: times that are near each
-// other are found without a search.
+// The local zone as one thread sees it. Caches the two intervals that the thread used last, so that
+// times near each other need no search.
+//
+//   LocalZone &zone = LocalZone::Current();
+//   const std::int64_t local = time + zone.At(time).offset;
+//
+// Threads: an object belongs to one thread.
 class LocalZone {
 public:
-    // The calling thread's, of the zone that is the local one now. Zones stay for the life of the
-    // process.
+    // Returns the calling thread's object, updated when the local zone has changed. Zones live
+    // until the process ends. Uses UTC when memory is missing; the next call tries again.
     static LocalZone &Current() noexcept;
 
     const Zone &Get() const { return *m_zone; }
 
-    // As those of Zone.
+    // Like the functions of Zone. The interval is valid until the next call on this object.
     const ZoneInterval &At(std::int64_t time) noexcept {
         if (!Holds(m_recent[m_last], time)) {
             m_last ^= 1;
@@ -48,7 +54,7 @@ public:
         return m_recent[m_last];
     }
     std::int64_t ToUtc(std::int64_t local, ClockKind kind) noexcept {
-        // This far away from the changes no other clock of the zone shows the same.
+        // No other clock of the zone shows `local` at a time this far from both changes.
         const std::int64_t margin = m_zone->Spread();
         const ZoneInterval &near = At(local - m_recent[m_last].offset);
         const std::int64_t time = local - offset_of(near, kind);
@@ -56,14 +62,14 @@ public:
                                                                        : m_zone->ToUtc(local, kind);
     }
 
-    // What holds at present, for as long as it does.
+    // The clock at present, valid from `begin` to `end`, `end` excluded.
     struct Present {
         std::int64_t begin = 0;  // in UTC
         std::int64_t end = 0;
         std::int64_t offset = 0;
         std::int64_t standard = 0;
-        std::int64_t daylight_bias = 0;  // what daylight time is ahead of standard time this year
-        bool has_daylight = false;
+        std::int64_t daylight_bias = 0;  // daylight time - standard time of this year, 0 without
+        bool has_daylight = false;       // whether this year has daylight time
     };
     const Present &GetPresent() noexcept;
 
@@ -76,11 +82,11 @@ private:
 
     WatchedVariable m_variable;
     const Zone *m_zone = nullptr;
-    ZoneInterval m_recent[2]{{0, 0}, {0, 0}};  // two, for summer and winter
-    unsigned m_last = 0;                       // which of them was used last
+    ZoneInterval m_recent[2]{{0, 0}, {0, 0}};  // for example of summer and winter
+    unsigned m_last = 0;                       // the index of the one used last
     Present m_present;
-    bool m_isSystems = false;  // the zone is that of /etc/localtime
-    timespec m_checked{};      // when that file was last looked at
+    bool m_isSystems = false;  // the zone is from /etc/localtime
+    timespec m_checked{};      // when that file was checked last, CLOCK_MONOTONIC_COARSE
     ZoneFileIdentity m_identity;
 };
 
