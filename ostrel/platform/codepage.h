@@ -36,7 +36,8 @@ inline constexpr unsigned CP_UTF8 = 65001;
 // Convert between bytes in a code page and UTF-16.
 //
 // `code_page` is one of the above, or any for which ICU has a converter and the platform a number
-// (932, 1252, 54936, 50220, 20273, ...); ICU's tables apply. UTF-16 and UTF-32 are not code pages.
+// (932, 1252, 54936, 50220, 20273, ...). UTF-16 and UTF-32 are not code pages. ICU's tables apply,
+// with what Microsoft's tables of 437, 720, 852, 860 to 865, 932 and 1250 to 1257 say beyond them.
 // `flags` is 0. `length` counts the bytes or units of the source. A negative `length` means that
 // the source ends at its NUL, and the NUL is converted too; otherwise the calls add no NUL.
 // `capacity` is the size of `target` in units or bytes; when it is 0, the calls only measure and
@@ -44,9 +45,11 @@ inline constexpr unsigned CP_UTF8 = 65001;
 // replaced characters.
 //
 // The calls reject no content. In UTF-16 and UTF-8 results, U+FFFD replaces each maximal part of a
-// broken sequence and each lone surrogate. In other code pages, ICU's fallback or '?' replaces a
-// character that the code page lacks, and '?' a lone surrogate. A byte order mark is a character
-// like any other.
+// broken sequence and each lone surrogate. A byte that the code page leaves undefined gives the
+// platform's character, mostly of private use (0xA0 in 932 is U+F8F0), and comes back when that
+// character is written. In other code pages, the platform's best fit (in 1252, U+0141 gives 'L' and
+// U+221E gives '8'), ICU's fallback or '?' replaces a character that the code page lacks, and '?' a
+// lone surrogate. A byte order mark is a character like any other.
 //
 // Return the units or bytes stored, or with a `capacity` of 0 the size that the result needs. 0
 // is a success, with the last error unchanged, for a source that consists of escape sequences. On

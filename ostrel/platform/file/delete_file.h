@@ -22,7 +22,7 @@ int delete_file(const char *path) noexcept;
 // cannot be locked: the call then returns 0 and leaves `held` empty.
 //
 // Returns 0. On failure leaves `held` empty and returns errno:
-//   EBUSY    another handle does not share deletion, or another call deletes or replaces it
+//   EBUSY    another handle does not share deletion, or another call deletes or replaces the file
 //   ETXTBSY  a running program, which is noticed only if this user may write to the file
 //   ENOENT   the path names nothing
 //   ESTALE   the path names another file than `facts`; the caller calls lstat again

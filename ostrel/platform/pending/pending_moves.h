@@ -27,7 +27,7 @@ namespace ostrel_platform {
 //   ERROR_INVALID_DATA          the file is no record
 //   ERROR_DISK_FULL             the disk is full, or the record would exceed 64 MiB
 //   ERROR_CALL_NOT_IMPLEMENTED  the host has no boot id
-//   ERROR_NOT_ENOUGH_MEMORY     std::bad_alloc
+//   ERROR_NOT_ENOUGH_MEMORY     memory is missing
 // or the code that error_codes.inc gives for the host's errno.
 //
 // Threads: any number of threads and processes may call at once. The call waits while another
@@ -41,8 +41,8 @@ enum class PendingScope {
 };
 
 struct PendingOutcome {
-    // An errno when the record could not be read or written; ENOSYS when kEarlierStarts finds no
-    // boot id of the host.
+    // An errno when the record could not be read or written, ENOMEM, or ENOSYS when kEarlierStarts
+    // finds no boot id of the host.
     int error = 0;
     std::size_t done = 0;
     std::size_t failed = 0;  // requests, and damaged lines of the record
@@ -53,9 +53,10 @@ struct PendingOutcome {
 //
 // Each request is carried out once or not at all, even after a crash: the next call continues where
 // this one stopped. A request that cannot be carried out (something is at the target, a directory
-// is not empty, the source is missing) fails. The call writes a line to `log` for each failed
-// request and each damaged line of the record, and removes them too. It moves and deletes links
-// themselves, not their targets, and also read-only files, since the request was accepted.
+// is not empty, the source is missing) fails. For each failed request and each damaged line of the
+// record, the call writes a line to `log` and removes the request or line too. The call moves and
+// deletes links themselves, not their targets, and also read-only files, since the request was
+// accepted.
 //
 // On an `error` the requests that are not counted stay in the record.
 PendingOutcome carry_out_pending_moves(PendingScope scope, std::FILE *log) noexcept;

@@ -35,7 +35,7 @@ enum class PendingVerb : std::uint8_t {
     kReplace,  // to a name that is free or that of a file
 };
 
-// Tells whether a path still leads to the same file.
+// The identity of a file.
 struct SourceIdentity {
     std::uint64_t device;  // the host's major number in the upper 32 bits, the minor in the lower
     std::uint64_t inode;
@@ -67,8 +67,8 @@ std::optional<PendingRequest> request_of_line(std::string_view line);
 // Returns a path in the form that it has in a line.
 std::string encode_path(std::string_view path);
 
-// The file of the record. Only one object at a time has the file open: Open locks it (flock), the
-// destructor unlocks it.
+// The file of the record. Only one object at a time has the lock: Open locks the file (flock), the
+// destructor unlocks the file.
 //
 // Threads: use an object on one thread at a time.
 // Errors: the calls return 0 or an errno and, except as under Replace, leave the requests in the

@@ -128,8 +128,8 @@ public:
     }
 
 private:
-    static constexpr std::size_t kBlock = std::size_t{8}
-                                          << 10;  // even, so that no pair of bytes is cut
+    // Even, so that no pair of bytes is cut.
+    static constexpr std::size_t kBlock = std::size_t{8} << 10;
 
     bool Fill() {
         while (m_units.empty() && !m_ended) {
@@ -241,8 +241,6 @@ DWORD for_each_entry(const WCHAR *path, Text section, Take take) {
     });
 }
 
-// Stores the first value of a key; leaves `*value` empty when there is none. Returns 0 or an error
-// code.
 DWORD find_value(const WCHAR *path, Text section, Text key, std::optional<std::u16string> *value) {
     key = trimmed(key);
     return for_each_entry(path, section, [&](const Line &line) {

@@ -1,8 +1,7 @@
 #ifndef OSTREL_PLATFORM_STREAM_STREAM_H
 #define OSTREL_PLATFORM_STREAM_STREAM_H
 
-// Internal. The object behind a stream of _wfopen: owns the open file, translates line ends and
-// decodes text.
+// Internal. The object behind a stream of _wfopen: owns the file, translates line ends, decodes.
 
 #include <cstddef>
 #include <memory>
@@ -32,14 +31,6 @@ struct OpenMode {
     static std::optional<OpenMode> Parse(std::u16string_view text);
 };
 
-// An open file that is read or written as text or as bytes.
-//
-//   const std::unique_ptr<Stream> stream = Stream::Open("/srv/list.txt", *OpenMode::Parse(mode));
-//   WCHAR line[200];
-//   while (stream != nullptr && stream->ReadLine(line, 200) != nullptr) {
-//       add(line);
-//   }
-//
 // Threads: use a stream on one thread at a time.
 class Stream {
 public:
@@ -81,11 +72,10 @@ private:
 
     SharingFile m_file;
     OpenMode m_mode;
-    bool m_started = false;  // the first block has been read
-    bool m_ended = false;    // there are no more bytes to read
-    int m_error = 0;         // the errno of the failure that ended the stream
-    bool m_heldReturn =
-        false;  // the last block ended with a CR, not stored yet; the block is then empty
+    bool m_started = false;     // the first block has been read
+    bool m_ended = false;       // there are no more bytes to read
+    int m_error = 0;            // the errno of the failure that ended the stream
+    bool m_heldReturn = false;  // the last block, which is empty, ended with a CR; not stored yet
 
     std::size_t m_bytePos = 0;
     std::size_t m_byteEnd = 0;

@@ -11,7 +11,6 @@
 
 namespace ostrel_platform {
 
-// A block of text that is copied out in lines and runs.
 class TextBlock {
 public:
     static constexpr std::size_t kBytes = std::size_t{8} << 10;  // the bytes decoded at once

@@ -4,12 +4,14 @@
 #include <unicode/ucnv_cb.h>
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
 #include <new>
 
+#include "ostrel/platform/text/code_page_facts.h"
 #include "ostrel/platform/text/utf8.h"
 
 namespace ostrel_platform {
@@ -77,25 +79,48 @@ struct CloseConverter {
 };
 using ConverterPtr = std::unique_ptr<UConverter, CloseConverter>;
 
-// Writes U+FFFD for a broken or unassigned sequence. ICU's own callback writes U+001A for some
-// bytes.
-void replace_broken(const void *, UConverterToUnicodeArgs *args, const char *, int32_t,
-                    UConverterCallbackReason reason, UErrorCode *status) {
+// The callbacks get a pointer to the number of the code page.
+unsigned code_page_in(const void *context) {
+    return *static_cast<const unsigned *>(context);
+}
+
+// Writes the platform's character for a byte that ICU's table leaves undefined, and U+FFFD for any
+// other broken or unassigned sequence. ICU's own callback writes U+001A for some bytes.
+void replace_broken(const void *context, UConverterToUnicodeArgs *args, const char *bytes,
+                    int32_t length, UConverterCallbackReason reason, UErrorCode *status) {
     if (reason <= UCNV_IRREGULAR) {
-        constexpr UChar kReplacement = 0xFFFD;
+        const WCHAR character =
+            length == 1
+                ? character_of_byte(code_page_in(context), static_cast<unsigned char>(bytes[0]))
+                : WCHAR{0};
+        const UChar written = character != 0 ? character : UChar{0xFFFD};
         *status = U_ZERO_ERROR;
-        ucnv_cbToUWriteUChars(args, &kReplacement, 1, 0, status);
+        ucnv_cbToUWriteUChars(args, &written, 1, 0, status);
     }
 }
 
-// Writes the substitute for a character that the code page lacks. ICU's own callback drops some
-// characters, such as U+200D.
-void replace_missing(const void *, UConverterFromUnicodeArgs *args, const UChar *, int32_t, UChar32,
-                     UConverterCallbackReason reason, UErrorCode *status) {
-    if (reason <= UCNV_IRREGULAR) {
-        *status = U_ZERO_ERROR;
-        ucnv_cbFromUWriteSub(args, 0, status);
+// Writes the platform's byte or best fit, or the substitute, for a character that ICU's table
+// lacks. ICU's own callback drops some characters, such as U+200D.
+void replace_missing(const void *context, UConverterFromUnicodeArgs *args, const UChar *units,
+                     int32_t length, UChar32, UConverterCallbackReason reason, UErrorCode *status) {
+    if (reason > UCNV_IRREGULAR) {
+        return;
     }
+    *status = U_ZERO_ERROR;
+    if (length == 1) {
+        const int number = byte_of_character(code_page_in(context), units[0]);
+        if (number >= 0) {
+            const char byte = static_cast<char>(number);
+            ucnv_cbFromUWriteBytes(args, &byte, 1, 0, status);
+            return;
+        }
+        if (const UChar fit = best_fit(code_page_in(context), units[0])) {
+            const UChar *from = &fit;
+            ucnv_cbFromUWriteUChars(args, &from, from + 1, 0, status);
+            return;
+        }
+    }
+    ucnv_cbFromUWriteSub(args, 0, status);
 }
 
 // Code pages that ICU knows by IBM's number alone. The platform's number is IBM's, or IBM's plus
@@ -137,29 +162,7 @@ ConverterPtr open_converter(unsigned code_page) {
         std::find(std::begin(kIbmPages), std::end(kIbmPages), code_page) != std::end(kIbmPages)) {
         converter = open_by_name("ibm-" + std::to_string(ibm_number(code_page)));
     }
-    UErrorCode status = U_ZERO_ERROR;
-    if (converter) {
-        ucnv_setToUCallBack(converter.get(), replace_broken, nullptr, nullptr, nullptr, &status);
-        ucnv_setFromUCallBack(converter.get(), replace_missing, nullptr, nullptr, nullptr, &status);
-        ucnv_setSubstString(converter.get(), TEXT("?"), 1, &status);
-        ucnv_setFallback(converter.get(), true);
-    }
     return converter;
-}
-
-constexpr WCHAR kRotated[] = {0x1A, 0x1C, 0x7F};
-
-// In decoded text, gives each control character the value of its byte (1A -> 7F -> 1C -> 1A). In
-// text to be encoded, does the reverse.
-void rotate_controls(WCHAR *units, std::size_t count, bool decoded) {
-    for (WCHAR *unit = units; unit != units + count; ++unit) {
-        for (std::size_t i = 0; i < 3; ++i) {
-            if (*unit == kRotated[i]) {
-                *unit = kRotated[(i + (decoded ? 2 : 1)) % 3];
-                break;
-            }
-        }
-    }
 }
 
 }  // namespace
@@ -170,7 +173,8 @@ public:
     // Null when ICU has no converter for the code page.
     static std::unique_ptr<Converter> Open(unsigned code_page) {
         ConverterPtr handle = open_converter(code_page);
-        return handle ? std::unique_ptr<Converter>(new Converter(std::move(handle))) : nullptr;
+        return handle ? std::unique_ptr<Converter>(new Converter(std::move(handle), code_page))
+                      : nullptr;
     }
 
     void Reset() { ucnv_reset(m_handle.get()); }
@@ -192,9 +196,7 @@ public:
                                         : status == U_BUFFER_OVERFLOW_ERROR && out != out_end);
         *full = status == U_BUFFER_OVERFLOW_ERROR;
         const auto stored = static_cast<std::size_t>(out - units);
-        if (m_rotates) {
-            rotate_controls(units, stored, true);
-        }
+        m_decoded.Apply(units, stored);
         return stored;
     }
 
@@ -204,14 +206,14 @@ public:
         char *out = bytes;
         UErrorCode status = U_ZERO_ERROR;
         do {
-            WCHAR rotated[256];
+            WCHAR exchanged[256];
             const WCHAR *from = *in;
             const WCHAR *to = *in + std::min(end - *in, kMaxStep);
-            if (m_rotates) {
-                to = rotated + std::min<std::ptrdiff_t>(end - *in, std::ssize(rotated));
-                std::copy(*in, *in + (to - rotated), rotated);
-                rotate_controls(rotated, static_cast<std::size_t>(to - rotated), false);
-                from = rotated;
+            if (!m_encoded.empty()) {
+                to = exchanged + std::min<std::ptrdiff_t>(end - *in, std::ssize(exchanged));
+                std::copy(*in, *in + (to - exchanged), exchanged);
+                m_encoded.Apply(exchanged, static_cast<std::size_t>(to - exchanged));
+                from = exchanged;
             }
             const WCHAR *const begin = from;
             const bool last = to - begin == end - *in;
@@ -228,19 +230,107 @@ private:
     // ICU refuses more than 2^31 - 1 bytes on either side of a call.
     static constexpr std::ptrdiff_t kMaxStep = 0x3FFFFFFF;
 
-    // Some of ICU's converters rotate three control characters, as old terminals did: byte 0x1A is
-    // U+001C, 0x1C is U+007F and 0x7F is U+001A. On the platform each byte is its own character.
-    explicit Converter(ConverterPtr handle) : m_handle(std::move(handle)) {
-        const char *in = "\x1A";
+    // Characters to exchange in a text.
+    class Exchanges {
+    public:
+        void Add(WCHAR from, WCHAR to) { m_rows[m_count++] = {from, to}; }
+
+        bool empty() const { return m_count == 0; }
+
+        void Apply(WCHAR *units, std::size_t count) const {
+            constexpr std::size_t kBlock = 64;
+            for (std::size_t done = 0; !empty() && done < count; done += kBlock) {
+                const std::size_t size = std::min(count - done, kBlock);
+                if (Occurs(units + done, size)) {
+                    Exchange(units + done, size);
+                }
+            }
+        }
+
+    private:
+        struct Row {
+            WCHAR from;
+            WCHAR to;
+        };
+
+        // Whether a text holds a character of the rows. The compiler makes vector code of the loop,
+        // which holds all rows, also unused ones (U+0000). Without the loop, encoding 1.4 million
+        // units in 932 takes 7 ms instead of 5.
+        bool Occurs(const WCHAR *units, std::size_t count) const {
+            const auto [a, b, c, d] = m_rows;
+            unsigned found = 0;
+            for (std::size_t i = 0; i < count; ++i) {
+                const WCHAR unit = units[i];
+                found |=
+                    static_cast<unsigned>(unit == a.from) | static_cast<unsigned>(unit == b.from) |
+                    static_cast<unsigned>(unit == c.from) | static_cast<unsigned>(unit == d.from);
+            }
+            return found != 0;
+        }
+
+        void Exchange(WCHAR *units, std::size_t count) const {
+            for (WCHAR *unit = units; unit != units + count; ++unit) {
+                for (std::size_t i = 0; i < m_count; ++i) {
+                    if (*unit == m_rows[i].from) {
+                        *unit = m_rows[i].to;
+                        break;
+                    }
+                }
+            }
+        }
+
+        std::array<Row, 4> m_rows = {};  // three control characters, and one of the platform's
+        std::size_t m_count = 0;
+    };
+
+    Converter(ConverterPtr handle, unsigned code_page)
+        : m_handle(std::move(handle)), m_codePage(code_page) {
+        UErrorCode status = U_ZERO_ERROR;
+        ucnv_setToUCallBack(m_handle.get(), replace_broken, &m_codePage, nullptr, nullptr, &status);
+        ucnv_setFromUCallBack(m_handle.get(), replace_missing, &m_codePage, nullptr, nullptr,
+                              &status);
+        ucnv_setSubstString(m_handle.get(), TEXT("?"), 1, &status);
+        ucnv_setFallback(m_handle.get(), true);
+        // Some of ICU's converters rotate three control characters, as old terminals did: byte 0x1A
+        // is U+001C, 0x1C is U+007F and 0x7F is U+001A. On the platform each byte is its own
+        // character.
+        Exchanges decoded;
+        if (Decode(0x1A) == 0x1C) {
+            constexpr WCHAR kRotated[] = {0x1A, 0x1C, 0x7F, 0x1A};
+            for (std::size_t i = 0; i < 3; ++i) {
+                decoded.Add(kRotated[i + 1], kRotated[i]);
+                m_encoded.Add(kRotated[i], kRotated[i + 1]);
+            }
+        }
+        for (const ByteRun &run : byte_runs(code_page)) {
+            const WCHAR character = Decode(run.first);
+            if (character != run.character) {  // only runs of one byte
+                decoded.Add(character, run.character);
+            }
+        }
+        for (const Override &row : kOverrides) {
+            if (row.code_page == code_page) {
+                m_encoded.Add(row.character, row.written);
+            }
+        }
+        m_decoded = decoded;
+    }
+
+    // Returns the character of one byte.
+    WCHAR Decode(unsigned char byte) {
+        const char one = static_cast<char>(byte);
+        const char *in = &one;
         WCHAR unit = 0;
         bool full = false;
         Decode(&in, in + 1, true, &unit, 1, &full);
-        m_rotates = unit == 0x1C;
         Reset();
+        return unit;
     }
 
-    ConverterPtr m_handle;
-    bool m_rotates = false;
+    const ConverterPtr m_handle;
+    const unsigned m_codePage;
+    Exchanges m_decoded;  // in text that ICU decoded
+    Exchanges m_encoded;  // in text that ICU is to encode
 };
 
 namespace {

@@ -4,7 +4,8 @@
 // Internal. Converts between bytes in a code page and UTF-16, for the other rooms of the layer.
 //
 // The conversions reject no content. In UTF-16 and UTF-8 results, U+FFFD replaces broken input. In
-// other code pages, ICU's fallback or '?' replaces a character that the code page lacks.
+// other code pages, the platform's best fit, ICU's fallback or '?' replaces a character that the
+// code page lacks.
 //
 //   const std::u16string text = to_wide(name);              // from the system code page
 //   const std::string bytes = to_narrow(text, kCodePageUtf8);

@@ -1,7 +1,7 @@
 #ifndef OSTREL_PLATFORM_TIME_SYSTEM_TIME_H
 #define OSTREL_PLATFORM_TIME_SYSTEM_TIME_H
 
-// Internal. Converts between SYSTEMTIME, FILETIME and plain counts, for the calls on these types.
+// Internal. Converts between SYSTEMTIME, FILETIME and plain counts.
 
 #include <cstdint>
 #include <optional>
@@ -10,7 +10,7 @@
 
 namespace ostrel_platform {
 
-inline constexpr std::int64_t kMillisecondsTo1970 = 11'644'473'600'000;  // 1601 to 1970
+inline constexpr std::int64_t kMillisecondsTo1970 = 11'644'473'600'000;  // from 1601
 inline constexpr std::int64_t kTicksOfSecond = 10'000'000;
 
 // Returns the milliseconds from 1601-01-01 00:00:00, or nothing when `time` is not a valid date and
@@ -21,7 +21,7 @@ std::optional<std::int64_t> milliseconds_of(const SYSTEMTIME &time);
 // to 65535.
 SYSTEMTIME fields_of(std::int64_t milliseconds);
 
-// Whether the number is in the range of milliseconds_of: the years 1601 to 30827.
+// Whether milliseconds_of can return the number.
 bool is_year_of_fields(std::int64_t milliseconds);
 
 // Convert between a FILETIME and a number of 100 ns. ticks_of returns nothing from 2^63 on.

@@ -2,11 +2,6 @@
 #define OSTREL_PLATFORM_TIME_TIME_LOCALE_H
 
 // Internal. Provides the names and forms that a locale uses for times, and writes times with them.
-//
-//   const TimeForms *const forms = time_forms_of("de_DE.UTF-8");
-//   WCHAR text[64];
-//   int error = 0;
-//   write_time(forms, TEXT("%A, %x"), fields, 9999, text, 64, &error);
 
 #include <cstddef>
 #include <ctime>

@@ -57,7 +57,7 @@ std::optional<SYSTEMTIME> as_weekday(std::int64_t local, std::int64_t next_local
     return date;
 }
 
-// Returns a date of a rule in the platform's form, or nothing when that form cannot express it.
+// Returns a date of a rule in the platform's form, if that form can express it.
 std::optional<SYSTEMTIME> as_weekday(const RuleDate &date) {
     if (date.form != RuleDate::Form::kWeekday || date.seconds < 0 ||
         date.seconds >= kSecondsOfDay) {
@@ -123,7 +123,6 @@ bool read_date(const SYSTEMTIME &fields, RuleDate *date) {
            fields.wSecond <= 59;
 }
 
-// Returns nothing when a date of `zone` is not valid.
 std::optional<ZoneRule> read_zone(const TIME_ZONE_INFORMATION &zone) {
     ZoneRule rule;
     rule.standard = -60 * (std::int64_t{zone.Bias} + zone.StandardBias);
@@ -140,8 +139,7 @@ std::optional<ZoneRule> read_zone(const TIME_ZONE_INFORMATION &zone) {
 // years. Callers convert many times by one rule.
 class GivenRule {
 public:
-    // Returns the offset in seconds at `time`, seconds from 1970 in UTC; `utc` is the same moment
-    // as fields. Returns nothing when `zone` is not valid.
+    // Returns nothing when `zone` is not valid. `utc` and `time` are the same moment.
     static std::optional<std::int64_t> OffsetAt(const TIME_ZONE_INFORMATION &zone,
                                                 const SYSTEMTIME &utc, std::int64_t time) {
         thread_local constinit GivenRule kept;
@@ -228,8 +226,7 @@ DWORD describe_rule(const Zone &zone, std::int64_t now, TIME_ZONE_INFORMATION *r
     return year.now.daylight ? TIME_ZONE_ID_DAYLIGHT : TIME_ZONE_ID_STANDARD;
 }
 
-// Stores the present rule of the local zone. Returns the TIME_ZONE_ID_ value. Each thread caches
-// both.
+// The same for the local zone at present. Each thread caches the result while it is valid.
 DWORD present_rule(TIME_ZONE_INFORMATION *rule) {
     struct Kept {
         const Zone *zone = nullptr;

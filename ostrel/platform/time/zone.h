@@ -1,8 +1,7 @@
 #ifndef OSTREL_PLATFORM_TIME_ZONE_H
 #define OSTREL_PLATFORM_TIME_ZONE_H
 
-// Internal. A time zone: a table of intervals with one clock each, and a rule for the time after
-// it.
+// Internal. A time zone: a table of intervals with one clock each, and a rule for later times.
 //
 // Times are seconds from 1970-01-01 00:00:00 UTC; offsets are seconds.
 
@@ -26,8 +25,6 @@ constexpr std::int64_t offset_of(const ZoneInterval &interval, ClockKind kind) {
     return kind == ClockKind::kWall ? interval.offset : interval.standard;
 }
 
-// A time zone, for conversion from UTC to local time and back.
-//
 // Threads: a zone does not change after construction, so every thread may read it.
 class Zone {
 public:
@@ -53,7 +50,6 @@ public:
     // Returns the largest difference between two offsets of the zone, standard offsets included.
     std::int64_t Spread() const { return m_spread; }
 
-    // Returns the zone's rule, or null.
     const ZoneRule *Rule() const { return m_rule ? &*m_rule : nullptr; }
 
 private:
@@ -62,9 +58,8 @@ private:
     std::size_t IndexAt(std::int64_t time) const;
 
     std::vector<ZoneInterval> m_intervals;
-    std::vector<std::int64_t> m_begins;  // the `begin` of each interval
-    std::vector<std::uint32_t>
-        m_starts;  // where a search starts, one index for each step from 1970 on
+    std::vector<std::int64_t> m_begins;   // the `begin` of each interval
+    std::vector<std::uint32_t> m_starts;  // where a search starts, for equal steps from 1970 on
     std::unique_ptr<const std::string> m_names;
     std::optional<ZoneRule> m_rule;
     std::int64_t m_spread = 0;
@@ -76,17 +71,14 @@ struct ZoneYear {
     std::int64_t begin = 0;  // of the year, in UTC
     std::int64_t end = 0;    // excluded
     ZoneInterval now;        // the interval at that time
-    // One interval of each kind: `now` if it is of that kind, otherwise the last one in the year.
-    // Empty when the year has none.
+    // `now` if it is of that kind, otherwise the last interval of that kind in the year, if any.
     std::optional<ZoneInterval> standard;
     std::optional<ZoneInterval> daylight;
-    // The change to each kind, in UTC: the last one of the year up to that time, otherwise the
-    // first one of the year. Empty when the year has none.
+    // The last such change in the year up to that time, otherwise the first in the year, in UTC.
     std::optional<std::int64_t> daylight_begins;
     std::optional<std::int64_t> standard_begins;
 };
 
-// Returns the year of standard time that contains `time`.
 ZoneYear year_of_zone(const Zone &zone, std::int64_t time);
 
 }  // namespace ostrel_platform

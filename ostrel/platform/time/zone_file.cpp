@@ -59,7 +59,7 @@ struct Header {
     }
 };
 
-// Returns false when the content does not begin with a header, or the header counts no types.
+// Returns false when there is no header, or one without types.
 bool read_header(Bytes *bytes, Header *header) {
     const bool magic = bytes->Take(4) == "TZif";
     header->version = static_cast<char>(bytes->Number(1));
@@ -71,8 +71,7 @@ bool read_header(Bytes *bytes, Header *header) {
     return magic && !bytes->Failed() && header->types != 0;
 }
 
-// Reads the clocks of a file. Returns false when an offset or the position of a name is out of
-// range.
+// Reads the clocks of a file. Returns false when an offset or a name is out of range.
 bool read_types(Bytes bytes, const Header &header, const std::string &names,
                 std::vector<ZoneInterval> *types) {
     for (std::uint64_t i = 0; i < header.types; ++i) {
@@ -136,8 +135,8 @@ void swap_negative_dst(std::vector<ZoneInterval> *intervals) {
     }
 }
 
-// Returns for each interval the offset of the nearest standard time at or before it, in the order
-// of the iterators; `start` where there is none.
+// Returns for each interval the offset of the last standard time up to it, in the order of the
+// iterators; `start` where there is none.
 template <class Iterator>
 std::vector<std::optional<std::int64_t>> nearest_standard(Iterator first, Iterator last,
                                                           std::optional<std::int64_t> start) {
@@ -151,10 +150,9 @@ std::vector<std::optional<std::int64_t>> nearest_standard(Iterator first, Iterat
     return nearest;
 }
 
-// Sets the standard offset of each interval. A file does not state the standard offset of daylight
-// time. It is the greater one of the nearest standard offsets on both sides, as far as they are
-// smaller than the interval's own, or else one hour less than the interval's own. On the side of
-// the end, the rule follows the last interval.
+// Sets the standard offset of each interval; a file does not state the one of daylight time. That
+// is the nearest standard offset before or after, the greater of those below the interval's own
+// offset, or else one hour less than the own offset. The rule counts as after the last interval.
 void find_standard(std::vector<ZoneInterval> *intervals, const std::optional<ZoneRule> &rule) {
     const auto in_front = nearest_standard(intervals->begin(), intervals->end(), std::nullopt);
     auto behind = nearest_standard(intervals->rbegin(), intervals->rend(),

@@ -50,7 +50,6 @@ public:
         return name;
     }
 
-    // Reads up to four digits. Outside the limits fails and returns `least`.
     int Number(int least, int most) {
         int number = 0;
         std::size_t digits = 0;

@@ -42,9 +42,8 @@ ZoneFileIdentity system_identity() {
     return stat(kSystemZone, &status) == 0 ? identity_of(status) : ZoneFileIdentity();
 }
 
-// Returns the zone of a file, or null when the path leads to no valid zone file. A device, a FIFO
-// and a file of more than kLargestFile bytes are not valid; the call does not wait for them. Stores
-// the identity of the file that was opened; leaves `*identity` unchanged when none was.
+// Returns null when the path leads to no valid zone file; a device and a FIFO are none. Stores the
+// identity of the file that was opened; leaves `*identity` unchanged when none was.
 std::unique_ptr<const Zone> load_zone(const std::string &path, ZoneFileIdentity *identity) {
     const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
     if (file < 0) {
@@ -72,7 +71,7 @@ std::unique_ptr<const Zone> load_zone(const std::string &path, ZoneFileIdentity 
     return read_zone_file(content);
 }
 
-// Whether a name is not empty and stays within the database: no part of it is "..".
+// Whether a name is not empty and stays within the database.
 bool is_database_name(std::string_view name) {
     for (std::size_t begin = 0; begin <= name.size();) {
         const std::size_t end = std::min(name.find('/', begin), name.size());
@@ -105,10 +104,7 @@ std::unique_ptr<const Zone> make_zone(std::string text) {
     return zone;
 }
 
-// All zones that have been the local one. They live until the process ends, because threads keep
-// pointers to them.
-//
-// Threads: every thread may call it.
+// All zones that have been the local one. Threads keep pointers to them until the process ends.
 class ZoneTable {
 public:
     static ZoneTable &Instance() {
@@ -116,7 +112,6 @@ public:
         return *table;
     }
 
-    // Returns the zone of a text of TZ, UTC when the text is not valid.
     const Zone &Named(const std::string &text) {
         const std::lock_guard lock(m_mutex);
         auto entry = m_named.find(text);
@@ -126,8 +121,7 @@ public:
         return Known(entry->second);
     }
 
-    // Returns the zone of /etc/localtime, UTC when that file is not valid. Stores the identity of
-    // the file that was read.
+    // Returns the zone of /etc/localtime, and the identity of the file that was read.
     const Zone &Systems(ZoneFileIdentity *identity) {
         const std::lock_guard lock(m_mutex);
         *identity = system_identity();

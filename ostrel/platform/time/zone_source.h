@@ -31,9 +31,6 @@ std::int64_t coarse_time() noexcept;
 // The local zone as one thread sees it. Caches the two intervals that the thread used last, so that
 // times near each other need no search.
 //
-//   LocalZone &zone = LocalZone::Current();
-//   const std::int64_t local = time + zone.At(time).offset;
-//
 // Threads: an object belongs to one thread.
 class LocalZone {
 public:
@@ -82,11 +79,11 @@ private:
 
     WatchedVariable m_variable;
     const Zone *m_zone = nullptr;
-    ZoneInterval m_recent[2]{{0, 0}, {0, 0}};  // for example of summer and winter
+    ZoneInterval m_recent[2]{{0, 0}, {0, 0}};  // two, for summer and winter
     unsigned m_last = 0;                       // the index of the one used last
     Present m_present;
     bool m_isSystems = false;  // the zone is from /etc/localtime
-    timespec m_checked{};      // when that file was checked last, CLOCK_MONOTONIC_COARSE
+    timespec m_checked{};      // when that file was checked last
     ZoneFileIdentity m_identity;
 };
 
