@@ -19,8 +19,9 @@
 // another charset.
 //
 // The first of the variables LC_ALL, LC_CTYPE and LANG that is not empty decides, by its text
-// between '.' and '@': ja_JP.SJIS gives 932, de_DE.ISO-8859-15 gives 28605. A charset that is
-// unknown, has no such number or does not contain ASCII (ISO-2022-JP, for example) gives 65001. The
+// between '.' and '@': ja_JP.SJIS and ja_JP.CP932 give 932, ko_KR.UHC gives 949, de_DE.ISO-8859-15
+// gives 28605. The names are those of glibc and ICU, without regard to case, '-' and '_'. A charset
+// that is unknown, has no such number or does not contain ASCII (ISO-2022-JP) gives 65001. The
 // first use of the code page reads the environment; later changes have no effect, and neither has
 // the C locale (setlocale). A call that runs out of memory returns 65001, and the next call tries
 // again.

@@ -24,6 +24,15 @@ TEST(CodePageEnvironment, DecidesInItsOrder) {
         {"ja_JP.eucJP", nullptr, nullptr, 51932},
         {"xx_XX.no-such-charset", nullptr, nullptr, 65001},
         {"de_DE.IBM-037", nullptr, nullptr, 65001},
+        {"zh_TW.CP950", nullptr, nullptr, 950},
+        {"zh_TW.BIGFIVE", nullptr, nullptr, 950},
+        {"th_TH.CP874", nullptr, nullptr, 874},
+        {"th_TH.TIS-620", nullptr, nullptr, 874},
+        {"ko_KR.UHC", nullptr, nullptr, 949},
+        {"ko_KR.euckr", nullptr, nullptr, 51949},
+        {"pt_PT.IBM860", nullptr, nullptr, 860},
+        {"de_DE.LATIN1", nullptr, nullptr, 28591},
+        {"ru_RU.MS-CYRL", nullptr, nullptr, 1251},
     };
     for (const auto &c : cases) {
         const auto tell = [&] {

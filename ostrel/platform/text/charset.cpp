@@ -1,83 +1,21 @@
 #include "ostrel/platform/text/charset.h"
 
+#include <pthread.h>
 #include <unicode/ucnv.h>
 #include <unicode/ucnv_cb.h>
 
 #include <algorithm>
 #include <array>
-#include <charconv>
-#include <cstdlib>
+#include <atomic>
 #include <cstring>
 #include <iterator>
-#include <new>
 
 #include "ostrel/platform/text/code_page_facts.h"
+#include "ostrel/platform/text/code_page_names.h"
 #include "ostrel/platform/text/utf8.h"
 
 namespace ostrel_platform {
 namespace {
-
-struct Charset {
-    unsigned code_page;
-    const char *name;
-};
-
-// Names for which ICU has no Windows number. The numbers are those of Microsoft's list of code page
-// identifiers. The first name of a number also opens its converter.
-constexpr Charset kUnnumbered[] = {
-    {949, "windows-949"},   {949, "cp949"},         {28591, "ISO-8859-1"},
-    {51932, "EUC-JP"},      {51932, "ujis"},        {936, "gbk"},
-    {936, "GB2312"},        {950, "Big5"},          {950, "Big5-HKSCS"},
-    {20932, "EUC-JP"},      {51936, "EUC-CN"},      {52936, "HZ-GB-2312"},
-    {50220, "ISO-2022-JP"}, {50221, "ISO-2022-JP"}, {50222, "ISO_2022,locale=ja,version=3"},
-    {50225, "ISO-2022-KR"},
-};
-
-unsigned number_behind(std::string_view prefix, std::string_view name) {
-    unsigned number = 0;
-    if (name.substr(0, prefix.size()) == prefix) {
-        std::from_chars(name.data() + prefix.size(), name.data() + name.size(), number);
-    }
-    return number;
-}
-
-unsigned code_page_of(const char *charset) {
-    UErrorCode status = U_ZERO_ERROR;
-    const char *const numbered = ucnv_getStandardName(charset, "WINDOWS", &status);
-    if (numbered != nullptr) {
-        if (const unsigned number = number_behind("windows-", numbered)) {
-            return number;
-        }
-    }
-    for (const Charset &entry : kUnnumbered) {
-        if (ucnv_compareNames(entry.name, charset) == 0) {
-            return entry.code_page;
-        }
-    }
-    return kCodePageUtf8;
-}
-
-unsigned code_page_of_environment() {
-    for (const char *variable : {"LC_ALL", "LC_CTYPE", "LANG"}) {
-        const char *const value = std::getenv(variable);
-        if (value == nullptr || *value == '\0') {
-            continue;
-        }
-        const std::string_view locale = value;
-        const std::size_t dot = locale.find('.');
-        if (dot == std::string_view::npos) {
-            return kCodePageUtf8;
-        }
-        const std::string charset(locale.substr(dot + 1, locale.find('@', dot) - dot - 1));
-        return code_page_of(charset.c_str());
-    }
-    return kCodePageUtf8;
-}
-
-struct CloseConverter {
-    void operator()(UConverter *converter) const { ucnv_close(converter); }
-};
-using ConverterPtr = std::unique_ptr<UConverter, CloseConverter>;
 
 // The callbacks get a pointer to the number of the code page.
 unsigned code_page_in(const void *context) {
@@ -123,48 +61,6 @@ void replace_missing(const void *context, UConverterFromUnicodeArgs *args, const
     ucnv_cbFromUWriteSub(args, 0, status);
 }
 
-// Code pages that ICU knows by IBM's number alone. The platform's number is IBM's, or IBM's plus
-// 20000 or 50000.
-constexpr unsigned kIbmPages[] = {
-    37,    500,   860,   863,   864,   865,   870,   875,   1026,  1047,  1140,  1141,  1142,
-    1143,  1144,  1145,  1146,  1147,  1148,  1149,  20273, 20277, 20278, 20280, 20284, 20285,
-    20290, 20297, 20420, 20424, 20838, 20871, 21025, 50930, 50931, 50933, 50935, 50937};
-
-constexpr unsigned ibm_number(unsigned code_page) {
-    return code_page % (code_page < 50000 ? 20000 : 50000);
-}
-
-// UTF-16 and UTF-32 have numbers, but are not code pages of narrow text.
-constexpr unsigned kWidePages[] = {1200, 1201, 12000, 12001};
-
-ConverterPtr open_by_name(const std::string &name) {
-    UErrorCode status = U_ZERO_ERROR;
-    ConverterPtr converter(ucnv_open(name.c_str(), &status));
-    if (status == U_MEMORY_ALLOCATION_ERROR) {
-        throw std::bad_alloc();
-    }
-    return converter;
-}
-
-// Null when ICU has no converter for the code page.
-ConverterPtr open_converter(unsigned code_page) {
-    if (std::find(std::begin(kWidePages), std::end(kWidePages), code_page) !=
-        std::end(kWidePages)) {
-        return nullptr;
-    }
-    ConverterPtr converter = open_by_name("windows-" + std::to_string(code_page));
-    for (const Charset &entry : kUnnumbered) {
-        if (!converter && entry.code_page == code_page) {
-            converter = open_by_name(entry.name);
-        }
-    }
-    if (!converter &&
-        std::find(std::begin(kIbmPages), std::end(kIbmPages), code_page) != std::end(kIbmPages)) {
-        converter = open_by_name("ibm-" + std::to_string(ibm_number(code_page)));
-    }
-    return converter;
-}
-
 }  // namespace
 
 // ICU's converter of one code page.
@@ -176,6 +72,8 @@ public:
         return handle ? std::unique_ptr<Converter>(new Converter(std::move(handle), code_page))
                       : nullptr;
     }
+
+    unsigned code_page() const { return m_codePage; }
 
     void Reset() { ucnv_reset(m_handle.get()); }
 
@@ -335,7 +233,7 @@ private:
 
 namespace {
 
-// Deletes a converter that is not in the thread's cache.
+// Deletes a converter that the thread does not keep.
 struct Release {
     bool owns = false;
 
@@ -347,33 +245,55 @@ struct Release {
 };
 using ConverterInUse = std::unique_ptr<Converter, Release>;
 
-thread_local bool t_cacheIsDestroyed = false;  // whether the thread has destroyed its cache
+// Each thread keeps the converter that it used last, since opening one takes far longer than
+// converting a short text. A key of the host deletes the converter at the end of the thread. A
+// destructor of the language's would end the program when memory for its registration is short.
+constinit thread_local Converter *t_converter = nullptr;
 
-struct ConverterCache {
-    ~ConverterCache() { t_cacheIsDestroyed = true; }
+constinit std::atomic<bool> g_keyExists = false;
+pthread_key_t g_key;
 
-    unsigned code_page = kCodePageUtf8;
-    std::unique_ptr<Converter> converter;
+void end_of_thread(void *converter) {
+    t_converter = nullptr;
+    delete static_cast<Converter *>(converter);
+}
+
+// Takes the key back when the library is unloaded.
+struct KeyOwner {
+    KeyOwner() { g_keyExists = pthread_key_create(&g_key, end_of_thread) == 0; }
+    ~KeyOwner() {
+        if (g_keyExists.exchange(false)) {
+            pthread_key_delete(g_key);
+        }
+    }
 };
 
+// Makes a converter the one that the thread keeps. Returns false when the host cannot keep it.
+bool keep(Converter *converter) {
+    static const KeyOwner owner;
+    if (!g_keyExists || pthread_setspecific(g_key, converter) != 0) {
+        return false;
+    }
+    delete t_converter;
+    t_converter = converter;
+    return true;
+}
+
 // Returns the converter of a code page, ready for a new text, or null for UTF-8 and for an unknown
-// code page. Each thread caches its last converter, since opening one takes far longer than
-// converting a short text. Destructors that run after the cache is destroyed may still convert.
+// code page.
 ConverterInUse converter_for(unsigned code_page) {
     if (code_page == kCodePageUtf8) {
         return nullptr;
     }
-    if (t_cacheIsDestroyed) {
-        return {Converter::Open(code_page).release(), Release{true}};
+    if (t_converter != nullptr && t_converter->code_page() == code_page) {
+        t_converter->Reset();
+        return {t_converter, Release{false}};
     }
-    thread_local ConverterCache cache;
-    if (code_page != cache.code_page) {
-        cache.converter = Converter::Open(code_page);
-        cache.code_page = code_page;
-    } else if (cache.converter) {
-        cache.converter->Reset();
+    ConverterInUse converter(Converter::Open(code_page).release(), Release{true});
+    if (converter && keep(converter.get())) {
+        converter.get_deleter().owns = false;
     }
-    return {cache.converter.get(), Release{false}};
+    return converter;
 }
 
 // Whether ASCII bytes stand for ASCII characters in a code page, also behind an escape sequence or
