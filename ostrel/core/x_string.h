@@ -83,6 +83,18 @@ template <class Other, class Self, class StdString>
 inline constexpr bool is_base_text =
     std::is_base_of_v<StdString, std::decay_t<Other>> && !std::is_same_v<Self, std::decay_t<Other>>;
 
+// True for a wide character type that is not Char.
+template <class Other, class Char>
+inline constexpr bool is_foreign_character =
+    !std::is_same_v<Other, Char> &&
+    (std::is_same_v<Other, wchar_t> || std::is_same_v<Other, char16_t> ||
+     std::is_same_v<Other, char32_t>);
+
+// True for an integer that + takes for an offset.
+template <class Other, class Char>
+inline constexpr bool is_offset =
+    std::is_integral_v<Other> && !std::is_same_v<Other, Char> && !is_foreign_character<Other, Char>;
+
 // Enables a comparison of an x_basic_string with a character pointer, which may be null, or with a
 // standard string.
 template <class Other, class Char, class String, class StdString>
@@ -249,19 +261,25 @@ public:
     template <class... Values, std::enable_if_t<(std::is_class_v<Values> || ...), int> = 0>
     void Format(const Char *format, const Values &...values) = delete;
 
-    // Return a copy of the left operand, at its full length, followed by the terminated text of the
-    // right operand. A null pointer counts as empty text.
+    // Return a copy of the left operand, at its full length, followed by the right operand: one
+    // character of the string's own type, or the terminated text of a string or pointer. A null
+    // pointer counts as empty text.
     friend Self operator+(const Self &left, const Char *right) { return join(left, right); }
     friend Self operator+(Self &&left, const Char *right) { return std::move(left += right); }
     friend Self operator+(const Self &left, const Self &right) { return left + right.c_str(); }
     friend Self operator+(Self &&left, const Self &right) { return std::move(left += right); }
-    friend Self operator+(const Self &left, Char right) {
+    friend Self operator+(const Char *left, const Self &right) { return Self(left) + right; }
+    template <class Other, std::enable_if_t<std::is_same_v<Other, Char>, int> = 0>
+    friend Self operator+(const Self &left, Other right) {
         const Char text[] = {right, Char()};
         return join(left, text);
     }
-    friend Self operator+(Self &&left, Char right) { return std::move(left += right); }
-    friend Self operator+(const Char *left, const Self &right) { return Self(left) + right; }
-    friend Self operator+(Char left, const Self &right) {
+    template <class Other, std::enable_if_t<std::is_same_v<Other, Char>, int> = 0>
+    friend Self operator+(Self &&left, Other right) {
+        return std::move(left += right);
+    }
+    template <class Other, std::enable_if_t<std::is_same_v<Other, Char>, int> = 0>
+    friend Self operator+(Other left, const Self &right) {
         return Self(std_string(1, left)) + right;
     }
     template <class Other, std::enable_if_t<detail::is_base_text<Other, Self, std_string>, int> = 0>
@@ -276,6 +294,26 @@ public:
     friend Self operator+(Other &&left, const Self &right) {
         return Self(std_string(std::forward<Other>(left))) + right.c_str();
     }
+
+    // Return a pointer to the character at `offset`, unchecked: an integer beside a string is
+    // pointer arithmetic, as beside a plain character pointer. The pointer is valid until the
+    // string changes. The constants 0 and NULL are the offset 0, and a string made from that
+    // pointer is a copy; nullptr is a null pointer. A character of another wide type, such as
+    // L'x', does not compile.
+    template <class Offset, std::enable_if_t<detail::is_offset<Offset, Char>, int> = 0>
+    friend const Char *operator+(const Self &text, Offset offset) noexcept {
+        return text.c_str() + offset;
+    }
+    template <class Offset, std::enable_if_t<detail::is_offset<Offset, Char>, int> = 0>
+    friend const Char *operator+(Offset offset, const Self &text) noexcept {
+        return text.c_str() + offset;
+    }
+    template <class Other>
+    friend std::enable_if_t<detail::is_foreign_character<Other, Char>> operator+(const Self &,
+                                                                                 Other) = delete;
+    template <class Other>
+    friend std::enable_if_t<detail::is_foreign_character<Other, Char>> operator+(
+        Other, const Self &) = delete;
 
 private:
     static Self join(const std_string &left, const Char *right);

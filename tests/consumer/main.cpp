@@ -28,6 +28,15 @@ bool mixes(const Char (&literal)[Size], Char *pointer) {
            twice == pointer + text && twice == String(literal) + text &&
            twice == standard + fixed && twice == text + standard &&
            text + Char('x') != Char('x') + fixed + nullptr;
+    // An integer is an offset, NULL is none.
+    const Char *const offsets[] = {text + 3, 3 + text, fixed + (fixed.size() - 1)};
+    for (const Char *const offset : offsets) {
+        good = good && *offset == Char('t');
+    }
+    const String copy = fixed + NULL;
+    static_assert(std::is_same_v<decltype(text + 3), const Char *>);
+    static_assert(std::is_same_v<decltype(text + Char('x')), String>);
+    good = good && copy == fixed && fixed + nullptr == copy;
     text += fixed;
     text += literal;
     text += pointer;
