@@ -74,6 +74,29 @@ public:
     const_reference operator[](Index index) const {
         return std_string::operator[](static_cast<size_type>(index));
     }
+
+    // Return whether the string begins with, ends with or contains `text`, by the full length of
+    // both. The standard's own overloads (a character, pointer or view) would be ambiguous for a
+    // string of this class. Present where the standard string has the members.
+#ifdef __cpp_lib_starts_ends_with
+    using std_string::ends_with;
+    using std_string::starts_with;
+    bool starts_with(const std_string &text) const noexcept {
+        return this->size() >= text.size() &&
+               Traits::compare(this->data(), text.data(), text.size()) == 0;
+    }
+    bool ends_with(const std_string &text) const noexcept {
+        return this->size() >= text.size() &&
+               Traits::compare(this->data() + (this->size() - text.size()), text.data(),
+                               text.size()) == 0;
+    }
+#endif
+#ifdef __cpp_lib_string_contains
+    using std_string::contains;
+    bool contains(const std_string &text) const noexcept {
+        return this->find(text) != std_string::npos;
+    }
+#endif
 };
 
 namespace detail {

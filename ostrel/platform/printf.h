@@ -18,7 +18,8 @@
 //   %s %c          a string, a character of the function's own width
 //   %S %C          a string, a character of the other width
 //   %hs %hc, %ls %lc (also with S and C, and w for l)
-//                  always narrow, always wide
+//                  always narrow, always wide; the sizes ll I64 I32 j I z t mean nothing to strings
+//                  and characters
 //   %d %i %o %u %x %X
 //                  32 bits, with l too; 64 bits with ll, I64, j, I, z and t; 32 with I32, 16 with
 //                  h, 8 with hh

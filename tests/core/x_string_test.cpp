@@ -94,6 +94,21 @@ TYPED_TEST(XString, TakesAnIntegerBesideItForAnOffset) {
     EXPECT_EQ(copy, fixed);
 }
 
+TYPED_TEST(XString, FindsItsOwnKindAtItsEnds) {
+    const TypeParam text = this->T("ab\0cd"sv);
+    const std::tuple<std::string_view, bool, bool> cases[] = {
+        {"", true, true},      {"ab\0"sv, true, false}, {"ab\0c"sv, true, false},
+        {"cd", false, true},   {"\0cd"sv, false, true}, {"ab\0cd"sv, true, true},
+        {"abc", false, false}, {"bcd", false, false},   {"ab\0cde"sv, false, false}};
+    for (const auto &[part, begins, ends] : cases) {
+        EXPECT_EQ(text.starts_with(this->T(part)), begins) << part;
+        EXPECT_EQ(text.ends_with(this->T(part)), ends) << part;
+    }
+    const typename TestFixture::Standard standard = this->T("cd");
+    EXPECT_TRUE(text.ends_with(standard) && text.ends_with(standard.c_str()) &&
+                text.ends_with(standard[1]) && text.starts_with(text.c_str()));
+}
+
 TYPED_TEST(XString, TakesArgumentsOutOfItself) {
     TypeParam text = this->T("abcdefghijklmnopqrstuvwxyz");  // beyond the inner buffer
     text = text.c_str() + 20;

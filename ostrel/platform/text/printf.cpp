@@ -462,7 +462,7 @@ private:
 
     // Prints a string or one character. `wide` applies when no modifier says which width.
     void PrintText(bool single, bool wide, PrintOptions &options) {
-        if (options.size == PrintSize::kLong || options.size == PrintSize::kInt64) {
+        if (options.size == PrintSize::kLong) {
             wide = true;
         } else if (options.size == PrintSize::kShort || options.size == PrintSize::kByte) {
             wide = false;
