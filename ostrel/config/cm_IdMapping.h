@@ -6,11 +6,13 @@
 //   const WCHAR *name = CIDMapping::Instance()->GetID(7);
 //   int id = CIDMapping::Instance()->GetID(TEXT("DISK_FULL"));
 //
-// Each line of the file holds one mapping: numeric ID (decimal), logical ID and category, separated
-// by blanks and tabs. Further fields are ignored. An empty line, a line with fewer than three
-// fields and a line whose first field begins with '#' add nothing. A numeric ID that is not a
-// number counts as 0; one out of range counts as the nearest 32-bit value. When a numeric ID or a
-// logical ID occurs again, the last line wins, for each of the two separately.
+// The file is text in the system code page (UTF-8, unless the locale environment names another),
+// with or without a byte order mark of UTF-8. Each line of the file holds one mapping: numeric ID
+// (decimal), logical ID and category, separated by blanks and tabs. Further fields are ignored. An
+// empty line, a line with fewer than three fields and a line whose first field begins with '#' add
+// nothing. A numeric ID that is not a number counts as 0; one out of range counts as the nearest
+// 32-bit value. When a numeric ID or a logical ID occurs again, the last line wins, for each of the
+// two separately.
 //
 // Threads: a table has no lock. Several threads may call GetID on a loaded table at once. The first
 // call of Instance, AddItem, copying from a table and assigning must not run at the same time as

@@ -43,9 +43,10 @@ public:
     // Build a new object for each line.
     class OSTREL_API CIterateEachTokenCallback {
     public:
-        // `line` is terminated text, which Enumerate changes. `delimiter` is the set of characters
-        // that separate tokens. Enumerate needs a `line` that is not null. With a null `delimiter`
-        // Enumerate finds no token.
+        // `line` is terminated text in writable memory, although the pointer is const: Enumerate
+        // writes into the text. A string literal, or the text of a const string, is not writable.
+        // Enumerate needs a `line` that is not null. `delimiter` is the set of characters that
+        // separate tokens. With a null `delimiter` Enumerate finds no token.
         CIterateEachTokenCallback(const WCHAR *line, const WCHAR *delimiter)
             : m_pszLine(line), m_pszDelimiter(delimiter) {}
         CIterateEachTokenCallback(const CIterateEachTokenCallback &) = default;
@@ -98,8 +99,13 @@ public:
     ~CINIReader();
 
     // Adds the lines of a file to the lines that the reader holds. The call passes path and mode to
-    // the runtime's _wfopen (see ostrel/platform/file.h and stream.h). The mode "r" reads text,
-    // decodes it to UTF-16 and turns CR LF into a line feed.
+    // the runtime's _wfopen (see ostrel/platform/file.h and stream.h). The mode "r" reads text in
+    // the system code page (UTF-8, unless the locale environment names another), decodes the text
+    // to UTF-16 and turns CR LF into a line feed. A byte order mark of UTF-8 is skipped and changes
+    // nothing; a UTF-16 file needs the mode "r, ccs=UNICODE". A Ctrl-Z (0x1A) ends the text.
+    //
+    // A callback of Enumerate must not call Parse on the reader that calls it: Parse moves the
+    // lines. The callback may use another reader.
     //
     // A line is stored with its line feed; the last line of the file may have none. A line of more
     // than 4095 characters (UTF-16 units) is stored in pieces of 4095, each as a line of its own.
@@ -115,8 +121,8 @@ public:
     // stay. Either exception can also come after the last line, because the call allocates before
     // each read.
     //
-    // At the end, Parse flushes all output streams of the process (_flushall). _flushall waits
-    // while another thread waits for input inside a call on a stream of the host.
+    // At the end, Parse writes out the buffers of the output streams that _flushall serves (see
+    // stream.h). Parse does not wait for a thread that reads standard input.
     bool Parse(const WCHAR *pszFile, const WCHAR *pszMode);
 
     // Calls Begin of `callback` with the number of lines, then `callback` with each line until it

@@ -17,7 +17,8 @@
 // The fields are empty, and the number is 0, until a token is stored. Build a new object for each
 // line.
 //
-// Ownership: the fields hold copies of the tokens; the line stays the caller's.
+// Ownership: the fields hold copies of the tokens; the line stays the caller's. The line must be
+// writable: Enumerate writes a NUL behind each token. A string literal is not.
 // Errors: std::bad_alloc when memory for a copy is short.
 
 #include "ostrel/config/cm_ini_reader.h"

@@ -74,10 +74,13 @@ OSTREL_PLATFORM_API std::FILE *_wfopen(const WCHAR *path, const WCHAR *mode) noe
 // or to the errno of the host's read; what was read of that line is lost.
 OSTREL_PLATFORM_API WCHAR *fgetws(WCHAR *buffer, int count, std::FILE *stream) noexcept;
 
-// Writes out the buffers of all streams of the process (fflush with null); a write that fails is
-// not reported. Returns the number of open streams: those of _wfopen, and the three that every
-// process starts with. fflush locks each stream in turn: while another thread waits inside a call
-// for input on a stream of the host, such as a line of standard input, this call waits too.
+// Writes out the buffers of the streams of _wfopen that write, of stdout and of stderr; a write that
+// fails is not reported. Returns the number of open streams: those of _wfopen, and the three that
+// every process starts with.
+//
+// The call never waits for a reader of standard input: it leaves stdin and other streams that read
+// alone. It passes over a stream of _wfopen that another thread is using in a call, and it leaves
+// streams alone that the program opened with the host's calls, such as fopen; fflush serves those.
 OSTREL_PLATFORM_API int _flushall() noexcept;
 
 #endif

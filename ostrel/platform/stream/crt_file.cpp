@@ -1,5 +1,7 @@
+#include <algorithm>
 #include <cerrno>
 #include <mutex>
+#include <set>
 #include <unordered_map>
 
 #include "ostrel/platform/base/call_result.h"
@@ -26,11 +28,32 @@ public:
     void Add(std::FILE *file, Stream *stream) {
         const std::lock_guard lock(m_mutex);
         m_streams.emplace(file, stream);
+        if (!stream->Reads()) {
+            m_writers.insert(file);
+        }
     }
 
     void Remove(const Stream *stream) {
         const std::lock_guard lock(m_mutex);
-        std::erase_if(m_streams, [stream](const auto &entry) { return entry.second == stream; });
+        const auto found =
+            std::find_if(m_streams.begin(), m_streams.end(),
+                         [stream](const auto &entry) { return entry.second == stream; });
+        if (found != m_streams.end()) {
+            m_writers.erase(found->first);
+            m_streams.erase(found);
+        }
+    }
+
+    // Writes out the buffers of the streams that write, except those that another thread is using.
+    // fclose frees a stream only after it has called Remove and holds the stream's lock meanwhile:
+    // a stream that is found here and whose lock is free stays alive until the lock is released.
+    // m_mutex is not held during the write, which may take long.
+    void Flush() {
+        std::FILE *file = nullptr;
+        while ((file = LockNextWriter(file)) != nullptr) {
+            std::fflush(file);
+            funlockfile(file);
+        }
     }
 
     // Returns null for a stream that _wfopen has not opened.
@@ -46,8 +69,18 @@ public:
     }
 
 private:
+    // Returns the first writer behind `previous` whose lock is free, with the lock taken; null
+    // behind the last one.
+    std::FILE *LockNextWriter(std::FILE *previous) {
+        const std::lock_guard lock(m_mutex);
+        const auto next = std::find_if(m_writers.upper_bound(previous), m_writers.end(),
+                                       [](std::FILE *file) { return ftrylockfile(file) == 0; });
+        return next != m_writers.end() ? *next : nullptr;
+    }
+
     std::mutex m_mutex;
     std::unordered_map<std::FILE *, Stream *> m_streams;
+    std::set<std::FILE *> m_writers;  // those of m_streams that write
 };
 
 Stream *stream_of(void *cookie) {
@@ -120,6 +153,8 @@ WCHAR *fgetws(WCHAR *buffer, int count, std::FILE *file) noexcept {
 
 int _flushall() noexcept {
     constexpr int kStandardStreams = 3;
-    std::fflush(nullptr);
+    OpenStreams::Instance().Flush();
+    std::fflush(stdout);
+    std::fflush(stderr);
     return kStandardStreams + OpenStreams::Instance().Count();
 }

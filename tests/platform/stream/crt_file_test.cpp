@@ -1,5 +1,7 @@
 #include "ostrel/platform/stream.h"
 
+#include <future>
+#include <semaphore>
 #include <thread>
 
 #include "support/file_calls.h"
@@ -126,6 +128,49 @@ TEST(CrtFile, TellsManyStreamsApart) {
     };
     const std::jthread other(read);
     read();
+}
+
+// A thread that reads standard input holds the lock of stdin, one that writes that of its stream.
+TEST(CrtFile, FlushesWithoutWaitingForOtherThreads) {
+    const TempDir dir;
+    std::FILE *const file = _wfopen(u"file", u"w"), *const busy = _wfopen(u"busy", u"w");
+    std::fputs("text", file);
+    std::fputs("busy", busy);
+    std::binary_semaphore held(0), done(0);
+    std::jthread other([&] {
+        flockfile(stdin);
+        flockfile(busy);
+        held.release();
+        done.acquire();
+        funlockfile(busy);
+        funlockfile(stdin);
+    });
+    held.acquire();
+    auto flushed = std::async(std::launch::async, _flushall);
+    EXPECT_EQ(flushed.wait_for(std::chrono::seconds(20)), std::future_status::ready);
+    EXPECT_EQ(content_of("file") + '|' + content_of("busy"), "text|");
+    done.release();
+    other.join();
+    EXPECT_EQ(flushed.get(), 5);
+    _flushall();
+    EXPECT_EQ(content_of("busy"), "busy");
+    std::fclose(file);
+    std::fclose(busy);
+}
+
+TEST(CrtFile, FlushesTheStandardOutputs) {
+    const TempDir dir;
+    std::fflush(stdout);
+    const int saved = dup(STDOUT_FILENO);
+    std::FILE *const target = std::fopen("out", "w");
+    dup2(fileno(target), STDOUT_FILENO);
+    std::fputs("text", stdout);
+    _flushall();
+    EXPECT_EQ(content_of("out"), "text");
+    std::fflush(stdout);
+    dup2(saved, STDOUT_FILENO);
+    close(saved);
+    std::fclose(target);
 }
 
 TEST(CrtFile, ReadsAndWritesBytesForTheHostsCalls) {
