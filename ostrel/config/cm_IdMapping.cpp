@@ -24,6 +24,15 @@ void take_entry(CINIReader::CIterateEachLineCallback &splitter, const WCHAR *lin
     }
 }
 
+// Moves the one entry of a map to another map, where the entry replaces one with the same key.
+template <class Map>
+void move_entry(Map *from, Map *to) noexcept {
+    const auto inserted = to->insert(from->extract(from->begin()));
+    if (!inserted.inserted) {
+        inserted.position->second = inserted.node.mapped();
+    }
+}
+
 }  // namespace
 
 constinit OS::CAutoPtr<CIDMapping> CIDMapping::s_pInstance;
@@ -119,10 +128,16 @@ void CIDMapping::FillMaps() {
     }
 }
 
+// Allocates everything, the nodes of the maps too, before it changes what the table answers.
 void CIDMapping::AddItem(int id, const WCHAR *logicalID, const WCHAR *category) {
-    IDMappingItem *const item = Store(id, logicalID, category);
-    m_byID[id] = item;
-    m_byLogicalID[item->m_strLogicalID] = item;
+    const OS::CAutoPtr<IDMappingItem> item(new IDMappingItem{id, logicalID, category});
+    decltype(m_byID) byID;
+    decltype(m_byLogicalID) byLogicalID;
+    byID[id] = item.get();
+    byLogicalID[item->m_strLogicalID] = item.get();
+    m_items.push_back(item);
+    move_entry(&byID, &m_byID);
+    move_entry(&byLogicalID, &m_byLogicalID);
 }
 
 const WCHAR *CIDMapping::GetID(int id) const {

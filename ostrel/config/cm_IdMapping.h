@@ -70,8 +70,8 @@ public:
     ~CIDMapping();
 
     // Adds one entry, which replaces earlier answers for `id` and for `logicalID`. The table copies
-    // the texts; null counts as empty. When the call throws std::bad_alloc, the entry can be
-    // missing or can be found by `id` only.
+    // the texts; null counts as empty. When the call throws std::bad_alloc, the table is
+    // unchanged.
     void AddItem(int id, const WCHAR *logicalID, const WCHAR *category);
 
     // Returns the logical ID of a numeric ID, or null when the table has none. The pointer is valid

@@ -56,6 +56,21 @@ TEST(FailedAllocations, OfAMappingsCopiesLeaveSourceAndTarget) {
     expect_ids(*copy, 5);
 }
 
+TEST(FailedAllocations, OfAnAddedItemLeaveTheTable) {
+    const TempDir dir;
+    CIDMapping table(dir.Write("1", "1 first_name x\n2 second_name x\n3 c x").c_str());
+    fail_each_allocation([&] {
+        expect_ids(table, 1);
+        EXPECT_EQ(table.GetID(u"another_name"), -1);
+        table.AddItem(2, u"another_name", u"a longer category");
+    });
+    EXPECT_STREQ(fs::path(table.GetID(2)).c_str(), "another_name");
+    EXPECT_EQ(table.GetID(u"another_name"), 2);
+    EXPECT_EQ(table.GetID(u"second_name"), 2);
+    fail_each_allocation([&] { table.AddItem(9, u"second_name", u""); });
+    EXPECT_EQ(table.GetID(u"second_name"), 9);
+}
+
 // The code page is asked for once in a program.
 const int kFailedToSet = setenv("LC_ALL", "ja_JP.SJIS", 1);
 
