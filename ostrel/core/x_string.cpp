@@ -1,6 +1,5 @@
 #include "ostrel/core/x_string.h"
 
-#include <cctype>
 #include <cstdarg>
 #include <limits>
 
@@ -26,8 +25,7 @@ struct Twin<WCHAR> {
         return _wcsicmp(left, right);
     }
     static WCHAR ToUpper(WCHAR c) { return towupper(c); }
-    static bool IsSpaceLeft(WCHAR c) { return iswspace(c) != 0; }
-    static bool IsSpaceRight(WCHAR c) { return iswspace(c) != 0; }
+    static bool IsSpace(WCHAR c) { return iswspace(c) != 0; }
 };
 
 template <>
@@ -36,16 +34,10 @@ struct Twin<char> {
     static constexpr auto kMarkup = detail::EscapeSet::kMarkup;
 
     static int CompareNoCase(const char *left, const char *right) { return _stricmp(left, right); }
-    static char ToUpper(char c) {
-        return static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-    }
-    static bool IsSpaceLeft(char c) {
+    static char ToUpper(char c) { return static_cast<char>(c >= 'a' && c <= 'z' ? c - 0x20 : c); }
+    static bool IsSpace(char c) {
         const auto byte = static_cast<unsigned char>(c);
         return byte < 0x80 && iswspace(static_cast<WCHAR>(byte)) != 0;
-    }
-    static bool IsSpaceRight(char c) {
-        const auto byte = static_cast<unsigned char>(c);
-        return byte < 0x80 && std::isspace(byte) != 0;
     }
 };
 
@@ -136,7 +128,7 @@ template <class Self, class Char>
 void x_string_members<Self, Char>::TrimLeft() {
     const Char *const begin = this->c_str();
     const Char *at = begin;
-    while (Twin<Char>::IsSpaceLeft(*at)) {
+    while (Twin<Char>::IsSpace(*at)) {
         ++at;
     }
     if (at != begin) {
@@ -148,7 +140,7 @@ void x_string_members<Self, Char>::TrimLeft() {
 template <class Self, class Char>
 void x_string_members<Self, Char>::TrimRight() {
     std::size_t length = this->size();
-    while (length > 0 && Twin<Char>::IsSpaceRight((*this)[length - 1])) {
+    while (length > 0 && Twin<Char>::IsSpace((*this)[length - 1])) {
         --length;
     }
     this->resize(length);

@@ -226,8 +226,8 @@ public:
     // inserts `replacement` 4999 times in front of the text and returns false.
     bool FindAndReplaceAll(const x_string &search, const x_string &replacement);
 
-    // Turns a-z into A-Z in place, up to the first NUL. x_wstring changes nothing else. x_astring
-    // calls the runtime's toupper on each byte, which follows a C locale that the program has set.
+    // Turns a-z into A-Z in place, up to the first NUL, and changes nothing else. The program's
+    // locale has no effect, as in CompareNoCase: two texts that are equal without case stay so.
     void ToUpper() noexcept;
 
     // Remove white space at one end: 0x09 to 0x0D and the blank, in x_wstring also U+0085 and
