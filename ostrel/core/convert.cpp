@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <iterator>
+#include <memory>
 #include <new>
 
 #include "ostrel/core/raw_text.h"
@@ -28,8 +29,8 @@ std::basic_string<To> converted_in_system_page(const From *text) {
     const int needed = convert(GetACP(), text, -1, static_cast<To *>(nullptr), 0);
     if (needed > 0) {
         result.resize(static_cast<std::size_t>(needed));
-        convert(GetACP(), text, -1, result.data(), needed);
-        result.resize(detail::text_length(result.c_str()));
+        const int stored = convert(GetACP(), text, -1, result.data(), needed);
+        result.resize(stored > 0 ? detail::text_length(result.c_str()) : 0);
     }
     return result;
 }
@@ -95,9 +96,13 @@ template <class From, class To>
 void convert_to_new(const From *text, To **target) {
     const int needed = convert(GetACP(), text, -1, static_cast<To *>(nullptr), 0);
     if (needed > 0) {
-        const std::size_t size = static_cast<std::size_t>(needed) * sizeof(To);
-        *target = static_cast<To *>(std::memset(::operator new(size), 0, size));
-        convert(GetACP(), text, -1, *target, needed);
+        const auto release = [](To *copy) { ::operator delete(copy); };
+        std::unique_ptr<To, decltype(release)> copy(
+            static_cast<To *>(::operator new(static_cast<std::size_t>(needed) * sizeof(To))),
+            release);
+        if (convert(GetACP(), text, -1, copy.get(), needed) > 0) {
+            *target = copy.release();
+        }
     }
 }
 
