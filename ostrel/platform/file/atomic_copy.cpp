@@ -19,8 +19,8 @@ namespace {
 constexpr mode_t kPermissions = 0777;
 constexpr mode_t kAllModeBits = 07777;
 
-// An unguessable path beside the target. The destructor removes what was made there, unless
-// GiveName has renamed it.
+// An unguessable path in the target's directory. The destructor removes the file or link that was
+// created at the path, unless GiveName has renamed it.
 class TemporaryName {
 public:
     explicit TemporaryName(const std::string &beside) {
@@ -62,8 +62,8 @@ private:
     bool m_made = false;
 };
 
-// The host copies as far as copy_file_range works. Then, for whatever reason that stops, read and
-// write continue; their errno tells the reason.
+// Copies with copy_file_range until that call stops, for any reason. Then continues with read and
+// write, whose errno is the result.
 int copy_bytes(int source, int target) {
     constexpr std::size_t kHostStep = std::size_t{1} << 30;
     constexpr std::size_t kStep = std::size_t{128} << 10;
@@ -97,7 +97,8 @@ int copy_user_attribute(int source, int target, const char *name) {
     return error_of(fsetxattr(target, name, value.get(), static_cast<std::size_t>(count), 0));
 }
 
-// Copies the user extended attributes, which need no privilege and include the layer's own.
+// Copies the user extended attributes. These need no privilege and include the layer's own.
+// Succeeds when the target's file system does not support them.
 int copy_user_attributes(int source, int target) {
     const ssize_t size = flistxattr(source, nullptr, 0);
     if (size <= 0) {
@@ -124,7 +125,7 @@ int copy_attributes(int source, int target) {
     return error != 0 ? error : write_attributes(target, facts.attributes);
 }
 
-// Stores the creation time, too: the host gives the copy one of its own.
+// Stores the creation time too, because the host gives the copy a new time of birth.
 int move_attributes(int source, int target) {
     FileFacts facts;
     int error = read_facts(source, &facts);
@@ -134,14 +135,14 @@ int move_attributes(int source, int target) {
     return error != 0 ? error : write_times(target, &facts.creation, nullptr, nullptr);
 }
 
-// No step undoes an earlier one: attributes need write permission, a change of owner clears mode
-// bits, and each step may change the times.
+// The order matters: attributes need write permission, a change of owner clears mode bits, and each
+// step may change the times.
 int copy_properties(int source, const struct stat &facts, int target, bool moves) {
     if (const int error =
             moves ? move_attributes(source, target) : copy_attributes(source, target)) {
         return error;
     }
-    // Bits that lend the owner's rights are copied only with the owner.
+    // Set-user-ID and set-group-ID lend the owner's rights, so they need the same owner.
     const bool owned = moves && fchown(target, facts.st_uid, facts.st_gid) == 0;
     if (fchmod(target, facts.st_mode & (owned ? kAllModeBits : kPermissions)) != 0) {
         return errno;

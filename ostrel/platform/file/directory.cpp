@@ -1,4 +1,4 @@
-// Making and removing directories.
+// Creates and removes directories.
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -17,8 +17,8 @@
 namespace ostrel_platform {
 namespace {
 
-// Returns the path of a directory or of a link to one, without separators at its end, with which
-// the host would follow the link.
+// Returns the host path of a directory, or of a link to one. Removes separators at the end, which
+// would make the host follow the link.
 std::optional<std::string> directory_path(const WCHAR *path) {
     std::optional<std::string> host = file_path(path);
     while (host && host->size() > 1 && host->back() == '/') {

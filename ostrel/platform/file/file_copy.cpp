@@ -1,4 +1,4 @@
-// CopyFileW.
+// Copies files by path.
 
 #include <limits.h>
 
@@ -20,7 +20,8 @@ namespace {
 
 constexpr unsigned kShareAll = kShareRead | kShareWrite | kShareDelete;
 
-// Follows the links of a path's last name to their end, whether or not something is there.
+// Follows the links at the last component of a path. Returns the path of the last link's target,
+// which need not exist.
 std::string end_of_links(std::string path) {
     constexpr int kMaxLinks = 40;
     char text[PATH_MAX];
@@ -49,7 +50,7 @@ DWORD lock_target(const char *path, const struct stat &source, const struct stat
         (facts.attributes & kProtecting) != 0) {
         return ERROR_ACCESS_DENIED;
     }
-    *lock = SharingFile(open_host_to_write(path, O_NONBLOCK));  // not a running program
+    *lock = SharingFile(open_host_to_write(path, O_NONBLOCK));  // fails for a running program
     if (!*lock) {
         return code_of_errno(errno);
     }
@@ -84,7 +85,7 @@ DWORD copy_path(const std::string &source, const std::string &given_target, bool
         case EEXIST:
             return ERROR_FILE_EXISTS;
         case ENOENT:
-            return ERROR_PATH_NOT_FOUND;  // the source is open: the target's folder
+            return ERROR_PATH_NOT_FOUND;  // the target's folder, since the source is open
         default:
             return code_of_errno(error);
     }

@@ -28,15 +28,15 @@ constexpr mode_t kAllMayWrite = S_IWUSR | S_IWGRP | S_IWOTH;
 constexpr std::int64_t kSecondsTo1970 = kMillisecondsTo1970 / 1000;
 constexpr std::int64_t kLastTicks = std::numeric_limits<std::int64_t>::max();
 
-// The fields that statx is asked for.
+// The fields that statx must return.
 constexpr unsigned kFields = STATX_BASIC_STATS | STATX_BTIME;
 
-// FIFOs, sockets and devices have no attributes, and the host is not asked for any.
+// FIFOs, sockets and devices have no attributes, so no host call reads or writes any.
 bool has_attributes(mode_t mode) {
     return S_ISREG(mode) || S_ISDIR(mode);
 }
 
-// Returns 0 for a time before 1601, and at most the last count of FileTimeToSystemTime.
+// Returns 0 for a time before 1601, and 2^63-1 for a time that does not fit.
 FILETIME time_from_host(const statx_timestamp &time) {
     if (time.tv_sec < -kSecondsTo1970) {
         return count_of(0);
@@ -51,7 +51,8 @@ bool is_earlier(const statx_timestamp &left, const statx_timestamp &right) {
     return left.tv_sec != right.tv_sec ? left.tv_sec < right.tv_sec : left.tv_nsec < right.tv_nsec;
 }
 
-// Without a time of birth, returns the earliest time at which the file is known to exist.
+// Returns the time of birth. Without one, returns the earliest time at which the file is known to
+// have existed.
 const statx_timestamp &host_creation(const struct statx &host) {
     if ((host.stx_mask & STATX_BTIME) != 0) {
         return host.stx_btime;
@@ -59,7 +60,8 @@ const statx_timestamp &host_creation(const struct statx &host) {
     return is_earlier(host.stx_mtime, host.stx_ctime) ? host.stx_mtime : host.stx_ctime;
 }
 
-// Leaves out NORMAL and `link`. `ref` leads to the file of `host`, through a link or not.
+// Returns the facts without NORMAL and `link`. `ref` names the file of `host`, directly or through
+// a link.
 FileFacts facts_of(const struct statx &host, const FileRef &ref, DWORD link) {
     const dev_t device = makedev(host.stx_dev_major, host.stx_dev_minor);
     FileFacts facts;
@@ -127,8 +129,8 @@ int ask_host(const FileRef &ref, struct stat *host) {
     return fstatat(ref.directory, ref.name, host, AT_EMPTY_PATH) == 0 ? 0 : errno;
 }
 
-// Extended attributes need read and write permission, also of the owner, who may set both: on
-// EACCES, sets both while `store` runs again.
+// Runs `store`. Extended attributes need read and write permission, even for the owner. On EACCES
+// gives the owner both permissions, runs `store` again and restores the mode.
 template <class Target, class Store>
 int with_permission(Target target, mode_t mode, Store store) {
     constexpr mode_t kNeeded = S_IRUSR | S_IWUSR;
@@ -142,7 +144,8 @@ int with_permission(Target target, mode_t mode, Store store) {
     return result != 0 ? result : restored;
 }
 
-// Replaces the bits of `mask` by those of `bits`; keeps others that a file server has stored.
+// Replaces the bits of `mask` by those of `bits`. Keeps the other bits, which a file server may
+// have stored.
 template <class Target>
 int change_stored_bits(Target target, DWORD mask, DWORD bits) {
     const FileRef ref = ref_of(target);
@@ -171,7 +174,7 @@ int write_attributes_of(Target target, DWORD attributes) {
     if (!has_attributes(host.st_mode)) {
         return 0;
     }
-    // Clears a READONLY that a file server has stored for a file: the mode decides.
+    // For a file the mode alone decides READONLY, so this clears a READONLY bit of a file server.
     const bool is_directory = S_ISDIR(host.st_mode);
     const DWORD bits = attributes & (is_directory ? kStoredOfDirectory : kStoredOfFile);
     const mode_t mode = host.st_mode & 07777;
@@ -188,14 +191,14 @@ int write_attributes_of(Target target, DWORD attributes) {
     return wanted == mode ? 0 : change_mode(target, wanted);
 }
 
-// Null, 0 and all bits set leave a time as it is.
+// Whether a call sets the time: null, 0 and all bits set keep it.
 bool is_given(const FILETIME *time) {
     constexpr DWORD kAllBits = 0xFFFFFFFF;
     return time != nullptr && (time->dwLowDateTime != 0 || time->dwHighDateTime != 0) &&
            (time->dwLowDateTime != kAllBits || time->dwHighDateTime != kAllBits);
 }
 
-// Returns false for a FILETIME that is no time.
+// Returns false for a FILETIME of 2^63 or more. A time that is not given becomes UTIME_OMIT.
 bool put_time(const FILETIME *time, timespec *host) {
     *host = {0, UTIME_OMIT};
     if (!is_given(time)) {
@@ -209,8 +212,8 @@ bool put_time(const FILETIME *time, timespec *host) {
     return ticks.has_value();
 }
 
-// Every file system keeps the times from 1980 to 2037, and others only in its range. A difference
-// of up to a day is a coarse time step.
+// Whether the file system has stored the wanted time. Every file system can store the times from
+// 1980 to 2037. A difference of up to a day comes from a coarse resolution.
 bool is_kept(const timespec &wanted, const timespec &kept) {
     constexpr std::int64_t k1980 = 315'532'800;
     constexpr std::int64_t k2038 = 2'145'916'800;
@@ -218,7 +221,8 @@ bool is_kept(const timespec &wanted, const timespec &kept) {
            std::abs(wanted.tv_sec - kept.tv_sec) <= kSecondsOfDay;
 }
 
-// A file system silently moves a time out of its range to the nearest: restores the old times then.
+// Returns 0 or errno. A file system silently replaces a time out of its range by the nearest one;
+// the call then restores the old times and returns EINVAL.
 int write_host_times(int file, const struct stat &before, const timespec (&times)[2]) {
     struct stat after;
     if (futimens(file, times) != 0 || fstat(file, &after) != 0) {
@@ -254,7 +258,7 @@ int read_facts(int directory, const char *name, unsigned char type, FileFacts *f
         }
         link = S_ISLNK(host.stx_mode) ? FILE_ATTRIBUTE_REPARSE_POINT : 0;
     }
-    // A target that cannot be reached counts as missing, so that a link always has facts.
+    // When the target cannot be reached for any reason, the facts are the link's own.
     if (link != 0 && ask_host(ref, 0, &host) != 0) {
         if (const int error = ask_host(ref, AT_SYMLINK_NOFOLLOW, &host)) {
             return error;

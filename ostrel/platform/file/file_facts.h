@@ -1,8 +1,8 @@
 #ifndef OSTREL_PLATFORM_FILE_FILE_FACTS_H
 #define OSTREL_PLATFORM_FILE_FILE_FACTS_H
 
-// Internal. Reads and writes the facts of a file: converts between the host's and the platform's
-// by the rules in file.h.
+// Internal. Reads and writes the facts of a file (attributes, times, size, identity). Converts
+// between the host's facts and the platform's by the rules in file.h.
 
 #include <cstdint>
 
@@ -21,25 +21,27 @@ struct FileFacts {
     std::uint64_t links;   // the number of hard links
 };
 
-// Stores the facts of `name` in an open directory (AT_FDCWD for a path). The facts of a link are
-// those of its target, or the link's own when the target cannot be reached; both have
-// REPARSE_POINT. Returns 0 or errno.
+// Stores the facts of `name` in an open directory. With AT_FDCWD, `name` is a path. The facts of a
+// link are those of its target, or the link's own when the target cannot be reached. Both have
+// REPARSE_POINT. Returns 0. On failure returns errno.
 int read_facts(int directory, const char *name, FileFacts *facts) noexcept;
 
-// The same with the d_type of the directory entry, or DT_UNKNOWN. DT_LNK saves a call of the host.
+// The same with the type of the directory entry: its d_type, or DT_UNKNOWN. DT_LNK saves one call
+// of the host.
 int read_facts(int directory, const char *name, unsigned char type, FileFacts *facts) noexcept;
 
-// Stores the facts of an open file. Returns 0 or errno.
+// Stores the facts of an open file. Returns 0. On failure returns errno.
 int read_facts(int file, FileFacts *facts) noexcept;
 
-// Store READONLY, HIDDEN, SYSTEM and ARCHIVE of `attributes`, by the rules of SetFileAttributesW.
-// `path` must not be a link. Return 0 or errno: EOPNOTSUPP for READONLY of a directory on a file
-// system without extended attributes.
+// Set READONLY, HIDDEN, SYSTEM and ARCHIVE as in `attributes`, by the rules of SetFileAttributesW.
+// `path` must not be a link. Return 0. On failure return errno: EOPNOTSUPP for READONLY of a
+// directory on a file system without extended attributes.
 int write_attributes(const char *path, DWORD attributes) noexcept;
 int write_attributes(int file, DWORD attributes) noexcept;
 
-// Sets the times of an open file, by the rules of SetFileTime; null leaves a time as it is. Returns
-// 0 or errno: EINVAL for a FILETIME of 2^63 or more, or a time that the file system cannot keep.
+// Sets the times of an open file, by the rules of SetFileTime. A null pointer keeps that time.
+// Returns 0. On failure returns errno: EINVAL for a FILETIME of 2^63 or more, except all bits set,
+// and for a time that the file system cannot store.
 int write_times(int file, const FILETIME *creation, const FILETIME *access,
                 const FILETIME *write) noexcept;
 

@@ -1,4 +1,4 @@
-// The calls on a handle of CreateFileW.
+// The calls that take a handle of CreateFileW.
 
 #include <sys/stat.h>
 
@@ -19,7 +19,7 @@ using ostrel_platform::HandleKind;
 using ostrel_platform::HandleTable;
 using ostrel_platform::OpenFile;
 
-// Runs `body`, which returns an error code, with the open file behind a handle.
+// Runs `body`, which returns an error code, with the open file of a handle.
 template <class Body>
 BOOL with_file(HANDLE handle, Body body) noexcept {
     return ostrel_platform::call_result([&]() -> DWORD {

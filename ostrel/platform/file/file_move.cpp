@@ -1,4 +1,4 @@
-// Moving and renaming.
+// Moves and renames files.
 
 #include <array>
 #include <optional>
@@ -18,7 +18,7 @@
 namespace ostrel_platform {
 namespace {
 
-// ENOENT means the source, or else the target's folder.
+// On ENOENT the source is missing, or, if it exists, the target's folder.
 DWORD code_of_move(int error, const std::string &source) {
     struct stat facts;
     if (error == ENOENT && lstat(source.c_str(), &facts) == 0) {
@@ -39,8 +39,8 @@ bool is_unchanged(const struct stat &before, const struct stat &now) {
            before.st_mtim.tv_nsec == now.st_mtim.tv_nsec;
 }
 
-// Moves to another file system. Deletes the source when the copy is on the disk and nobody has
-// replaced or written to the source meanwhile.
+// Moves to another file system. Deletes the source when the copy is on the disk, unless another
+// process has replaced or written to the source meanwhile.
 int move_by_copy(const std::string &source, const std::string &target, bool replace) {
     struct stat facts, there;
     if (lstat(source.c_str(), &facts) != 0) {
@@ -50,10 +50,10 @@ int move_by_copy(const std::string &source, const std::string &target, bool repl
         return EXDEV;
     }
     if (is_same_entry(source, target)) {
-        return 0;  // through two mounts of one file system
+        return 0;  // the same file through two mounts
     }
     if (!replace && lstat(target.c_str(), &there) == 0) {
-        return EEXIST;  // before a long copy
+        return EEXIST;  // checks before a long copy
     }
     SharingFile file;
     int error = 0;
@@ -73,7 +73,7 @@ int move_by_copy(const std::string &source, const std::string &target, bool repl
         error = sync_folder_of(target);
     }
     if (error == 0 && lstat(source.c_str(), &there) == 0 && is_unchanged(facts, there)) {
-        unlink(source.c_str());  // a failure here is not reported
+        unlink(source.c_str());  // ignores a failure
     }
     return error;
 }
@@ -85,8 +85,8 @@ int move_new(const std::string &source, const std::string &target) {
                : error;
 }
 
-// Replaces a file at `target`, if there is one. While `lock` lives, others cannot open that file
-// without sharing deletion.
+// Moves to `target` and replaces a file there, if there is one. While `lock` lives, others cannot
+// open that file without sharing deletion.
 int move_over(const std::string &source, const std::string &target, SharingFile *lock) {
     struct stat facts, there;
     if (lstat(source.c_str(), &facts) != 0) {
@@ -103,7 +103,8 @@ int move_over(const std::string &source, const std::string &target, SharingFile 
     return rename_over(source, target);
 }
 
-// The folders of a move, opened before it, so that a failure to open them moves nothing.
+// The folders of a move. Open runs before the move, so that a folder that cannot be opened prevents
+// the move.
 class SyncedFolders {
 public:
     int Open(const std::string &source, const std::string &target) {

@@ -1,4 +1,4 @@
-// CreateFileW: the rules of opening.
+// Opens and creates files: the rules of CreateFileW.
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -55,8 +55,9 @@ struct Request {
     }
 };
 
-// Opens with access 0, or with GENERIC_READ to truncate. Checks the kind of the file first: opening
-// a FIFO or device for more than that, or at all for its facts, may have an effect.
+// Opens for access 0, or for GENERIC_READ that truncates. Checks the kind of the file first, since
+// an open of a FIFO or device may have an effect: access 0 opens such a file by O_PATH only, and
+// GENERIC_READ opens it for reading only.
 HostDescriptor open_by_kind(const char *path, const Request &request) {
     struct stat facts;
     if (stat(path, &facts) != 0) {
@@ -73,7 +74,8 @@ HostDescriptor open_by_kind(const char *path, const Request &request) {
     return !file && errno == EACCES ? open_host(path, O_PATH) : std::move(file);
 }
 
-// Does not truncate the file before sharing allows the open. Does not wait for a peer.
+// Never truncates: the share modes of other handles may forbid the open. Never waits for the other
+// end of a FIFO.
 HostDescriptor open_existing(const char *path, const Request &request) {
     switch (request.access) {
         case GENERIC_READ | GENERIC_WRITE:
@@ -96,14 +98,15 @@ HostDescriptor create(const char *path, const Request &request, int exclusive) {
                      O_CREAT | O_NONBLOCK | (request.Writes() ? O_RDWR : O_RDONLY) | exclusive);
 }
 
-// Opens or creates as `creation` says. On failure sets errno.
+// Opens or creates a file by `creation`. On failure sets errno.
 HostDescriptor open_or_create(const char *path, const Request &request, bool *created) {
     *created = true;
     if (request.creation == CREATE_NEW) {
         return create(path, request, O_EXCL);
     }
-    // Others may create and delete the file meanwhile. A path that is missing and in use at every
-    // attempt is a link that leads nowhere: the last call creates its target.
+    // Others may create and delete the file meanwhile. When every open gives ENOENT and every
+    // exclusive create gives EEXIST, the path is a link without a target: the last call creates the
+    // target.
     constexpr int kMaxAttempts = 3;
     for (int attempt = 0; attempt < kMaxAttempts; ++attempt) {
         HostDescriptor file = open_existing(path, request);
@@ -146,8 +149,8 @@ struct Opened {
     struct stat facts = {};
 };
 
-// Acquires the share lock. Returns nothing when the path leads to another file than the open one,
-// or to none: others have deleted or replaced the file before it was locked.
+// Acquires the share lock. Returns an error code. Returns nothing when the path no longer names the
+// open file: others have deleted or replaced the file before it was locked.
 std::optional<DWORD> share(const char *path, const Request &request, Opened *opened) {
     const int refusal = opened->file.Take(request.ShareAccess(), request.share);
     if (request.ShareAccess() != 0 && !path_still_names(path, opened->facts)) {
@@ -156,7 +159,7 @@ std::optional<DWORD> share(const char *path, const Request &request, Opened *ope
     return refusal != 0 ? ERROR_SHARING_VIOLATION : ERROR_SUCCESS;
 }
 
-// Applies the rules that the host does not know. Returns an error code, or nothing as above.
+// Applies the rules that the host does not have. Returns an error code, or nothing as above.
 std::optional<DWORD> complete_open(const char *path, const Request &request, Opened *opened) {
     const int file = opened->file.Get();
     const mode_t mode = opened->facts.st_mode;
@@ -165,7 +168,7 @@ std::optional<DWORD> complete_open(const char *path, const Request &request, Ope
     }
     if (!S_ISREG(mode) && !S_ISDIR(mode)) {
         if (request.access != 0) {
-            fcntl(file, F_SETFL, fcntl(file, F_GETFL) & ~O_NONBLOCK);  // was for the open only
+            fcntl(file, F_SETFL, fcntl(file, F_GETFL) & ~O_NONBLOCK);  // only the open needs it
         }
         return ERROR_SUCCESS;
     }
@@ -184,7 +187,7 @@ std::optional<DWORD> complete_open(const char *path, const Request &request, Ope
 }
 
 std::optional<DWORD> try_open(const char *path, const Request &request, Opened *opened) {
-    opened->file = SharingFile();  // the previous lock would conflict
+    opened->file = SharingFile();  // a lock of the previous attempt would conflict
     opened->file = SharingFile(open_or_create(path, request, &opened->created));
     if (!opened->file) {
         return errno == EEXIST ? ERROR_FILE_EXISTS : code_of_path(errno, path);

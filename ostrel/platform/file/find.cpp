@@ -74,7 +74,7 @@ SearchResult go_on(HandleKind kind, std::uintptr_t handle, Data *data) {
         return ostrel_platform::SearchFailure{ERROR_INVALID_HANDLE, EINVAL};
     }
     auto &search = static_cast<Search &>(*object);
-    const std::lock_guard lock(search.Mutex());  // the entry's name lies in the search
+    const std::lock_guard lock(search.Mutex());  // until put_entry has copied the name
     SearchEntry entry;
     const SearchResult failure = search.Next(&entry);
     if (!failure) {

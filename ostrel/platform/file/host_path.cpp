@@ -11,10 +11,11 @@
 namespace ostrel_platform {
 namespace {
 
-// This unit plus a byte stands for a byte that is not valid UTF-8, or is a backslash.
+// kEscape plus the byte is the unit for a byte that is not part of valid UTF-8 or is a backslash.
 constexpr WCHAR kEscape = 0xDC00;
 
-// The host directory of a drive: empty for C:, whose paths all begin at the root.
+// Returns the host directory of a drive: empty for C:, since its paths begin at the host's root.
+// Returns nothing when the drive does not exist.
 std::optional<std::string> drive_root(WCHAR letter) {
     if (towupper(letter) == u'C') {
         return std::string();
@@ -37,7 +38,7 @@ constexpr bool is_pair(const WCHAR *units) {
     return (units[0] & 0xFC00) == 0xD800 && (units[1] & 0xFC00) == 0xDC00;
 }
 
-// The number of units at `path` before its NUL or a lone surrogate.
+// Returns the number of units before the NUL or the first lone surrogate.
 std::size_t text_run(const WCHAR *path) {
     const WCHAR *end = path;
     while (*end != 0 && (!is_surrogate(*end) || is_pair(end))) {
@@ -46,7 +47,8 @@ std::size_t text_run(const WCHAR *path) {
     return static_cast<std::size_t>(end - path);
 }
 
-// Appends `path`, with '/' for both separators. Returns false for a unit that stands for no byte.
+// Appends `path`, with '/' for both separators. Returns false for a lone surrogate that is not the
+// unit of a byte.
 bool append_host_name(const WCHAR *path, std::string *host) {
     for (;;) {
         const std::size_t units = text_run(path);
@@ -58,7 +60,7 @@ bool append_host_name(const WCHAR *path, std::string *host) {
         if (*path == 0) {
             return true;
         }
-        // No other byte has such a unit, so that none becomes a separator or a dot.
+        // Only a backslash and the bytes from 0x80 have a unit, so no unit gives '/' or '.'.
         const unsigned byte = static_cast<unsigned>(*path++) - kEscape;
         if (byte != '\\' && (byte < 0x80 || byte > 0xFF)) {
             return false;
@@ -67,7 +69,7 @@ bool append_host_name(const WCHAR *path, std::string *host) {
     }
 }
 
-// The number of bytes at the start of `name` that are valid UTF-8 without a backslash.
+// Returns the number of bytes at the start of `name` that are valid UTF-8 without a backslash.
 std::size_t plain_run(std::string_view name) {
     const auto *const bytes = reinterpret_cast<const unsigned char *>(name.data());
     std::size_t pos = 0;

@@ -14,24 +14,26 @@ namespace ostrel_platform {
 // Whether a path begins with a drive: a letter (A to Z, a to z) and a colon.
 bool has_drive(const WCHAR *path);
 
-// Returns the host path of a path of any length; `path` must not be null. Returns nothing when no
-// host file can have the path or its drive does not exist.
+// Converts a path of any length to a host path; `path` must not be null. Returns the host path. On
+// failure, when no host file can have the path or the drive does not exist, returns nothing.
 std::optional<std::string> host_path(const WCHAR *path);
 
-// The same for the calls of the system, which take up to 259 characters (MAX_PATH with the NUL). On
-// failure returns nothing and sets the last error to ERROR_PATH_NOT_FOUND (`path` is null or empty,
-// or as above) or ERROR_FILENAME_EXCED_RANGE (`path` is longer).
+// The same for calls that take paths of up to 259 characters (MAX_PATH with the NUL). On failure
+// returns nothing and sets the last error:
+//   ERROR_PATH_NOT_FOUND        `path` is null or empty, or fails as above
+//   ERROR_FILENAME_EXCED_RANGE  `path` has more than 259 characters
 std::optional<std::string> file_path(const WCHAR *path);
 
 // Whether a path is the root of a drive or of the host: a drive, separators, or both. `path` must
 // not be null.
 bool is_root(const WCHAR *path);
 
-// Converts a name of the host to the platform's form; host_path converts it back. `units` has room
-// for as many units as `name` has bytes. Returns the number of units stored.
+// Converts a name of the host to the platform's form; host_path converts the result back. The
+// capacity of `units` must be at least name.size(), in UTF-16 units. Returns the number of units
+// stored, without a NUL.
 std::size_t name_from_host(std::string_view name, WCHAR *units);
 
-// Returns an absolute path of the host in the form C:\dir\name.
+// Converts an absolute path of the host. Returns the path in the form C:\dir\name.
 std::u16string path_from_host(std::string_view path);
 
 }  // namespace ostrel_platform

@@ -15,12 +15,12 @@
 namespace ostrel_platform {
 namespace {
 
-// 8 MiB, of which a page takes memory once a slot of it is used. Files created together have
-// consecutive inodes, and so consecutive slots.
+// 8 MiB of address space. A page uses memory only after one of its slots is used. Files created
+// together have consecutive inodes, and so use consecutive slots of a row.
 constexpr std::size_t kSlots = std::size_t{1} << 20;
 constexpr std::size_t kRow = 64;
 
-std::uint64_t known[kSlots];  // used as atomics only
+std::uint64_t known[kSlots];  // accessed only through atomic_ref
 
 constinit DeviceSet trusted;
 constinit DeviceSet untrusted;
@@ -35,7 +35,7 @@ dev_t device_of(const struct statx &file) {
     return makedev(file.stx_dev_major, file.stx_dev_minor);
 }
 
-// Never 0, which marks a free slot.
+// Returns the hash of a file. The hash is never 0, the value of a free slot.
 std::uint64_t mark_of(const struct statx &file) {
     const auto seconds = static_cast<std::uint64_t>(file.stx_ctime.tv_sec);
     std::uint64_t mark = mix(file.stx_ino + 0x9E3779B97F4A7C15 * device_of(file));
@@ -48,7 +48,8 @@ std::atomic_ref<std::uint64_t> slot_of(const struct statx &file) {
     return std::atomic_ref(known[row % (kSlots / kRow) * kRow + file.stx_ino % kRow]);
 }
 
-// Trusts the host's own file systems; servers and daemons may count their own time.
+// Trusts the host's own file systems only: a file server or a daemon may set ctime from a clock of
+// its own.
 bool keeps_change_times(const FileRef &ref) {
     HostDescriptor named;
     if (*ref.name != '\0') {

@@ -23,7 +23,7 @@ constexpr SearchFailure kNoFolder = {ERROR_PATH_NOT_FOUND, ENOENT};
 constexpr SearchFailure kFolderIsFile = {ERROR_DIRECTORY, ENOENT};
 constexpr SearchFailure kNoMore = {ERROR_NO_MORE_FILES, ENOENT};
 
-// A link may lead to a directory, and not every file system reports types.
+// The target of a link may be a directory, and some file systems do not report types.
 bool is_surely_a_file(unsigned char type) {
     return type != DT_DIR && type != DT_LNK && type != DT_UNKNOWN;
 }
@@ -35,7 +35,7 @@ SearchFailure host_failure(int error) {
 // The last component of a path.
 struct Parts {
     std::u16string_view name;
-    bool inRoot;  // of a drive
+    bool in_root;  // whether its folder is the root of a drive
 };
 
 Parts parts_of(const WCHAR *path) {
@@ -50,7 +50,7 @@ Parts parts_of(const WCHAR *path) {
 SearchFailure folder_failure(int error, const std::string &folder) {
     struct stat facts;
     if (error == ENOTDIR) {
-        // Either the folder itself is a file, or one on the way to it.
+        // Either the folder itself is a file, or a component before it is.
         return stat(folder.c_str(), &facts) == 0 ? kFolderIsFile : kNoFolder;
     }
     return error == ENOENT ? kNoFolder : host_failure(error);
@@ -79,7 +79,7 @@ SearchResult Search::First(const WCHAR *path, SearchEntry *entry) {
         return FindExactly(*host, parts.name, entry);
     }
     m_pattern.emplace(parts.name);
-    if (const SearchResult failure = Open(folder_of(*host), parts.inRoot)) {
+    if (const SearchResult failure = Open(folder_of(*host), parts.in_root)) {
         return failure;
     }
     const SearchResult result = Next(entry);
@@ -124,16 +124,16 @@ SearchResult Search::ReadDots() {
     const FileFacts &a = m_dots[0].facts;
     const FileFacts &b = m_dots[1].facts;
     if (a.volume == b.volume && a.index == b.index) {
-        return std::nullopt;  // only the host's root is its own parent
+        return std::nullopt;  // the host's root, which is its own parent
     }
     m_dots[0].name = u".";
     m_dots[1].name = u"..";
-    m_dotsTold = self ? 0 : 1;
+    m_dotsPos = self ? 0 : 1;
     m_dotsEnd = parent ? 2 : 1;
     return std::nullopt;
 }
 
-// Closes the directory at its end and on failure.
+// Reads the next block. Closes the directory after the last block and on failure.
 SearchResult Search::ReadBlock() {
     const ssize_t count = m_directory ? getdents64(m_directory.Get(), m_block.get(), kBlock) : 0;
     if (count > 0) {
@@ -147,7 +147,7 @@ SearchResult Search::ReadBlock() {
     return error == 0 || error == ENOENT ? kNoMore : host_failure(error);
 }
 
-// Whether the search returns a name. Stores the name in m_name.
+// Whether the search returns an entry of this name. Stores the converted name in m_name.
 bool Search::Takes(std::string_view hostName) {
     if (hostName == "." || hostName == ".." || hostName.size() > kMaxBytes) {
         return false;
@@ -157,8 +157,8 @@ bool Search::Takes(std::string_view hostName) {
 }
 
 SearchResult Search::Next(SearchEntry *entry) {
-    if (m_dotsTold < m_dotsEnd) {
-        *entry = m_dots[m_dotsTold++];
+    if (m_dotsPos < m_dotsEnd) {
+        *entry = m_dots[m_dotsPos++];
         return std::nullopt;
     }
     for (;;) {

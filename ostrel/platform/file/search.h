@@ -1,7 +1,8 @@
 #ifndef OSTREL_PLATFORM_FILE_SEARCH_H
 #define OSTREL_PLATFORM_FILE_SEARCH_H
 
-// Internal. Implements the searches of find.h, for the calls of the system and of the runtime.
+// Internal. Implements the searches of find.h once for both families of calls: those of the system
+// and those of the runtime.
 
 #include <cstddef>
 #include <memory>
@@ -23,31 +24,35 @@ struct SearchFailure {
     DWORD code;  // for the calls of the system
     int error;   // the errno for the calls of the runtime
 };
-using SearchResult = std::optional<SearchFailure>;  // nothing is success
+using SearchResult = std::optional<SearchFailure>;  // empty on success
 
 struct SearchEntry {
     FileFacts facts;
     std::u16string_view name;  // valid until the next entry; fewer than MAX_PATH characters
 };
 
-// One search. First throws std::bad_alloc.
+// One search. Lists one directory of the host, or finds one file.
+//
+// Threads: call First before other threads have the search; lock Mutex around every Next.
+// Errors: First throws std::bad_alloc.
 class Search : public HandleObject {
 public:
-    // With `mayLeaveOutFiles` the search of a pattern skips the entries that the host's listing
-    // marks as neither a directory nor a link.
+    // With `mayLeaveOutFiles` a search for a pattern skips the entries whose type in the host's
+    // listing is known and is neither directory nor link.
     explicit Search(bool mayLeaveOutFiles = false) : m_mayLeaveOutFiles(mayLeaveOutFiles) {}
 
-    // Begins the search and stores the first entry; call once. Returns nothing, or the failure, as
-    // FindFirstFileW describes it.
+    // Begins the search and stores the first entry; call once. Returns nothing. On failure returns
+    // the failure as FindFirstFileW describes it.
     SearchResult First(const WCHAR *path, SearchEntry *entry);
 
-    // Stores the next entry. Returns nothing, or the failure: ERROR_NO_MORE_FILES at the end. Lock
-    // Mutex around the call and the use of the entry.
+    // Stores the next entry. Returns nothing. On failure returns the failure: ERROR_NO_MORE_FILES
+    // after the last entry. The caller locks Mutex until it has used the entry, whose name is in
+    // the search.
     SearchResult Next(SearchEntry *entry);
     std::mutex &Mutex() { return m_mutex; }
 
 private:
-    // The longest host name, in bytes, that can have a name of MAX_PATH - 1 characters here.
+    // The largest size of a host name, in bytes, whose converted name has MAX_PATH - 1 characters.
     static constexpr std::size_t kMaxBytes = 3 * (MAX_PATH - 1);
 
     SearchResult FindExactly(const std::string &host, std::u16string_view name, SearchEntry *entry);
@@ -58,15 +63,15 @@ private:
 
     std::mutex m_mutex;
     bool m_mayLeaveOutFiles;
-    HostDescriptor m_directory;  // none when no further name can come
+    HostDescriptor m_directory;  // empty when there are no more names to read
     std::optional<Wildcard> m_pattern;
 
-    // The entries "." and "..". Next has yet to return those from m_dotsTold up to m_dotsEnd.
+    // The entries "." and "..". Next still has to return the entries [m_dotsPos, m_dotsEnd).
     SearchEntry m_dots[2];
-    std::size_t m_dotsTold = 0;
+    std::size_t m_dotsPos = 0;
     std::size_t m_dotsEnd = 0;
 
-    // A block of directory entries of the host. The next entry to read begins at m_blockPos.
+    // A block of directory entries from getdents64. The next entry begins at m_blockPos.
     std::unique_ptr<char[]> m_block;
     std::size_t m_blockPos = 0;
     std::size_t m_blockEnd = 0;

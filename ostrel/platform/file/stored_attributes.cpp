@@ -19,9 +19,9 @@
 namespace ostrel_platform {
 namespace {
 
-constexpr char kBits[] = "user.DOSATTRIB";  // "0x" and a hexadecimal number
-constexpr std::size_t kMaxBytes = 4096;     // of a value; a file server's are shorter
-constexpr char kCreation[] = "user.ostrel.creation_time";  // a decimal number
+constexpr char kBits[] = "user.DOSATTRIB";  // the text "0x" and a hexadecimal number
+constexpr std::size_t kMaxBytes = 4096;     // of a value; file servers store shorter ones
+constexpr char kCreation[] = "user.ostrel.creation_time";  // the text of a decimal number
 
 constinit DeviceSet plain_devices;  // devices without extended attributes
 
@@ -41,7 +41,7 @@ ssize_t read_at(const FileRef &ref, const char *attribute, std::span<char> buffe
     return syscall(kCall, ref.directory, ref.name, 0, attribute, &request, sizeof request);
 }
 
-// The same on an older host, by a path. Every open directory has one, whatever its names are.
+// The same on an older host, by a path. /proc/self/fd gives a path for every open directory.
 ssize_t read_by_path(const FileRef &ref, const char *attribute, std::span<char> buffer) {
     if (ref.directory == AT_FDCWD) {
         return getxattr(ref.name, attribute, buffer.data(), buffer.size());
@@ -63,8 +63,8 @@ ssize_t read_of(const FileRef &ref, const char *attribute, std::span<char> buffe
     static std::atomic<bool> has_call{true};
     if (has_call.load(std::memory_order_relaxed)) {
         const ssize_t count = read_at(ref, attribute, buffer);
-        // Filters of containers refuse an unknown call with EPERM, which reading an attribute of
-        // this kind never gives.
+        // The filter of a container refuses an unknown call with EPERM. Reading a user extended
+        // attribute never gives EPERM.
         if (count >= 0 || (errno != ENOSYS && errno != EPERM)) {
             return count;
         }
@@ -112,7 +112,8 @@ private:
     const char *m_end;
 };
 
-// The value of kBits, with what stands behind the old bits. Uses no heap, so that it cannot fail.
+// The new value of kBits: the bits, then what follows the bits in the old value. Uses no heap, so
+// that it cannot fail.
 class BitsValue {
 public:
     BitsValue(DWORD bits, const FileRef &ref) {
@@ -146,7 +147,7 @@ int result_of(int result) {
 }  // namespace
 
 std::optional<DWORD> read_stored_bits(const FileRef &ref, dev_t device) noexcept {
-    char buffer[256];  // file servers keep facts of their own behind a NUL
+    char buffer[256];  // file servers store facts of their own after a NUL
     char large_buffer[kMaxBytes];
     auto value = read_text(ref, device, kBits, buffer);
     if (!value && errno == ERANGE) {

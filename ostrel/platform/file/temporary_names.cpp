@@ -27,8 +27,9 @@ void add_separator(std::u16string *folder) {
     }
 }
 
-// The absolute host path that a variable holds, or an empty text. The bytes of such a path are a
-// name, whatever the system code page is.
+// Returns the value of a variable as a path, with a separator at its end, when the value is an
+// absolute host path, and otherwise an empty text. Converts the bytes as host names, whatever the
+// system code page is.
 std::u16string host_folder_of_variable(std::string_view name) {
     const std::optional<std::string> value = WatchedVariable().Read(name);
     std::u16string folder =
@@ -39,7 +40,8 @@ std::u16string host_folder_of_variable(std::string_view name) {
     return folder;
 }
 
-// The folder that a variable names, with a separator at its end; empty without the variable.
+// Returns the folder that a variable names, with a separator at its end. Returns an empty text when
+// the variable is missing or empty.
 std::u16string folder_of_variable(const WCHAR *name) {
     std::string host_name;
     for (const WCHAR *c = name; *c != 0; ++c) {
@@ -58,7 +60,7 @@ std::u16string folder_of_variable(const WCHAR *name) {
     return folder;
 }
 
-// A relative TMPDIR would name another folder in each current directory.
+// Ignores a relative TMPDIR, which would name another folder in each current directory.
 std::u16string folder_of_host() {
     const std::u16string folder = host_folder_of_variable("TMPDIR=");
     return folder.empty() ? u"C:\\tmp\\" : folder;
@@ -82,8 +84,8 @@ bool is_folder(const WCHAR *path) {
     return host && stat(host->c_str(), &facts) == 0 && S_ISDIR(facts.st_mode);
 }
 
-// The folder for a name of _wtempnam, with a separator at its end. Without such a folder returns an
-// empty text and sets errno.
+// Returns the folder for a name of _wtempnam, with a separator at its end. On failure returns an
+// empty text and sets errno to ENOENT.
 std::u16string folder_of_name(const WCHAR *directory) {
     std::u16string folder = folder_of_variable(u"TMP");
     const bool is_set = !folder.empty();
@@ -99,7 +101,7 @@ std::u16string folder_of_name(const WCHAR *directory) {
     return is_set && directory != nullptr ? u"" : u".\\";
 }
 
-// Differs in a million calls, and between the processes of the host.
+// Returns digits that differ in a million successive calls, and between the processes of the host.
 std::u16string next_number() {
     static std::atomic<unsigned> count = 0;
     std::u16string digits;
@@ -110,7 +112,8 @@ std::u16string next_number() {
     return digits;
 }
 
-// Returns 0 for a name that no file has, or an errno: EEXIST, or why the name cannot be used.
+// Returns 0 when no file has the name. Otherwise returns errno: EEXIST when a file has the name, or
+// the reason why the name cannot be used.
 int check_name(const std::u16string &name) {
     if (name.size() >= MAX_PATH) {
         return ENAMETOOLONG;
@@ -123,7 +126,7 @@ int check_name(const std::u16string &name) {
     return lstat(host->c_str(), &facts) == 0 ? EEXIST : errno == ENOENT ? 0 : errno;
 }
 
-// Stores a copy that the caller releases with free. Returns 0 or errno.
+// Stores a copy of `text` that the caller releases with free. Returns 0 or ENOMEM.
 int allocate(const std::u16string &text, WCHAR **result) {
     const std::size_t size = text.size() + 1;
     WCHAR *const copy = static_cast<WCHAR *>(std::malloc(size * sizeof(WCHAR)));

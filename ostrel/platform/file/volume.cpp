@@ -35,8 +35,8 @@ bool is_no_directory(int error) {
     return error == ENOENT || error == ENOTDIR || error == ELOOP;
 }
 
-// Opens the directory of a root for its facts only. On failure stores an error code in `code`;
-// errno is 0 when the host was not asked.
+// Opens the directory of a root for its facts only. Stores an error code in `code`. On failure
+// returns no descriptor; errno is 0 when the failure came before the host call.
 HostDescriptor open_root(const WCHAR *root, DWORD *code) {
     const std::optional<std::string> path = root != nullptr ? file_path(root) : ".";
     errno = 0;
@@ -48,11 +48,13 @@ HostDescriptor open_root(const WCHAR *root, DWORD *code) {
     return directory;
 }
 
-// Fits the counts into 32 bits: doubles the clusters, halves their numbers.
+// `sectors` is the number of sectors in a cluster, `sector_size` the bytes in a sector.
 struct Clusters {
     std::uint64_t sectors, sector_size, free, total;
 };
 
+// Fits the counts into 32 bits: doubles the size of a cluster and halves the counts, as often as
+// needed.
 Clusters clusters_of(const struct statvfs &facts) {
     constexpr std::uint64_t kSector = 512;
     const std::uint64_t block = facts.f_frsize;

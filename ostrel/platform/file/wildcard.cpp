@@ -22,27 +22,27 @@ Wildcard::Wildcard(std::u16string_view pattern) {
                    [](WCHAR character) { return towupper(character); });
 }
 
-// Reads one character of the name. Returns whether the rest of the name can still match.
-bool Wildcard::Read(WCHAR character, Places *places) const {
+// Advances the states by one character of the name. Returns whether the name can still match.
+bool Wildcard::Read(WCHAR character, States *states) const {
     const WCHAR upper = towupper(character);
     bool any = false;
     for (std::size_t i = m_length + 1; i-- > 0;) {
-        const bool stays = (*places)[i] && i < m_length && m_pattern[i] == u'*';
+        const bool stays = (*states)[i] && i < m_length && m_pattern[i] == u'*';
         const bool comes =
-            i > 0 && (*places)[i - 1] && (m_pattern[i - 1] == u'?' || m_pattern[i - 1] == upper);
-        (*places)[i] = stays || comes;
+            i > 0 && (*states)[i - 1] && (m_pattern[i - 1] == u'?' || m_pattern[i - 1] == upper);
+        (*states)[i] = stays || comes;
         any |= stays || comes;
     }
     return any;
 }
 
-// Skips the parts of the pattern that match no character here.
-void Wildcard::Skip(bool atDot, bool atEnd, Places *places) const {
+// Adds the states after each part of the pattern that may match no character here.
+void Wildcard::Skip(bool atDot, bool atEnd, States *states) const {
     for (std::size_t i = 0; i < m_length; ++i) {
         const WCHAR part = m_pattern[i];
-        const bool leftOut = part == u'*' || (part == u'?' && (atDot || atEnd)) ||
-                             (atEnd && m_anyExtension && i + 2 == m_length);
-        (*places)[i + 1] |= leftOut && (*places)[i];
+        const bool left_out = part == u'*' || (part == u'?' && (atDot || atEnd)) ||
+                              (atEnd && m_anyExtension && i + 2 == m_length);
+        (*states)[i + 1] |= left_out && (*states)[i];
     }
 }
 
@@ -53,17 +53,17 @@ bool Wildcard::Matches(std::u16string_view name) const {
     if (m_noExtension) {
         return name.find(u'.') == name.npos || name == u"." || name == u"..";
     }
-    Places places;
-    std::fill_n(places.begin(), m_length + 1, false);
-    places[0] = true;
+    States states;
+    std::fill_n(states.begin(), m_length + 1, false);
+    states[0] = true;
     for (const WCHAR character : name) {
-        Skip(character == u'.', false, &places);
-        if (!Read(character, &places)) {
+        Skip(character == u'.', false, &states);
+        if (!Read(character, &states)) {
             return false;
         }
     }
-    Skip(false, true, &places);
-    return places[m_length];
+    Skip(false, true, &states);
+    return states[m_length];
 }
 
 }  // namespace ostrel_platform

@@ -1,7 +1,8 @@
 #ifndef OSTREL_PLATFORM_FILE_WILDCARD_H
 #define OSTREL_PLATFORM_FILE_WILDCARD_H
 
-// Internal. Matches names against patterns, by the rules in find.h.
+// Internal. Matches names against patterns, by the rules in find.h. Simulates the pattern as a
+// nondeterministic automaton, so no pattern causes exponential time.
 
 #include <array>
 #include <cstddef>
@@ -12,30 +13,30 @@
 
 namespace ostrel_platform {
 
-// Whether a text contains a '*' or a '?'.
+// Whether `text` contains a '*' or a '?'.
 bool is_pattern(std::u16string_view text);
 
-// A pattern, prepared for many names. The time for a name grows at most with the product of the two
-// lengths.
+// A pattern, prepared to match many names. A match takes time proportional to the length of the
+// pattern times the length of the name, or less.
 class Wildcard {
 public:
-    // `pattern` has fewer than MAX_PATH characters.
+    // `pattern` must have fewer than MAX_PATH characters.
     explicit Wildcard(std::u16string_view pattern);
 
     bool Matches(std::u16string_view name) const;
 
 private:
-    // places[i]: whether the first i characters of the pattern match the characters read so far.
-    using Places = std::array<bool, MAX_PATH>;
+    // states[i]: whether the first i characters of the pattern match the characters read so far.
+    using States = std::array<bool, MAX_PATH>;
 
-    bool Read(WCHAR character, Places *places) const;
-    void Skip(bool atDot, bool atEnd, Places *places) const;
+    bool Read(WCHAR character, States *states) const;
+    void Skip(bool atDot, bool atEnd, States *states) const;
 
     std::array<WCHAR, MAX_PATH> m_pattern;  // in upper case
     std::size_t m_length;
-    bool m_anything;      // matches every name
-    bool m_noExtension;   // matches the names without a dot
-    bool m_anyExtension;  // ends in ".*", which may be left out
+    bool m_anything;      // the pattern matches every name
+    bool m_noExtension;   // the pattern matches the names without a dot
+    bool m_anyExtension;  // the pattern ends in ".*", which may match nothing
 };
 
 }  // namespace ostrel_platform

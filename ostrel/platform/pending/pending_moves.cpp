@@ -19,14 +19,15 @@
 namespace ostrel_platform {
 namespace {
 
-// Empty when the host has none.
+// Returns the host's boot id, or an empty text when the host has none.
 std::string boot_id() {
     std::string id;
     std::ifstream("/proc/sys/kernel/random/boot_id") >> id;
     return id;
 }
 
-// Makes a path absolute. Removes separators at its end, which would make the host follow a link.
+// Makes a path absolute. Removes separators at the end, which would make the host follow a link.
+// Returns an error code.
 DWORD make_absolute(std::string *path) {
     if (path->empty()) {
         return ERROR_PATH_NOT_FOUND;
@@ -36,7 +37,7 @@ DWORD make_absolute(std::string *path) {
     }
     if (path->front() != '/') {
         char current[PATH_MAX];
-        // A directory that cannot be reached from the root has a path without a '/' in front.
+        // getcwd returns a path without a leading '/' for a directory outside the process's root.
         if (getcwd(current, sizeof current) == nullptr || *current != '/') {
             return ERROR_PATH_NOT_FOUND;
         }
@@ -45,7 +46,8 @@ DWORD make_absolute(std::string *path) {
     return path->size() < PATH_MAX ? ERROR_SUCCESS : ERROR_FILENAME_EXCED_RANGE;
 }
 
-// Compares the folders: a file in a stacked file system may have another device number.
+// Compares the folders, since a file in a stacked file system may have another device number than
+// its folder.
 bool are_on_different_devices(const std::string &source, const std::string &target) {
     struct stat from, to;
     return stat(folder_of(source).c_str(), &from) == 0 &&
@@ -55,7 +57,7 @@ bool are_on_different_devices(const std::string &source, const std::string &targ
 DWORD code_of_record(int error) {
     return error == 0         ? ERROR_SUCCESS
            : error == EBADMSG ? ERROR_INVALID_DATA
-           : error == ENOENT  ? ERROR_PATH_NOT_FOUND  // the directory of the record
+           : error == ENOENT  ? ERROR_PATH_NOT_FOUND  // the parent of the record's directory
                               : code_of_errno(error);
 }
 
@@ -110,7 +112,7 @@ int act(const PendingRequest &request, bool is_directory) {
     if (request.verb == PendingVerb::kDelete) {
         return (is_directory ? rmdir(source) : unlink(source)) == 0 ? 0 : errno;
     }
-    // A directory replaces nothing. The host itself refuses to replace a directory by a file.
+    // A directory must not replace anything. The host refuses to replace a directory by a file.
     if (request.verb == PendingVerb::kMove || is_directory) {
         return rename_host(source, request.target.c_str(), false);
     }
@@ -166,9 +168,9 @@ public:
     }
 
 private:
-    // Marks the request as begun, on the disk, before any change; the same write removes the
-    // earlier requests from the record. The source then shows whether a begun request was carried
-    // out: if so, its file is no longer there.
+    // Marks the request as begun and writes the record to the disk before any change. The same
+    // write removes the earlier requests. After a crash the source shows whether a begun request
+    // was carried out: if so, the path no longer names the same file.
     int CarryOut(PendingRequest *request) {
         Source source = {};
         int error = identify(request->source, &source);
@@ -212,7 +214,7 @@ private:
     std::FILE *const m_log;
     PendingOutcome *const m_outcome;
     PendingRecord m_record;
-    std::vector<PendingRequest> m_waiting;  // the requests that are not done
+    std::vector<PendingRequest> m_waiting;  // the requests that remain
 };
 
 }  // namespace

@@ -12,7 +12,8 @@ namespace {
 constexpr std::string_view kHeader = "ostrel-pending-moves 1\n";
 constexpr char kName[] = "pending_moves";
 constexpr char kNewName[] = "pending_moves.new";
-// Far above real use. Marking a request as begun lengthens its line, hence two limits.
+// In bytes; far above real use. Marking a request as begun lengthens its line, so the limit for
+// reading is higher than the limit for writing.
 constexpr std::size_t kMaxToWrite = 64 << 20;
 constexpr std::size_t kMaxToRead = 2 * kMaxToWrite;
 
@@ -33,7 +34,7 @@ constexpr bool is_encoded(char c) {
     return byte <= 0x20 || byte == 0x7F || byte == '%';
 }
 
-// Returns nothing when the text is no absolute path that the host takes.
+// Returns nothing when the text is no encoded path that is absolute and shorter than PATH_MAX.
 std::optional<std::string> decode_path(std::string_view text) {
     std::string path;
     while (!text.empty()) {
@@ -77,7 +78,7 @@ bool take_number(std::string_view *text, char end, Number *number) {
     return true;
 }
 
-// Returns false for a text that is no state.
+// Returns false when the text is no STATE of the format.
 bool read_state(std::string_view text, std::optional<SourceIdentity> *begun) {
     if (text == kAsked) {
         return true;
@@ -99,10 +100,11 @@ std::string state_of(const std::optional<SourceIdentity> &begun) {
            std::to_string(begun->inode) + ':' + std::to_string(begun->time);
 }
 
-// Stores the length of the complete lines. Returns EBADMSG when the text is no record.
+// Stores the length of the complete lines, in bytes. Returns 0, or EBADMSG when the text is no
+// record of this version.
 int find_end(std::string_view text, std::size_t *end) {
-    *end = text.rfind('\n') + 1;  // 0 without any
-    // A crash during the first write leaves a part of the header, or zeros.
+    *end = text.rfind('\n') + 1;  // 0 without a complete line
+    // A crash during the first write may leave a part of the header, or zeros.
     const bool ours =
         *end != 0 ? text.starts_with(kHeader) : kHeader.starts_with(text) || text.front() == '\0';
     return ours ? 0 : EBADMSG;
@@ -117,14 +119,15 @@ int lock(const HostDescriptor &file) {
     return 0;
 }
 
-// Unlocks explicitly, since a forked child may have the open file too.
+// Unlocks explicitly: when a forked child has the same open file, close keeps the lock.
 void unlock(const HostDescriptor &file) {
     if (file) {
         flock(file.Get(), LOCK_UN);
     }
 }
 
-// Whether this user trusts the contents, which root carries out for others.
+// Whether this user trusts the record's file or directory. Root carries out the requests of others,
+// so root refuses a record that others may write to.
 bool is_trusted(const struct stat &facts) {
     const uid_t user = geteuid();
     const mode_t others = S_IWOTH | (facts.st_gid != 0 ? S_IWGRP : 0u);
@@ -219,7 +222,7 @@ int PendingRecord::OpenDirectory(bool create) {
 }
 
 int PendingRecord::OpenFile(bool create) {
-    // O_NONBLOCK: a device of that name must not block the open.
+    // O_NONBLOCK: a FIFO or device of that name must not block the open.
     const int flags = O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
     m_file = HostDescriptor(openat(m_directory.Get(), kName, flags | (create ? O_CREAT : 0), 0600));
     if (!m_file) {
@@ -244,7 +247,7 @@ int PendingRecord::Open(bool create) {
     if (const int error = OpenDirectory(create)) {
         return error;
     }
-    // The previous owner of the lock may have replaced the file.
+    // The previous owner of the lock may have replaced the file: then open the new file.
     do {
         if (const int error = OpenFile(create)) {
             return error;
@@ -290,7 +293,7 @@ int PendingRecord::WriteBehind(std::size_t end, std::string_view text) const {
         error = error_of(fsync(m_file.Get()));
     }
     if (error == 0) {
-        // The writer that made the file may have crashed before.
+        // The writer that created the file may have crashed before it synced the directory.
         error = sync_directory(m_directory.Get());
     }
     if (error != 0 && ftruncate(m_file.Get(), static_cast<off_t>(end)) == 0 && end == 0) {
@@ -346,7 +349,7 @@ int PendingRecord::Replace(const std::vector<PendingRequest> &requests) {
     for (const PendingRequest &request : requests) {
         text += line_of_request(request);
     }
-    unlinkat(m_directory.Get(), kNewName, 0);  // left by a crash
+    unlinkat(m_directory.Get(), kNewName, 0);  // a crash may have left it
     HostDescriptor file(openat(m_directory.Get(), kNewName,
                                O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
     if (!file) {
@@ -366,7 +369,7 @@ int PendingRecord::Replace(const std::vector<PendingRequest> &requests) {
         unlinkat(m_directory.Get(), kNewName, 0);
         return error;
     }
-    // Waiters of the old file find it replaced, and wait for the new one.
+    // Callers that wait for the lock of the old file find the file replaced and open the new one.
     std::swap(m_file, file);
     unlock(file);
     return sync_directory(m_directory.Get());

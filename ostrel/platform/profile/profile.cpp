@@ -259,7 +259,6 @@ public:
 
     // Adds a name; ignores an empty one. Returns false when the list and its last NUL exceed the
     // capacity.
-
     bool Add(Text name) {
         if (!name.empty()) {
             m_names.append(name).push_back(u'\0');

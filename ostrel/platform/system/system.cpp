@@ -28,9 +28,8 @@ const char *find_value(std::u16string_view name) {
     const std::size_t length = to_narrow(name).size();
     const char *spelled = nullptr;
     const char *similar = nullptr;
-    // Walks from the end, because another thread may remove a variable meanwhile. The removal moves
-    // each later entry one slot forward and stores the entry there before it overwrites the old
-    // slot, so that the walk misses no entry.
+    // Walks from the end, because another thread may remove a variable meanwhile. The removal
+    // copies each later entry to the slot before it, in order, so that the walk misses no entry.
     while (count-- > 0) {
         const char *const entry = load_entry(&environment[count]);
         if (entry == nullptr || std::strcspn(entry, "=") != length || entry[length] == '\0' ||
@@ -47,8 +46,8 @@ const char *find_value(std::u16string_view name) {
 
 // Stores a text until the process ends. Returns the same pointer for equal texts.
 WCHAR *keep(std::u16string text) {
-    static std::mutex *const mutex =
-        new std::mutex;  // never destroyed: used until the process ends
+    // Never destroyed: static destructors still use both.
+    static std::mutex *const mutex = new std::mutex;
     static std::set<std::u16string> *const texts = new std::set<std::u16string>;
     const std::lock_guard lock(*mutex);
     // The interface lacks const; callers must not write to the text.

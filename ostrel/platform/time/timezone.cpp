@@ -226,7 +226,8 @@ DWORD describe_rule(const Zone &zone, std::int64_t now, TIME_ZONE_INFORMATION *r
     return year.now.daylight ? TIME_ZONE_ID_DAYLIGHT : TIME_ZONE_ID_STANDARD;
 }
 
-// The same for the local zone at present. Each thread caches the result while it is valid.
+// Stores the present rule of the local zone; returns the TIME_ZONE_ID_ value. Each thread caches
+// both.
 DWORD present_rule(TIME_ZONE_INFORMATION *rule) {
     struct Kept {
         const Zone *zone = nullptr;

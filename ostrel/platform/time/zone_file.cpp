@@ -150,9 +150,10 @@ std::vector<std::optional<std::int64_t>> nearest_standard(Iterator first, Iterat
     return nearest;
 }
 
-// Sets the standard offset of each interval; a file does not state the one of daylight time. That
-// is the nearest standard offset before or after, the greater of those below the interval's own
-// offset, or else one hour less than the own offset. The rule counts as after the last interval.
+// Sets the standard offset of each interval. A file does not state the standard offset of daylight
+// time. It is the greater of the nearest standard offsets before and after, among those below the
+// interval's own offset; without one, it is the own offset less one hour. The rule follows the last
+// interval.
 void find_standard(std::vector<ZoneInterval> *intervals, const std::optional<ZoneRule> &rule) {
     const auto in_front = nearest_standard(intervals->begin(), intervals->end(), std::nullopt);
     auto behind = nearest_standard(intervals->rbegin(), intervals->rend(),

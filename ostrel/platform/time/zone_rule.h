@@ -49,8 +49,8 @@ struct RuleDate {
     int month = 1;
     int day = 0;
     int weekday = 0;
-    std::int64_t seconds =
-        std::int64_t{2} * 3600;  // from midnight of that day; may be negative or beyond a day
+    // From midnight of that day; may be negative or beyond a day.
+    std::int64_t seconds = std::int64_t{2} * 3600;
 
     // Returns the change in a year, in seconds from 1970-01-01 00:00:00 on that clock.
     std::int64_t InYear(const RuleYear &year) const;

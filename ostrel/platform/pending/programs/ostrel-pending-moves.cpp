@@ -1,4 +1,5 @@
-// Carries out the moves and deletions that programs requested for the next start of the system.
+// Carries out the moves and deletions that programs requested for the next start of the system. The
+// text of --help describes the options and exit codes.
 
 #include <cerrno>
 #include <cstdio>
@@ -16,18 +17,20 @@ constexpr char kHelp[] =
     "Usage: ostrel-pending-moves [--now]\n"
     "\n"
     "Carries out the moves and deletions of files that programs requested for the next start\n"
-    "of the system. Run it once while the system starts, as root, before the services.\n"
+    "of the system. Run the program as root, once while the system starts and before the\n"
+    "services start.\n"
     "\n"
-    "  --now   also carry out the requests made since the system started; stop the programs\n"
-    "          that use the files first\n"
+    "  --now   also carry out the requests made since the system started; first stop the\n"
+    "          programs that use the files\n"
     "  --help  print this text\n"
     "\n"
-    "Reads the requests from the file pending_moves in the directory that the environment\n"
-    "variable OSTREL_STATE_DIR names, else in /var/lib/ostrel.\n"
+    "Reads the requests from the file pending_moves. The environment variable\n"
+    "OSTREL_STATE_DIR names its directory; the default is /var/lib/ostrel.\n"
     "\n"
     "Exit codes:\n"
     "   0  all requests were carried out, or there were none\n"
-    "   1  some requests failed; standard error names them, and they are removed from the file\n"
+    "   1  some requests failed or some lines were damaged; standard error names them, and the\n"
+    "      program has removed them from the file\n"
     "   2  the file could not be read or written, or is not trusted; the requests that were not\n"
     "      carried out stay in the file\n"
     "  64  wrong options\n";
