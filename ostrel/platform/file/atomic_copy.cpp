@@ -107,6 +107,9 @@ int copy_user_attributes(int source, int target) {
     const auto capacity = static_cast<std::size_t>(size);
     const std::unique_ptr<char[]> names(new char[capacity]);
     const ssize_t count = flistxattr(source, names.get(), capacity);
+    if (count < 0) {
+        return errno;  // ERANGE: the list has grown meanwhile
+    }
     for (const char *name = names.get(); name < names.get() + count;
          name += std::strlen(name) + 1) {
         if (std::strncmp(name, "user.", 5) == 0) {

@@ -107,8 +107,8 @@ HostDescriptor open_or_create(const char *path, const Request &request, bool *cr
     // Others may create and delete the file meanwhile. When every open gives ENOENT and every
     // exclusive create gives EEXIST, the path is a link without a target: the last call creates the
     // target.
-    constexpr int kMaxAttempts = 3;
-    for (int attempt = 0; attempt < kMaxAttempts; ++attempt) {
+    constexpr int kMaxRaces = 3;
+    for (int attempt = 0; attempt < kMaxRaces; ++attempt) {
         HostDescriptor file = open_existing(path, request);
         *created = !file;
         if (file || errno != ENOENT || !request.MayCreate()) {

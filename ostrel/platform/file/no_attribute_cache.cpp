@@ -54,6 +54,9 @@ bool keeps_change_times(const FileRef &ref) {
     HostDescriptor named;
     if (*ref.name != '\0') {
         named = HostDescriptor(openat(ref.directory, ref.name, O_PATH | O_CLOEXEC));
+        if (!named) {
+            return false;
+        }
     }
     struct statfs facts;
     if (fstatfs(named ? named.Get() : ref.directory, &facts) != 0) {

@@ -151,7 +151,7 @@ public:
             return error == ENOENT ? 0 : error;
         }
         for (const std::size_t line : damaged) {
-            std::fprintf(m_log, "line %zu of the record is damaged, left out\n", line);
+            std::fprintf(m_log, "line %zu of the record is damaged; skipped\n", line);
         }
         m_outcome->failed = damaged.size();
         for (std::size_t at = 0; at < m_waiting.size();) {
