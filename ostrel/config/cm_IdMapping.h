@@ -17,9 +17,11 @@
 // Threads: a table has no lock. Several threads may call GetID on a loaded table at once. The first
 // call of Instance, AddItem, copying from a table and assigning must not run at the same time as
 // any other call on the table.
-// Errors: loading throws OS::CSystemException with the errno when the file cannot be opened (EINVAL
-// for a null or empty path), and std::length_error beyond the limit of CINIReader::Parse. Loading,
-// copying, AddItem and GetID of a logical ID throw std::bad_alloc when memory is short.
+// Errors: loading throws what CINIReader::Parse throws: OS::CSystemException with the errno when
+// the file cannot be opened (EINVAL for a null or empty path, EACCES for what is no regular file)
+// or with EFBIG for a line of more than 4,194,304 characters, and std::length_error for a file
+// whose text needs more than 4 GiB. Loading, copying, AddItem and GetID of a logical ID throw
+// std::bad_alloc when memory is short.
 
 #include <map>
 #include <vector>

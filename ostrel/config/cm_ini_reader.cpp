@@ -12,6 +12,9 @@ namespace {
 // The capacity for one piece of a line, in characters with the NUL.
 constexpr int kReadCharacters = 4096;
 
+// The most characters that may follow each other without a line feed.
+constexpr std::size_t kMaxLine = std::size_t{4} << 20;
+
 struct CloseFile {
     void operator()(std::FILE *file) const { std::fclose(file); }
 };
@@ -68,7 +71,7 @@ bool CINIReader::Parse(const WCHAR *pszFile, const WCHAR *pszMode) {
         OSTREL_RAISE_SYSTEM(errno);
     }
 
-    for (;;) {
+    for (std::size_t line_length = 0;;) {
         // fgetws reads each piece directly to its final place.
         constexpr std::uint32_t kReadBytes = kReadCharacters * sizeof(WCHAR);
         unsigned char *const buffer = m_text.Prepare(kReadBytes);
@@ -78,8 +81,15 @@ bool CINIReader::Parse(const WCHAR *pszFile, const WCHAR *pszMode) {
         if (fgetws(piece, kReadCharacters, file.get()) == nullptr) {
             break;
         }
+        const std::size_t length = wcslen(piece);
+        const bool ends_line = length > 0 && piece[length - 1] == u'\n';
+        line_length += length;
+        if (line_length - (ends_line ? 1 : 0) > kMaxLine) {
+            OSTREL_RAISE_SYSTEM(EFBIG);
+        }
         m_lineOffsets.push_back(static_cast<int>(m_text.BytesUsed() / sizeof(WCHAR)));
-        m_text.Commit(static_cast<std::uint32_t>((wcslen(piece) + 1) * sizeof(WCHAR)));
+        m_text.Commit(static_cast<std::uint32_t>((length + 1) * sizeof(WCHAR)));
+        line_length = ends_line ? 0 : line_length;
     }
     file.reset();
 

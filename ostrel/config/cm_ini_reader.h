@@ -114,12 +114,17 @@ public:
     // Returns true, always. A read error, or a mode that does not read, is not reported: the stored
     // lines end there.
     //
-    // Throws OS::CSystemException with the errno of _wfopen when the file cannot be opened; the
-    // errno is EINVAL for a null or empty path and for a null or unknown mode. Throws
-    // std::bad_alloc when memory is short and std::length_error when the stored text would need
-    // more than 4,294,967,295 bytes (about 2 G characters). The lines read before the exception
-    // stay. Either exception can also come after the last line, because the call allocates before
-    // each read.
+    // On failure throws, and the lines read before stay:
+    //   OS::CSystemException  with the errno of _wfopen when the file cannot be opened: EINVAL for
+    //   a
+    //                         null or empty path and for a null or unknown mode, EACCES for what is
+    //                         no regular file (Parse never waits for a FIFO or device)
+    //   OS::CSystemException  with EFBIG when more than 4,194,304 characters follow each other
+    //                         without a line feed; the pieces up to there stay
+    //   std::length_error     the stored text would need more than 4,294,967,295 bytes (about 2 G
+    //                         characters)
+    //   std::bad_alloc        memory is short
+    // The last two can also come after the last line, because the call allocates before each read.
     //
     // At the end, Parse writes out the buffers of the output streams that _flushall serves (see
     // stream.h). Parse does not wait for a thread that reads standard input.

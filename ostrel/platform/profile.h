@@ -65,6 +65,7 @@
 //                            can have the path (its drive does not exist)
 //   ERROR_PATH_NOT_FOUND     a directory on the way is a file
 //   ERROR_ACCESS_DENIED      no regular file (the call never waits for one), or no permission
+//   ERROR_INVALID_DATA       a line before the answer is longer than the limit
 //   ERROR_NOT_ENOUGH_MEMORY  memory is missing
 // or the code that error_codes.inc gives for the host's errno; that code stands also when
 // `fallback` is cut. A missing key or section leaves the last error as it is, unless `fallback` is

@@ -47,7 +47,9 @@
 // decode. Read one stream either with fgetws or with these calls, not with both. There are no
 // position calls. What feof and ferror return does not depend on fgetws.
 //
-// Opening a FIFO waits for its peer, as on the host.
+// Mode r opens regular files alone: a FIFO, socket or device could keep its reader waiting for
+// ever, or never end. w and a also open a device, and a FIFO that has a reader. The call never
+// waits for a peer.
 //
 // Threads: use a stream on one thread at a time. Different streams are independent.
 //
@@ -56,8 +58,10 @@
 //   ENOENT  the file or a directory on the way is missing, or no host file can have the path (its
 //           drive does not exist)
 //   EEXIST  x is given and the file exists
-//   EACCES  a directory; w or a on a read-only file; another handle's share mode forbids the
-//           access; others keep deleting and creating the file; or the host denies it
+//   EACCES  a directory; r on what is no regular file; w or a on a read-only file; another handle's
+//           share mode forbids the access; others keep deleting and creating the file; or the host
+//           denies it
+//   ENXIO   w or a on a FIFO that nobody reads, or on a socket
 //   ENOMEM  memory is missing
 // or another errno of the host's open or ftruncate, such as ETXTBSY for writing to a running
 // program.

@@ -85,15 +85,37 @@ TEST(CmIniReader, AddsFilesAndCopies) {
     EXPECT_EQ(lines_of(reader).size(), 6u);
 }
 
+TEST(CmIniReader, RefusesALineBeyondTheLimit) {
+    const TempDir dir;
+    const std::size_t limit = std::size_t{4} << 20;
+    const std::string longest(limit, 'x');
+    const std::tuple<const char *, std::string, int> cases[] = {
+        {"at the limit", longest + "\nx", 0},
+        {"a line feed too late", longest + "x\n", EFBIG},
+        {"no line feed", longest + std::string(4096, 'x'), EFBIG}};
+    for (const auto &[name, content, error] : cases) {
+        SCOPED_TRACE(name);
+        CINIReader reader;
+        int code = 0;
+        try {
+            reader.Parse(dir.Write("file", content).c_str(), TEXT("r"));
+        } catch (const OS::CSystemException &failure) {
+            code = failure.GetErrorCode();
+        }
+        EXPECT_EQ(code, error);
+        EXPECT_EQ(lines_of(reader).size(), limit / 4095 + (error == 0 ? 2 : 0));
+    }
+}
+
 TEST(CmIniReader, RaisesTheErrnoOfTheOpen) {
     const TempDir dir;
     CINIReader reader;
     reader.Parse(dir.Write("kept", "kept").c_str(), TEXT("r"));
-    const std::tuple<const WCHAR *, const WCHAR *, int> cases[] = {{u"none", u"r", ENOENT},
-                                                                   {u"kept\\x", u"r", ENOTDIR},
-                                                                   {u".", u"r", EACCES},
-                                                                   {nullptr, u"r", EINVAL},
-                                                                   {u"kept", u"q", EINVAL}};
+    mkfifo("fifo", 0600);
+    const std::tuple<const WCHAR *, const WCHAR *, int> cases[] = {
+        {u"none", u"r", ENOENT}, {u"kept\\x", u"r", ENOTDIR},  {u".", u"r", EACCES},
+        {u"fifo", u"r", EACCES}, {u"/dev/zero", u"r", EACCES}, {nullptr, u"r", EINVAL},
+        {u"kept", u"q", EINVAL}};
     for (const auto &[path, mode, error] : cases) {
         SCOPED_TRACE(PrintToString(std::pair(path, mode)));
         try {

@@ -119,6 +119,10 @@ public:
                 *line = part;
                 return true;
             }
+            if (m_carried.size() + part.size() > kMaxLine) {
+                m_tooLong = true;
+                return false;
+            }
             m_carried.append(part);
             if (end != Text::npos) {
                 *line = m_carried;
@@ -126,6 +130,9 @@ public:
             }
         }
     }
+
+    // Whether Next has met a line that is too long.
+    bool TooLong() const { return m_tooLong; }
 
 private:
     // Even, so that no pair of bytes is cut.
@@ -173,6 +180,7 @@ private:
     File &m_file;
     bool m_started = false;
     bool m_ended = false;
+    bool m_tooLong = false;
     std::optional<ostrel_platform::StreamDecoder> m_decoder;  // none for UTF-16
     Text m_units;              // the unread rest of the decoded block
     std::u16string m_carried;  // the beginning of a line that the block before cut
@@ -221,6 +229,9 @@ DWORD for_each_line(const WCHAR *path, Take take) {
             if (line.kind != Line::Kind::kNothing && !take(line)) {
                 break;
             }
+        }
+        if (lines.TooLong()) {
+            return ERROR_INVALID_DATA;
         }
         return file.Error() != 0 ? ostrel_platform::code_of_errno(file.Error()) : ERROR_SUCCESS;
     });

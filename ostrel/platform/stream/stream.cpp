@@ -62,7 +62,9 @@ int complete_open(const char *path, SharingFile *file, const OpenMode &mode) {
         return EACCES;
     }
     if (!S_ISREG(facts.st_mode)) {
-        return 0;
+        // The open did not wait for a peer; the writes do.
+        const int flags = fcntl(file->Get(), F_GETFL);
+        return mode.Reads() ? EACCES : error_of(fcntl(file->Get(), F_SETFL, flags & ~O_NONBLOCK));
     }
     const int refusal =
         file->Take(mode.Reads() ? kShareRead : kShareWrite, kShareRead | kShareWrite);
@@ -73,6 +75,21 @@ int complete_open(const char *path, SharingFile *file, const OpenMode &mode) {
         return EACCES;
     }
     return mode.access == 'w' && ftruncate(file->Get(), 0) != 0 ? errno : 0;
+}
+
+// Opens the file of a stream without waiting for a peer. A stream reads regular files alone: a
+// FIFO's writer, or a device, would notice even an open.
+HostDescriptor open_file(const char *path, const OpenMode &mode) {
+    if (!mode.Reads()) {
+        return open_host_to_write(path, O_NONBLOCK | O_CREAT | (mode.access == 'a' ? O_APPEND : 0) |
+                                            (mode.exclusive ? O_EXCL : 0));
+    }
+    struct stat facts;
+    if (stat(path, &facts) == 0 && !S_ISREG(facts.st_mode)) {
+        errno = EACCES;
+        return HostDescriptor();
+    }
+    return open_host(path, O_RDONLY | O_NONBLOCK);
 }
 
 }  // namespace
@@ -130,11 +147,9 @@ std::optional<OpenMode> OpenMode::Parse(std::u16string_view text) {
 }
 
 std::unique_ptr<Stream> Stream::Open(const char *path, const OpenMode &mode) {
-    const int flags = O_CREAT | (mode.access == 'a' ? O_APPEND : 0) | (mode.exclusive ? O_EXCL : 0);
     int failure = ESTALE;
     for (int attempt = 0; failure == ESTALE && attempt < kMaxAttempts; ++attempt) {
-        SharingFile file(mode.Reads() ? open_host(path, O_RDONLY)
-                                      : open_host_to_write(path, flags));
+        SharingFile file(open_file(path, mode));
         failure = file ? complete_open(path, &file, mode) : errno;
         if (failure == 0) {
             return std::unique_ptr<Stream>(new Stream(std::move(file), mode));

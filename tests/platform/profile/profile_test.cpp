@@ -110,6 +110,22 @@ TEST(Profile, ReadsLargeFiles) {
     EXPECT_EQ(asked(u"s", u"k"), u"v|1");
 }
 
+TEST(Profile, RefusesALineBeyondTheLimit) {
+    const TempDir dir;
+    const std::string longest(std::size_t{4} << 20, ';');
+    const std::tuple<const char *, std::string, off_t, std::u16string> cases[] = {
+        {"at the limit", longest + '\n', 0, u"dflt|4"},
+        {"one beyond it", longest + ";\n", 0, u"dflt|4 e13"},
+        {"five sparse gigabytes", "", off_t{5} << 30, u"dflt|4 e13"}};
+    for (const auto &[name, line, size, answer] : cases) {
+        SCOPED_TRACE(name);
+        dir.Write("a.ini", "[s]\nfirst=1\n" + line);
+        ASSERT_EQ(size > 0 ? truncate("a.ini", size) : 0, 0);
+        EXPECT_EQ(asked(u"s", u"none"), answer);
+        EXPECT_EQ(asked(u"s", u"first"), u"1|1");  // nothing behind the answer is read
+    }
+}
+
 // Under 932 the second byte of a character may look like a bracket or a separator.
 TEST(Profile, ReadsTheCodePageOfTheSystem) {
     const TempDir dir;

@@ -1,5 +1,7 @@
 #include "ostrel/platform/stream.h"
 
+#include <fcntl.h>
+
 #include <future>
 #include <semaphore>
 #include <thread>
@@ -65,6 +67,37 @@ TEST(CrtFile, TakesThePlatformsModes) {
     EXPECT_EQ(lines_in(u"file", u"w") + lines_in(u".") + lines_in(u".", u"w"),
               std::u16string(3, EACCES));
     EXPECT_EQ(content_of("file"), "old");
+}
+
+TEST(CrtFile, WaitsForNoPeer) {
+    const TempDir dir;
+    mkfifo("fifo", 0600);
+    const std::tuple<const WCHAR *, const WCHAR *, int> cases[] = {{u"fifo", u"r", EACCES},
+                                                                   {u"/dev/zero", u"r", EACCES},
+                                                                   {u"/dev/null", u"r", EACCES},
+                                                                   {u"fifo", u"w", ENXIO},
+                                                                   {u"fifo", u"a", ENXIO}};
+    for (const auto &[path, mode, error] : cases) {
+        EXPECT_EQ(lines_in(path, mode), std::u16string(1, static_cast<WCHAR>(error)))
+            << PrintToString(std::pair(path, mode));
+    }
+    EXPECT_EQ(lines_in(u"/dev/null", u"w"), u"");
+    const int reader = open("fifo", O_RDONLY | O_NONBLOCK);
+    std::FILE *const file = _wfopen(u"fifo", u"w");
+    ASSERT_NE(file, nullptr);
+    const std::string text(100'000, 'x');  // more than a FIFO holds
+    std::string read_text;
+    std::jthread writer([&] {
+        std::fputs(text.c_str(), file);
+        EXPECT_EQ(std::fclose(file), 0);
+    });
+    fcntl(reader, F_SETFL, 0);
+    char bytes[4096];
+    for (ssize_t count; (count = read(reader, bytes, sizeof bytes)) > 0;) {
+        read_text.append(bytes, static_cast<std::size_t>(count));
+    }
+    EXPECT_EQ(read_text.size(), text.size());
+    close(reader);
 }
 
 TEST(CrtFile, ReadsCharactersByMode) {
