@@ -78,9 +78,9 @@ OSTREL_PLATFORM_API std::FILE *_wfopen(const WCHAR *path, const WCHAR *mode) noe
 // or to the errno of the host's read; what was read of that line is lost.
 OSTREL_PLATFORM_API WCHAR *fgetws(WCHAR *buffer, int count, std::FILE *stream) noexcept;
 
-// Writes out the buffers of the streams of _wfopen that write, of stdout and of stderr; a write that
-// fails is not reported. Returns the number of open streams: those of _wfopen, and the three that
-// every process starts with.
+// Writes out the buffers of the streams of _wfopen that write, of stdout and of stderr; a write
+// that fails is not reported. Returns the number of open streams: those of _wfopen, and the three
+// that every process starts with.
 //
 // The call never waits for a reader of standard input: it leaves stdin and other streams that read
 // alone. It passes over a stream of _wfopen that another thread is using in a call, and it leaves
