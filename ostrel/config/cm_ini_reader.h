@@ -53,8 +53,8 @@ public:
         CIterateEachTokenCallback &operator=(const CIterateEachTokenCallback &) = default;
         virtual ~CIterateEachTokenCallback() = 0;
 
-        // Returns true when `token` begins with one of `commentChars` and when `token` is empty.
-        // Neither may be null.
+        // Returns true when `token` is empty or begins with a character of `commentChars`. Neither
+        // may be null.
         virtual bool IsComment(const WCHAR *token, const WCHAR *commentChars) const;
         // Return the pointers that the constructor received.
         virtual const WCHAR *GetLineContent() const;
@@ -108,22 +108,23 @@ public:
     // lines. The callback may use another reader.
     //
     // A line is stored with its line feed; the last line of the file may have none. A line of more
-    // than 4095 characters (UTF-16 units) is stored in pieces of 4095, each as a line of its own.
-    // Characters after a NUL in a line or piece are dropped.
+    // than 4095 characters (UTF-16 units, the line feed included) is stored in pieces of 4095, each
+    // as a line of its own. Characters after a NUL in a line or piece are dropped.
     //
     // Returns true, always. A read error, or a mode that does not read, is not reported: the stored
-    // lines end there.
+    // lines end there. Memory missing for the decoder counts as a read error: Parse returns true
+    // without the lines.
     //
     // On failure throws, and the lines read before stay:
     //   OS::CSystemException  with the errno of _wfopen when the file cannot be opened: EINVAL for
-    //   a
-    //                         null or empty path and for a null or unknown mode, EACCES for what is
-    //                         no regular file (Parse never waits for a FIFO or device)
+    //                         a null or empty path and for a null or unknown mode, EACCES for what
+    //                         is no regular file (Parse never waits for a FIFO or device), ENOMEM
+    //                         if _wfopen lacks the memory
     //   OS::CSystemException  with EFBIG when more than 4,194,304 characters follow each other
     //                         without a line feed; the pieces up to there stay
     //   std::length_error     the stored text would need more than 4,294,967,295 bytes (about 2 G
     //                         characters)
-    //   std::bad_alloc        memory is short
+    //   std::bad_alloc        other memory is short
     // The last two can also come after the last line, because the call allocates before each read.
     //
     // At the end, Parse writes out the buffers of the output streams that _flushall serves (see

@@ -82,8 +82,12 @@ public:
     //   "%d, (%d), [%s|%d]"   lookup error, code, file, line no text, position stored
     //
     // The lookup error is the last error that FormatMessageW sets (see ostrel/platform/error.h); it
-    // stays set. An errno is looked up as if it were a system error code, so its text can be that
-    // of another failure.
+    // stays set. A code whose text has an insert (182, 193) counts as a code without text; its
+    // lookup error is ERROR_INVALID_PARAMETER (87). When FormatMessageW lacks memory, GetErrorMsg
+    // does not throw: the lookup error is ERROR_NOT_ENOUGH_MEMORY (8). An errno is looked up as if
+    // it were a system error code, so its text can be that of another failure.
+    //
+    // GetErrorMsgEx of a CSystemExceptionImp with a file name states the position twice.
     x_wstring GetErrorMsg() const override;
 
     // Returns the calling thread's last system error.

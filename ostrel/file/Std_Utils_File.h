@@ -10,22 +10,24 @@
 //   for (const OS::x_wstring &log : logs) { ... }
 //
 // Paths. ostrel/platform/file.h describes paths, attributes, links and sharing off Windows, find.h
-// describes patterns. A null text counts as the empty one unless a comment says otherwise. The
-// functions join paths as NS_StringUtils::concatPath does, but never cut or refuse a long one. The
-// calls of the platform take up to 259 characters: an operation on a longer path fails with
-// ERROR_FILENAME_EXCED_RANGE, and a directory whose path and pattern together are longer cannot be
-// listed.
+// describes patterns. Unless a comment says otherwise, a null text counts as the empty one. A null
+// or empty directory is the current directory, in copyDirectory, moveDirectory and moveFiles too; a
+// null or empty target is a failure. The functions join paths as NS_StringUtils::concatPath does,
+// but never cut or refuse a long one. The calls of the platform take up to 259 characters: an
+// operation on a longer path fails with ERROR_FILENAME_EXCED_RANGE, and a directory whose path and
+// pattern together are longer cannot be listed. Do not pass a null or empty pattern: unless `dir`
+// ends in a separator, the search finds `dir` itself, under the path dir\name.
 //
 // Symbolic links. Walks follow links. A link to a directory on the way down to the link is listed
 // and not entered. deleteTree removes the links that it meets, and moveDirectory moves them; both
 // leave the targets alone.
 //
 // Threads: the functions keep no state and take no lock. Two calls that change the same tree at the
-// same time disturb each other.
-// Errors: the result reports a failure, and a comment names the last error only where it is not
-// that of the platform call that failed. What was done before the failure stays. A listing that
-// fails after its first entry counts as complete. The functions throw nothing but std::bad_alloc,
-// and exceptions of a callback pass through.
+// same time disturb each other. Errors: the result reports a failure, and a comment names the last
+// error only where it is not that of the platform call that failed. What was done before the
+// failure stays. A listing that fails after its first entry counts as complete, except in
+// copyDirectory, moveDirectory and moveFiles, which report it. The functions throw nothing but
+// std::bad_alloc, and exceptions of a callback pass through.
 
 #include <cstdint>
 #include <vector>
@@ -96,8 +98,8 @@ OSTREL_API bool isDiskExist(const WCHAR *path);
 OSTREL_API bool isEnoughFreeDiskSpace(WCHAR drive, DWORD required);
 
 // Stores the low 32 bits of a file's size in bytes; 0 for a directory. `path` may end in a pattern;
-// the file of that very name counts, else the first match. Returns true. When nothing is found,
-// returns false and leaves `size` as it is.
+// the file of that very name counts, else the first match (for dir\* that is ".", with size 0).
+// Returns true. When nothing is found, returns false and leaves `size` as it is.
 OSTREL_API bool getFileSize(const WCHAR *path, DWORD &size);
 
 // Stores the times of a file, in UTC; a null pointer skips that time. `path` may end in a pattern
@@ -106,8 +108,8 @@ OSTREL_API bool getFileTime(const WCHAR *path, FILETIME *creation, FILETIME *acc
                             FILETIME *write);
 
 // Sets the times of a file, in UTC; a null pointer leaves that time as it is. The attributes stay.
-// Returns true when the file could be opened for reading and writing, also when setting the times
-// failed. Returns false when the file could not be opened.
+// The file is opened with FILE_SHARE_READ. Returns true when the file could be opened for reading
+// and writing, also when setting the times failed. Returns false when the file could not be opened.
 OSTREL_API bool setFileTime(const WCHAR *path, FILETIME *creation, FILETIME *access,
                             FILETIME *write);
 
@@ -121,8 +123,7 @@ OSTREL_API void convertTime(const WCHAR *text, int fUtc, FILETIME *out);
 // Bit 0x10 (directory) of `attrib` selects directories, "." and ".." among them; without that bit
 // files are listed. Other bits are ignored. With `fRecursive` does the same in each subdirectory
 // whose name does not begin with '.', whether or not it matches `spec`; the entries of a
-// subdirectory come before those of `dir`. An empty `dir` is the current directory. `reserved` and
-// `reservedText` are ignored.
+// subdirectory come before those of `dir`. `reserved` and `reservedText` are ignored.
 //
 // Returns the number of paths added. A directory that cannot be listed counts as empty and is not
 // reported.
@@ -130,10 +131,10 @@ OSTREL_API LONG collectFiles(std::vector<OS::x_wstring> &files, const WCHAR *dir
                              unsigned int attrib, LONG *reserved, bool fRecursive,
                              const WCHAR *reservedText);
 
-// Walks as collectFiles does and passes each entry to `callback`: the attributes, the three times
-// in seconds since 1970-01-01 00:00:00 UTC, the low 32 bits of the size, the name without its
-// directory, and `context`. The name is valid during the call only. `callback` may be null. Returns
-// the number of entries.
+// Walks as collectFiles does and passes each entry to `callback`: the attributes, without NORMAL,
+// the three times in seconds since 1970-01-01 00:00:00 UTC, the low 32 bits of the size, the name
+// without its directory, and `context`. The name is valid during the call only. `callback` may be
+// null. Returns the number of entries.
 OSTREL_API LONG collectFilesEx(void (*callback)(unsigned int attrib, std::int64_t timeCreate,
                                                 std::int64_t timeAccess, std::int64_t timeWrite,
                                                 DWORD size, WCHAR *name, void *context),
@@ -162,10 +163,9 @@ OSTREL_API bool getDirectorySize(const WCHAR *dir, DWORD &size);
 // of `path` is the name of a file and is ignored. Where directories above are missing, only '\'
 // separates; a path without a drive keeps the separators at its beginning.
 //
-// Each new directory also gets those of the attributes hidden, system and archive that the
-// directory getParentDirectory(new, true) has. That is the parent when the path ends in a
-// separator, else the directory above the parent. `fNoHidden` and `fNoSystem` exclude one attribute
-// each. An existing directory keeps its attributes.
+// Each new directory also gets the hidden, system and archive attributes of the directory above it
+// if `path` ends in a separator, else of the directory two levels above it. `fNoHidden` and
+// `fNoSystem` exclude one attribute each. An existing directory keeps its attributes.
 //
 // Returns true when the directory exists at the end, false otherwise.
 OSTREL_API bool createDirectory(const WCHAR *path, bool fPathHasFile, bool fNoHidden,
@@ -174,15 +174,16 @@ OSTREL_API bool createDirectory(const WCHAR *path, bool fPathHasFile, bool fNoHi
 // Copies a file with its attributes and times, unless both files have the same time of last write
 // already. The directory of `pszNew` must exist. During the copy the source is open with
 // FILE_SHARE_READ and the target without sharing. A new target has the permissions of any new file.
-// With `fMoveBusyAside` a target that cannot be opened for writing is first renamed, and the
-// renamed file stays: c:\x\a.dll becomes c:\x\a1234567.dll, with the tick count of the system as a
-// signed number.
+// With `fMoveBusyAside` a target that cannot be opened for writing, a directory too, is first
+// renamed, and the renamed file stays: c:\x\a.dll becomes c:\x\a1234567.dll, with the tick count of
+// the system as a signed number.
 //
 // Returns true when the copy was made or was not needed. A failed read ends the copy as the end of
 // the file does: the function then sets attributes and times and returns true, and the last error
 // is that of ReadFile unless a later call fails. A failure to set attributes or times is not
 // reported. On failure to open either file or to write returns false, as for a source that is a
-// FIFO, socket or character device; the bytes that were written stay.
+// FIFO, socket or character device; for a FIFO or character device the last error stays as it was.
+// The bytes that were written stay.
 OSTREL_API bool copyFileEx(const WCHAR *pszExisting, const WCHAR *pszNew, bool fMoveBusyAside);
 
 // Moves a file with MoveFileExW and the flags `dwFlag`. With `fIgnoreAttribute` not 0, first
@@ -201,14 +202,15 @@ OSTREL_API bool moveFileEx(const WCHAR *pszExistingFile, const WCHAR *pszNewFile
 // subdirectories whose names do not begin with '.'. Creates `target` when it is missing, also for a
 // `source` that does not exist.
 //
-// A file that fails ends the copy, unless `fContinueOnError` is not 0. In a subdirectory the other
-// files of the same directory are still copied; then the whole copy ends. `fMoveBusyAside` applies
-// to the files of `source` itself only.
+// A file that fails ends the copy, unless `fContinueOnError` is not 0. When a file of a
+// subdirectory fails, the other files of that subdirectory are still copied; then the whole copy
+// ends, whatever `fContinueOnError` is. `fMoveBusyAside` applies to the files of `source` itself
+// only.
 //
-// Returns 1, also when `source` does not exist. On failure returns 0: when a file fails, when an
-// existing directory, or an entry of it, cannot be read, and when `target` cannot be created. An
-// entry that cannot be read counts as a file that fails. The last error may be
-// that of a later call; a directory whose files cannot be listed sets errno instead.
+// Returns 1, also when `source` does not exist or is a file. On failure returns 0: when a file
+// fails, when an existing directory, or an entry of it, cannot be read, and when `target` cannot be
+// created. An entry that cannot be read counts as a file that fails. The last error may be that of
+// a later call; a directory whose files cannot be listed sets errno instead.
 OSTREL_API int copyDirectory(const WCHAR *source, const WCHAR *target, int fIncludeSubDirectory,
                              int fContinueOnError, int fMoveBusyAside);
 
@@ -218,10 +220,10 @@ OSTREL_API int copyDirectory(const WCHAR *source, const WCHAR *target, int fIncl
 // to a directory as a link. Then removes `source` if it is empty. The first failure ends the move.
 // `reserved` is ignored.
 //
-// Returns 1, also when `source` does not exist, or is not empty at the end. On failure returns 0:
-// when a file or link cannot be moved, when an existing directory, or an entry of it, cannot be
-// read, and when `target` cannot be created. A directory whose files cannot be listed sets errno
-// instead of the last error.
+// Returns 1, also when `source` does not exist or is a file, or is not empty at the end. On failure
+// returns 0: when a file or link cannot be moved, when an existing directory, or an entry of it,
+// cannot be read, and when `target` cannot be created. A directory whose files cannot be listed
+// sets errno instead of the last error.
 OSTREL_API int moveDirectory(const WCHAR *source, const WCHAR *target, int fIncludeSubDirectory,
                              int reserved);
 
@@ -232,8 +234,8 @@ OSTREL_API int moveDirectory(const WCHAR *source, const WCHAR *target, int fIncl
 // .profile, is moved beside `target`, to c:\target.profile.
 //
 // Returns true, also when nothing matches. On failure returns false: when `target` cannot be
-// created, when an entry of an existing directory cannot be read (then nothing is moved), and at
-// the first file that cannot be moved, which ends the call.
+// created, when an existing directory, or an entry of it, cannot be read (then nothing is moved),
+// and at the first file that cannot be moved, which ends the call.
 OSTREL_API bool moveFiles(const WCHAR *source, const WCHAR *target, const WCHAR *spec, DWORD dwFlag,
                           int fRecursive);
 
@@ -251,10 +253,9 @@ OSTREL_API bool moveFiles(const WCHAR *source, const WCHAR *target, const WCHAR 
 // directory. A path that continues after the link (c:\link\.) is followed.
 //
 // Safe against others only when they cannot rename the directories of the tree. All calls use
-// paths: someone who replaces a directory by a link, between the check of the directory and a
-// deletion in it, makes the call delete files elsewhere. Every entry offers that moment. The call
-// checks a directory immediately before it opens the search, and deletes each entry as soon as it
-// is found.
+// paths. If another process replaces a directory by a link after the check and before a deletion in
+// it, the call deletes files elsewhere. This can happen at every entry. The call checks a directory
+// immediately before it opens the search, and deletes each entry as soon as it is found.
 OSTREL_API void deleteTree(const WCHAR *dir,
                            void (*callback)(const WCHAR *path, int result, void *context),
                            void *context, int fRemoveDirectory, int fRecursive, const WCHAR *spec);

@@ -19,7 +19,9 @@
 // directory that the environment variable OSTREL_DRIVE_<letter> (upper case) names at the call;
 // while the variable is missing or empty, that drive does not exist. A path without a drive begins
 // at the host's root when it begins with a separator, and otherwise at the current directory; "C:x"
-// is "C:\x". Names are case-sensitive.
+// is "C:\x". Names are case-sensitive. A separator at the end of a path requires a directory: on a
+// file the call fails with ERROR_PATH_NOT_FOUND, or ERROR_ACCESS_DENIED where CreateFileW may
+// create; a link is then followed or refused, except by RemoveDirectoryW, which takes the link.
 //
 // Names. Every name that the host can have is a name here, also one that ends in a blank or dot, or
 // that holds one of < > : " | ? *. Host names are UTF-8. A byte that is not part of valid UTF-8 is
@@ -31,10 +33,12 @@
 // deeper files, name a directory on the way as a drive.
 //
 // Attributes. A regular file is READONLY when its owner has no write permission; the calls refuse
-// to delete, overwrite or open such a file for writing, to root too. The calls keep HIDDEN, SYSTEM
-// and ARCHIVE in the extended attribute user.DOSATTRIB as text ("0x26"), the form that file servers
-// share; on a file system without extended attributes they are lost without an error. Files and
-// directories alone have these four. NORMAL stands for no attribute at all. REPARSE_POINT marks a
+// to delete, overwrite or open such a file for writing, to root too. A read-only file can still be
+// moved, also to another file system. The calls keep HIDDEN, SYSTEM and ARCHIVE in the extended
+// attribute user.DOSATTRIB as text ("0x26"), the form that file servers share; on a file system
+// without extended attributes they are lost without an error. Only regular files and directories
+// have READONLY, HIDDEN, SYSTEM and ARCHIVE. To a user who may not read a file, the file has none
+// of HIDDEN, SYSTEM and ARCHIVE. NORMAL stands for no attribute at all. REPARSE_POINT marks a
 // symbolic link.
 //
 // Symbolic links. Facts (attributes, size, times) are those of the target, with REPARSE_POINT
@@ -48,9 +52,10 @@
 // share mode FILE_SHARE_READ | FILE_SHARE_WRITE. The rules hold between all users of the layer, in
 // one process and in several. The rules are implemented with open-file-description locks, so they
 // work only for files that this user may open for reading, on file systems that have such locks. A
-// running program cannot be opened for writing, deleted or replaced either. Of conflicting opens or
-// deletions at the same moment one succeeds, and the others fail as soon as it has; a call that has
-// to find out waits up to a fifth of a second.
+// running program cannot be opened for writing. Nor can it be deleted or replaced, unless this user
+// has no write permission on the program; the calls then do not recognise it as running. When
+// conflicting opens or deletions happen at the same moment, exactly one succeeds. The others may
+// wait up to 0.2 seconds before they fail.
 //
 // Errors. The calls below name two groups of codes. A "path error" is one of:
 //   ERROR_PATH_NOT_FOUND        the path is null or empty; its drive does not exist; no host file
@@ -91,9 +96,9 @@ inline constexpr DWORD INVALID_FILE_ATTRIBUTES = 0xFFFFFFFF;
 // sets the last error to a path error or a host error.
 OSTREL_PLATFORM_API DWORD GetFileAttributesW(const WCHAR *path) noexcept;
 
-// Sets READONLY, HIDDEN, SYSTEM and ARCHIVE as in `attributes`, and clears those of the four that
-// are not there; NORMAL or 0 clears all. Ignores every other bit. Keeps the file's times, except
-// the host's own time of change.
+// Sets those of READONLY, HIDDEN, SYSTEM and ARCHIVE that are in `attributes`, and clears the
+// others of the four; NORMAL or 0 clears all four. Ignores every other bit. Keeps the file's times,
+// except the host's own time of change.
 //
 // Clearing READONLY gives the owner write permission; setting it takes write permission from all.
 // READONLY of a directory is stored with the other bits, not in the permissions: it only makes
@@ -101,7 +106,8 @@ OSTREL_PLATFORM_API DWORD GetFileAttributesW(const WCHAR *path) noexcept;
 //
 // Returns TRUE. On failure returns FALSE and sets the last error to ERROR_INVALID_PARAMETER for
 // INVALID_FILE_ATTRIBUTES, to ERROR_NOT_SUPPORTED for READONLY of a directory on a file system
-// without extended attributes, or to a path error or a host error.
+// without extended attributes, or to a path error or a host error. A failure may leave the stored
+// bits changed.
 OSTREL_PLATFORM_API BOOL SetFileAttributesW(const WCHAR *path, DWORD attributes) noexcept;
 
 inline constexpr DWORD GENERIC_READ = 0x80000000;
@@ -120,11 +126,12 @@ struct SECURITY_ATTRIBUTES;
 
 // Opens or creates a file.
 //
-// `access` is GENERIC_READ, GENERIC_WRITE, both, or 0 for the facts alone: such a handle takes no
-// part in sharing and leaves the peers of a FIFO, socket or device alone. `share` is any of the
-// three bits. `security` and `pattern` must be null. `flags` is any of READONLY, HIDDEN, SYSTEM,
-// ARCHIVE, NORMAL and FILE_FLAG_BACKUP_SEMANTICS. To open a directory takes that flag,
-// OPEN_EXISTING, and no GENERIC_WRITE.
+// `access` is GENERIC_READ, GENERIC_WRITE, both, or 0 to read attributes and times only. A handle
+// with access 0 ignores all share modes and sets none, and opening it has no effect on the other
+// end of a FIFO or socket, or on a device. `share` is any of the three bits. `security` and
+// `pattern` must be null. `flags` is any of READONLY, HIDDEN, SYSTEM, ARCHIVE, NORMAL and
+// FILE_FLAG_BACKUP_SEMANTICS. To open a directory takes that flag, OPEN_EXISTING, and no
+// GENERIC_WRITE.
 //
 //   `creation`          the file exists                      it does not
 //   CREATE_NEW          ERROR_FILE_EXISTS                    created
@@ -150,7 +157,8 @@ struct SECURITY_ATTRIBUTES;
 //   ERROR_ACCESS_DENIED      a directory, except as above; writing or truncating a read-only file;
 //                            CREATE_ALWAYS on a hidden or system file without that attribute in
 //                            `flags`
-//   ERROR_INVALID_PARAMETER  any other argument
+//   ERROR_INVALID_PARAMETER  an argument that the rules above do not allow, such as TRUNCATE_EXISTING
+//                            without GENERIC_WRITE
 //   ERROR_GEN_FAILURE        GENERIC_WRITE alone on a FIFO without a reader; a socket, unless
 //                            `access` is 0
 // or a path error or a host error. When others open a new file before this call has locked it, the
@@ -175,11 +183,14 @@ OSTREL_PLATFORM_API DWORD GetFileType(HANDLE file) noexcept;
 // bytes read, 0 at the end. `overlapped` must be null.
 //
 // Returns TRUE, also at the end. On failure returns FALSE and sets the last error:
-//   ERROR_INVALID_HANDLE     `file` is no open handle of CreateFileW; `*done` is left as it is
-//   ERROR_INVALID_PARAMETER  `done` is null or `overlapped` is not; `*done` is left as it is
-//   ERROR_ACCESS_DENIED      the handle lacks GENERIC_READ, or is that of a directory
+//   ERROR_INVALID_HANDLE     `file` is no open handle of CreateFileW
+//   ERROR_INVALID_PARAMETER  `done` is null or `overlapped` is not
+//   ERROR_ACCESS_DENIED      the handle lacks GENERIC_READ, or is that of a directory and `count`
+//                            is not 0
 //   ERROR_NOACCESS           `buffer` is null and `count` is not 0
-// or a host error; `*done` then holds the number of bytes read before the failure.
+// or a host error. ERROR_INVALID_HANDLE and ERROR_INVALID_PARAMETER leave `*done` as it is. Every
+// other failure stores the number of bytes moved before it, 0 if the handle lacks the access or
+// `buffer` is null. The handle is checked first.
 OSTREL_PLATFORM_API BOOL ReadFile(HANDLE file, LPVOID buffer, DWORD count, DWORD *done,
                                   LPVOID overlapped) noexcept;
 
@@ -188,11 +199,10 @@ OSTREL_PLATFORM_API BOOL ReadFile(HANDLE file, LPVOID buffer, DWORD count, DWORD
 // SIGPIPE, nor SIGXFSZ if the process had a file size limit (RLIMIT_FSIZE) when the file was
 // opened.
 //
-// Returns TRUE. On failure returns FALSE and sets the last error as ReadFile does, with
+// Returns TRUE. On failure returns FALSE and sets the last error and `*done` as ReadFile does, with
 // GENERIC_WRITE for GENERIC_READ. Host errors here are ERROR_DISK_FULL (a full disk or quota, or a
 // file as large as the process or the file system allows), ERROR_BROKEN_PIPE (the reader of a FIFO
-// has gone), ERROR_IO_DEVICE (also when the host writes no byte without an error) and others;
-// `*done` then holds the number of bytes written before the failure.
+// has gone), ERROR_IO_DEVICE (also when the host writes no byte without an error) and others.
 OSTREL_PLATFORM_API BOOL WriteFile(HANDLE file, LPCVOID buffer, DWORD count, DWORD *done,
                                    LPVOID overlapped) noexcept;
 
@@ -200,9 +210,9 @@ OSTREL_PLATFORM_API BOOL WriteFile(HANDLE file, LPCVOID buffer, DWORD count, DWO
 // the resolution of the host's file system, 100 ns at best.
 //
 // The creation time is the one that SetFileTime stored in the extended attribute
-// user.ostrel.creation_time, else the host's, else the earlier of the times of the last write and
-// the last change. GetFileTime works with any access, and stores 0 for a time before 1601 and
-// 2^63-1 for a time that does not fit.
+// user.ostrel.creation_time, provided that user.DOSATTRIB is there too, else the host's, else the
+// earlier of the times of the last write and the last change. GetFileTime works with any access,
+// and stores 0 for a time before 1601 and 2^63-1 for a time that does not fit.
 //
 // SetFileTime needs GENERIC_WRITE. A FILETIME of 0 or of all bits set leaves that time as it is. On
 // a file system without extended attributes, and on a FIFO, socket or device, a creation time is
@@ -273,13 +283,14 @@ OSTREL_PLATFORM_API BOOL DeleteFileW(const WCHAR *path) noexcept;
 // behind. Handles that are open on a replaced target keep the old file.
 //
 // Returns TRUE. On failure returns FALSE and sets the last error:
-//   ERROR_FILE_EXISTS        `failIfExists` is not 0 and the target exists, also as a directory
+//   ERROR_FILE_EXISTS        `failIfExists` is not 0 and the target exists, also as a directory; a link
+//                            that leads nowhere does not count as existing
 //   ERROR_ACCESS_DENIED      the source or target is a directory; the target is a FIFO, socket or
 //                            device, or is read-only, hidden or system
 //   ERROR_SHARING_VIOLATION  a handle to the source does not share reading, or one to the target
 //                            does not share writing; the target is a running program; or the two
 //                            are the same file
-//   ERROR_NOT_SUPPORTED      the source is a FIFO or device
+//   ERROR_NOT_SUPPORTED      the source is a FIFO or device (a socket gives ERROR_GEN_FAILURE)
 // or a path error (ERROR_FILE_NOT_FOUND is the source, a missing directory may be the target's) or
 // a host error.
 OSTREL_PLATFORM_API BOOL CopyFileW(const WCHAR *source, const WCHAR *target,
@@ -327,8 +338,8 @@ inline constexpr DWORD MOVEFILE_WRITE_THROUGH = 8;
 //   ERROR_DISK_FULL          the disk is full, or that record would exceed 64 MiB
 // or a path error (ERROR_FILE_NOT_FOUND is the source, a missing directory may be the target's or
 // the record's) or a host error; ERROR_CALL_NOT_IMPLEMENTED when DELAY_UNTIL_REBOOT finds no boot
-// id of the host. On failure the source is where it was, except as under WRITE_THROUGH. When the
-// directory of a copied file cannot be written to the disk, the copy stays too.
+// id of the host. On failure the source has not moved, unless WRITE_THROUGH failed after the move.
+// When the directory of a copied file cannot be written to the disk, the copy stays too.
 OSTREL_PLATFORM_API BOOL MoveFileW(const WCHAR *source, const WCHAR *target) noexcept;
 OSTREL_PLATFORM_API BOOL MoveFileExW(const WCHAR *source, const WCHAR *target,
                                      DWORD flags) noexcept;
@@ -351,26 +362,29 @@ OSTREL_PLATFORM_API DWORD GetTempPathW(DWORD capacity, WCHAR *buffer) noexcept;
 //
 // Returns 0. On failure returns -1 and sets errno to EACCES (`mode` has 2 and the file is
 // read-only), to EINVAL (a null `path`, another `mode`), to ENOENT (nothing is at `path`, or `path`
-// is empty, has more than 259 characters, is on a drive that does not exist or leads through a
-// file), or to another errno of the host, such as EACCES for a directory on the way.
+// is empty, has more than 259 characters or a name too long for the host, is on a drive that does
+// not exist, cannot be that of a host file, or leads through a file), or to another errno of the
+// host, such as EACCES for a directory on the way.
 OSTREL_PLATFORM_API int _waccess(const WCHAR *path, int mode) noexcept;
 
 // Makes up a path that no file has at the moment: a directory, `prefix` (null is empty) and a
-// number, without an extension. The directory is that of the variable TMP if it exists, else
-// `directory` if that is not null and exists, else the current directory. The call creates no file,
-// and another process may take the name first.
+// number, without an extension. The directory is the value of TMP if that is an existing directory,
+// else `directory` if that is one, else the current directory (the text begins with .\). With TMP
+// not set, a missing `directory` is no failure. The call creates no file, and another process may
+// take the name first.
 //
 // Returns a text that the caller releases with free. On failure returns null and sets errno to
-// ENOENT (TMP is set, `directory` is not null, and neither exists; or no host file can have the
-// path), to ENAMETOOLONG (the path would have more than 259 characters), or to another errno of the
-// host.
+// ENOENT (TMP is set, `directory` is not null, and neither is an existing directory; or no host
+// file can have the path), to ENAMETOOLONG (the path would have more than 259 characters), or to
+// another errno of the host.
 OSTREL_PLATFORM_API WCHAR *_wtempnam(const WCHAR *directory, const WCHAR *prefix) noexcept;
 
 // Deletes a file or a symbolic link by the rules of DeleteFileW. `path` has any length.
 //
 // Returns 0. On failure returns -1 and sets errno to EACCES (a directory, a read-only file, or
 // where DeleteFileW sets ERROR_SHARING_VIOLATION), to ENOENT (nothing is at `path`, `path` is
-// empty, or no host file can have it), to EINVAL (`path` is null), or to another errno of the host.
+// empty, its drive does not exist, or no host file can have it), to ENOTDIR (the path leads through
+// a file), to EINVAL (`path` is null), or to another errno of the host.
 OSTREL_PLATFORM_API int _wremove(const WCHAR *path) noexcept;
 
 #endif

@@ -65,9 +65,8 @@ OSTREL_PLATFORM_API double _difftime64(std::int64_t end, std::int64_t start) noe
 // Stores the current time in UTC, with milliseconds. `time` must not be null.
 OSTREL_PLATFORM_API void GetSystemTime(SYSTEMTIME *time) noexcept;
 
-// Returns the milliseconds since the system started, time asleep included. The count wraps to 0
-// after 2^32 - 1 milliseconds (49.7 days); compute the difference of two counts as an unsigned
-// number.
+// Returns the milliseconds since the system started, time asleep included. The count returns to 0
+// every 2^32 milliseconds (49.7 days); compute the difference of two counts as an unsigned number.
 OSTREL_PLATFORM_API DWORD GetTickCount() noexcept;
 
 // Compares two counts of 100 ns as unsigned 64-bit numbers. Neither pointer may be null. Returns -1
@@ -105,7 +104,7 @@ OSTREL_PLATFORM_API BOOL FileTimeToSystemTime(const FILETIME *count, SYSTEMTIME 
 //
 // `#` also removes leading zeros and blanks from a number, in D, F, r, R and T from each number.
 // Apart from c and x, `#` has no effect on the other directives, g and G among them. One E or O
-// between `#` and the letter is ignored.
+// directly before the letter is ignored, with or without `#`.
 //
 // z and Z use the zone that GetTimeZoneInformation returns: the local zone's rule of the current
 // year, whatever the date in the fields. They write daylight time when tm_isdst is positive and
@@ -115,7 +114,7 @@ OSTREL_PLATFORM_API BOOL FileTimeToSystemTime(const FILETIME *count, SYSTEMTIME 
 // 1995", "Thursday, March 02, 1995"). When the process has set LC_TIME to another locale that ICU
 // knows, they are ICU's: x is ICU's short date with the year in full, #x the date with the weekday,
 // X the time with seconds, and c is date and time with a blank between them. The calendar is always
-// Gregorian, and digits are ASCII.
+// Gregorian, and digits are ASCII. Without memory for ICU's forms, the call uses the C locale's.
 //
 // Returns the number of characters stored, without the NUL, and leaves errno unchanged; an empty
 // text is a success with the result 0. On failure returns 0 and sets errno:
@@ -125,7 +124,8 @@ OSTREL_PLATFORM_API BOOL FileTimeToSystemTime(const FILETIME *count, SYSTEMTIME 
 //   EINVAL  a field that a directive reads is out of range: year 0 to 9999 (the year of the ISO
 //           week too), second 0 to 60, the others as in the calendar; each field is checked by
 //           itself (day 1 to 31 in every month)
-// A failed call stores an empty text, or nothing when `text` is null or `capacity` is 0.
+// The first failure in the format decides. A failed call stores an empty text, or nothing when
+// `text` is null or `capacity` is 0.
 OSTREL_PLATFORM_API std::size_t wcsftime(WCHAR *text, std::size_t capacity, const WCHAR *format,
                                          const std::tm *time) noexcept;
 
@@ -139,7 +139,8 @@ inline constexpr DWORD DATE_SHORTDATE = 1;
 // The first of the environment variables LC_ALL, LC_TIME and LANG that is not empty names the
 // locale. "C", "POSIX", a locale that ICU does not know and no variable at all mean US English. The
 // first of these calls reads the environment; later changes have no effect. If that call has no
-// memory for the forms, the process keeps the C locale's.
+// memory for the forms, the process keeps those of US English or, without memory for these too, the
+// C locale's.
 //
 // `locale` is LOCALE_SYSTEM_DEFAULT and `format` is null. `flags` is 0, or DATE_SHORTDATE for a
 // date, which changes nothing. GetDateFormatW reads year, month and day; GetTimeFormatW reads hour,

@@ -135,6 +135,7 @@ public:
     bool TooLong() const { return m_tooLong; }
 
 private:
+    static constexpr std::size_t kMaxLine = std::size_t{4} << 20;  // in units
     // Even, so that no pair of bytes is cut.
     static constexpr std::size_t kBlock = std::size_t{8} << 10;
 
