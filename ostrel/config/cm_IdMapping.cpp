@@ -131,13 +131,13 @@ void CIDMapping::FillMaps() {
 // Allocates everything, the nodes of the maps too, before it changes what the table answers.
 void CIDMapping::AddItem(int id, const WCHAR *logicalID, const WCHAR *category) {
     const OS::CAutoPtr<IDMappingItem> item(new IDMappingItem{id, logicalID, category});
-    decltype(m_byID) byID;
-    decltype(m_byLogicalID) byLogicalID;
-    byID[id] = item.get();
-    byLogicalID[item->m_strLogicalID] = item.get();
+    decltype(m_byID) by_id;
+    decltype(m_byLogicalID) by_logical_id;
+    by_id[id] = item.get();
+    by_logical_id[item->m_strLogicalID] = item.get();
     m_items.push_back(item);
-    move_entry(&byID, &m_byID);
-    move_entry(&byLogicalID, &m_byLogicalID);
+    move_entry(&by_id, &m_byID);
+    move_entry(&by_logical_id, &m_byLogicalID);
 }
 
 const WCHAR *CIDMapping::GetID(int id) const {

@@ -10,10 +10,10 @@
 //   for (const OS::x_wstring &log : logs) { ... }
 //
 // Paths. ostrel/platform/file.h describes paths, attributes, links and sharing off Windows, find.h
-// describes patterns. Unless a comment says otherwise, a null text counts as the empty one. A null
-// or empty directory is the current directory, in copyDirectory, moveDirectory and moveFiles too; a
-// null or empty target is a failure. The functions join paths as NS_StringUtils::concatPath does,
-// but never cut or refuse a long one. The calls of the platform take up to 259 characters: an
+// describes patterns. Unless a comment says otherwise, a null text counts as the empty one, and a
+// null or empty directory is the current directory, in copyDirectory, moveDirectory and moveFiles
+// too; a null or empty target is a failure. The functions join paths as NS_StringUtils::concatPath
+// does, but never cut or refuse a long one. The calls of the platform take up to 259 characters: an
 // operation on a longer path fails with ERROR_FILENAME_EXCED_RANGE, and a directory whose path and
 // pattern together are longer cannot be listed. Do not pass a null or empty pattern: unless `dir`
 // ends in a separator, the search finds `dir` itself, under the path dir\name.
@@ -23,11 +23,12 @@
 // leave the targets alone.
 //
 // Threads: the functions keep no state and take no lock. Two calls that change the same tree at the
-// same time disturb each other. Errors: the result reports a failure, and a comment names the last
-// error only where it is not that of the platform call that failed. What was done before the
-// failure stays. A listing that fails after its first entry counts as complete, except in
-// copyDirectory, moveDirectory and moveFiles, which report it. The functions throw nothing but
-// std::bad_alloc, and exceptions of a callback pass through.
+// same time disturb each other.
+// Errors: the result reports a failure, and a comment names the last error only where it is not
+// that of the platform call that failed. What was done before the failure stays. A listing that
+// fails after its first entry counts as complete, except in copyDirectory, moveDirectory and
+// moveFiles, which report it. The functions throw nothing but std::bad_alloc, and exceptions of a
+// callback pass through.
 
 #include <cstdint>
 #include <vector>
@@ -131,7 +132,7 @@ OSTREL_API LONG collectFiles(std::vector<OS::x_wstring> &files, const WCHAR *dir
                              unsigned int attrib, LONG *reserved, bool fRecursive,
                              const WCHAR *reservedText);
 
-// Walks as collectFiles does and passes each entry to `callback`: the attributes, without NORMAL,
+// Walks as collectFiles does and passes each entry to `callback`: the attributes (without NORMAL),
 // the three times in seconds since 1970-01-01 00:00:00 UTC, the low 32 bits of the size, the name
 // without its directory, and `context`. The name is valid during the call only. `callback` may be
 // null. Returns the number of entries.

@@ -157,8 +157,8 @@ struct SECURITY_ATTRIBUTES;
 //   ERROR_ACCESS_DENIED      a directory, except as above; writing or truncating a read-only file;
 //                            CREATE_ALWAYS on a hidden or system file without that attribute in
 //                            `flags`
-//   ERROR_INVALID_PARAMETER  an argument that the rules above do not allow, such as TRUNCATE_EXISTING
-//                            without GENERIC_WRITE
+//   ERROR_INVALID_PARAMETER  an argument that the rules above do not allow, such as
+//                            TRUNCATE_EXISTING without GENERIC_WRITE
 //   ERROR_GEN_FAILURE        GENERIC_WRITE alone on a FIFO without a reader; a socket, unless
 //                            `access` is 0
 // or a path error or a host error. When others open a new file before this call has locked it, the
@@ -283,8 +283,8 @@ OSTREL_PLATFORM_API BOOL DeleteFileW(const WCHAR *path) noexcept;
 // behind. Handles that are open on a replaced target keep the old file.
 //
 // Returns TRUE. On failure returns FALSE and sets the last error:
-//   ERROR_FILE_EXISTS        `failIfExists` is not 0 and the target exists, also as a directory; a link
-//                            that leads nowhere does not count as existing
+//   ERROR_FILE_EXISTS        `failIfExists` is not 0 and the target exists, also as a directory; a
+//                            link that leads nowhere does not count as existing
 //   ERROR_ACCESS_DENIED      the source or target is a directory; the target is a FIFO, socket or
 //                            device, or is read-only, hidden or system
 //   ERROR_SHARING_VIOLATION  a handle to the source does not share reading, or one to the target
