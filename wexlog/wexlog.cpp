@@ -58,7 +58,7 @@ Kinds KindsNamed(std::string_view words) {
 }
 
 SinkFunction MakeEnvironmentSink() {
-    const char *const path = std::getenv("WEXLOG_FILE");
+    const char *const path = secure_getenv("WEXLOG_FILE");
     if (path != nullptr && *path != '\0') {
         try {
             return detail::MakeFileSink(path, kEnvironmentMaxBytes, kEnvironmentOlderFiles);
@@ -71,7 +71,7 @@ SinkFunction MakeEnvironmentSink() {
 
 std::unique_ptr<SinkList> MakeSinks() {
     auto sinks = std::make_unique<SinkList>(g_wanted);
-    const char *const level = std::getenv("WEXLOG_LEVEL");
+    const char *const level = secure_getenv("WEXLOG_LEVEL");
     const Kinds kinds = level == nullptr ? 0 : KindsNamed(level);
     if (kinds != 0) {
         sinks->Add(MakeEnvironmentSink(), kinds);

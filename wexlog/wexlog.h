@@ -18,6 +18,9 @@
 //                  older files beside it (name.1.ext and name.2.ext). Unset, empty or impossible to
 //                  open: standard error.
 //
+// In a program that has rights which its caller lacks, such as a set-user-ID program (AT_SECURE),
+// wexlog ignores both variables.
+//
 // A line that no sink wants costs a load and a branch; its arguments are not read.
 //
 // A line in a file or on standard error is UTF-8: local time, thread, level, file and line, text.

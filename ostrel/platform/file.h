@@ -17,7 +17,8 @@
 //
 // Paths. '\' and '/' both separate. "C:" is the host's root directory. Any other letter is the host
 // directory that the environment variable OSTREL_DRIVE_<letter> (upper case) names at the call;
-// while the variable is missing or empty, that drive does not exist. A path without a drive begins
+// while the variable is missing or empty, that drive does not exist. Nor does it exist in a program
+// that has rights which its caller lacks, such as a set-user-ID program (AT_SECURE). A path without a drive begins
 // at the host's root when it begins with a separator, and otherwise at the current directory; "C:x"
 // is "C:\x". Names are case-sensitive. A separator at the end of a path requires a directory: on a
 // file the call fails with ERROR_PATH_NOT_FOUND, or ERROR_ACCESS_DENIED where CreateFileW may
@@ -346,7 +347,8 @@ OSTREL_PLATFORM_API BOOL MoveFileExW(const WCHAR *source, const WCHAR *target,
 
 // Stores the path of the directory for temporary files, with a separator at its end. Takes the
 // first of the variables TMP, TEMP and USERPROFILE that is not empty, else TMPDIR if that is an
-// absolute host path, else "C:\tmp\". Skips a path of more than 259 characters, the separator
+// absolute host path, else "C:\tmp\". In a program that has rights which its caller lacks
+// (AT_SECURE), ignores these variables. Skips a path of more than 259 characters, the separator
 // included. Stores a host path in the form C:\dir\. Does not check that the directory exists.
 // `capacity` is the size of `buffer` in characters, the NUL included.
 //
@@ -370,7 +372,7 @@ OSTREL_PLATFORM_API int _waccess(const WCHAR *path, int mode) noexcept;
 // Makes up a path that no file has at the moment: a directory, `prefix` (null is empty) and a
 // number, without an extension. The directory is the value of TMP if that is an existing directory,
 // else `directory` if that is one, else the current directory (the text begins with .\). With TMP
-// not set, a missing `directory` is no failure. The call creates no file, and another process may
+// not set, a missing `directory` is no failure. Ignores TMP where GetTempPathW does. The call creates no file, and another process may
 // take the name first.
 //
 // Returns a text that the caller releases with free. On failure returns null and sets errno to

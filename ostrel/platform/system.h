@@ -39,7 +39,9 @@ OSTREL_PLATFORM_API BOOL GetVersionExW(OSVERSIONINFOW *version) noexcept;
 
 // Looks up a variable of the process environment. Compares names without regard to the case of A to
 // Z. Among names that differ in case only, takes the one spelled like `name`, else the first. A
-// variable with an empty value counts as missing.
+// variable with an empty value counts as missing. In a program that has rights which its caller
+// lacks, such as a set-user-ID program (AT_SECURE), the variables TMP, TEMP, TMPDIR and USERPROFILE
+// count as missing too.
 //
 // Returns the value, decoded in the system code page (GetACP), or null when the variable is
 // missing. On failure returns null and sets errno to EINVAL for a null name, or to ENOMEM.

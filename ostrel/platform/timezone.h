@@ -12,7 +12,9 @@
 // Implemented with the host's zone data (TZif files, RFC 8536, below /usr/share/zoneinfo/). The
 // environment variable TZ is one of these, with or without a colon in front:
 //   - the name of a file of the zone database, such as Europe/Berlin
-//   - the absolute path of such a file
+//   - the absolute path of such a file; not in a program that has rights which its caller lacks,
+//   such
+//     as a set-user-ID program (AT_SECURE)
 //   - a rule in the form of POSIX, such as EST5EDT,M3.2.0,M11.1.0, when no zone file has that name
 // Without TZ the zone is that of /etc/localtime. Any other TZ gives UTC: an empty one, an unknown
 // name, and a name with a part "..". A file that is missing, is damaged, is no regular file or has

@@ -1,5 +1,7 @@
 #include "ostrel/platform/base/environment.h"
 
+#include <sys/auxv.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstddef>
@@ -103,6 +105,10 @@ std::optional<std::string> WatchedVariable::Read(std::string_view name) {
         return std::nullopt;
     }
     return std::string(m_entry + name.size());
+}
+
+bool is_callers_environment() noexcept {
+    return getauxval(AT_SECURE) != 0;
 }
 
 void set_variable(const std::string &name, std::string_view value) {

@@ -68,6 +68,11 @@ private:
     char *m_entryBefore = nullptr;
 };
 
+// Returns true when the process has rights that its caller lacks, as a set-user-ID program has
+// (AT_SECURE). The caller chose the environment, so no variable may then decide where the program
+// reads or writes.
+bool is_callers_environment() noexcept;
+
 // Sets a variable, or removes it when `value` is empty. `name` ends with '='. Safe while other
 // threads read the environment. Throws std::bad_alloc and then leaves the environment unchanged.
 void set_variable(const std::string &name, std::string_view value);

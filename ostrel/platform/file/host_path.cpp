@@ -23,7 +23,7 @@ std::optional<std::string> drive_root(WCHAR letter) {
     const char name[] = {'O', 'S', 'T', 'R', 'E', 'L', '_',
                          'D', 'R', 'I', 'V', 'E', '_', static_cast<char>(towupper(letter)),
                          '\0'};
-    const char *const directory = std::getenv(name);
+    const char *const directory = secure_getenv(name);
     if (directory == nullptr || *directory == '\0') {
         return std::nullopt;
     }

@@ -31,7 +31,8 @@ void add_separator(std::u16string *folder) {
 // absolute host path, and otherwise an empty text. Converts the bytes as host names, whatever the
 // system code page is.
 std::u16string host_folder_of_variable(std::string_view name) {
-    const std::optional<std::string> value = WatchedVariable().Read(name);
+    const std::optional<std::string> value =
+        is_callers_environment() ? std::nullopt : WatchedVariable().Read(name);
     std::u16string folder =
         value && value->starts_with('/') ? path_from_host(*value) : std::u16string();
     if (!folder.empty()) {

@@ -15,10 +15,21 @@
 namespace ostrel_platform {
 namespace {
 
+// The variables that name a place to write. The caller of a program with raised rights must not
+// choose that place.
+bool is_place_of_caller(std::u16string_view name) {
+    for (const std::u16string_view place : {u"TMP", u"TEMP", u"TMPDIR", u"USERPROFILE"}) {
+        if (is_same_name(place, name)) {
+            return is_callers_environment();
+        }
+    }
+    return false;
+}
+
 // Returns the value of a variable, a pointer into its entry, or null.
 const char *find_value(std::u16string_view name) {
     char **const environment = load_environment();
-    if (environment == nullptr) {
+    if (environment == nullptr || is_place_of_caller(name)) {
         return nullptr;
     }
     std::size_t count = 0;

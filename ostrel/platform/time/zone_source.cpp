@@ -90,7 +90,7 @@ std::unique_ptr<const Zone> make_zone(std::string text) {
     }
     ZoneFileIdentity identity;
     if (!text.empty() && text.front() == '/') {
-        return load_zone(text, &identity);
+        return is_callers_environment() ? nullptr : load_zone(text, &identity);
     }
     std::unique_ptr<const Zone> zone;
     if (is_database_name(text)) {
