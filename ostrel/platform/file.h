@@ -18,11 +18,12 @@
 // Paths. '\' and '/' both separate. "C:" is the host's root directory. Any other letter is the host
 // directory that the environment variable OSTREL_DRIVE_<letter> (upper case) names at the call;
 // while the variable is missing or empty, that drive does not exist. Nor does it exist in a program
-// that has rights which its caller lacks, such as a set-user-ID program (AT_SECURE). A path without a drive begins
-// at the host's root when it begins with a separator, and otherwise at the current directory; "C:x"
-// is "C:\x". Names are case-sensitive. A separator at the end of a path requires a directory: on a
-// file the call fails with ERROR_PATH_NOT_FOUND, or ERROR_ACCESS_DENIED where CreateFileW may
-// create; a link is then followed or refused, except by RemoveDirectoryW, which takes the link.
+// that has rights which its caller lacks, such as a set-user-ID program (AT_SECURE). A path without
+// a drive begins at the host's root when it begins with a separator, and otherwise at the current
+// directory; "C:x" is "C:\x". Names are case-sensitive. A separator at the end of a path requires a
+// directory: on a file the call fails with ERROR_PATH_NOT_FOUND, or ERROR_ACCESS_DENIED where
+// CreateFileW may create; a link is then followed or refused, except by RemoveDirectoryW, which
+// takes the link.
 //
 // Names. Every name that the host can have is a name here, also one that ends in a blank or dot, or
 // that holds one of < > : " | ? *. Host names are UTF-8. A byte that is not part of valid UTF-8 is
@@ -338,8 +339,8 @@ inline constexpr DWORD MOVEFILE_WRITE_THROUGH = 8;
 //   ERROR_INVALID_DATA       the record file of DELAY_UNTIL_REBOOT holds something else
 //   ERROR_DISK_FULL          the disk is full, or that record would exceed 64 MiB
 // or a path error (ERROR_FILE_NOT_FOUND is the source, a missing directory may be the target's or
-// the record's) or a host error; ERROR_CALL_NOT_IMPLEMENTED when DELAY_UNTIL_REBOOT finds no boot
-// id of the host. On failure the source has not moved, unless WRITE_THROUGH failed after the move.
+// the record's) or a host error; ERROR_NOT_SUPPORTED when DELAY_UNTIL_REBOOT finds no boot id of
+// the host. On failure the source has not moved, unless WRITE_THROUGH failed after the move.
 // When the directory of a copied file cannot be written to the disk, the copy stays too.
 OSTREL_PLATFORM_API BOOL MoveFileW(const WCHAR *source, const WCHAR *target) noexcept;
 OSTREL_PLATFORM_API BOOL MoveFileExW(const WCHAR *source, const WCHAR *target,
@@ -372,8 +373,8 @@ OSTREL_PLATFORM_API int _waccess(const WCHAR *path, int mode) noexcept;
 // Makes up a path that no file has at the moment: a directory, `prefix` (null is empty) and a
 // number, without an extension. The directory is the value of TMP if that is an existing directory,
 // else `directory` if that is one, else the current directory (the text begins with .\). With TMP
-// not set, a missing `directory` is no failure. Ignores TMP where GetTempPathW does. The call creates no file, and another process may
-// take the name first.
+// not set, a missing `directory` is no failure. Ignores TMP where GetTempPathW does. The call
+// creates no file, and another process may take the name first.
 //
 // Returns a text that the caller releases with free. On failure returns null and sets errno to
 // ENOENT (TMP is set, `directory` is not null, and neither is an existing directory; or no host

@@ -4,11 +4,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstring>
-#include <fstream>
+#include <iterator>
 #include <new>
+#include <string_view>
 #include <vector>
 
 #include "ostrel/platform/base/errno_code.h"
@@ -19,11 +21,23 @@
 namespace ostrel_platform {
 namespace {
 
-// Returns the host's boot id, or an empty text when the host has none.
-std::string boot_id() {
-    std::string id;
-    std::ifstream("/proc/sys/kernel/random/boot_id") >> id;
-    return id;
+// Stores the host's boot id. Returns 0 or an errno: EOPNOTSUPP on a host that has none.
+int read_boot_id(std::string *id) {
+    const HostDescriptor file = open_host("/proc/sys/kernel/random/boot_id", O_RDONLY);
+    if (!file) {
+        return errno == ENOENT ? EOPNOTSUPP : errno;
+    }
+    char text[64];
+    ssize_t count;
+    do {
+        count = read(file.Get(), text, sizeof text);
+    } while (count < 0 && errno == EINTR);
+    if (count < 0) {
+        return errno;
+    }
+    const std::string_view read_text(text, static_cast<std::size_t>(count));
+    *id = read_text.substr(0, read_text.find_first_of(" \n"));
+    return id->empty() ? EOPNOTSUPP : 0;
 }
 
 // Makes a path absolute. Removes separators at the end, which would make the host follow a link.
@@ -58,6 +72,7 @@ DWORD code_of_record(int error) {
     return error == 0         ? ERROR_SUCCESS
            : error == EBADMSG ? ERROR_INVALID_DATA
            : error == ENOENT  ? ERROR_PATH_NOT_FOUND  // the parent of the record's directory
+           : error == ENOSYS  ? ERROR_NOT_SUPPORTED   // callers move at once for 120
                               : code_of_errno(error);
 }
 
@@ -73,9 +88,8 @@ DWORD record_request(PendingRequest request) {
             return ERROR_NOT_SAME_DEVICE;
         }
     }
-    request.boot = boot_id();
-    if (request.boot.empty()) {
-        return ERROR_CALL_NOT_IMPLEMENTED;
+    if (const int error = read_boot_id(&request.boot)) {
+        return code_of_record(error);
     }
     PendingRecord record;
     int error = record.Open(true);
@@ -132,18 +146,25 @@ int sync_folders(const PendingRequest &request) {
     return error != 0 || request.target.empty() ? error : sync_folder_of(request.target);
 }
 
+// Whether a request that failed with this errno can succeed later, unchanged.
+bool is_passing(int error) {
+    constexpr int kPassing[] = {EMFILE, ENFILE, ENOMEM, EIO, EINTR, ENOSPC, EDQUOT, EAGAIN};
+    return std::find(std::begin(kPassing), std::end(kPassing), error) != std::end(kPassing);
+}
+
 class PendingWork {
 public:
     PendingWork(std::FILE *log, PendingOutcome *outcome) : m_log(log), m_outcome(outcome) {}
 
     // Returns 0, or the errno of the record.
     int Run(PendingScope scope) {
-        const std::string boot = boot_id();
-        if (scope == PendingScope::kEarlierStarts && boot.empty()) {
-            return ENOSYS;
+        std::string boot;
+        int error = scope == PendingScope::kEarlierStarts ? read_boot_id(&boot) : 0;
+        if (error != 0) {
+            return error;
         }
         std::vector<std::size_t> damaged;
-        int error = m_record.Open(false);
+        error = m_record.Open(false);
         if (error == 0) {
             error = m_record.Read(&m_waiting, &damaged);
         }
@@ -159,6 +180,8 @@ public:
                 ++at;
             } else if ((error = CarryOut(&m_waiting[at])) != 0) {
                 return error;
+            } else if (m_outcome->stopped) {
+                break;
             } else {
                 m_waiting.erase(m_waiting.begin() + static_cast<std::ptrdiff_t>(at));
             }
@@ -194,6 +217,7 @@ private:
         if (error == 0) {
             error = sync_folders(*request);
         }
+        m_outcome->stopped = is_passing(error);
         Report(*request, error);
         return 0;
     }
@@ -203,12 +227,13 @@ private:
             ++m_outcome->done;
             return;
         }
-        ++m_outcome->failed;
+        m_outcome->failed += m_outcome->stopped ? 0 : 1;
         char text[100];
-        std::fprintf(m_log, "%s %s%s%s: %s\n",
+        std::fprintf(m_log, "%s %s%s%s: %s%s\n",
                      request.verb == PendingVerb::kDelete ? "delete" : "move",
-                     encode_path(request.source).c_str(), request.target.empty() ? "" : " to ",
-                     encode_path(request.target).c_str(), strerror_r(error, text, sizeof text));
+                     printable_path(request.source).c_str(), request.target.empty() ? "" : " to ",
+                     printable_path(request.target).c_str(), strerror_r(error, text, sizeof text),
+                     m_outcome->stopped ? "; it and all behind it stay in the record" : "");
     }
 
     std::FILE *const m_log;

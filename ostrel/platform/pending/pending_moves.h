@@ -27,9 +27,10 @@ namespace ostrel_platform {
 //                               trusted (PendingRecord::Open)
 //   ERROR_INVALID_DATA          the record's file is no record of this version
 //   ERROR_DISK_FULL             the disk is full, or the record would exceed 64 MiB
-//   ERROR_CALL_NOT_IMPLEMENTED  the host has no boot id
+//   ERROR_NOT_SUPPORTED         the host has no boot id, or cannot lock or sync the record
 //   ERROR_NOT_ENOUGH_MEMORY     memory is missing
-// or the code that error_codes.inc gives for the host's errno.
+// or the code that error_codes.inc gives for the host's errno, but never
+// ERROR_CALL_NOT_IMPLEMENTED, for which callers move the file at once.
 //
 // Threads: any number of threads and processes may call at once. The call waits while another
 // thread or process has the record's lock.
@@ -43,8 +44,9 @@ enum class PendingScope {
 
 struct PendingOutcome {
     // 0, or an errno: that of the record when it could not be read or written, ENOMEM when memory
-    // is missing, or ENOSYS when kEarlierStarts finds no boot id of the host.
+    // is missing, or EOPNOTSUPP when kEarlierStarts finds no boot id of the host.
     int error = 0;
+    bool stopped = false;    // a request failed for a passing reason
     std::size_t done = 0;    // the number of requests that were carried out
     std::size_t failed = 0;  // the number of failed requests and damaged lines
 };
@@ -56,11 +58,13 @@ struct PendingOutcome {
 // this call stopped. A request fails when it cannot be carried out (something is at the target, a
 // directory is not empty, the source is missing) or when its folders cannot be written to the disk.
 // For each failed request and each damaged line, the call writes a line to `log` and removes the
-// request or the damaged line from the record. The call moves and deletes a link itself, not its
-// target. The call also moves, deletes and replaces read-only files, since the request was
+// request or the damaged line from the record. A request that fails for a passing reason (too many
+// open files, no memory, an I/O error, an interruption, a full disk) is logged too and stays in the
+// record, with those behind it, which may rely on it. The call moves and deletes a link itself, not
+// its target. The call also moves, deletes and replaces read-only files, since the request was
 // accepted.
 //
-// When `error` is not 0, the requests that are not counted stay in the record.
+// When `error` is not 0, and when `stopped`, the requests that are not counted stay in the record.
 PendingOutcome carry_out_pending_moves(PendingScope scope, std::FILE *log) noexcept;
 
 }  // namespace ostrel_platform

@@ -135,18 +135,74 @@ bool is_trusted(const struct stat &facts) {
            (user != 0 || (facts.st_mode & others) == 0);
 }
 
+void append_encoded(std::string_view bytes, std::string *text) {
+    constexpr char kDigits[] = "0123456789ABCDEF";
+    for (const char c : bytes) {
+        const auto byte = static_cast<unsigned char>(c);
+        *text += {'%', kDigits[byte >> 4], kDigits[byte & 15]};
+    }
+}
+
+struct Utf8Character {
+    char32_t code;
+    std::size_t length;  // in bytes
+};
+constexpr Utf8Character kBroken{0x110000, 1};
+
+Utf8Character first_character(std::string_view text) {
+    constexpr char32_t kLeast[] = {0, 0, 0x80, 0x800, 0x10000};  // by the length
+    const auto lead = static_cast<unsigned char>(text.front());
+    if (lead < 0x80) {
+        return {lead, 1};
+    }
+    const std::size_t length = lead < 0xC2 ? 0 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+    if (length == 0 || length > text.size()) {
+        return kBroken;
+    }
+    char32_t code = lead & (0x7Fu >> length);
+    for (const char c : text.substr(1, length - 1)) {
+        if ((c & 0xC0) != 0x80) {
+            return kBroken;
+        }
+        code = code << 6 | (c & 0x3F);
+    }
+    const bool is_valid =
+        code >= kLeast[length] && code <= 0x10FFFF && (code < 0xD800 || code > 0xDFFF);
+    return is_valid ? Utf8Character{code, length} : kBroken;
+}
+
+// The control characters from U+0080 on, and what ends a line or sets the direction of text
+// (Unicode, Bidi_Control).
+bool is_hidden_control(char32_t code) {
+    return (code >= 0x80 && code < 0xA0) || code == 0x061C || code == 0x200E || code == 0x200F ||
+           (code >= 0x2028 && code <= 0x202E) || (code >= 0x2066 && code <= 0x2069);
+}
+
 }  // namespace
 
 std::string encode_path(std::string_view path) {
-    constexpr char kDigits[] = "0123456789ABCDEF";
     std::string text;
-    for (const char c : path) {
+    for (const char &c : path) {
         if (is_encoded(c)) {
-            const auto byte = static_cast<unsigned char>(c);
-            text += {'%', kDigits[byte >> 4], kDigits[byte & 15]};
+            append_encoded({&c, 1}, &text);
         } else {
             text.push_back(c);
         }
+    }
+    return text;
+}
+
+std::string printable_path(std::string_view path) {
+    std::string text;
+    while (!path.empty()) {
+        const auto [code, length] = first_character(path);
+        const std::string_view bytes = path.substr(0, length);
+        if (is_encoded(path.front()) || code == kBroken.code || is_hidden_control(code)) {
+            append_encoded(bytes, &text);
+        } else {
+            text += bytes;
+        }
+        path.remove_prefix(length);
     }
     return text;
 }

@@ -69,6 +69,10 @@ std::optional<PendingRequest> request_of_line(std::string_view line);
 // Returns a path as the record's lines spell it: see the format above.
 std::string encode_path(std::string_view path);
 
+// Returns a path to print: encoded as in a line, with the bytes that are no UTF-8 and the
+// characters that control a terminal or the direction of text encoded too.
+std::string printable_path(std::string_view path);
+
 // The file of the record. Open locks the file (flock) and the destructor unlocks the file, so only
 // one object of all processes has the lock at a time.
 //

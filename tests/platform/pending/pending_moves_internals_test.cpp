@@ -8,17 +8,21 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cstring>
 #include <thread>
 
+#include "ostrel/file/Std_Utils_File.h"
 #include "support/file_calls.h"
 
 namespace {
 
 // The steps towards the disk that were taken: s for an fsync, n for a change of names, w for one of
-// content. At the one of the number `g_last` the process ends, or the disk is full.
+// content. At the one of the number `g_last` the process ends, or the step fails with `g_error`.
 thread_local std::string g_steps;
 std::size_t g_last = std::string::npos;
 bool g_ends = false;
+int g_error = ENOSPC;
+int g_bootIdError = 0;  // of the file that tells the start
 
 bool step(char kind) {
     const bool is_last = g_steps.size() == g_last;
@@ -26,11 +30,19 @@ bool step(char kind) {
         _exit(0);
     }
     g_steps += kind;
-    errno = ENOSPC;
+    errno = g_error;
     return !is_last;
 }
 
 }  // namespace
+
+extern "C" int open(const char *path, int flags, ...) {
+    if (g_bootIdError != 0 && std::string_view(path) == "/proc/sys/kernel/random/boot_id") {
+        errno = g_bootIdError;
+        return -1;
+    }
+    return openat(AT_FDCWD, path, flags, 0666);
+}
 
 #define STEP(kind, Result, name, parameters, ...)                                          \
     extern "C" Result name parameters {                                                    \
@@ -261,6 +273,59 @@ TEST(PendingMoves, LeaveTheRecordAloneOnAFullDisk) {
     try_when_full(record, ERROR_DISK_FULL);
     try_when_full([] { return carry_out(); }, "0 0 " + std::to_string(ENOSPC) + ' ');
     EXPECT_EQ(tree(), "a=a ");  // none begins without a note
+}
+
+TEST(PendingMoves, AreNotMadeAtOnceWithoutTheNumberOfTheStart) {
+    const std::pair<int, DWORD> cases[] = {{EMFILE, ERROR_TOO_MANY_OPEN_FILES},
+                                           {ENOMEM, ERROR_NOT_ENOUGH_MEMORY},
+                                           {EIO, 1117},
+                                           {ENOENT, ERROR_NOT_SUPPORTED},
+                                           {ENOSYS, ERROR_NOT_SUPPORTED}};
+    for (const auto &[error, code] : cases) {
+        const StateDir dir("a=a b=b");
+        g_bootIdError = error;
+        EXPECT_EQ(
+            error_of(NS_FileUtils::moveFileEx(
+                TEXT("a"), TEXT("b"), MOVEFILE_DELAY_UNTIL_REBOOT | MOVEFILE_REPLACE_EXISTING, 0)),
+            code);
+        EXPECT_EQ(carry_out(PendingScope::kEarlierStarts).substr(0, 4), "0 0 ");
+        EXPECT_NE(carry_out(PendingScope::kEarlierStarts), "0 0 0 ");
+        g_bootIdError = 0;
+        EXPECT_EQ(tree(), "a=a b=b ") << error;
+        EXPECT_FALSE(fs::exists(dir.record)) << error;
+    }
+}
+
+TEST(PendingMoves, StayInTheRecordWhenTheFailurePasses) {
+    for (const int error : {EMFILE, ENFILE, ENOMEM, EIO, EINTR, ENOSPC, EDQUOT, EAGAIN, EPERM}) {
+        for (const std::size_t last : {5, 6}) {  // the deletion, or the sync of its folder
+            const StateDir dir("a=a b=b");
+            ASSERT_EQ(record_delete("a") | record_move("b", "a"), 0u);
+            g_steps.clear();
+            g_last = last;
+            g_error = error;
+            const std::string told = carry_out();
+            g_last = std::string::npos;
+            g_error = ENOSPC;
+            const std::string failure =
+                "delete " + (dir.files.Path() / "a").string() + ": " + std::strerror(error);
+            if (error != EPERM) {
+                EXPECT_EQ(told, "0 0 0 " + failure + "; it and all behind it stay in the record\n");
+                EXPECT_EQ(carry_out(), "2 0 0 ");
+            } else {
+                EXPECT_TRUE(told.find(failure + '\n') != told.npos) << told;
+            }
+            EXPECT_FALSE(fs::exists(dir.record)) << error;
+        }
+    }
+}
+
+TEST(PendingMoves, ArePrintedWithoutWhatControlsATerminal) {
+    const StateDir dir("");
+    ASSERT_EQ(record_delete("\u00E4\u009B\u202E\u2067\u200F\xFF\xE2\x80\u3042"), 0u);
+    EXPECT_EQ(carry_out(), "0 1 0 delete " + dir.files.Path().string() +
+                               "/\u00E4%C2%9B%E2%80%AE%E2%81%A7%E2%80%8F%FF%E2%80\u3042: No such "
+                               "file or directory\n");
 }
 
 TEST(PendingMoves, OfManyAtOnceAllCount) {

@@ -11,7 +11,7 @@
 
 namespace {
 
-enum ExitCode { kDone = 0, kSomeFailed = 1, kNoRecord = 2, kWrongUse = 64 };
+enum ExitCode { kDone = 0, kSomeFailed = 1, kStopped = 2, kWrongUse = 64 };
 
 constexpr char kHelp[] =
     "Usage: ostrel-pending-moves [--now]\n"
@@ -31,8 +31,9 @@ constexpr char kHelp[] =
     "   0  all requests were carried out, or there were none\n"
     "   1  some requests failed or some lines were damaged; standard error names them, and the\n"
     "      program has removed them from the file\n"
-    "   2  the file could not be read or written, or is not trusted; the requests that were not\n"
-    "      carried out stay in the file\n"
+    "   2  the file could not be read or written, or is not trusted, or a request failed for a\n"
+    "      passing reason (no memory, too many open files, an I/O error, a full disk); the\n"
+    "      requests that were not carried out stay in the file\n"
     "  64  wrong options\n";
 
 }  // namespace
@@ -40,7 +41,7 @@ constexpr char kHelp[] =
 int main(int count, char **arguments) {
     const std::string_view option = count > 1 ? arguments[1] : "";
     if (count == 2 && option == "--help") {
-        return std::fputs(kHelp, stdout) < 0 || std::fflush(stdout) != 0 ? kNoRecord : kDone;
+        return std::fputs(kHelp, stdout) < 0 || std::fflush(stdout) != 0 ? kStopped : kDone;
     }
     if (count > 2 || (count == 2 && option != "--now")) {
         std::fputs(kHelp, stderr);
@@ -51,10 +52,12 @@ int main(int count, char **arguments) {
                    : ostrel_platform::PendingScope::kEarlierStarts,
         stderr);
     if (outcome.error != 0) {
-        std::fprintf(stderr, "%s/pending_moves: %s\n",
-                     ostrel_platform::PendingRecord::Directory().c_str(),
-                     std::strerror(outcome.error));
-        return kNoRecord;
+        std::fprintf(
+            stderr, "%s/pending_moves: %s\n",
+            ostrel_platform::printable_path(ostrel_platform::PendingRecord::Directory()).c_str(),
+            std::strerror(outcome.error));
     }
-    return outcome.failed != 0 ? kSomeFailed : kDone;
+    return outcome.error != 0 || outcome.stopped ? kStopped
+           : outcome.failed != 0                 ? kSomeFailed
+                                                 : kDone;
 }
