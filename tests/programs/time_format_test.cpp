@@ -119,8 +119,26 @@ TEST(TimeFormat, HasNamesAndFormsOfTheProcessLocale) {
 constexpr SYSTEMTIME kTime = {1995, 3, 9, 2, 9, 5, 7, 999};  // with a weekday that is none
 constexpr DWORD kSystem = LOCALE_SYSTEM_DEFAULT;
 
+std::u16string text_of_system() {
+    WCHAR text[60];
+    const int size = GetDateFormatW(kSystem, 0, &kTime, nullptr, text, 30);
+    GetTimeFormatW(kSystem, 0, &kTime, nullptr, text + size, 30);
+    text[size - 1] = u' ';
+    return text;
+}
+
+// Built before the first use of the forms, so destroyed after what was built with it.
+struct AtExit {
+    ~AtExit() {
+        if (expected != nullptr) {
+            std::_Exit(text_of_system() == wide(expected) ? 0 : 1);
+        }
+    }
+    const char *expected = nullptr;
+} g_atExit;
+
 // The environment is read once: a process for each.
-TEST(TimeFormat, OfTheSystemFollowsTheEnvironment) {
+TEST(TimeFormat, OfTheSystemFollowsTheEnvironmentToTheEnd) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     const struct {
         const char *all, *time, *lang, *text;
@@ -134,11 +152,10 @@ TEST(TimeFormat, OfTheSystemFollowsTheEnvironment) {
             setenv("LC_ALL", c.all, 1);
             setenv("LC_TIME", c.time, 1);
             setenv("LANG", c.lang, 1);
-            WCHAR text[60];
-            const int size = GetDateFormatW(kSystem, 0, &kTime, nullptr, text, 30);
-            GetTimeFormatW(kSystem, 0, &kTime, nullptr, text + size, 30);
-            text[size - 1] = u' ';
-            std::_Exit(text == wide(c.text) ? 0 : 1);
+            if (text_of_system() == wide(c.text)) {
+                g_atExit.expected = c.text;
+            }
+            std::exit(1);
         };
         EXPECT_EXIT(tell(), testing::ExitedWithCode(0), "") << c.text;
     }

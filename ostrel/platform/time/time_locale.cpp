@@ -257,7 +257,8 @@ private:
 
 const TimeForms *time_forms_of(std::string_view locale) noexcept {
     try {
-        static KnownLocales locales;
+        // Never destroyed: static destructors write times too.
+        static KnownLocales &locales = *new KnownLocales;
         const auto found = locales.Find(locale);
         return found ? *found : locales.Add(locale);
     } catch (const std::exception &) {
