@@ -1,20 +1,18 @@
 #include "wexlog/sinks.h"
 
-#include <fcntl.h>
 #include <spdlog/details/log_msg.h>
-#include <spdlog/sinks/rotating_file_sink.h>
+#include <spdlog/pattern_formatter.h>
 #include <spdlog/sinks/stdout_sinks.h>
 #include <spdlog/sinks/syslog_sink.h>
 
 #include <chrono>
 #include <csignal>
-#include <cstdio>
 #include <ctime>
-#include <filesystem>
 #include <memory>
-#include <stdexcept>
 #include <string_view>
 #include <utility>
+
+#include "wexlog/log_file.h"
 
 namespace DBG::detail {
 namespace {
@@ -129,8 +127,7 @@ void Write(spdlog::sinks::sink &sink, const Line &line) {
     sink.flush();
 }
 
-// Writes to a file and reopens the file after a failure. A file sink that has thrown must not be
-// used again: it may have no open file, and it does not check.
+// Writes to a file and reopens the file after a failure.
 class ReopenedFile {
 public:
     ReopenedFile(std::string path, std::size_t maxBytes, std::size_t olderFiles)
@@ -148,7 +145,13 @@ public:
             Open();
         }
         try {
-            Write(*m_file, line);
+            const std::string body = Body(line);
+            spdlog::memory_buf_t text;
+            m_formatter.format(
+                spdlog::details::log_msg(spdlog::string_view_t(), spdlog::level::debug, body),
+                text);
+            const NoWriteSignals quiet;
+            m_file->Add({text.data(), text.size()});
         } catch (...) {
             m_file = nullptr;
             m_nextAttempt = Clock::now() + kPause;
@@ -160,27 +163,13 @@ private:
     using Clock = std::chrono::steady_clock;
     static constexpr std::chrono::seconds kPause{1};
 
-    void Open() {
-        // Opening a pipe would wait for a reader.
-        const std::filesystem::file_status status = std::filesystem::status(m_path);
-        if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status) &&
-            !std::filesystem::is_character_file(status)) {
-            throw std::runtime_error("no file to trace to");
-        }
-        spdlog::file_event_handlers handlers;
-        handlers.after_open = [](const std::string &, std::FILE *file) {
-            // Programs that this process starts must not inherit the file.
-            fcntl(fileno(file), F_SETFD, FD_CLOEXEC);
-        };
-        m_file = std::make_unique<spdlog::sinks::rotating_file_sink_mt>(
-            m_path, m_maxBytes, m_olderFiles, false, handlers);
-        m_file->set_pattern(kPattern);
-    }
+    void Open() { m_file = std::make_unique<LogFile>(m_path, m_maxBytes, m_olderFiles); }
 
     const std::string m_path;
     const std::size_t m_maxBytes;
     const std::size_t m_olderFiles;
-    std::unique_ptr<spdlog::sinks::rotating_file_sink_mt> m_file;
+    spdlog::pattern_formatter m_formatter{kPattern};
+    std::unique_ptr<LogFile> m_file;
     Clock::time_point m_nextAttempt;
 };
 

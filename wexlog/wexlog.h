@@ -114,17 +114,21 @@ WEXLOG_API SinkId AddSink(std::function<void(const Line &)> function, Kinds kind
 WEXLOG_API SinkId AddErrorStreamSink(Kinds kinds = kAllKinds);
 
 // Adds a sink that adds the lines of `kinds` to the file `path`, a host path in UTF-8. Creates
-// missing directories. A file belongs to one sink of one process.
+// missing directories. A file that the sink creates has the mode 0600, whatever the umask allows. A
+// symbolic link at `path` is not followed. Programs that the process starts do not inherit the
+// file. A file belongs to one sink of one process.
 //
 // `maxBytes` (at least 1) limits the file: before the file would grow beyond that size, the sink
 // renames it to name.1.ext and numbers the older files up. `olderFiles` (0 to 200000) is the number
-// of older files to keep; with 0 the sink truncates the file instead. Each line reaches the system
-// before DebugLogEx returns, so a crash of the process loses no line.
+// of older files to keep; with 0 the sink truncates the file instead. A character device has no
+// limit. Each line reaches the system before DebugLogEx returns, so a crash of the process loses no
+// line.
 //
 // Returns the sink. On failure returns 0: when `path` is null or empty, when the file cannot be
-// opened or is neither a regular file nor a character device, and when a number is out of range.
-// After a failed write the sink closes the file. It opens the file again with the first line after
-// one second, and so on after each failure; the lines until then are lost.
+// opened or is neither a regular file nor a character device, such as a symbolic link, and when a
+// number is out of range. After a failed write or renaming the sink closes the file. It opens the
+// file again with the first line after one second, and so on after each failure; the lines until
+// then are lost.
 WEXLOG_API SinkId AddFileSink(const char *path, std::size_t maxBytes = std::size_t{10} << 20,
                               std::size_t olderFiles = 2, Kinds kinds = kAllKinds);
 

@@ -35,8 +35,8 @@ OSTREL_PLATFORM_API BOOL DisableThreadLibraryCalls(HMODULE module) noexcept;
 // the first `capacity` - 1 characters and a NUL, returns `capacity` and sets the last error to
 // ERROR_INSUFFICIENT_BUFFER. On failure returns 0, leaves `buffer` as it is and sets the last error
 // to ERROR_INVALID_PARAMETER (`buffer` is null or `capacity` is 0), ERROR_MOD_NOT_FOUND (`module`
-// is no load address, or the host names no file for it), ERROR_NOT_ENOUGH_MEMORY, or, for the
-// program, the code that error_codes.inc gives for the host's errno.
+// is no load address, or the host names no file for it), ERROR_NOT_ENOUGH_MEMORY, or the code that
+// error_codes.inc gives for the host's errno.
 OSTREL_PLATFORM_API DWORD GetModuleFileNameW(HMODULE module, WCHAR *buffer,
                                              DWORD capacity) noexcept;
 

@@ -8,12 +8,13 @@
 #include <cerrno>
 #include <cinttypes>
 #include <cstdio>
-#include <fstream>
 #include <string>
+#include <string_view>
 
 #include "ostrel/platform/base/call_result.h"
 #include "ostrel/platform/base/errno_code.h"
 #include "ostrel/platform/base/handle_table.h"
+#include "ostrel/platform/base/host_descriptor.h"
 #include "ostrel/platform/file/host_path.h"
 
 namespace ostrel_platform {
@@ -46,12 +47,35 @@ DWORD find_program(std::string *path) {
     return ERROR_SUCCESS;
 }
 
-// Stores the path of the file that is mapped at a load address. Returns 0 or ERROR_MOD_NOT_FOUND.
+// Reads the host's list of mappings. Returns 0 or an errno.
+int read_mappings(std::string *text) {
+    const HostDescriptor file = open_host("/proc/self/maps", O_RDONLY);
+    if (!file) {
+        return errno;
+    }
+    char block[4096];
+    for (ssize_t count; (count = read(file.Get(), block, sizeof block)) != 0;) {
+        if (count > 0) {
+            text->append(block, static_cast<std::size_t>(count));
+        } else if (errno != EINTR) {
+            return errno;
+        }
+    }
+    return 0;
+}
+
+// Stores the path of the file that is mapped at a load address. Returns 0 or an error code.
 // Reads the host's list of mappings, which has the full path. The loader has only the name that it
 // was given, which may be relative to an earlier current directory.
 DWORD find_mapped(const void *address, std::string *path) {
-    std::ifstream mappings("/proc/self/maps");
-    for (std::string line; std::getline(mappings, line);) {
+    std::string mappings;
+    if (const int error = read_mappings(&mappings)) {
+        return code_of_errno(error);
+    }
+    for (std::size_t begin_of_line = 0, end; begin_of_line < mappings.size();
+         begin_of_line = end + 1) {
+        end = std::min(mappings.find('\n', begin_of_line), mappings.size());
+        const std::string line = mappings.substr(begin_of_line, end - begin_of_line);
         std::uintptr_t begin = 0;
         if (std::sscanf(line.c_str(), "%" SCNxPTR, &begin) != 1 ||
             begin != reinterpret_cast<std::uintptr_t>(address)) {
