@@ -287,9 +287,7 @@ void Compiler::BeginLookAhead() {
 }
 
 RegexResult Compiler::OpenGroup() {
-    if (!AnticipateSuffix()) {
-        return RegexOutOfMemory;
-    }
+    AnticipateSuffix();
     const std::uint32_t group = m_program.groupCount++;
     Add(Instruction{OpPushGroup, group}, Instruction{OpGroupStart, group},
         Instruction{OpCall, m_next + 5}, Instruction{OpPopGroup, group}, Instruction{OpReturn, 0});
@@ -298,35 +296,34 @@ RegexResult Compiler::OpenGroup() {
 }
 
 RegexResult Compiler::OpenParenthesis() {
-    if (!AnticipateSuffix()) {
-        return RegexOutOfMemory;
-    }
+    AnticipateSuffix();
     Add(Instruction{OpCall, m_next + 2}, Instruction{OpReturn, 0});
     BeginSequence(Opener::kParenthesis, 0);
     return RegexOk;
 }
 
 // Steps over an opening bracket. For a deeply nested bracket also writes the head that its suffix
-// needs, because moving the content later would take time that grows with the depth. Returns false
-// when the program would be too long.
-bool Compiler::AnticipateSuffix() {
+// needs, because moving the content later would take time that grows with the depth.
+void Compiler::AnticipateSuffix() {
     constexpr std::size_t kDeep = 16;
     ++m_at;
     if (m_inAbbreviation) {
-        return true;
+        return;
     }
     const std::size_t bracket = m_brackets++;
     if (m_sequences.size() < kDeep) {
-        return true;
+        return;
     }
-    if (m_bracketSuffixes.empty() && !read_bracket_suffixes(m_pattern, m_bracketSuffixes)) {
-        return false;
+    if (m_bracketSuffixes.empty()) {
+        m_tooLongAt = read_bracket_suffixes(m_pattern, m_bracketSuffixes);
     }
     WriteHeads(m_sequences.back().element, m_bracketSuffixes.at(bracket));
-    return true;
 }
 
 RegexResult Compiler::CloseBracket() {
+    if (m_at == m_tooLongAt) {
+        return RegexOutOfMemory;
+    }
     ++m_at;
     const Sequence sequence = m_sequences.back();
     m_sequences.pop_back();
@@ -578,9 +575,12 @@ void Compiler::Grow(std::uint32_t count) {
 }
 
 // Adds a copy of the `size` instructions at `start`. The copy uses new slots in place of the
-// `slots` slots from `slot` on.
+// `slots` slots from `slot` on. Has no effect when the program will be discarded as too long.
 void Compiler::Copy(std::uint32_t start, std::uint32_t size, std::uint32_t slot,
                     std::uint32_t slots) {
+    if (m_tooLongAt != nullptr) {
+        return;
+    }
     Instruction *const copy = Take(size);
     relocate(&At(start), copy, size, m_program.memoryCount - slot);
     m_program.memoryCount += slots;

@@ -5,7 +5,9 @@
 //
 // The suffix of an atom decides how the code of the atom begins. The compiler therefore moves the
 // code of an atom once it has read the suffix; for deeply nested brackets it reads the suffix
-// before the content (regex_suffix.h). Code that the program needs twice is copied. So the time is
+// before the content (regex_suffix.h). Code that the program needs twice is copied, unless the
+// suffixes tell that the program becomes too long: then the pattern is only checked, up to the
+// bracket at which that happens, because an error before that bracket is the result. So the time is
 // proportional to the lengths of the pattern and of the program, and the thread's stack does not
 // grow with the depth of the pattern.
 
@@ -92,7 +94,7 @@ private:
     RegexResult FinishAbbreviation();
     void DropIncomplete();
 
-    bool AnticipateSuffix();
+    void AnticipateSuffix();
     void WriteHeads(Element &element, Suffix suffix);
     void WriteLookAheadTails(const Element &element);
     void WriteQuantifierTail(const Element &element, Suffix suffix);
@@ -114,6 +116,7 @@ private:
     bool m_inAbbreviation = false;
     std::pmr::vector<Sequence> m_sequences;
     std::pmr::vector<Suffix> m_bracketSuffixes;  // empty until they are needed
+    const WCHAR *m_tooLongAt = nullptr;          // where the program exceeds its limit
     std::size_t m_brackets = 0;                  // number of brackets opened so far
     std::array<Expansion, 9> m_expansions;       // one for each abbreviation
 };

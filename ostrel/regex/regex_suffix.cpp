@@ -28,7 +28,7 @@ const WCHAR *skip_set(const WCHAR *at) {
 
 }  // namespace
 
-bool read_bracket_suffixes(const WCHAR *pattern, std::pmr::vector<Suffix> &suffixes) {
+const WCHAR *read_bracket_suffixes(const WCHAR *pattern, std::pmr::vector<Suffix> &suffixes) {
     std::pmr::vector<Bracket> open(suffixes.get_allocator());
     open.reserve(16);
     open.push_back({.closing = 0, .index = 0});
@@ -53,15 +53,16 @@ bool read_bracket_suffixes(const WCHAR *pattern, std::pmr::vector<Suffix> &suffi
             case TEXT(']'): {
                 const Bracket bracket = open.back();
                 if (bracket.closing != character) {
-                    return true;
+                    return nullptr;
                 }
                 open.pop_back();
+                const WCHAR *const closing = at - 1;
                 const Suffix suffix = read_suffix(at);
                 suffixes[bracket.index] = suffix;
                 const std::uint64_t size = bracket.size + 2;
                 open.back().size += suffix.quantifier == Quantifier::kPlus ? 2 * size : size;
                 if (open.back().size > kMaxInstructions) {
-                    return false;
+                    return closing;
                 }
                 break;
             }
@@ -69,7 +70,7 @@ bool read_bracket_suffixes(const WCHAR *pattern, std::pmr::vector<Suffix> &suffi
                 break;
         }
     }
-    return true;
+    return nullptr;
 }
 
 }  // namespace OS::regex

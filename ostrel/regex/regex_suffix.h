@@ -58,9 +58,10 @@ inline constexpr std::uint64_t kMaxInstructions = 0x7FFFFFFF;
 // Adds to `suffixes` the suffix of each `{...}` and `(...)` of a pattern, in the order of the
 // opening brackets. The suffix of a bracket that the pattern does not close is empty.
 //
-// Returns true. Returns false when nested `+` repeat so much that the program would have more than
-// kMaxInstructions. Throws std::bad_alloc when memory is short.
-bool read_bracket_suffixes(const WCHAR *pattern, std::pmr::vector<Suffix> &suffixes);
+// Returns null, or the closing bracket at which nested `+` have repeated so much that the program
+// has more than kMaxInstructions. The call then reads nothing behind that bracket. Throws
+// std::bad_alloc when memory is short.
+const WCHAR *read_bracket_suffixes(const WCHAR *pattern, std::pmr::vector<Suffix> &suffixes);
 
 }  // namespace OS::regex
 

@@ -86,6 +86,10 @@ TEST(RegexCompiler, GivesTheCodeOfTheFirstError) {
 // within for each of them, would not end, and one that calls itself has no stack for that.
 TEST(RegexCompiler, DeepAndLongPatternsGiveAResult) {
     constexpr std::size_t kMany = 100000;
+    std::u16string too_long = u"a";
+    for (int i = 0; i < 40; ++i) {
+        too_long = u'(' + too_long + u")+";
+    }
     const struct {
         std::size_t depth;
         std::u16string open, middle, close;
@@ -95,6 +99,11 @@ TEST(RegexCompiler, DeepAndLongPatternsGiveAResult) {
         {200, u"{b", u"a", u"}*|c", RegexOk, 200 * 23 + 4},
         {16, u"(", u"a", u")+", RegexOk, 65536 * 15 - 11},
         {200, u"(", u"a", u")+", RegexOutOfMemory, 0},
+        // An error is met before what makes the program too long, or behind it.
+        {200, u"(", u"[z-a]", u")+", RegexBadRange, 0},
+        {200, u"{", u"\\200", u"}+?", RegexBadGroup, 0},
+        {200, u"(", u"a?", u")+", RegexEmptyRepeat, 0},
+        {20, u"(", too_long, u"[z-a])", RegexOutOfMemory, 0},
         {kMany, u"{b", u"a", u"}*?", RegexOk, kMany * 9 + 4},
         {kMany, u"!", u"a", u"", RegexOk, kMany * 9 + 4},
         {kMany, u"a|", u"a", u"", RegexOk, kMany * 6 + 4},
