@@ -56,6 +56,9 @@ public:
     // Returns true while the calling thread runs a sink.
     static bool InSink() noexcept;
 
+    // Guards the list and the calls of the functions.
+    std::recursive_mutex &Mutex() { return m_mutex; }
+
 private:
     struct Sink {
         SinkId id;

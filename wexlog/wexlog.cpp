@@ -2,6 +2,8 @@
 
 #include <pthread.h>
 
+#include <pthread.h>
+
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
@@ -84,8 +86,19 @@ std::unique_ptr<SinkList> MakeSinks() {
 // Returns the sinks of the process, that of the environment included. The list is never destroyed,
 // because static destructors trace too. Throws std::bad_alloc when memory is short; the next call
 // retries.
+// The list whose lock a fork takes along, so that the child finds the lock free and the list whole.
+SinkList *g_forkedSinks = nullptr;
+
+SinkList *ListThatMayFork() {
+    g_forkedSinks = MakeSinks().release();
+    pthread_atfork([] { g_forkedSinks->Mutex().lock(); }, [] { g_forkedSinks->Mutex().unlock(); },
+                   // Renewed, since the owner has another thread id in the child.
+                   [] { std::construct_at(&g_forkedSinks->Mutex()); });
+    return g_forkedSinks;
+}
+
 SinkList &Sinks() {
-    static SinkList *const sinks = MakeSinks().release();
+    static SinkList *const sinks = ListThatMayFork();
     return *sinks;
 }
 

@@ -11,6 +11,10 @@
 //
 // Implemented with close. A handle is an index into a table and a generation count, so the layer
 // refuses a stale or foreign value.
+//
+// Forks. The child of a fork may use every call of the layer, also when the program has threads.
+// The child must not use a handle, search or stream that another thread was using at the fork. What
+// the child closes stays open in the parent.
 
 #include "ostrel/platform/types.h"
 

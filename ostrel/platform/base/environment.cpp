@@ -12,6 +12,8 @@
 #include <set>
 #include <vector>
 
+#include "ostrel/platform/base/fork_lock.h"
+
 namespace ostrel_platform {
 namespace {
 
@@ -26,6 +28,8 @@ public:
         static Additions *const additions = new Additions;
         return *additions;
     }
+
+    Additions() { register_fork_lock(ForkOrder::kEnvironment, &m_mutex); }
 
     std::mutex &Mutex() { return m_mutex; }
 

@@ -3,6 +3,7 @@
 #include <mutex>
 #include <utility>
 
+#include "ostrel/platform/base/fork_lock.h"
 #include "ostrel/platform/error.h"
 
 namespace ostrel_platform {
@@ -16,7 +17,11 @@ constexpr std::uint32_t kMaxUses = (1u << 29) - 1;
 
 HandleTable &HandleTable::Instance() {
     // Never destroyed: static destructors close handles too.
-    static HandleTable *const table = new HandleTable;
+    static HandleTable *const table = [] {
+        auto *const created = new HandleTable;
+        register_fork_lock(ForkOrder::kHandles, &created->m_mutex);
+        return created;
+    }();
     return *table;
 }
 

@@ -5,6 +5,7 @@
 #include <unordered_map>
 
 #include "ostrel/platform/base/call_result.h"
+#include "ostrel/platform/base/fork_lock.h"
 #include "ostrel/platform/crt_text.h"
 #include "ostrel/platform/file/host_path.h"
 #include "ostrel/platform/stream.h"
@@ -23,6 +24,10 @@ public:
     static OpenStreams &Instance() {
         static OpenStreams *const streams = new OpenStreams;  // outlives every static object
         return *streams;
+    }
+
+    OpenStreams() {
+        ostrel_platform::register_fork_lock(ostrel_platform::ForkOrder::kStreams, &m_mutex);
     }
 
     void Add(std::FILE *file, Stream *stream) {

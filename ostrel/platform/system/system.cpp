@@ -10,6 +10,7 @@
 #include "ostrel/platform/base/ascii.h"
 #include "ostrel/platform/base/call_result.h"
 #include "ostrel/platform/base/environment.h"
+#include "ostrel/platform/base/fork_lock.h"
 #include "ostrel/platform/text/charset.h"
 
 namespace ostrel_platform {
@@ -58,7 +59,11 @@ const char *find_value(std::u16string_view name) {
 // Stores a text until the process ends. Returns the same pointer for equal texts.
 WCHAR *keep(std::u16string text) {
     // Never destroyed: static destructors still use both.
-    static std::mutex *const mutex = new std::mutex;
+    static std::mutex *const mutex = [] {
+        auto *const created = new std::mutex;
+        register_fork_lock(ForkOrder::kValues, created);
+        return created;
+    }();
     static std::set<std::u16string> *const texts = new std::set<std::u16string>;
     const std::lock_guard lock(*mutex);
     // The interface lacks const; callers must not write to the text.

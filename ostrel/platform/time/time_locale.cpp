@@ -15,6 +15,8 @@
 #include <shared_mutex>
 #include <string>
 
+#include "ostrel/platform/base/fork_lock.h"
+
 namespace ostrel_platform {
 namespace {
 
@@ -223,6 +225,8 @@ private:
 // Threads: every thread may call it.
 class KnownLocales {
 public:
+    KnownLocales() { register_fork_lock(ForkOrder::kTimeForms, &m_mutex); }
+
     // Returns nothing when the locale is not in the cache.
     std::optional<const TimeForms *> Find(std::string_view locale) const {
         const std::shared_lock lock(m_mutex);

@@ -15,6 +15,7 @@
 #include <string>
 #include <string_view>
 
+#include "ostrel/platform/base/fork_lock.h"
 #include "ostrel/platform/time/zone_file.h"
 
 namespace ostrel_platform {
@@ -111,6 +112,8 @@ public:
         static ZoneTable *const table = new ZoneTable;
         return *table;
     }
+
+    ZoneTable() { register_fork_lock(ForkOrder::kZones, &m_mutex); }
 
     const Zone &Named(const std::string &text) {
         const std::lock_guard lock(m_mutex);
