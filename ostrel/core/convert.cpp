@@ -78,7 +78,8 @@ std::basic_string<To> converted_in_utf8(const std::basic_string<From> &source) {
         }
         const auto stored = static_cast<std::size_t>(count);
         if (text == source.c_str() && length < source.size()) {
-            result.reserve(source.size() / length * stored + stored);
+            const std::size_t whole = detail::text_length_within(text, source.size());
+            result.reserve(whole / length * stored + stored);
         }
         result.append(buffer, stored);
         text += length;

@@ -100,6 +100,10 @@ void format_any(std::basic_string<Char> *out, const Char *format, std::va_list *
         }
         size = measured_length(format, *to_print).value_or(2 * kStackCharacters);
     }
+    constexpr std::size_t kTrusted = std::size_t{1} << 20;
+    if (size > kTrusted) {  // a precision such as that of %.2000000000g says little
+        size = measured_length(format, *to_print).value_or(2 * kStackCharacters);
+    }
     // A format with a fault has no length to ask for: the buffer grows until the text in front of
     // the fault fits.
     for (;; size *= 2) {

@@ -57,7 +57,7 @@
 // running program cannot be opened for writing. Nor can it be deleted or replaced, unless this user
 // has no write permission on the program; the calls then do not recognise it as running. When
 // conflicting opens or deletions happen at the same moment, exactly one succeeds. The others may
-// wait up to 0.2 seconds before they fail.
+// wait up to 0.3 seconds before they fail.
 //
 // Errors. The calls below name two groups of codes. A "path error" is one of:
 //   ERROR_PATH_NOT_FOUND        the path is null or empty; its drive does not exist; no host file

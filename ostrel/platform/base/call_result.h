@@ -36,14 +36,13 @@ BOOL call_result(Body body) noexcept {
 // and sets errno.
 template <class Body>
 int crt_result(Body body) noexcept {
+    const int saved_errno = errno;
     int error = ENOMEM;
     try {
         error = body();
     } catch (const std::bad_alloc &) {
     }
-    if (error != 0) {
-        errno = error;
-    }
+    errno = error != 0 ? error : saved_errno;
     return error == 0 ? 0 : -1;
 }
 

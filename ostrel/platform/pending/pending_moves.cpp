@@ -197,9 +197,13 @@ private:
     int CarryOut(PendingRequest *request) {
         Source source = {};
         int error = identify(request->source, &source);
-        const bool resumes = request->begun.has_value();
+        // A move by link and unlink that stopped halfway: link has changed the time of a file that
+        // has no time of birth.
+        const bool is_half_done = request->begun && error == 0 &&
+                                  source.identity.inode == request->begun->inode &&
+                                  are_two_links_to_one_file(request->source, request->target);
         const bool was_done =
-            request->begun &&
+            request->begun && !is_half_done &&
             (error == ENOENT || (error == 0 && source.identity != *request->begun));
         if (error == 0 && !request->begun) {
             request->begun = source.identity;
@@ -210,9 +214,8 @@ private:
         if (was_done) {
             error = 0;
         } else if (error == 0) {
-            error = resumes && are_two_links_to_one_file(request->source, request->target)
-                        ? error_of(unlink(request->source.c_str()))  // a move that stopped halfway
-                        : act(*request, source.is_directory);
+            error = is_half_done ? error_of(unlink(request->source.c_str()))
+                                 : act(*request, source.is_directory);
         }
         if (error == 0) {
             error = sync_folders(*request);

@@ -180,9 +180,9 @@ std::size_t wcsnlen(const WCHAR *text, std::size_t limit) noexcept {
         }
         found = zeros(block);
     }
-    const auto length =
-        (block - address) / sizeof(WCHAR) + static_cast<unsigned>(__builtin_ctz(found));
-    return std::min<std::size_t>(length, limit);
+    // The first block may begin in front of the text, so only the sum is not negative.
+    const std::uintptr_t end = block + sizeof(WCHAR) * static_cast<unsigned>(__builtin_ctz(found));
+    return std::min<std::size_t>((end - address) / sizeof(WCHAR), limit);
 }
 #else
 std::size_t wcsnlen(const WCHAR *text, std::size_t limit) noexcept {

@@ -1,5 +1,7 @@
 #include "ostrel/platform/crt_text.h"
 
+#include <sys/mman.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <climits>
@@ -41,6 +43,19 @@ TEST(CrtText, Measures) {
         }
     }
     EXPECT_EQ(wcsnlen(static_cast<const WCHAR *>(nullptr), 0), 0u);
+    // Nothing behind the text is touched, wherever a page ends.
+    constexpr std::size_t kPage = 4096;
+    void *const pages =
+        mmap(nullptr, 2 * kPage, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    ASSERT_EQ(mprotect(static_cast<char *>(pages) + kPage, kPage, PROT_NONE), 0);
+    WCHAR *const end = static_cast<WCHAR *>(pages) + kPage / sizeof(WCHAR);
+    std::fill(end - 100, end, u'x');
+    end[-1] = 0;
+    for (std::ptrdiff_t length = 0; length < 100; ++length) {
+        EXPECT_EQ(wcslen(end - 1 - length), static_cast<std::size_t>(length));
+        EXPECT_EQ(wcsnlen(end - 1 - length, 7), std::min<std::size_t>(7, length));
+    }
+    munmap(pages, 2 * kPage);
     EXPECT_EQ(wcscspn(u"abc", u"xc"), 2u);
     EXPECT_EQ(wcscspn(u"ab\u3000", u"\u3000"), 2u);
 }
