@@ -298,7 +298,7 @@ TEST(PendingMoves, AreNotMadeAtOnceWithoutTheNumberOfTheStart) {
 
 TEST(PendingMoves, StayInTheRecordWhenTheFailurePasses) {
     for (const int error : {EMFILE, ENFILE, ENOMEM, EIO, EINTR, ENOSPC, EDQUOT, EAGAIN, EPERM}) {
-        for (const std::size_t last : {5, 6}) {  // the deletion, or the sync of its folder
+        for (const std::size_t last : {5u, 6u}) {  // the deletion, or the sync of its folder
             const StateDir dir("a=a b=b");
             ASSERT_EQ(record_delete("a") | record_move("b", "a"), 0u);
             g_steps.clear();

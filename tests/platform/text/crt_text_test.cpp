@@ -38,7 +38,7 @@ TEST(CrtText, Measures) {
     const std::u16string text(70, u'\u0100');
     for (std::size_t begin = 0; begin <= text.size(); ++begin) {
         EXPECT_EQ(wcslen(text.c_str() + begin), text.size() - begin);
-        for (const std::size_t limit : {0, 1, 31, 32, 33, 200}) {
+        for (const std::size_t limit : {0u, 1u, 31u, 32u, 33u, 200u}) {
             EXPECT_EQ(wcsnlen(text.c_str() + begin, limit), std::min(limit, text.size() - begin));
         }
     }
@@ -51,9 +51,10 @@ TEST(CrtText, Measures) {
     WCHAR *const end = static_cast<WCHAR *>(pages) + kPage / sizeof(WCHAR);
     std::fill(end - 100, end, u'x');
     end[-1] = 0;
-    for (std::ptrdiff_t length = 0; length < 100; ++length) {
-        EXPECT_EQ(wcslen(end - 1 - length), static_cast<std::size_t>(length));
-        EXPECT_EQ(wcsnlen(end - 1 - length, 7), std::min<std::size_t>(7, length));
+    for (std::size_t length = 0; length < 100; ++length) {
+        const WCHAR *const at = end - 1 - length;
+        EXPECT_EQ(wcslen(at), length);
+        EXPECT_EQ(wcsnlen(at, 7), std::min<std::size_t>(7, length));
     }
     munmap(pages, 2 * kPage);
     EXPECT_EQ(wcscspn(u"abc", u"xc"), 2u);
