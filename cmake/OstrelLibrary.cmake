@@ -1,11 +1,13 @@
-# ostrel_target(NAME): the language, the warnings and the visibility of every target of the project.
-# Nothing of it reaches a consumer.
+# ostrel_target(NAME): the language, the warnings, the hardening and the visibility of every target
+# of the project. Nothing of it reaches a consumer.
 function(ostrel_target name)
   target_compile_features(${name} PRIVATE cxx_std_20)
   target_compile_options(${name} PRIVATE -Wall -Wextra -Wpedantic -Wconversion -Wshadow)
   if(OSTREL_WERROR)
     target_compile_options(${name} PRIVATE -Werror)
   endif()
+  target_compile_options(${name} PRIVATE ${OSTREL_HARDENING_COMPILE})
+  target_link_options(${name} PRIVATE ${OSTREL_HARDENING_LINK})
   set_target_properties(${name} PROPERTIES
     CXX_EXTENSIONS OFF
     CXX_VISIBILITY_PRESET hidden
@@ -35,11 +37,13 @@ function(ostrel_library name)
     FILES ${arg_HEADERS})
   target_compile_features(${name} PUBLIC cxx_std_17)
   target_link_libraries(${name} PUBLIC ${arg_DEPENDS} PRIVATE ${arg_LINK})
-  target_link_options(${name} PRIVATE -Wl,--as-needed)
+  target_link_options(${name} PRIVATE -Wl,--as-needed ${OSTREL_HARDENING_LINK}
+    "-Wl,--version-script=${PROJECT_SOURCE_DIR}/cmake/ostrel.map")
   if(NOT OSTREL_SANITIZE)  # whose symbols only the program has
     target_link_options(${name} PRIVATE -Wl,--no-undefined)
   endif()
   set_target_properties(${name} PROPERTIES
+    LINK_DEPENDS "${PROJECT_SOURCE_DIR}/cmake/ostrel.map"
     LINKER_LANGUAGE CXX
     INSTALL_RPATH "$ORIGIN"
     EXPORT_NAME ${arg_EXPORT_NAME}
