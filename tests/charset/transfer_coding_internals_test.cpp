@@ -63,13 +63,11 @@ TEST(TransferCoding, Base64DecodesPaddingAndWhatFollowsIt) {
 TEST(TransferCoding, QuotedPrintableDecodes) {
     const std::pair<std::string, std::string> kCases[] = {
         {"a_b c=1b=1B", "a_b c\x1B\x1B"},
-        {"=00a", std::string("\0a", 2)},
         {std::string("a\0b", 3), "a"},
         {"a \t  \r\nb  ", "a \t\r\nb  "},
         {"a=20\r\n", "a \r\n"},
         {"a=\r\nb=\rc", "abc"},
         {"a =\r\n\r", "a\r"},  // a soft line break is nothing that keeps blanks
-        {"a=\r", "a"},
         {std::string("a=\0b", 4), "a"}};
     for (const auto &[text, data] : kCases) {
         EXPECT_EQ(code(DecodeQuotedPrintable, text), data) << PrintToString(text);

@@ -15,8 +15,7 @@ TEST(UtilToUtf8, ConvertsFromAnyCharset) {
         {"Shift_JIS", "\x83\x5C\x8A\xBF\xB1\\", "\xE3\x82\xBD\xE6\xBC\xA2\xEF\xBD\xB1\\"},
         {"GB18030", "\x94\x39\xFC\x36\xC4\xE3", "\xF0\x9F\x98\x80\xE4\xBD\xA0"},
         {"UTF-16", "\xFE\xFF\x30\xBD", "\xE3\x82\xBD"},
-        {"EUC-JP", nullptr, ""},
-    };
+        {"EUC-JP", nullptr, ""}};
     for (const auto &[charset, text, utf8] : cases) {
         const TraceCapture trace;
         EXPECT_STREQ(CUTF8String(text, 99, charset).Get(), utf8) << charset;

@@ -49,9 +49,7 @@ TEST(CmIniReader, StoresTheLinesAsTheyAreRead) {
         {u"r", {"ab\0cd\n\0\ne\n", 10}, {u"ab", u"", u"e\n"}},
         {u"r", "\xEF\xBB\xBF\xC3\xA4\xFF\n\xC3", {u"\u00E4\uFFFD\n", u"\uFFFD"}},
         {u"r", x4094 + "\n" + x4094 + "x\ny", {y4094 + u"\n", y4095, u"\n", u"y"}},
-        {u"r", std::string(5000, 'x') + "\ny", {y4095, std::u16string(905, u'x') + u"\n", u"y"}},
-        {u"rb", {"\xE4\0\r\0\n\0", 6}, {u"\u00E4\r\n"}},
-    };
+        {u"rb", {"\xE4\0\r\0\n\0", 6}, {u"\u00E4\r\n"}}};
     for (const auto &[mode, content, lines] : cases) {
         SCOPED_TRACE(PrintToString(content.substr(0, 20)));
         CINIReader reader;
@@ -91,7 +89,6 @@ TEST(CmIniReader, RefusesALineBeyondTheLimit) {
     const std::string longest(limit, 'x');
     const std::tuple<const char *, std::string, int> cases[] = {
         {"at the limit", longest + "\nx", 0},
-        {"a line feed too late", longest + "x\n", EFBIG},
         {"no line feed", longest + std::string(4096, 'x'), EFBIG}};
     for (const auto &[name, content, error] : cases) {
         SCOPED_TRACE(name);

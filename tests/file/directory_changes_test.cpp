@@ -13,15 +13,13 @@ TEST(DirectoryChanges, TakeFilesAndTheSubdirectoriesWithoutADot) {
         const char *planted;
         int below, result;
         const char *copied, *moved, *left;
-    } cases[] = {
-        {kSource, 1, 1, ".dot=1 d/ d/e/ d/e/f=3 h=5 ld/ ld/e/ ld/e/f=3 lf=5 ",
-         ".dot=1 d/ d/e/ d/e/f=3 h=5 ld->d lf->h up->.. ", "s/ s/.hid/ s/.hid/x=2 "},
-        {kSource, 0, 1, ".dot=1 h=5 lf=5 ", ".dot=1 h=5 lf->h ",
-         "s/ s/.hid/ s/.hid/x=2 s/d/ s/d/e/ s/d/e/f=3 s/ld->d s/up->.. "},
-        // What fails below ends it before the files above are reached.
-        {"s/d/f=1 s/g=2 t/d/f/", 1, 0, "d/ d/f/ ", "d/ d/f/ ", "s/ s/d/ s/d/f=1 s/g=2 "},
-        {"s=file", 1, 1, "", "", "s=file "},
-    };
+    } cases[] = {{kSource, 1, 1, ".dot=1 d/ d/e/ d/e/f=3 h=5 ld/ ld/e/ ld/e/f=3 lf=5 ",
+                  ".dot=1 d/ d/e/ d/e/f=3 h=5 ld->d lf->h up->.. ", "s/ s/.hid/ s/.hid/x=2 "},
+                 {kSource, 0, 1, ".dot=1 h=5 lf=5 ", ".dot=1 h=5 lf->h ",
+                  "s/ s/.hid/ s/.hid/x=2 s/d/ s/d/e/ s/d/e/f=3 s/ld->d s/up->.. "},
+                 // What fails below ends it before the files above are reached.
+                 {"s/d/f=1 s/g=2 t/d/f/", 1, 0, "d/ d/f/ ", "d/ d/f/ ", "s/ s/d/ s/d/f=1 s/g=2 "},
+                 {"s=file", 1, 1, "", "", "s=file "}};
     for (const auto &c : cases) {
         SCOPED_TRACE(testing::Message() << c.planted << ' ' << c.below);
         for (const bool moves : {false, true}) {
@@ -48,8 +46,7 @@ TEST(DirectoryChanges, StopAtAFailureOrGoOn) {
         // A failure in a subdirectory does not end the copy, and no file there is moved aside.
         {CALL(copyDirectory(TEXT("s"), TEXT("t"), 1, 0, 1)), true, false},
         {CALL(moveDirectory(source, target, 1, 0)), false, true},
-        {CALL(int{moveFiles(source, target, TEXT("f*"), 1, 0)}), false, true},
-    };
+        {CALL(int{moveFiles(source, target, TEXT("f*"), 1, 0)}), false, true}};
     for (const auto &c : cases) {
         SCOPED_TRACE(c.text);
         const Planted dir("s/d/f1= s/d/f2= s/d/f3= t/d/");
@@ -111,8 +108,7 @@ TEST(DirectoryChanges, DeleteTreeTellsEachFileAndEachDirectoryThatStays) {
         {TEXT("s\\"), 0, 0, TEXT("*"), "s/busy- s/f.tmp+ s/lf+ ", "s/f.tmp=5 s/lf->../o/f "},
         {TEXT("ls"), 1, 1, TEXT("*"), "", "ls->s "},
         {TEXT("ls\\"), 0, 1, TEXT("*"), "", ""},
-        {TEXT("none"), 1, 1, TEXT("*"), "none- ", ""},
-    };
+        {TEXT("none"), 1, 1, TEXT("*"), "none- ", ""}};
     for (const auto &c : cases) {
         SCOPED_TRACE(PrintToString(std::tuple(c.dir, c.spec)));
         const Planted dir(

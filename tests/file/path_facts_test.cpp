@@ -18,15 +18,13 @@ TEST(PathFacts, PiecesAreCutAtTheLastSeparatorAndTheLastDot) {
     const std::u16string n(256, u'n');
     const struct {
         std::u16string path, pieces;
-    } cases[] = {
-        {u"C:\\a\\b\\c.tar.gz", u"C|C:\\a\\b\\|c.tar|c.tar.gz|.gz|C:\\a\\b|C:\\a"},
-        {u"C:\\a\\b\\", u"C|C:\\a\\b\\||||C:\\a\\b|C:\\a"},
-        {u"C:x.txt", u"C|C:|x|x.txt|.txt|C:|C:"},
-        {u"a/b\\c/d.e", u"0|a/b\\c/|d|d.e|.e|a/b\\c/|a/b"},
-        {u"\\\\host\\\\share\\x", u"0|\\\\host\\\\share\\|x|x||host\\share|host"},
-        {u".profile", u"0|||.profile|.profile||"},
-        {u"c:\\dir\\" + n, u"0||||||"},
-    };
+    } cases[] = {{u"C:\\a\\b\\c.tar.gz", u"C|C:\\a\\b\\|c.tar|c.tar.gz|.gz|C:\\a\\b|C:\\a"},
+                 {u"C:\\a\\b\\", u"C|C:\\a\\b\\||||C:\\a\\b|C:\\a"},
+                 {u"C:x.txt", u"C|C:|x|x.txt|.txt|C:|C:"},
+                 {u"a/b\\c/d.e", u"0|a/b\\c/|d|d.e|.e|a/b\\c/|a/b"},
+                 {u"\\\\host\\\\share\\x", u"0|\\\\host\\\\share\\|x|x||host\\share|host"},
+                 {u".profile", u"0|||.profile|.profile||"},
+                 {u"c:\\dir\\" + n, u"0||||||"}};
     for (const auto &c : cases) {
         const WCHAR *const path = c.path.c_str();
         std::u16string pieces(1, getDriveLetter(path) != 0 ? getDriveLetter(path) : u'0');

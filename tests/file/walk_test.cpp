@@ -74,8 +74,7 @@ TEST(Walk, EntersSubdirectoriesByTheirNamesAndTakesWhatMatches) {
         {u"*.log", true, R"(\a.log\y.log \f.log )", R"(\a.log\y.log \a\b\f.log \f.log )",
          R"(\a.log )", 9},
         {u"?", true, R"(\X )", R"(\X \a.log\x \h.\x )", R"(\. \a \a.log\. \a\. \a\b \a\b\. \h.\. )",
-         2},
-    };
+         2}};
     for (const auto &c : cases) {
         SCOPED_TRACE(testing::Message() << fs::path(c.spec) << c.recursive);
         EXPECT_EQ(behind(u"t", browsed(u"t", c.recursive, c.spec)), c.browsed);

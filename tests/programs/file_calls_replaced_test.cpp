@@ -94,8 +94,7 @@ TEST(FileCallsReplaced, MoveByHandWhereTheCallIsMissing) {
             {u"c:a", u"b", 1, "", "", false},
             {u"c:a", u"d:b", 2, "", "CopyFileW c:a d:b 1\nDeleteFileW c:a\n", true},
             {u"c:a", u"d:b", 3, "DeleteFileW", "CopyFileW c:a d:b 0\nDeleteFileW c:a\n", false},
-            {u"c:a", u"d:b", 3, "CopyFileW", "CopyFileW c:a d:b 0\n", false},
-        };
+            {u"c:a", u"d:b", 3, "CopyFileW", "CopyFileW c:a d:b 0\n", false}};
     for (const auto &[source, target, flags, failing, by_hand, result] : cases) {
         g_errors = {{failing, ERROR_ACCESS_DENIED}, {"MoveFileExW", ERROR_CALL_NOT_IMPLEMENTED}};
         const std::string call = told(source) + ' ' + told(target) + ' ' + told(flags) + '\n';
@@ -109,8 +108,7 @@ TEST(FileCallsReplaced, CopyInBlocksUntilAReadOrAWriteEndsIt) {
         {16383, 99999, "", "ReadFile 16383\nWriteFile 16383\nReadFile 16383\n", true},
         {99999, 99999, "ReadFile", "ReadFile 16383\n", true},
         {99999, 16382, "", "ReadFile 16383\nWriteFile 16383\n", false},
-        {99999, 99999, "WriteFile", "ReadFile 16383\nWriteFile 16383\n", false},
-    };
+        {99999, 99999, "WriteFile", "ReadFile 16383\nWriteFile 16383\n", false}};
     for (const auto &[left, written, failing, calls, result] : cases) {
         SCOPED_TRACE(testing::Message() << left << ' ' << written << ' ' << failing);
         const Planted dir("s=");
@@ -148,12 +146,10 @@ TEST(FileCallsReplaced, TellDrivesRoomAndPrograms) {
         EXPECT_EQ(isDiskExist(TEXT("d:\\x")), !none) << g_drive;
     }
     constexpr DWORD kMost = 4'294'967'295;
-    const std::tuple<DWORD, DWORD, DWORD, DWORD, bool> cases[] = {
-        {3, 100, 2, 599, true},
-        {3, 100, 2, 600, false},
-        {1, 0, 7, 0, false},
-        {kMost, kMost, 1, kMost, true},
-    };
+    const std::tuple<DWORD, DWORD, DWORD, DWORD, bool> cases[] = {{3, 100, 2, 599, true},
+                                                                  {3, 100, 2, 600, false},
+                                                                  {1, 0, 7, 0, false},
+                                                                  {kMost, kMost, 1, kMost, true}};
     for (const auto &[sectors, bytes, free, required, result] : cases) {
         std::tie(g_sectors, g_bytes, g_free) = std::tie(sectors, bytes, free);
         EXPECT_EQ(isEnoughFreeDiskSpace(u'z', required), result) << required;

@@ -9,6 +9,7 @@
 #include <chrono>
 #include <cstdarg>
 #include <functional>
+#include <optional>
 #include <thread>
 
 #include "support/file_calls.h"
@@ -66,19 +67,10 @@ int winners(const std::function<bool()> &act) {
 TEST(ShareModeRace, LetsOneOpenIn) {
     const Planted dir("file=x");
     for (const DWORD access : {GENERIC_READ, GENERIC_WRITE, GENERIC_READ | GENERIC_WRITE}) {
-        HANDLE files[2] = {};
+        std::optional<Opened> files[2];  // kept open
         std::atomic<int> count{0};
-        EXPECT_EQ(winners([&] {
-                      HANDLE &file = files[count++];
-                      file = CreateFileW(TEXT("file"), access, 0, nullptr, OPEN_EXISTING, 0,
-                                         nullptr);  // kept open
-                      return file != INVALID_HANDLE_VALUE;
-                  }),
-                  1)
-            << access;
-        for (const HANDLE file : files) {
-            CloseHandle(file);
-        }
+        const auto act = [&] { return bool{files[count++].emplace(TEXT("file"), access, 0)}; };
+        EXPECT_EQ(winners(act), 1) << access;
     }
 }
 

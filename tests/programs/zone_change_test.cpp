@@ -134,8 +134,7 @@ TEST(ZoneChange, ComesWithTheDate) {
         {"America/New_York", 1120000000, 2, "EST 300 0-10-5/0 2:00:00", "EDT -60 0-4-1/0 2:00:00"},
         {kBrazil, 499564800, 1, "-03 180 1985-12-31/2 23:59:59", "-02 -60 1985-11-2/6 0:00:00"},
         {kBrazil, 1550368799, 2, "-03 180 2019-2-17/0 0:00:00", "-02 -60 2019-1-1/2 0:00:00"},
-        {kBrazil, 1577847600, 0, "-03 180 0-0-0/0 0:00:00", kNone},
-    };
+        {kBrazil, 1577847600, 0, "-03 180 0-0-0/0 0:00:00", kNone}};
     for (const auto &[name, now, kind, standard, daylight] : cases) {
         SCOPED_TRACE(testing::Message() << name << ' ' << now);
         setenv("TZ", name, 1);

@@ -2,8 +2,6 @@
 
 #include "ostrel/regex/regex_matcher.h"
 
-#include <algorithm>
-
 #include "ostrel/regex/regex_interpreter.h"
 #include "ostrel/regex/regex_program.h"
 #include "ostrel/regex/validators.h"
@@ -43,7 +41,6 @@ TEST(RegexMatcher, FindsTheFirstMatchInBacktrackingOrder) {
         const WCHAR *pattern, *text;
         const char *result;
     } cases[] = {
-        {TEXT("ab|cd"), TEXT("abd acd"), "0-3"},
         {TEXT("a**b"), TEXT("aa*b"), "0-4"},
         {TEXT("{a}|{ab}c"), TEXT("abc"), "0-3 - 0-2"},
         {TEXT("{.*?}{b*}"), TEXT("abb"), "0-0 0-0 0-0"},
@@ -53,11 +50,8 @@ TEST(RegexMatcher, FindsTheFirstMatchInBacktrackingOrder) {
         {TEXT("^(!{ab}.)*"), TEXT("xaab"), "0-2 2-4"},  // what a look-ahead captures stays
         // A lazy quantifier does not go back before it tries its body.
         {TEXT("^(a?\?b)|({a}?\?.b)"), TEXT("aab"), "no"},
-        {TEXT("^()*(ba*)*c"), TEXT("babaac"), "0-6"},
-        {TEXT("(\\d|)abcdef\\d"), TEXT("abcdef5"), "0-7"},
         // Deep in brackets the quantifier of one is looked for beforehand.
         {TEXT("((((((((((((((((\\n[^-]()[B-\\]\\((a)*)))))))))))))))))"), TEXT("\nqC(a"), "0-5"},
-        {TEXT("^.)b"), TEXT("\n"), "0-1"},
         {TEXT("[^a]|."), TEXT(""), "no"},
         {TEXT("a^.$b"), TEXT("a^x$b"), "0-5"},
         {TEXT("\\q"), TEXT("'a' \"b\""), "4-7"},
@@ -68,8 +62,7 @@ TEST(RegexMatcher, FindsTheFirstMatchInBacktrackingOrder) {
         // The last character is the last place where a match can begin, but for an empty text.
         {TEXT("b*$"), TEXT("a"), "no"},
         {TEXT("b*$"), TEXT(""), "0-1"},
-        {TEXT(""), TEXT("a"), "0-0"},
-    };
+        {TEXT(""), TEXT("a"), "0-0"}};
     for (const auto &c : cases) {
         EXPECT_EQ(match(c.pattern, c.text), c.result)
             << PrintToString(std::pair(c.pattern, c.text));
@@ -115,32 +108,6 @@ TEST(RegexMatcher, ContextsAreUsedAgainAndFailuresAreTold) {
     EXPECT_EQ(two.Match(text, nullptr, nullptr), 0);
     EXPECT_EQ(none.Match(text + 1, &context, &stopped), 0);
     EXPECT_EQ(stopped, text + 1);
-}
-
-// Programs that no pattern compiles to must not reach beyond an array.
-TEST(RegexMatcher, RefusesIndexesOutOfRange) {
-    const auto run = [](const std::vector<Instruction> &code) {
-        CompiledPattern program;
-        program.groupCount = 1;
-        program.memoryCount = 1;
-        EXPECT_TRUE(program.instructions.Resize(code.size()));
-        std::copy(code.begin(), code.end(), program.instructions.Data());
-        MatchContext context(8);
-        return program.Match(TEXT("a"), &context, nullptr);
-    };
-    const std::pair<const char *, std::vector<Instruction>> programs[] = {
-        {"no instruction", {}},
-        {"call beyond the program", {{OpCall, static_cast<Word>(-1)}}},
-        {"group", {{OpGroupStart, 1}, {OpMatch, 0}}},
-        {"slot", {{OpStorePos, 1}, {OpMatch, 0}}},
-        {"range beyond the program", {{OpRange, 9}, {OpNop, 0}, {OpNop, 1}, {OpMatch, 0}}},
-        {"stack depth", {{OpStorePos, 0}, {OpLoadStack, 0}, {OpReturn, 0}}},
-    };
-    for (const auto &[wrong, code] : programs) {
-        EXPECT_THROW(run(code), OS::RegexFailure) << wrong;
-    }
-    // Half a range at the end.
-    EXPECT_EQ(run({{OpCall, 2}, {OpFail, 0}, {OpRange, 4}, {OpNop, 0}}), 0);
 }
 
 }  // namespace

@@ -83,8 +83,7 @@ TEST(StringUtils, ComparesWithAFormat) {
         {u"Ccx", u"ab_", false},    {u"c", u"1", false},
         {u"d", u"\uFF11", true},    {u"a", u"A", false},
         {u"", u"a", false},         {u"d", u"", false},
-        {nullptr, u"1", false},     {u"d", nullptr, false},
-    };
+        {nullptr, u"1", false},     {u"d", nullptr, false}};
     for (const auto &[format, text, expected] : cases) {
         EXPECT_EQ(isFormatCorrect(format, text) != 0, expected)
             << PrintToString(std::pair(format, text));

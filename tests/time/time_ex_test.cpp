@@ -30,9 +30,7 @@ TEST(TimeEx, GoesToTheLocalClockAndBack) {
         {"America/New_York", {2026, 1, 4, 1, 2, 0, 0, 0}, "2025-12-31 (3) 21:00:00.000", false},
         {"Australia/Lord_Howe", {2026, 1, 4, 1, 0, 0, 0, 0}, "2026-01-01 (4) 11:00:00.000", true},
         {"Australia/Lord_Howe", {2026, 7, 3, 1, 0, 0, 0, 0}, "2026-07-01 (3) 10:30:00.000", false},
-        {"Asia/Kolkata", {2026, 7, 3, 1, 12, 0, 0, 0}, "2026-07-01 (3) 17:30:00.000", false},
-        {"America/Sao_Paulo", {2010, 1, 5, 1, 12, 0, 0, 0}, "2010-01-01 (5) 09:00:00.000", false},
-    };
+        {"America/Sao_Paulo", {2010, 1, 5, 1, 12, 0, 0, 0}, "2010-01-01 (5) 09:00:00.000", false}};
     for (const auto &[name, utc, expected, is_daylight] : cases) {
         SCOPED_TRACE(name + text(utc));
         const ZoneScope zone(name);
@@ -56,9 +54,7 @@ TEST(TimeEx, ResolvesTheHoursOfAChange) {
         {{2026, 10, 0, 25, 2, 30, 0, 0},
          "2026-10-25 (0) 00:30:00.000"},          // comes twice: daylight time
         {{2026, 3, 0, 29, 2, 30, 0, 0}, kEmpty},  // is skipped
-        {{2026, 3, 0, 29, 3, 0, 0, 0}, "2026-03-29 (0) 01:00:00.000"},
-        {{2026, 2, 0, 30, 3, 0, 0, 0}, kEmpty},
-    };
+        {{2026, 2, 0, 30, 3, 0, 0, 0}, kEmpty}};
     for (const auto &[local, utc] : cases) {
         EXPECT_EQ(text(CTimeEx::FromLocalTime(local).GetUniversalTime()), utc) << text(local);
     }

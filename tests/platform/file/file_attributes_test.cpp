@@ -24,8 +24,7 @@ TEST(FileAttributes, AreSetByModeAndByStoredText) {
         {"loop", kReadOnly, 0x400, 0777, "-"},
         {"file", kNormal, kNormal, 0644, "-"},
         {"sub", kReadOnly | kHidden, 0x10 | kReadOnly | kHidden, 0755, "0x3"},
-        {"sub/", 0, 0x10, 0755, "-"},
-    };
+        {"sub/", 0, 0x10, 0755, "-"}};
     const auto written = fs::last_write_time("file");
     for (const auto &[name, wanted, told, mode, stored] : steps) {
         SCOPED_TRACE(name + ' ' + std::to_string(wanted));

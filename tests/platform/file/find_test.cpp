@@ -46,11 +46,6 @@ Names found(const std::u16string &path) {
     return names;
 }
 
-Names sorted(Names names) {
-    std::sort(names.begin(), names.end());
-    return names;
-}
-
 TEST(Find, TakesThePatternsOfAPath) {
     const Planted dir("a.txt= b.TXT= noDot= sub/x*y= sub/xay= sub/q.= odd.= x?.=");
     setenv("OSTREL_DRIVE_Q", (dir.Path() / "sub").c_str(), 1);
@@ -64,11 +59,12 @@ TEST(Find, TakesThePatternsOfAPath) {
         {TEXT("sub\\x?y."), {u"x*y", u"xay"}},
         {TEXT("s?b\\xay"), {}},
         {TEXT("odd."), {u"odd."}},
-        {TEXT("?."), {u"."}},
         {TEXT("x?."), {u"x?."}},                  // which its own pattern does not match
         {TEXT("q:*"), {u"q.", u"x*y", u"xay"}}};  // a root has no dots
     for (const auto &[path, names] : cases) {
-        EXPECT_EQ(sorted(found(path)), names) << PrintToString(path);
+        Names sorted = found(path);
+        std::sort(sorted.begin(), sorted.end());
+        EXPECT_EQ(sorted, names) << PrintToString(path);
     }
     unsetenv("OSTREL_DRIVE_Q");
     const Names all = found(TEXT("sub\\*")), root = found(TEXT("C:\\etc\\..\\*"));
@@ -84,8 +80,7 @@ TEST(Find, TellsWhyNothingIsFound) {
         {ERROR_FILE_NOT_FOUND, {u"none", u"*.none", u"sub\\", u"C:"}},
         {ERROR_PATH_NOT_FOUND, {u"none\\*", u"none\\x", u"file\\sub\\*", u"Q:\\*", u""}},
         {ERROR_DIRECTORY, {u"file\\*", u"file\\x"}},
-        {ERROR_FILENAME_EXCED_RANGE, {longest + u"*", longest}},
-    };
+        {ERROR_FILENAME_EXCED_RANGE, {longest + u"*", longest}}};
     for (const auto &[code, paths] : cases) {
         for (const std::u16string &path : paths) {
             SCOPED_TRACE(PrintToString(path));

@@ -20,8 +20,7 @@ TEST(TemporaryNames, ComeFromTheFirstFolderThereIs) {
         {"", nullptr, "rel/x", "/four", u"rel/x\\"},
         {nullptr, nullptr, nullptr, "/four/\xFF", u"C:\\four\\\xDCFF\\"},
         {longest.c_str(), nullptr, nullptr, nullptr, u"C:\\" + std::u16string(255, u'd') + u"\\"},
-        {too_long.c_str(), nullptr, nullptr, nullptr, u"C:\\tmp\\"},
-    };
+        {too_long.c_str(), nullptr, nullptr, nullptr, u"C:\\tmp\\"}};
     for (const auto &[tmp, temp, profile, tmpdir, folder] : cases) {
         SCOPED_TRACE(PrintToString(folder));
         set({{"TMP", tmp}, {"TEMP", temp}, {"USERPROFILE", profile}, {"TMPDIR", tmpdir}});

@@ -25,7 +25,6 @@ TEST(Wildcard, MatchesNames) {
     EXPECT_EQ(matched(u"*."), ". .. a b aa ab abab ");  // without an extension
     EXPECT_EQ(matched(u"A.*"), "a a. a.b a.b.a ");
     EXPECT_EQ(matched(u"a.."), "a ");
-    EXPECT_EQ(matched(u"?"), ". a b ");
     EXPECT_EQ(matched(u"a??"), "a aa ab a. a.b ");
     EXPECT_EQ(matched(u"a?.b"), "a.b ");  // nothing before a dot or at the end
     EXPECT_EQ(matched(u""), "");

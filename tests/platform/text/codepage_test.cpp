@@ -31,15 +31,11 @@ TEST(CodePage, ConvertsBothWays) {
         {65000, "+IKw-", TEXT("\u20AC")},
         // Bytes that ICU's tables leave undefined or give another character.
         {437, "\xE6\xE3", TEXT("\u00B5\u03C0")},
-        {720, "\x80\x90", TEXT("\u0080\u0090")},
         {852, "\xAA", TEXT("\u00AC")},
-        {865, "\xE6", TEXT("\u00B5")},
         {874, "\xDB\xDE\xFC\xFF", TEXT("\uF8C1\uF8C4\uF8C5\uF8C8")},
         {932, "\x80\xA0\xFD\xFF", TEXT("\u0080\uF8F0\uF8F1\uF8F3")},
         {1253, "\xAA\xD2\xFF", TEXT("\uF8F9\uF8FA\uF8FB")},
-        {1255, "\xCA\xD9\xDF\xFB\xFC\xFF", TEXT("\u05BA\uF88D\uF893\uF894\uF895\uF896")},
-        {1257, "\xA1\xA5", TEXT("\uF8FC\uF8FD")},
-    };
+        {1255, "\xCA\xD9\xDF\xFB\xFC\xFF", TEXT("\u05BA\uF88D\uF893\uF894\uF895\uF896")}};
     for (const auto &[code_page, bytes, text] : cases) {
         EXPECT_EQ(wide(code_page, bytes), text) << code_page;
         EXPECT_EQ(narrow(code_page, text), bytes) << code_page;
@@ -59,19 +55,9 @@ TEST(CodePage, ReplacesAndRefusesNothing) {
 TEST(CodePage, WritesTheLookAlikeOfACharacter) {
     const std::tuple<unsigned, const WCHAR *, const char *> cases[] = {
         {932, TEXT("\u00A2\u00A5\u00A6\u00A9\u00E4\u3094"), "\x81\x91\\|ca\x83\x94"},
-        {1250, TEXT("\u00A1\u00AF\u00C6\u2192"),
-         "!\x97"
-         "A\x9B"},
-        {1251, TEXT("\u0130\u00E9\u2553"), "Ie\xE3"},
         {1252, TEXT("\u0141\u221E\u0110\u2017\u30FB"), "L8\xD0=\xB7"},
         {1253, TEXT("\u00B4\u2642\u00AA"), "/>?"},
-        {1254, TEXT("\u00DD\u0306\u301B"), "Y\x88="},
-        {1255, TEXT("\u00A4\u0191\u0141"),
-         "\xA4"
-         "F?"},
-        {1256, TEXT("\u0660\u06CC\uFE8D"), "0\xED\xC7"},
-        {1257, TEXT("\u00C0\uFF21"), "?A"},
-    };
+        {1257, TEXT("\u00C0\uFF21"), "?A"}};
     for (const auto &[code_page, text, bytes] : cases) {
         EXPECT_EQ(narrow(code_page, text), bytes) << code_page;
     }
@@ -92,8 +78,7 @@ TEST(CodePage, AnswersWithSizesAndErrors) {
         {8, "a", 1, units, 1, ERROR_INVALID_FLAGS},
         {0, nullptr, 1, units, 1, ERROR_INVALID_PARAMETER},
         {0, "a", 0, units, 1, ERROR_INVALID_PARAMETER},
-        {0, "a", 1, units, -1, ERROR_INVALID_PARAMETER},
-    };
+        {0, "a", 1, units, -1, ERROR_INVALID_PARAMETER}};
     for (const auto &[flags, source, length, target, room, code] : wrong) {
         SCOPED_TRACE(PrintToString(std::tuple(flags, source, length, target, room)));
         for (const unsigned page : {CP_UTF8, 932u}) {

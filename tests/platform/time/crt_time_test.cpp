@@ -42,14 +42,11 @@ TEST(CrtTime, ZonesChangeWhereTheyDo) {
         {"IST-1GMT0,M10.5.0,M3.5.0/1", utc(2026, 3, 29, 1), "03-29 00:59:59 0, 03-29 02:00:00 1"},
         {":Europe/Paris", utc(2040, 3, 25, 1), "03-25 01:59:59 0, 03-25 03:00:00 1"},
         {"/usr/share/zoneinfo/Asia/Tokyo", 1, "01-01 09:00:00 0, 01-01 09:00:01 0"},
-        {"", 1, "01-01 00:00:00 0, 01-01 00:00:01 0"},
-        {"AAA0BBB,0/-167,J180", utc(2025, 12, 25, 1), "12-25 00:59:59 0, 12-25 02:00:00 1"},
         {"AAA0BBB,J9,J365/167", utc(2027, 1, 6, 22), "01-06 22:59:59 1, 01-06 22:00:00 0"},
         {"EST4EDT", utc(2900, 3, 14, 6), "03-14 01:59:59 0, 03-14 03:00:00 1"},  // by default
         {"AAA0BBB,J60,299", utc(2024, 3, 1, 2), "03-01 01:59:59 0, 03-01 03:00:00 1"},
         {"AAA0BBB,59,J300/1:2", utc(2024, 10, 27, 0, 2), "10-27 01:01:59 1, 10-27 00:02:00 0"},
-        {"EST5EDT,0/0,J365/25", utc(2027, 1, 1, 5), "01-01 00:59:59 1, 01-01 01:00:00 1"},
-    };
+        {"EST5EDT,0/0,J365/25", utc(2027, 1, 1, 5), "01-01 00:59:59 1, 01-01 01:00:00 1"}};
     for (const auto &[zone, change, clocks] : cases) {
         const ZoneScope scope(zone);
         EXPECT_EQ(clock_of(change - 1) + ", " + clock_of(change), clocks) << zone;
@@ -112,8 +109,7 @@ TEST(CrtTime, ReadsFieldsAsTheyAreFlagged) {
         {"Australia/Lord_Howe", fields(2024, 7, 1, 12, 0, 1), utc(2024, 7, 1, 1)},
         // A zone that has no daylight time any more: what it was ahead then, and is now.
         {"America/Sao_Paulo", fields(2018, 1, 1, 12, 0, 1), utc(2018, 1, 1, 14)},
-        {"America/Sao_Paulo", fields(2018, 7, 1, 12, 0, 1), utc(2018, 7, 1, 15)},
-    };
+        {"America/Sao_Paulo", fields(2018, 7, 1, 12, 0, 1), utc(2018, 7, 1, 15)}};
     for (const auto &[zone, given, time] : cases) {
         const ZoneScope scope(zone);
         std::tm local = given;

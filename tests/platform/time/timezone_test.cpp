@@ -27,8 +27,7 @@ TEST(Timezone, AppliesARule) {
         {0, april, {}, noon, ""},
         {0, {0, 10, 7, 1, 0, 0, 0, 0}, april, noon, ""},
         {0, {0, 10, 0, 1, 24, 0, 0, 0}, april, noon, ""},
-        {0, {2026, 2, 0, 29, 0, 0, 0, 0}, april, noon, ""},
-    };
+        {0, {2026, 2, 0, 29, 0, 0, 0, 0}, april, noon, ""}};
     for (const auto &[bias, standard, daylight, utc, expected] : cases) {
         SCOPED_TRACE(testing::Message() << bias << ", " << text(standard) << ", " << text(daylight)
                                         << ", " << text(utc));
