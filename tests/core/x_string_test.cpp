@@ -63,12 +63,25 @@ TYPED_TEST(XString, JoinsTerminatedText) {
     EXPECT_EQ(whole(TypeParam(cut) + cut.c_str() + mark), whole(this->T("ab\0xab!"sv)));
 }
 
+template <class Result, class... Values>
+constexpr bool all_give = (std::is_same_v<Result, Values> && ...);
+
 TYPED_TEST(XString, TakesAnIntegerBesideItForAnOffset) {
     using Unit = typename TestFixture::Char;
     const TypeParam fixed = this->T("abcdef");
     TypeParam text = fixed;
+    const Unit mark = '!';
     const int n = 3;
     enum { kFour = 4 };
+    static_assert(
+        all_give<const Unit *, decltype(text + 3), decltype(text + n), decltype(fixed + n),
+                 decltype(fixed + kFour), decltype(kFour + text), decltype(4 + fixed),
+                 decltype(text + true), decltype(text + 3L), decltype(0 + fixed),
+                 decltype(fixed + (fixed.size() - 4)), decltype(text + text + n),
+                 decltype((text.size() - 4) + text), decltype(text + NULL)>);
+    static_assert(all_give<TypeParam, decltype(text + mark), decltype(mark + fixed),
+                           decltype(fixed + text[0]), decltype(TypeParam() + fixed[n]),
+                           decltype(text + nullptr), decltype(nullptr + fixed)>);
     const Unit *const start = text.c_str();
     const std::pair<const Unit *, std::ptrdiff_t> offsets[] = {
         {text + n, 3},           {4 + text, 4},     {text + (text.size() - 4), 2},
@@ -77,15 +90,16 @@ TYPED_TEST(XString, TakesAnIntegerBesideItForAnOffset) {
     for (const auto &[pointer, offset] : offsets) {
         EXPECT_EQ(pointer - start, offset);
     }
-    EXPECT_EQ(TypeParam(text + NULL), fixed);
+    const TypeParam copy = text + NULL;
+    EXPECT_EQ(copy, fixed);
 }
 
 TYPED_TEST(XString, FindsItsOwnKindAtItsEnds) {
     const TypeParam text = this->T("ab\0cd"sv);
-    const std::tuple<std::string_view, bool, bool> cases[] = {{"", true, true},
-                                                              {"ab\0c"sv, true, false},
-                                                              {"\0cd"sv, false, true},
-                                                              {"ab\0cde"sv, false, false}};
+    const std::tuple<std::string_view, bool, bool> cases[] = {
+        {"", true, true},      {"ab\0"sv, true, false}, {"ab\0c"sv, true, false},
+        {"cd", false, true},   {"\0cd"sv, false, true}, {"ab\0cd"sv, true, true},
+        {"abc", false, false}, {"bcd", false, false},   {"ab\0cde"sv, false, false}};
     for (const auto &[part, begins, ends] : cases) {
         EXPECT_EQ(text.starts_with(this->T(part)), begins) << part;
         EXPECT_EQ(text.ends_with(this->T(part)), ends) << part;
