@@ -15,15 +15,25 @@
 #include "support/test.h"
 #include "support/trace_capture.h"
 
-// The C library's system log, as this program has it: the last message.
+// The C library's system log, as this program has it: the last message. Hardened builds call the
+// second form.
 static std::string g_log;
-extern "C" void syslog(int priority, const char *format, ...) {
+static void log_message(int priority, const char *format, std::va_list args) {
     char text[256];
+    std::vsnprintf(text, sizeof text, format, args);
+    g_log = std::to_string(priority) + ' ' + text;
+}
+extern "C" void syslog(int priority, const char *format, ...) {
     std::va_list args;
     va_start(args, format);
-    std::vsnprintf(text, sizeof text, format, args);
+    log_message(priority, format, args);
     va_end(args);
-    g_log = std::to_string(priority) + ' ' + text;
+}
+extern "C" void __syslog_chk(int priority, int, const char *format, ...) {
+    std::va_list args;
+    va_start(args, format);
+    log_message(priority, format, args);
+    va_end(args);
 }
 
 namespace {
