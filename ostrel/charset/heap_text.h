@@ -19,8 +19,8 @@ using HeapText = std::unique_ptr<char, FreeText>;
 // Allocates `length` x `factor` bytes and one more for a zero byte; sets no values. Returns null
 // when `length` is above INT_MAX, when the size does not fit std::size_t, and when memory is short.
 inline HeapText allocate_text(std::size_t length, std::size_t factor = 1) {
-    constexpr std::size_t kMost = static_cast<std::size_t>(-1) / 2;
-    const bool fits = length <= INT_MAX && length <= kMost / factor;
+    constexpr std::size_t kMax = static_cast<std::size_t>(-1) / 2;
+    const bool fits = length <= INT_MAX && length <= kMax / factor;
     return HeapText(fits ? static_cast<char *>(std::malloc(length * factor + 1)) : nullptr);
 }
 

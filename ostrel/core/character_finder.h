@@ -18,10 +18,10 @@ namespace OS::detail {
 template <class Char>
 class CharacterFinder {
 public:
-    static constexpr std::size_t kMost = 8;    // the most characters that a finder looks for
+    static constexpr std::size_t kMax = 8;    // the most characters that a finder looks for
     static constexpr std::size_t kBlock = 64;  // positions that a mask covers, one bit each
 
-    // `wanted` holds kMost characters or fewer.
+    // `wanted` holds kMax characters or fewer.
     explicit CharacterFinder(std::span<const Char> wanted) : m_count(wanted.size()) {
         for (std::size_t n = 0; n < m_count; ++n) {
             m_wanted[n] = Repeated(wanted[n]);
@@ -84,7 +84,7 @@ private:
     }
 #endif
 
-    Wanted m_wanted[kMost];
+    Wanted m_wanted[kMax];
     std::size_t m_count;
 };
 

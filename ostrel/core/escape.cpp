@@ -21,7 +21,7 @@ constexpr Escape kMarkupBlanks[] = {{' ', "&nbsp;"}, {'\t', "&nbsp;"}};
 constexpr Escape kCString[] = {{'\\', "\\\\"}, {'"', "\\\""}, {'\'', "\\'"}};
 
 constexpr std::size_t kMaxEscapes = std::size(kMarkup);
-static_assert(kMaxEscapes <= CharacterFinder<char>::kMost);
+static_assert(kMaxEscapes <= CharacterFinder<char>::kMax);
 
 std::span<const Escape> escapes_of(EscapeSet set) {
     switch (set) {

@@ -64,7 +64,7 @@ public:
     }
 
 private:
-    static constexpr std::size_t kFew = CharacterFinder<Char>::kMost;
+    static constexpr std::size_t kFew = CharacterFinder<Char>::kMax;
     static constexpr std::size_t kLow = 256;
 
     std::optional<CharacterFinder<Char>> m_finder;  // set when there are at most kFew delimiters

@@ -145,11 +145,11 @@ TEST(FileCallsReplaced, TellDrivesRoomAndPrograms) {
         const bool none = g_drive == DRIVE_NO_ROOT_DIR || g_drive == DRIVE_CDROM;
         EXPECT_EQ(isDiskExist(TEXT("d:\\x")), !none) << g_drive;
     }
-    constexpr DWORD kMost = 4'294'967'295;
+    constexpr DWORD kMax = 4'294'967'295;
     const std::tuple<DWORD, DWORD, DWORD, DWORD, bool> cases[] = {{3, 100, 2, 599, true},
                                                                   {3, 100, 2, 600, false},
                                                                   {1, 0, 7, 0, false},
-                                                                  {kMost, kMost, 1, kMost, true}};
+                                                                  {kMax, kMax, 1, kMax, true}};
     for (const auto &[sectors, bytes, free, required, result] : cases) {
         std::tie(g_sectors, g_bytes, g_free) = std::tie(sectors, bytes, free);
         EXPECT_EQ(isEnoughFreeDiskSpace(u'z', required), result) << required;

@@ -50,6 +50,11 @@ std::string folder_of(const std::string &path) {
     return path.substr(0, separator == 0 ? 1 : separator);
 }
 
+int sync_folder_of(const std::string &path) {
+    const HostDescriptor folder = open_host(folder_of(path).c_str(), O_RDONLY | O_DIRECTORY);
+    return folder ? sync_directory(folder.Get()) : errno;
+}
+
 bool is_same_entry(const std::string &a, const std::string &b) {
     struct stat facts_a, facts_b;
     if (lstat(a.c_str(), &facts_a) != 0 || lstat(b.c_str(), &facts_b) != 0 ||

@@ -11,6 +11,9 @@ namespace ostrel_platform {
 // the end of the path belongs to the name.
 std::string folder_of(const std::string &path);
 
+// Writes the entries of the folder that holds `path` to the disk. Returns 0 or errno.
+int sync_folder_of(const std::string &path);
+
 // Whether two paths lead to the same directory entry, and not to two links to one file. For a
 // directory and for a file with one link the spelling may differ, as on a host that ignores case; a
 // file with several links must have the same name in the same folder.

@@ -27,12 +27,6 @@ DWORD code_of_move(int error, const std::string &source) {
     return code_of_path(error, source.c_str());
 }
 
-// Writes the folder of a path to the disk.
-int sync_folder_of(const std::string &path) {
-    const HostDescriptor folder = open_host(folder_of(path).c_str(), O_RDONLY | O_DIRECTORY);
-    return folder ? sync_directory(folder.Get()) : errno;
-}
-
 bool is_unchanged(const struct stat &before, const struct stat &now) {
     return is_same_file(before, now) && before.st_size == now.st_size &&
            before.st_mtim.tv_sec == now.st_mtim.tv_sec &&

@@ -133,17 +133,14 @@ int act(const PendingRequest &request, bool is_directory) {
     return rename_over(request.source, request.target);
 }
 
-int sync_folder_of(const std::string &path) {
-    const HostDescriptor folder = open_host(folder_of(path).c_str(), O_RDONLY | O_DIRECTORY);
-    if (folder) {
-        return sync_directory(folder.Get());
-    }
-    return errno == ENOENT ? 0 : errno;  // a later request may have removed the folder
-}
-
 int sync_folders(const PendingRequest &request) {
-    const int error = sync_folder_of(request.source);
-    return error != 0 || request.target.empty() ? error : sync_folder_of(request.target);
+    for (const std::string *path : {&request.source, &request.target}) {
+        const int error = path->empty() ? 0 : sync_folder_of(*path);
+        if (error != 0 && error != ENOENT) {  // ENOENT: a later request has taken the folder
+            return error;
+        }
+    }
+    return 0;
 }
 
 // Whether a request that failed with this errno can succeed later, unchanged.
