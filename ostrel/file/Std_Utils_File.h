@@ -76,8 +76,9 @@ OSTREL_API OS::x_wstring getParentDirectory(const WCHAR *path, bool fUp);
 
 // Returns the directory for temporary files: the value of the environment variable TMP if something
 // exists at that path, else the value of TEMP likewise, both as they are spelled; else the path of
-// GetTempPathW, with a separator at its end. Skips a value of more than 259 characters. On failure
-// returns the empty string.
+// GetTempPathW, with a separator at its end. Skips a value of more than 259 characters. A program
+// with rights that its caller lacks (set-user-ID) ignores the variables. On failure returns the
+// empty string.
 OSTREL_API OS::x_wstring getTempPath();
 
 // Returns a path that no file has at the moment, as _wtempnam makes it up from `dir` and
@@ -208,6 +209,9 @@ OSTREL_API bool moveFileEx(const WCHAR *pszExistingFile, const WCHAR *pszNewFile
 // ends, whatever `fContinueOnError` is. `fMoveBusyAside` applies to the files of `source` itself
 // only.
 //
+// A directory that is copied into itself (c:\d to c:\d\e) is copied level below level until a path
+// has more than 259 characters, and the call fails. A link that leads nowhere is a file that fails.
+//
 // Returns 1, also when `source` does not exist or is a file. On failure returns 0: when a file
 // fails, when an existing directory, or an entry of it, cannot be read, and when `target` cannot be
 // created. An entry that cannot be read counts as a file that fails. The last error may be that of
@@ -219,7 +223,7 @@ OSTREL_API int copyDirectory(const WCHAR *source, const WCHAR *target, int fIncl
 // read-only, hidden or system file loses its attributes. Creates `target` when it is missing. With
 // `fIncludeSubDirectory` first moves the subdirectories whose names do not begin with '.', a link
 // to a directory as a link. Then removes `source` if it is empty. The first failure ends the move.
-// `reserved` is ignored.
+// `reserved` is ignored. A directory that is moved into itself nests as in copyDirectory.
 //
 // Returns 1, also when `source` does not exist or is a file, or is not empty at the end. On failure
 // returns 0: when a file or link cannot be moved, when an existing directory, or an entry of it,
