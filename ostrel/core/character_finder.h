@@ -18,7 +18,7 @@ namespace OS::detail {
 template <class Char>
 class CharacterFinder {
 public:
-    static constexpr std::size_t kMax = 8;    // the most characters that a finder looks for
+    static constexpr std::size_t kMax = 8;     // the most characters that a finder looks for
     static constexpr std::size_t kBlock = 64;  // positions that a mask covers, one bit each
 
     // `wanted` holds kMax characters or fewer.
