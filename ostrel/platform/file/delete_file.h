@@ -17,7 +17,7 @@ namespace ostrel_platform {
 int delete_file(const char *path) noexcept;
 
 // Locks a regular file for the caller to delete or replace. While `held` lives, a new open that
-// does not share deletion waits up to a fifth of a second, and then fails or finds that its path
+// does not share deletion waits up to 0.3 seconds, and then fails or finds that its path
 // names another file. `facts` is the lstat result of `path`. A file that this user may not open
 // cannot be locked: the call then returns 0 and leaves `held` empty.
 //

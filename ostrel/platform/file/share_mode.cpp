@@ -108,7 +108,7 @@ public:
 private:
     enum class Outcome { kLocked, kRefused, kSteppedBack };
 
-    // About a fifth of a second; an open takes some microseconds.
+    // Up to 0.3 seconds; an open takes some microseconds.
     static constexpr int kMaxPauses = 400;
 
     unsigned Byte() const { return m_access * kModes + m_share; }

@@ -48,7 +48,7 @@ public:
     explicit operator bool() const { return static_cast<bool>(m_file); }
     int Get() const { return m_file.Get(); }
 
-    // Acquires the share lock; call once. Waits up to a fifth of a second for conflicting opens of
+    // Acquires the share lock; call once. Waits up to 0.3 seconds for conflicting opens of
     // the same moment. Returns 0, or EBUSY when the access or share mode of another open forbids
     // this one. When `access` is 0, when the file is not open for reading, or when the host cannot
     // lock it, acquires no lock, checks nothing and returns 0.
