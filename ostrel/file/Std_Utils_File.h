@@ -19,8 +19,15 @@
 // ends in a separator, the search finds `dir` itself, under the path dir\name.
 //
 // Symbolic links. Walks follow links. A link to a directory on the way down to the link is listed
-// and not entered. deleteTree removes the links that it meets, and moveDirectory moves them; both
-// leave the targets alone.
+// and not entered, and of several links to one directory a walk enters the first that it meets.
+// deleteTree removes the links that it meets, and moveDirectory moves them; both leave the targets
+// alone.
+//
+// Other users. deleteTree, copyDirectory and moveDirectory work in the directories that they have
+// found and opened: one that somebody replaces by a link meanwhile is not followed. The path that
+// the caller gives is looked up once, links included. moveFiles and the collecting functions work
+// by paths. During a walk a callback's calls by path directly below the directory that is being
+// walked work in that directory too (ostrel/platform/pinned_directory.h).
 //
 // Threads: the functions keep no state and take no lock. Two calls that change the same tree at the
 // same time disturb each other.
@@ -211,6 +218,9 @@ OSTREL_API bool moveFileEx(const WCHAR *pszExistingFile, const WCHAR *pszNewFile
 //
 // A directory that is copied into itself (c:\d to c:\d\e) is copied level below level until a path
 // has more than 259 characters, and the call fails. A link that leads nowhere is a file that fails.
+// Links in `source` are followed. Links in `target`, which others may have put there, are not: a
+// file or subdirectory that would have to be written through one fails. `target` itself may be a
+// link. A subdirectory of `source` that others replace by a link meanwhile fails as well.
 //
 // Returns 1, also when `source` does not exist or is a file. On failure returns 0: when a file
 // fails, when an existing directory, or an entry of it, cannot be read, and when `target` cannot be
@@ -256,11 +266,6 @@ OSTREL_API bool moveFiles(const WCHAR *source, const WCHAR *target, const WCHAR 
 // A null `dir` deletes nothing; an empty `dir` is the current directory. Links are not followed: a
 // link to a file is deleted as a file, and a link to a directory, `dir` too, counts as an empty
 // directory. A path that continues after the link (c:\link\.) is followed.
-//
-// Safe against others only when they cannot rename the directories of the tree. All calls use
-// paths. If another process replaces a directory by a link after the check and before a deletion in
-// it, the call deletes files elsewhere. This can happen at every entry. The call checks a directory
-// immediately before it opens the search, and deletes each entry as soon as it is found.
 OSTREL_API void deleteTree(const WCHAR *dir,
                            void (*callback)(const WCHAR *path, int result, void *context),
                            void *context, int fRemoveDirectory, int fRecursive, const WCHAR *spec);

@@ -63,8 +63,9 @@ public:
     // (ostrel/platform/find.h), in the order of the host. With `fIncludeSubDirectory` enters each
     // subdirectory as soon as the walk meets it, if the subdirectory matches the pattern too. Never
     // enters a subdirectory named "." or with a name of two characters of which one is a '.', nor a
-    // link to a directory on the way down to the link. Null texts count as empty; an
-    // empty `pszTargetDirectory` is the current directory.
+    // link to a directory on the way down to the link. Of several links to one directory enters the
+    // first that it meets. Null texts count as empty; an empty `pszTargetDirectory` is the current
+    // directory.
     //
     // A directory that is missing or is a file, and one in which nothing matches, counts as empty.
     // Throws CSystemException with the errno of _wfindfirst64i32 when a directory or subdirectory

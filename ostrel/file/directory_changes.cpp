@@ -2,6 +2,7 @@
 
 #include "ostrel/file/Std_Utils_File.h"
 #include "ostrel/file/directory_search.h"
+#include "ostrel/platform/pinned_directory.h"
 #include "ostrel/platform/system.h"
 
 namespace NS_FileUtils {
@@ -11,22 +12,15 @@ using detail::Entries;
 using detail::JoinedPath;
 using detail::or_empty;
 using detail::Subdirectories;
+using detail::Walk;
 using OS::x_wstring;
+using ostrel_platform::PinnedDirectory;
+using Facts = PinnedDirectory::Facts;
 
 constexpr DWORD kMoveOver = MOVEFILE_REPLACE_EXISTING | MOVEFILE_COPY_ALLOWED;
 
 bool exists_or_is_created(const WCHAR *directory) {
     return isFileExist(directory) || createDirectory(directory, false, false, false);
-}
-
-// Moves a link as a link. Reads the attributes at this point, not from the listing, because another
-// process may have replaced the directory by a link since.
-bool move_subdirectory(const WCHAR *source, const WCHAR *target, int fIncludeSubDirectory) {
-    const DWORD attributes = GetFileAttributesW(source);
-    if (attributes != INVALID_FILE_ATTRIBUTES && detail::is_link(attributes)) {
-        return moveFileEx(source, target, kMoveOver, 1);
-    }
-    return moveDirectory(source, target, fIncludeSubDirectory, 1) != 0;
 }
 
 // Removes the separators at the end, with which a link would be followed.
@@ -39,31 +33,66 @@ x_wstring without_separators_at_end(const WCHAR *path) {
     return bare;
 }
 
-}  // namespace
+// The flags of a pinned directory of a source: of the top one the user decides, and a link that the
+// walk enters is followed.
+unsigned source_flags(bool is_top, DWORD attributes) {
+    return is_top || detail::is_link(attributes) ? PinnedDirectory::kNone
+                                                 : PinnedDirectory::kNotALink;
+}
 
-int copyDirectory(const WCHAR *source, const WCHAR *target, int fIncludeSubDirectory,
-                  int fContinueOnError, int fMoveBusyAside) {
+// Below the top, a link in a target is not followed: others may have put it there.
+unsigned target_flags(bool is_top) {
+    return PinnedDirectory::kNoLinksInIt |
+           (is_top ? PinnedDirectory::kNone : PinnedDirectory::kNotALink);
+}
+
+// Whether a subdirectory that was found is still there and cannot be entered: others have put a
+// link or a file in its place.
+bool was_replaced(const PinnedDirectory &pin, const WCHAR *directory) {
+    return !pin.IsPinned() && GetFileAttributesW(directory) != INVALID_FILE_ATTRIBUTES;
+}
+
+struct Subdirectory {
+    x_wstring name;
+    DWORD attributes;
+};
+
+// A call of copyDirectory, as its subdirectories see it.
+struct Copy {
+    int include_subdirectories;
+    Walk walk = {};
+};
+
+int copy_directory(const WCHAR *source, const WCHAR *target, int fContinueOnError,
+                   int fMoveBusyAside, bool is_top, DWORD attributes, Copy *copy) {
     if (!exists_or_is_created(target)) {
         return 0;
     }
-    JoinedPath from(or_empty(source));
-    JoinedPath to(or_empty(target));
+    JoinedPath from(source);
+    JoinedPath to(target);
+    PinnedDirectory source_pin(source, source_flags(is_top, attributes), Facts::kKinds);
+    const PinnedDirectory target_pin(target, target_flags(is_top));
+    const Walk::Level level(&copy->walk, source);
+    if (!is_top && was_replaced(source_pin, source)) {
+        return 0;
+    }
     int result = 1;
-    if (fIncludeSubDirectory != 0) {
-        std::vector<x_wstring> names;
+    if (copy->include_subdirectories != 0) {
+        std::vector<Subdirectory> found;
         {
             Subdirectories below(&from);
             for (; below.Found(); below.Next()) {
-                if (detail::may_enter(below.Attributes(), from.With(below.Name()))) {
-                    names.emplace_back(below.Name());
+                if (copy->walk.Enters(below.Attributes(), from.With(below.Name()))) {
+                    found.push_back({below.Name(), below.Attributes()});
                 }
             }
             if (below.Failed()) {
                 result = 0;
             }
         }
-        for (const x_wstring &name : names) {
-            if (copyDirectory(from.With(name), to.With(name), fIncludeSubDirectory, 1, 0) == 0) {
+        for (const Subdirectory &subdirectory : found) {
+            if (copy_directory(from.With(subdirectory.name), to.With(subdirectory.name), 1, 0,
+                               false, subdirectory.attributes, copy) == 0) {
                 return 0;
             }
         }
@@ -71,6 +100,7 @@ int copyDirectory(const WCHAR *source, const WCHAR *target, int fIncludeSubDirec
     if (result == 0 && fContinueOnError == 0) {
         return 0;
     }
+    source_pin.Want(Facts::kKinds);
     Entries entries(from.With(TEXT("*.*")));
     const auto goes_on = [&] {
         return fContinueOnError != 0 || (result != 0 && !entries.Failed());
@@ -84,42 +114,69 @@ int copyDirectory(const WCHAR *source, const WCHAR *target, int fIncludeSubDirec
     return entries.Failed() ? 0 : result;
 }
 
-int moveDirectory(const WCHAR *source, const WCHAR *target, int fIncludeSubDirectory, int) {
+int move_directory(const WCHAR *source, const WCHAR *target, int fIncludeSubDirectory,
+                   bool is_top) {
     if (!exists_or_is_created(target)) {
         return 0;
     }
-    JoinedPath from(or_empty(source));
-    JoinedPath to(or_empty(target));
-    std::vector<x_wstring> names;
+    JoinedPath from(source);
+    JoinedPath to(target);
     {
-        Subdirectories below(&from);
-        if (!below.IsThere() || below.Failed()) {
-            return below.Failed() ? 0 : 1;
+        PinnedDirectory source_pin(source, source_flags(is_top, 0), Facts::kKinds);
+        const PinnedDirectory target_pin(target, target_flags(is_top));
+        if (!is_top && was_replaced(source_pin, source)) {
+            return 0;
         }
-        for (; below.Found() && fIncludeSubDirectory != 0; below.Next()) {
-            names.emplace_back(below.Name());
+        std::vector<Subdirectory> found;
+        {
+            Subdirectories below(&from);
+            if (!below.IsThere() || below.Failed()) {
+                return below.Failed() ? 0 : 1;
+            }
+            for (; below.Found() && fIncludeSubDirectory != 0; below.Next()) {
+                found.push_back({below.Name(), below.Attributes()});
+            }
+            if (below.Failed()) {
+                return 0;
+            }
         }
-        if (below.Failed()) {
+        for (const auto &[name, attributes] : found) {
+            const bool moved =
+                detail::is_link(attributes)
+                    ? moveFileEx(from.With(name), to.With(name), kMoveOver, 1)  // as a link
+                    : move_directory(from.With(name), to.With(name), fIncludeSubDirectory, false) !=
+                          0;
+            if (!moved) {
+                return 0;
+            }
+        }
+        source_pin.Want(Facts::kKinds);
+        Entries entries(from.With(TEXT("*.*")));
+        for (; entries.Found() && !entries.Failed(); entries.Next()) {
+            if (!entries.IsDirectory() &&
+                !moveFileEx(from.With(entries->name), to.With(entries->name), kMoveOver, 1)) {
+                return 0;
+            }
+        }
+        if (entries.Failed()) {
             return 0;
         }
     }
-    for (const x_wstring &name : names) {
-        if (!move_subdirectory(from.With(name), to.With(name), fIncludeSubDirectory)) {
-            return 0;
-        }
-    }
-    Entries entries(from.With(TEXT("*.*")));
-    for (; entries.Found() && !entries.Failed(); entries.Next()) {
-        if (!entries.IsDirectory() &&
-            !moveFileEx(from.With(entries->name), to.With(entries->name), kMoveOver, 1)) {
-            return 0;
-        }
-    }
-    if (entries.Failed()) {
-        return 0;
-    }
-    RemoveDirectoryW(from.Directory());
+    RemoveDirectoryW(source);
     return 1;
+}
+
+}  // namespace
+
+int copyDirectory(const WCHAR *source, const WCHAR *target, int fIncludeSubDirectory,
+                  int fContinueOnError, int fMoveBusyAside) {
+    Copy copy = {fIncludeSubDirectory};
+    return copy_directory(or_empty(source), or_empty(target), fContinueOnError, fMoveBusyAside,
+                          true, 0, &copy);
+}
+
+int moveDirectory(const WCHAR *source, const WCHAR *target, int fIncludeSubDirectory, int) {
+    return move_directory(or_empty(source), or_empty(target), fIncludeSubDirectory, true);
 }
 
 bool moveFiles(const WCHAR *source, const WCHAR *target, const WCHAR *spec, DWORD dwFlag,
@@ -147,8 +204,9 @@ void deleteTree(const WCHAR *dir, void (*callback)(const WCHAR *path, int result
         return;
     }
     const x_wstring directory = without_separators_at_end(dir);
-    const DWORD attributes = GetFileAttributesW(directory);
-    if (attributes == INVALID_FILE_ATTRIBUTES || !detail::is_link(attributes)) {
+    {
+        const PinnedDirectory pin(directory, PinnedDirectory::kNotALink | PinnedDirectory::kDeletes,
+                                  Facts::kKinds);
         JoinedPath path(dir);
         for (Entries entries(path.With(or_empty(spec))); entries.Found(); entries.Next()) {
             const WCHAR *const full = path.With(entries->name);

@@ -11,7 +11,7 @@
 
 #include "ostrel/core/handles.h"
 #include "ostrel/file/joined_path.h"
-#include "ostrel/file/link_loop.h"
+#include "ostrel/file/walk.h"
 #include "ostrel/platform/error.h"
 #include "ostrel/platform/file.h"
 #include "ostrel/platform/find.h"

@@ -43,21 +43,23 @@ const WCHAR *existing_path_in(const WCHAR *variable) {
 // Finds the file of a path. The host lets names hold '*' and '?': of the files that such a path
 // matches the one of that very name comes before all others.
 bool find(const WCHAR *path, WIN32_FIND_DATAW *data) {
-    WIN32_FIND_DATAW entry;
-    const CFindHandle search(FindFirstFileW(path, &entry));
+    const CFindHandle search(FindFirstFileW(path, data));
     if (search == INVALID_HANDLE_VALUE) {
         return false;
     }
-    *data = entry;
     const std::u16string_view text(path);
     const std::u16string_view name = text.substr(text.find_last_of(TEXT("\\/:")) + 1);
-    if (name.find_first_of(TEXT("*?")) != name.npos) {
-        do {
+    if (name.find_first_of(TEXT("*?")) == name.npos) {
+        return true;
+    }
+    if (name != data->cFileName) {
+        WIN32_FIND_DATAW entry;
+        while (FindNextFileW(search, &entry)) {
             if (name == entry.cFileName) {
                 *data = entry;
                 break;
             }
-        } while (FindNextFileW(search, &entry));
+        }
     }
     return true;
 }

@@ -1,5 +1,6 @@
 // Files and streams whose host calls are interrupted, short, or fail: those calls are defined here.
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -14,7 +15,7 @@ namespace {
 
 constexpr std::size_t kEndless = static_cast<std::size_t>(-1);
 
-std::string g_unreadable;         // the name whose facts cannot be read
+std::string g_unreadable;         // the name whose facts cannot be read; no kind is listed then
 std::set<std::string> g_failing;  // calls that fail, once, with `g_error`
 int g_error = EIO;
 // Reads and writes move 3 bytes, every other one is interrupted; when no more are left, `g_error`,
@@ -71,6 +72,16 @@ extern "C" int statx(int at, const char *name, int flags, unsigned fields, struc
         return -1;
     }
     return static_cast<int>(syscall(SYS_statx, at, name, flags, fields, facts));
+}
+
+extern "C" ssize_t getdents64(int directory, void *entries, std::size_t size) noexcept {
+    const auto count = syscall(SYS_getdents64, directory, entries, size);
+    for (long at = 0; !g_unreadable.empty() && at < count;) {
+        auto *const entry = reinterpret_cast<dirent64 *>(static_cast<char *>(entries) + at);
+        entry->d_type = DT_UNKNOWN;
+        at += entry->d_reclen;
+    }
+    return count;
 }
 
 extern "C" int unlink(const char *path) {

@@ -2,6 +2,14 @@
 
 namespace ostrel_platform {
 
+HostDescriptor open_host(const FileRef &file, int flags, mode_t mode) noexcept {
+    int descriptor;
+    do {
+        descriptor = openat(file.directory, file.name, flags | O_CLOEXEC | O_NOCTTY, mode);
+    } while (descriptor < 0 && errno == EINTR);
+    return HostDescriptor(descriptor);
+}
+
 HostDescriptor open_host(const char *path, int flags, mode_t mode) noexcept {
     int file;
     do {
@@ -10,15 +18,15 @@ HostDescriptor open_host(const char *path, int flags, mode_t mode) noexcept {
     return HostDescriptor(file);
 }
 
-HostDescriptor open_host_to_write(const char *path, int flags) noexcept {
+HostDescriptor open_host_to_write(const FileRef &file, int flags) noexcept {
     struct stat facts;
-    if (stat(path, &facts) != 0 || S_ISREG(facts.st_mode)) {
-        HostDescriptor file = open_host(path, flags | O_RDWR);
-        if (file || errno != EACCES) {
-            return file;
+    if (fstatat(file.directory, file.name, &facts, 0) != 0 || S_ISREG(facts.st_mode)) {
+        HostDescriptor opened = open_host(file, flags | O_RDWR);
+        if (opened || errno != EACCES) {
+            return opened;
         }
     }
-    return open_host(path, flags | O_WRONLY);
+    return open_host(file, flags | O_WRONLY);
 }
 
 int write_all(int file, const char *bytes, std::size_t count) noexcept {

@@ -42,15 +42,23 @@ private:
     int m_file;
 };
 
+// A file: its name in an open directory, or with AT_FDCWD its path. With an empty name, `directory`
+// is the open file itself.
+struct FileRef {
+    int directory;
+    const char *name;
+};
+
 // Opens a file with O_CLOEXEC and O_NOCTTY added to `flags`, and retries on EINTR. On failure
 // returns no descriptor and sets errno.
+HostDescriptor open_host(const FileRef &file, int flags, mode_t mode = 0666) noexcept;
 HostDescriptor open_host(const char *path, int flags, mode_t mode = 0666) noexcept;
 
 // Opens a file for writing. `flags` has no access mode. A regular or a new file is opened for
 // reading too, which share locks need, unless the host refuses with EACCES. Any other file is
 // opened for writing alone: a FIFO opened both ways is its own peer, even if only for a moment, and
 // closing it ends the FIFO's readers. On failure returns no descriptor and sets errno.
-HostDescriptor open_host_to_write(const char *path, int flags) noexcept;
+HostDescriptor open_host_to_write(const FileRef &file, int flags) noexcept;
 
 // Returns 0 for the result 0 of a host call, errno otherwise.
 inline int error_of(int result) {
@@ -73,11 +81,11 @@ inline bool is_same_file(const struct stat &a, const struct stat &b) {
     return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
 }
 
-// Whether a path, with links followed, still leads to an open file. Other processes may have
+// Whether a name, with links followed, still leads to an open file. Other processes may have
 // deleted or replaced the file.
-inline bool path_still_names(const char *path, const struct stat &open_file) noexcept {
+inline bool still_names(const FileRef &name, const struct stat &open_file) noexcept {
     struct stat facts;
-    return stat(path, &facts) == 0 && is_same_file(facts, open_file);
+    return fstatat(name.directory, name.name, &facts, 0) == 0 && is_same_file(facts, open_file);
 }
 
 }  // namespace ostrel_platform

@@ -6,33 +6,57 @@
 #include <utility>
 
 #include "ostrel/platform/base/call_result.h"
-#include "ostrel/platform/base/errno_code.h"
 #include "ostrel/platform/file.h"
+#include "ostrel/platform/file/file_facts.h"
+#include "ostrel/platform/file/host_name.h"
 #include "ostrel/platform/file/host_path.h"
 
 namespace ostrel_platform {
 
 namespace {
 
-// Opens a file without following a link. Sets errno to ETXTBSY for a running program.
-HostDescriptor open_to_lock(const char *path, mode_t mode) {
-    constexpr int kFlags = O_NOFOLLOW | O_NONBLOCK;
-    constexpr mode_t kExecute = S_IXUSR | S_IXGRP | S_IXOTH;
-    if ((mode & kExecute) != 0) {
-        HostDescriptor file = open_host(path, O_RDWR | kFlags);
-        if (file || errno == ETXTBSY) {
-            return file;
-        }
-    }
-    return open_host(path, O_RDONLY | kFlags);
+int read_entry(const FileRef &name, struct stat *facts) {
+    return error_of(fstatat(name.directory, name.name, facts, AT_SYMLINK_NOFOLLOW));
 }
 
-// Deletes the file of a path. Returns 0 or errno: ESTALE when others have replaced the file
-// meanwhile.
-int try_delete(const char *path) {
-    struct stat facts;
-    if (lstat(path, &facts) != 0) {
+// Opens a regular file without following a link, and stores its facts. Only a file that is open for
+// writing tells that it is a running program (ETXTBSY). Returns 0 or errno.
+int open_to_lock(const FileRef &name, SharingFile *file, struct stat *facts) {
+    constexpr int kFlags = O_NOFOLLOW | O_NONBLOCK;
+    constexpr mode_t kExecute = S_IXUSR | S_IXGRP | S_IXOTH;
+    *file = SharingFile(open_host(name, O_RDONLY | kFlags));
+    if (!*file || fstat(file->Get(), facts) != 0) {
         return errno;
+    }
+    if ((facts->st_mode & kExecute) != 0) {
+        const HostDescriptor writable = open_host(name, O_RDWR | kFlags);
+        return !writable && errno == ETXTBSY ? ETXTBSY : 0;
+    }
+    return 0;
+}
+
+// Locks and deletes a regular file. `judged` as for lock_for_delete.
+int delete_locked(const FileRef &name, const struct stat *judged) {
+    SharingFile lock;
+    struct stat facts = {};
+    if (const int error = lock_for_delete(name, judged, &lock, &facts)) {
+        return error;
+    }
+    if (unlinkat(name.directory, name.name, 0) != 0) {
+        return errno;
+    }
+    if (facts.st_nlink == 1) {
+        lock.Forget();
+    }
+    return 0;
+}
+
+// Deletes the file of a name. Returns 0 or errno: ESTALE when others have replaced the file
+// meanwhile.
+int try_delete(const FileRef &name) {
+    struct stat facts;
+    if (const int error = read_entry(name, &facts)) {
+        return error;
     }
     if (S_ISDIR(facts.st_mode)) {
         return EISDIR;
@@ -40,29 +64,40 @@ int try_delete(const char *path) {
     if (is_read_only(facts)) {
         return EACCES;
     }
-    SharingFile lock;
-    const int error = S_ISREG(facts.st_mode) ? lock_for_delete(path, facts, &lock) : 0;
-    if (error != 0) {
-        return error;
+    return S_ISREG(facts.st_mode) ? delete_locked(name, &facts)
+                                  : error_of(unlinkat(name.directory, name.name, 0));
+}
+
+// Deletes a file in a pinned directory that the search has found to be regular. Its new attributes,
+// which the thread has set before, matter only if the file stays.
+bool delete_found_file(const HostName &host) {
+    if (!host.pin || !std::exchange(host.pin->becomes_normal, false) ||
+        std::exchange(host.pin->found_file, {}) != host.name) {
+        return false;
     }
-    return error_of(unlink(path));
+    if (delete_locked(host.Ref(), nullptr) == 0) {
+        return true;
+    }
+    write_attributes(host.Ref(), FILE_ATTRIBUTE_NORMAL);
+    return false;
 }
 
 }  // namespace
 
-int lock_for_delete(const char *path, const struct stat &facts, SharingFile *held) noexcept {
-    SharingFile file(open_to_lock(path, facts.st_mode));
-    if (!file) {
-        const bool unknowable = errno == EACCES || errno == EPERM;
-        return unknowable ? 0 : errno == ELOOP ? ESTALE : errno;  // ELOOP: others put a link there
+int lock_for_delete(const FileRef &name, const struct stat *judged, SharingFile *held,
+                    struct stat *facts) noexcept {
+    SharingFile file;
+    struct stat named;
+    if (const int error = open_to_lock(name, &file, facts)) {
+        const bool unknowable = error == EACCES || error == EPERM;
+        return unknowable ? 0 : error == ELOOP ? ESTALE : error;  // ELOOP: others put a link there
     }
     // Two deletions exclude each other: the later one would delete what comes next under this name.
     const int refusal = file.Take(kShareDelete, kShareRead | kShareWrite);
-    struct stat opened, named;
-    if (fstat(file.Get(), &opened) != 0 || lstat(path, &named) != 0) {
-        return errno;
+    if (const int error = read_entry(name, &named)) {
+        return error;
     }
-    if (!is_same_file(opened, named) || !is_same_file(opened, facts)) {
+    if (!is_same_file(*facts, named) || (judged != nullptr && !is_same_file(*facts, *judged))) {
         return ESTALE;
     }
     if (refusal == 0) {
@@ -71,10 +106,10 @@ int lock_for_delete(const char *path, const struct stat &facts, SharingFile *hel
     return refusal;
 }
 
-int delete_file(const char *path) noexcept {
+int delete_file(const FileRef &name) noexcept {
     int error = ESTALE;
     for (int attempt = 0; error == ESTALE && attempt < kMaxAttempts; ++attempt) {
-        error = try_delete(path);
+        error = try_delete(name);
     }
     return error == ESTALE ? EBUSY : error;
 }
@@ -82,13 +117,16 @@ int delete_file(const char *path) noexcept {
 }  // namespace ostrel_platform
 
 BOOL DeleteFileW(const WCHAR *path) noexcept {
-    return ostrel_platform::call_result([=] {
-        const std::optional<std::string> host = ostrel_platform::file_path(path);
+    return ostrel_platform::call_result([=]() -> DWORD {
+        const std::optional<ostrel_platform::HostName> host = ostrel_platform::resolve_file(path);
         if (!host) {
             return GetLastError();
         }
-        const int error = ostrel_platform::delete_file(host->c_str());
-        return error != 0 ? ostrel_platform::code_of_path(error, host->c_str()) : ERROR_SUCCESS;
+        if (ostrel_platform::delete_found_file(*host)) {
+            return ERROR_SUCCESS;
+        }
+        const int error = ostrel_platform::delete_file(host->Ref());
+        return error != 0 ? host->CodeOf(error) : ERROR_SUCCESS;
     });
 }
 
@@ -98,8 +136,9 @@ int _wremove(const WCHAR *path) noexcept {
             return EINVAL;
         }
         const std::optional<std::string> host = ostrel_platform::host_path(path);
-        const int error =
-            host && !host->empty() ? ostrel_platform::delete_file(host->c_str()) : ENOENT;
+        const int error = host && !host->empty()
+                              ? ostrel_platform::delete_file({AT_FDCWD, host->c_str()})
+                              : ENOENT;
         return error == EISDIR || error == EBUSY || error == ETXTBSY ? EACCES : error;
     });
 }

@@ -1,29 +1,27 @@
 // Reads and sets attributes by path.
 
-#include <fcntl.h>
-#include <sys/stat.h>
-
-#include <cerrno>
+#include <optional>
 
 #include "ostrel/platform/base/call_result.h"
-#include "ostrel/platform/base/errno_code.h"
 #include "ostrel/platform/error.h"
 #include "ostrel/platform/file.h"
 #include "ostrel/platform/file/file_facts.h"
-#include "ostrel/platform/file/host_path.h"
+#include "ostrel/platform/file/host_name.h"
 
 namespace {
 
-using ostrel_platform::code_of_path;
+using ostrel_platform::FileRef;
+using ostrel_platform::HostName;
 
 DWORD read_attributes(const WCHAR *path, DWORD *attributes) {
-    const std::optional<std::string> host = ostrel_platform::file_path(path);
+    const std::optional<HostName> host = ostrel_platform::resolve_file(path);
     if (!host) {
         return GetLastError();
     }
     ostrel_platform::FileFacts facts;
-    if (const int error = ostrel_platform::read_facts(AT_FDCWD, host->c_str(), &facts)) {
-        return code_of_path(error, host->c_str());
+    const FileRef ref = host->Ref();
+    if (const int error = ostrel_platform::read_facts(ref.directory, ref.name, &facts)) {
+        return host->CodeOf(error);
     }
     *attributes = facts.attributes;
     return ERROR_SUCCESS;
@@ -33,19 +31,16 @@ DWORD set_attributes(const WCHAR *path, DWORD attributes) {
     if (attributes == INVALID_FILE_ATTRIBUTES) {
         return ERROR_INVALID_PARAMETER;
     }
-    const std::optional<std::string> host = ostrel_platform::file_path(path);
+    const std::optional<HostName> host = ostrel_platform::resolve_file(path);
     if (!host) {
         return GetLastError();
     }
-    struct stat facts;
-    if (lstat(host->c_str(), &facts) != 0) {
-        return code_of_path(errno, host->c_str());
+    if (attributes == FILE_ATTRIBUTE_NORMAL && host->pin && host->pin->found_file == host->name) {
+        host->pin->becomes_normal = true;
+        return ERROR_SUCCESS;
     }
-    if (S_ISLNK(facts.st_mode)) {
-        return ERROR_SUCCESS;  // a link has no attributes of its own
-    }
-    const int error = ostrel_platform::write_attributes(host->c_str(), attributes);
-    return error != 0 ? code_of_path(error, host->c_str()) : ERROR_SUCCESS;
+    const int error = ostrel_platform::write_attributes(host->Ref(), attributes);
+    return error != 0 ? host->CodeOf(error) : ERROR_SUCCESS;
 }
 
 }  // namespace

@@ -50,7 +50,8 @@ DWORD lock_target(const char *path, const struct stat &source, const struct stat
         (facts.attributes & kProtecting) != 0) {
         return ERROR_ACCESS_DENIED;
     }
-    *lock = SharingFile(open_host_to_write(path, O_NONBLOCK));  // fails for a running program
+    *lock = SharingFile(
+        open_host_to_write({AT_FDCWD, path}, O_NONBLOCK));  // fails for a running program
     if (!*lock) {
         return code_of_errno(errno);
     }

@@ -6,6 +6,7 @@
 #include <sys/sysmacros.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <limits>
 #include <optional>
@@ -60,43 +61,47 @@ const statx_timestamp &host_creation(const struct statx &host) {
     return is_earlier(host.stx_mtime, host.stx_ctime) ? host.stx_mtime : host.stx_ctime;
 }
 
-// Returns the facts without NORMAL and `link`. `ref` names the file of `host`, directly or through
-// a link.
-FileFacts facts_of(const struct statx &host, const FileRef &ref, DWORD link) {
-    const dev_t device = makedev(host.stx_dev_major, host.stx_dev_minor);
+dev_t device_of(const struct statx &host) {
+    return makedev(host.stx_dev_major, host.stx_dev_minor);
+}
+
+// Returns the facts that the host knows, without NORMAL and REPARSE_POINT.
+FileFacts facts_of(const struct statx &host) {
     FileFacts facts;
     facts.attributes = 0;
     facts.creation = time_from_host(host_creation(host));
     facts.access = time_from_host(host.stx_atime);
     facts.write = time_from_host(host.stx_mtime);
     facts.size = S_ISREG(host.stx_mode) ? host.stx_size : 0;
-    facts.volume = device;
+    facts.volume = device_of(host);
     facts.index = host.stx_ino;
     facts.links = host.stx_nlink;
-    DWORD stored = kStoredOfFile;
     if (S_ISDIR(host.stx_mode)) {
         facts.attributes = FILE_ATTRIBUTE_DIRECTORY;
-        stored = kStoredOfDirectory;
     } else if (S_ISREG(host.stx_mode) && (host.stx_mode & S_IWUSR) == 0) {
         facts.attributes = FILE_ATTRIBUTE_READONLY;
-    }
-    if (!has_attributes(host.stx_mode) || is_known_without_attributes(host)) {
-        return facts;
-    }
-    errno = 0;
-    if (const auto kept = read_stored_bits(ref, device)) {
-        facts.attributes |= *kept & stored;
-        if (const auto ticks = read_stored_creation(ref, device)) {
-            facts.creation = count_of(*ticks);
-        }
-    } else if (errno == ENODATA && link == 0) {
-        remember_without_attributes(host, ref);
     }
     return facts;
 }
 
-void store_facts(const struct statx &host, const FileRef &ref, DWORD link, FileFacts *facts) {
-    *facts = facts_of(host, ref, link);
+// Adds the facts of the layer's extended attributes. `ref` names the file of `host`, directly or
+// through a link.
+void add_stored_facts(const struct statx &host, const FileRef &ref, DWORD link, FileFacts *facts) {
+    if (!has_attributes(host.stx_mode) || is_known_without_attributes(host)) {
+        return;
+    }
+    errno = 0;
+    if (const auto kept = read_stored_bits(ref, device_of(host))) {
+        facts->attributes |= *kept & (S_ISDIR(host.stx_mode) ? kStoredOfDirectory : kStoredOfFile);
+        if (const auto ticks = read_stored_creation(ref, device_of(host))) {
+            facts->creation = count_of(*ticks);
+        }
+    } else if (errno == ENODATA && link == 0) {
+        remember_without_attributes(host, ref);
+    }
+}
+
+void add_kind(DWORD link, FileFacts *facts) {
     facts->attributes |= link;
     if (facts->attributes == 0) {
         facts->attributes = FILE_ATTRIBUTE_NORMAL;
@@ -126,7 +131,11 @@ FileRef ref_of(int file) {
 }
 
 int ask_host(const FileRef &ref, struct stat *host) {
-    return fstatat(ref.directory, ref.name, host, AT_EMPTY_PATH) == 0 ? 0 : errno;
+    return error_of(fstatat(ref.directory, ref.name, host, AT_EMPTY_PATH | AT_SYMLINK_NOFOLLOW));
+}
+
+int ask_target(const FileRef &ref, struct stat *host) {
+    return error_of(fstatat(ref.directory, ref.name, host, AT_EMPTY_PATH));
 }
 
 // Runs `store`. Extended attributes need read and write permission, even for the owner. On EACCES
@@ -165,10 +174,16 @@ int change_stored_bits(Target target, DWORD mask, DWORD bits) {
     return store_bits(target, after);
 }
 
+// The mode of a file with these attributes.
+mode_t wanted_mode(mode_t mode, DWORD attributes) {
+    const bool read_only = (attributes & FILE_ATTRIBUTE_READONLY) != 0;
+    return read_only ? mode & ~kAllMayWrite : mode | S_IWUSR;
+}
+
 template <class Target>
 int write_attributes_of(Target target, DWORD attributes) {
     struct stat host;
-    if (const int error = ask_host(ref_of(target), &host)) {
+    if (const int error = ask_target(ref_of(target), &host)) {
         return error;
     }
     if (!has_attributes(host.st_mode)) {
@@ -186,8 +201,7 @@ int write_attributes_of(Target target, DWORD attributes) {
     if (is_directory) {
         return 0;
     }
-    const bool read_only = (attributes & FILE_ATTRIBUTE_READONLY) != 0;
-    const mode_t wanted = read_only ? mode & ~kAllMayWrite : mode | S_IWUSR;
+    const mode_t wanted = wanted_mode(mode, attributes);
     return wanted == mode ? 0 : change_mode(target, wanted);
 }
 
@@ -246,25 +260,57 @@ int write_creation_time(int file, const struct stat &host, std::int64_t ticks) {
     return error == EOPNOTSUPP ? 0 : error;
 }
 
+// Stores what the host knows of a name, which for a link is what it knows of the target, and in
+// `*link` whether the name is a link (REPARSE_POINT or 0). Returns 0 or errno.
+int ask_host_of_entry(const FileRef &ref, unsigned char type, struct statx *host, DWORD *link) {
+    *link = type == DT_LNK ? FILE_ATTRIBUTE_REPARSE_POINT : 0;
+    if (*link == 0) {
+        if (const int error = ask_host(ref, AT_SYMLINK_NOFOLLOW, host)) {
+            return error;
+        }
+        *link = S_ISLNK(host->stx_mode) ? FILE_ATTRIBUTE_REPARSE_POINT : 0;
+    }
+    // When the target cannot be reached for any reason, the facts are the link's own.
+    return *link != 0 && ask_host(ref, 0, host) != 0 ? ask_host(ref, AT_SYMLINK_NOFOLLOW, host) : 0;
+}
+
+// Whether a file has other attributes than these.
+bool would_change(const FileRef &name, const struct stat &host, DWORD attributes) {
+    const bool is_directory = S_ISDIR(host.st_mode);
+    const DWORD bits = attributes & (is_directory ? kStoredOfDirectory : kStoredOfFile);
+    errno = 0;
+    const std::optional<DWORD> kept = read_stored_bits(name, host.st_dev);
+    const bool unknown = !kept && errno != 0 && errno != ENODATA && errno != EOPNOTSUPP;
+    if (unknown || (kept.value_or(0) & kStoredOfDirectory) != bits) {
+        return true;
+    }
+    return !is_directory && wanted_mode(host.st_mode & 07777, attributes) != (host.st_mode & 07777);
+}
+
 }  // namespace
 
 int read_facts(int directory, const char *name, unsigned char type, FileFacts *facts) noexcept {
     const FileRef ref = {directory, name};
     struct statx host;
-    DWORD link = type == DT_LNK ? FILE_ATTRIBUTE_REPARSE_POINT : 0;
-    if (link == 0) {
-        if (const int error = ask_host(ref, AT_SYMLINK_NOFOLLOW, &host)) {
-            return error;
-        }
-        link = S_ISLNK(host.stx_mode) ? FILE_ATTRIBUTE_REPARSE_POINT : 0;
+    DWORD link;
+    if (const int error = ask_host_of_entry(ref, type, &host, &link)) {
+        return error;
     }
-    // When the target cannot be reached for any reason, the facts are the link's own.
-    if (link != 0 && ask_host(ref, 0, &host) != 0) {
-        if (const int error = ask_host(ref, AT_SYMLINK_NOFOLLOW, &host)) {
-            return error;
-        }
+    *facts = facts_of(host);
+    add_stored_facts(host, ref, link, facts);
+    add_kind(link, facts);
+    return 0;
+}
+
+int read_host_facts(int directory, const char *name, unsigned char type,
+                    FileFacts *facts) noexcept {
+    struct statx host;
+    DWORD link;
+    if (const int error = ask_host_of_entry({directory, name}, type, &host, &link)) {
+        return error;
     }
-    store_facts(host, ref, link, facts);
+    *facts = facts_of(host);
+    add_kind(link, facts);
     return 0;
 }
 
@@ -278,12 +324,37 @@ int read_facts(int file, FileFacts *facts) noexcept {
     if (const int error = ask_host(ref, AT_EMPTY_PATH, &host)) {
         return error;
     }
-    store_facts(host, ref, 0, facts);
+    *facts = facts_of(host);
+    add_stored_facts(host, ref, 0, facts);
+    add_kind(0, facts);
     return 0;
 }
 
-int write_attributes(const char *path, DWORD attributes) noexcept {
-    return write_attributes_of(path, attributes);
+// Changes the file through a descriptor of it, so that a link put under the name meanwhile is left
+// alone. O_PATH needs no permission of the file, but /proc.
+int write_attributes(const FileRef &name, DWORD attributes) noexcept {
+    struct stat host;
+    if (const int error = ask_host(name, &host)) {
+        return error;
+    }
+    if (!has_attributes(host.st_mode) || !would_change(name, host, attributes)) {
+        return 0;
+    }
+    HostDescriptor file = open_host(name, O_PATH | O_NOFOLLOW);
+    if (!file || fstat(file.Get(), &host) != 0) {
+        return errno;
+    }
+    if (!has_attributes(host.st_mode)) {
+        return 0;
+    }
+    char path[sizeof "/proc/self/fd/2147483647"];
+    std::snprintf(path, sizeof path, "/proc/self/fd/%d", file.Get());
+    const int error = write_attributes_of(static_cast<const char *>(path), attributes);
+    if (error != ENOENT) {
+        return error;
+    }
+    file = open_host(name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
+    return file ? write_attributes_of(file.Get(), attributes) : errno;
 }
 
 int write_attributes(int file, DWORD attributes) noexcept {

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 
+#include "ostrel/platform/base/host_descriptor.h"
 #include "ostrel/platform/types.h"
 
 namespace ostrel_platform {
@@ -30,13 +31,17 @@ int read_facts(int directory, const char *name, FileFacts *facts) noexcept;
 // of the host.
 int read_facts(int directory, const char *name, unsigned char type, FileFacts *facts) noexcept;
 
+// The same without the layer's extended attributes: HIDDEN, SYSTEM and ARCHIVE are missing,
+// READONLY of a directory too, and the creation time is the host's.
+int read_host_facts(int directory, const char *name, unsigned char type, FileFacts *facts) noexcept;
+
 // Stores the facts of an open file. Returns 0. On failure returns errno.
 int read_facts(int file, FileFacts *facts) noexcept;
 
 // Set READONLY, HIDDEN, SYSTEM and ARCHIVE as in `attributes`, by the rules of SetFileAttributesW.
-// `path` must not be a link. Return 0. On failure return errno: EOPNOTSUPP for READONLY of a
-// directory on a file system without extended attributes.
-int write_attributes(const char *path, DWORD attributes) noexcept;
+// A name that is a link, or becomes one meanwhile, is left alone. Return 0. On failure return
+// errno: EOPNOTSUPP for READONLY of a directory on a file system without extended attributes.
+int write_attributes(const FileRef &name, DWORD attributes) noexcept;
 int write_attributes(int file, DWORD attributes) noexcept;
 
 // Sets the times of an open file, by the rules of SetFileTime. A null pointer keeps that time.

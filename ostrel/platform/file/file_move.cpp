@@ -91,7 +91,8 @@ int move_over(const std::string &source, const std::string &target, SharingFile 
     }
     const bool exists = lstat(target.c_str(), &there) == 0 && !is_same_entry(source, target);
     if (exists && (S_ISDIR(there.st_mode) || is_read_only(there) ||
-                   (S_ISREG(there.st_mode) && lock_for_delete(target.c_str(), there, lock) != 0))) {
+                   (S_ISREG(there.st_mode) &&
+                    lock_for_delete({AT_FDCWD, target.c_str()}, &there, lock, &facts) != 0))) {
         return EACCES;
     }
     return rename_over(source, target);

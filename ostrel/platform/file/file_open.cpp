@@ -67,7 +67,7 @@ HostDescriptor open_by_kind(const char *path, const Request &request) {
         return open_host(path, request.access == 0 ? O_PATH : O_RDONLY | O_NONBLOCK);
     }
     if (request.Empties()) {
-        return request.access == 0 ? open_host_to_write(path, O_NONBLOCK)
+        return request.access == 0 ? open_host_to_write({AT_FDCWD, path}, O_NONBLOCK)
                                    : open_host(path, O_RDWR | O_NONBLOCK);
     }
     HostDescriptor file = open_host(path, O_RDONLY | O_NONBLOCK);
@@ -81,7 +81,7 @@ HostDescriptor open_existing(const char *path, const Request &request) {
         case GENERIC_READ | GENERIC_WRITE:
             return open_host(path, O_RDWR | O_NONBLOCK);
         case GENERIC_WRITE:
-            return open_host_to_write(path, O_NONBLOCK);
+            return open_host_to_write({AT_FDCWD, path}, O_NONBLOCK);
         case GENERIC_READ:
             if (!request.Empties()) {
                 return open_host(path, O_RDONLY | O_NONBLOCK);
@@ -153,7 +153,7 @@ struct Opened {
 // open file: others have deleted or replaced the file before it was locked.
 std::optional<DWORD> share(const char *path, const Request &request, Opened *opened) {
     const int refusal = opened->file.Take(request.ShareAccess(), request.share);
-    if (request.ShareAccess() != 0 && !path_still_names(path, opened->facts)) {
+    if (request.ShareAccess() != 0 && !still_names({AT_FDCWD, path}, opened->facts)) {
         return std::nullopt;
     }
     return refusal != 0 ? ERROR_SHARING_VIOLATION : ERROR_SUCCESS;

@@ -56,20 +56,27 @@ SearchFailure folder_failure(int error, const std::string &folder) {
     return error == ENOENT ? kNoFolder : host_failure(error);
 }
 
-SearchFailure path_failure(int error, const std::string &host) {
+SearchFailure path_failure(int error, const HostName &host) {
     if (error == ENOTDIR) {
-        return folder_failure(error, folder_of(host));
+        return folder_failure(error, folder_of(host.name));
     }
-    return {code_of_path(error, host.c_str()), error};
+    return {host.CodeOf(error), error};
+}
+
+// The facts that the host's listing alone gives.
+FileFacts facts_of_kind(unsigned char type) {
+    FileFacts facts = {};
+    facts.attributes = type == DT_DIR ? FILE_ATTRIBUTE_DIRECTORY : FILE_ATTRIBUTE_NORMAL;
+    return facts;
 }
 
 }  // namespace
 
 SearchResult Search::First(const WCHAR *path, SearchEntry *entry) {
-    const std::optional<std::string> host = file_path(path);
+    int error = 0;
+    const std::optional<HostName> host = resolve_file(path, &error);
     if (!host) {
-        const DWORD code = GetLastError();
-        return SearchFailure{code, code == ERROR_FILENAME_EXCED_RANGE ? ENAMETOOLONG : ENOENT};
+        return SearchFailure{GetLastError(), error};
     }
     const Parts parts = parts_of(path);
     if (parts.name.empty()) {
@@ -79,7 +86,11 @@ SearchResult Search::First(const WCHAR *path, SearchEntry *entry) {
         return FindExactly(*host, parts.name, entry);
     }
     m_pattern.emplace(parts.name);
-    if (const SearchResult failure = Open(folder_of(*host), parts.in_root)) {
+    SearchResult failure = host->pin ? Open(host->pin) : Open(*host);
+    if (!failure && !parts.in_root) {
+        failure = ReadDots();
+    }
+    if (failure) {
         return failure;
     }
     const SearchResult result = Next(entry);
@@ -89,9 +100,14 @@ SearchResult Search::First(const WCHAR *path, SearchEntry *entry) {
     return FindExactly(*host, parts.name, entry) ? SearchResult(kNotFound) : std::nullopt;
 }
 
-SearchResult Search::FindExactly(const std::string &host, std::u16string_view name,
+SearchResult Search::FindExactly(const HostName &host, std::u16string_view name,
                                  SearchEntry *entry) {
-    if (const int error = read_facts(AT_FDCWD, host.c_str(), &entry->facts)) {
+    m_facts = host.pin ? host.pin->TakeFacts() : PinnedDirectory::Facts::kAll;
+    const FileRef ref = host.Ref();
+    const int error = m_facts == PinnedDirectory::Facts::kAll
+                          ? read_facts(ref.directory, ref.name, &entry->facts)
+                          : read_host_facts(ref.directory, ref.name, DT_UNKNOWN, &entry->facts);
+    if (error != 0) {
         return path_failure(error, host);
     }
     std::copy(name.begin(), name.end(), m_name);
@@ -99,13 +115,37 @@ SearchResult Search::FindExactly(const std::string &host, std::u16string_view na
     return std::nullopt;
 }
 
-SearchResult Search::Open(const std::string &folder, bool isRoot) {
-    m_directory = open_host(folder.c_str(), O_RDONLY | O_DIRECTORY);
-    if (!m_directory) {
+SearchResult Search::Open(const HostName &host) {
+    const std::string folder = folder_of(host.name);
+    m_opened = open_host(folder.c_str(), O_RDONLY | O_DIRECTORY);
+    if (!m_opened) {
         return folder_failure(errno, folder);
     }
+    m_directory = m_opened.Get();
     m_block = std::make_unique_for_overwrite<char[]>(kBlock);
-    return isRoot ? std::nullopt : ReadDots();
+    return std::nullopt;
+}
+
+// Uses the descriptor of the pinned directory, unless another search already does.
+SearchResult Search::Open(std::shared_ptr<PinnedDirectoryState> pin) {
+    m_block = std::make_unique_for_overwrite<char[]>(kBlock);
+    m_facts = pin->TakeFacts();
+    m_directory = pin->directory.Get();
+    if (!pin->is_listed.exchange(true)) {
+        m_pin = std::move(pin);
+        return lseek(m_directory, 0, SEEK_SET) == 0 ? SearchResult() : host_failure(errno);
+    }
+    m_opened = open_host(FileRef{m_directory, "."}, O_RDONLY | O_DIRECTORY);
+    m_directory = m_opened.Get();
+    return m_opened ? SearchResult() : host_failure(errno);
+}
+
+void Search::CloseDirectory() noexcept {
+    if (const auto pin = std::move(m_pin)) {
+        pin->is_listed = false;
+    }
+    m_opened = HostDescriptor();
+    m_directory = -1;
 }
 
 SearchResult Search::ReadDots() {
@@ -114,9 +154,17 @@ SearchResult Search::ReadDots() {
     if (!self && !parent) {
         return std::nullopt;
     }
-    int error = read_facts(m_directory.Get(), &m_dots[0].facts);
+    m_dots[0].name = u".";
+    m_dots[1].name = u"..";
+    m_dotsPos = self ? 0 : 1;
+    m_dotsEnd = parent ? 2 : 1;
+    if (m_facts == PinnedDirectory::Facts::kKinds) {
+        m_dots[0].facts = m_dots[1].facts = facts_of_kind(DT_DIR);
+        return std::nullopt;
+    }
+    int error = read_facts(m_directory, &m_dots[0].facts);
     if (error == 0) {
-        error = read_facts(m_directory.Get(), "..", DT_DIR, &m_dots[1].facts);
+        error = read_facts(m_directory, "..", DT_DIR, &m_dots[1].facts);
     }
     if (error != 0) {
         return host_failure(error);
@@ -124,27 +172,35 @@ SearchResult Search::ReadDots() {
     const FileFacts &a = m_dots[0].facts;
     const FileFacts &b = m_dots[1].facts;
     if (a.volume == b.volume && a.index == b.index) {
-        return std::nullopt;  // the host's root, which is its own parent
+        m_dotsEnd = m_dotsPos;  // the host's root, which is its own parent
     }
-    m_dots[0].name = u".";
-    m_dots[1].name = u"..";
-    m_dotsPos = self ? 0 : 1;
-    m_dotsEnd = parent ? 2 : 1;
     return std::nullopt;
 }
 
 // Reads the next block. Closes the directory after the last block and on failure.
 SearchResult Search::ReadBlock() {
-    const ssize_t count = m_directory ? getdents64(m_directory.Get(), m_block.get(), kBlock) : 0;
+    const ssize_t count = m_directory >= 0 ? getdents64(m_directory, m_block.get(), kBlock) : 0;
     if (count > 0) {
         m_blockPos = 0;
         m_blockEnd = static_cast<std::size_t>(count);
         return std::nullopt;
     }
     const int error = count < 0 ? errno : 0;
-    m_directory = HostDescriptor();
+    CloseDirectory();
     // ENOENT: the directory was removed meanwhile.
     return error == 0 || error == ENOENT ? kNoMore : host_failure(error);
+}
+
+// Stores the facts of an entry of the directory. Returns 0 or errno.
+int Search::ReadFacts(const char *name, unsigned char type, FileFacts *facts) const {
+    if (m_facts == PinnedDirectory::Facts::kAll) {
+        return read_facts(m_directory, name, type, facts);
+    }
+    if (m_facts == PinnedDirectory::Facts::kKinds && type != DT_LNK && type != DT_UNKNOWN) {
+        *facts = facts_of_kind(type);
+        return 0;
+    }
+    return read_host_facts(m_directory, name, type, facts);
 }
 
 // Whether the search returns an entry of this name. Stores the converted name in m_name.
@@ -172,10 +228,12 @@ SearchResult Search::Next(SearchEntry *entry) {
         if ((m_mayLeaveOutFiles && is_surely_a_file(found->d_type)) || !Takes(found->d_name)) {
             continue;
         }
-        const int error =
-            read_facts(m_directory.Get(), found->d_name, found->d_type, &entry->facts);
+        const int error = ReadFacts(found->d_name, found->d_type, &entry->facts);
         if (error == 0) {
             entry->name = {m_name, m_nameLength};
+            if (m_pin && (m_pin->flags & PinnedDirectory::kDeletes) != 0) {
+                m_pin->found_file = found->d_type == DT_REG ? found->d_name : "";
+            }
             return std::nullopt;
         }
         if (error != ENOENT) {

@@ -14,6 +14,7 @@
 #include "ostrel/platform/base/handle_table.h"
 #include "ostrel/platform/base/host_descriptor.h"
 #include "ostrel/platform/file/file_facts.h"
+#include "ostrel/platform/file/host_name.h"
 #include "ostrel/platform/file/wildcard.h"
 #include "ostrel/platform/types.h"
 
@@ -40,6 +41,7 @@ public:
     // With `mayLeaveOutFiles` a search for a pattern skips the entries whose type in the host's
     // listing is known and is neither directory nor link.
     explicit Search(bool mayLeaveOutFiles = false) : m_mayLeaveOutFiles(mayLeaveOutFiles) {}
+    ~Search() override { CloseDirectory(); }
 
     // Begins the search and stores the first entry; call once. Returns nothing. On failure returns
     // the failure as FindFirstFileW describes it.
@@ -55,15 +57,21 @@ private:
     // The largest size of a host name, in bytes, whose converted name has MAX_PATH - 1 characters.
     static constexpr std::size_t kMaxBytes = 3 * (MAX_PATH - 1);
 
-    SearchResult FindExactly(const std::string &host, std::u16string_view name, SearchEntry *entry);
-    SearchResult Open(const std::string &folder, bool isRoot);
+    SearchResult FindExactly(const HostName &host, std::u16string_view name, SearchEntry *entry);
+    SearchResult Open(const HostName &host);
+    SearchResult Open(std::shared_ptr<PinnedDirectoryState> pin);
     SearchResult ReadDots();
     SearchResult ReadBlock();
+    int ReadFacts(const char *name, unsigned char type, FileFacts *facts) const;
     bool Takes(std::string_view hostName);
+    void CloseDirectory() noexcept;
 
     std::mutex m_mutex;
     bool m_mayLeaveOutFiles;
-    HostDescriptor m_directory;  // empty when there are no more names to read
+    int m_directory = -1;     // -1 when there are no more names to read
+    HostDescriptor m_opened;  // the owner of m_directory, unless it is that of a pin
+    std::shared_ptr<PinnedDirectoryState> m_pin;  // whose position this search uses
+    PinnedDirectory::Facts m_facts = PinnedDirectory::Facts::kAll;
     std::optional<Wildcard> m_pattern;
 
     // The entries "." and "..". Next still has to return the entries [m_dotsPos, m_dotsEnd).

@@ -54,6 +54,9 @@ public:
     // lock it, acquires no lock, checks nothing and returns 0.
     int Take(unsigned access, unsigned share) noexcept;
 
+    // Leaves the release of the lock to the closing: nobody can open the file any more.
+    void Forget() noexcept { m_takesPart = false; }
+
     // Releases the lock and closes the file. Returns 0, or errno when the host reports a failed
     // write only here.
     int Close() noexcept {

@@ -3,7 +3,7 @@
 
 // Internal. Reads and writes the layer's two extended attributes (file.h): user.DOSATTRIB contains
 // attribute bits, user.ostrel.creation_time a creation time. Only regular files and directories can
-// have these extended attributes. The calls do not open the file.
+// have these extended attributes. The calls follow links and do not open the file.
 //
 // Threads: every call may run on any thread.
 
@@ -12,16 +12,10 @@
 #include <cstdint>
 #include <optional>
 
+#include "ostrel/platform/base/host_descriptor.h"
 #include "ostrel/platform/types.h"
 
 namespace ostrel_platform {
-
-// A file: its name in an open directory, or with AT_FDCWD its path. The calls follow links. With an
-// empty name, `directory` is the open file itself.
-struct FileRef {
-    int directory;
-    const char *name;
-};
 
 // The value of `device` for a file on an unknown device: the calls always ask the host.
 inline constexpr dev_t kAnyDevice = 0;

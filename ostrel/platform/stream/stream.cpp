@@ -68,7 +68,7 @@ int complete_open(const char *path, SharingFile *file, const OpenMode &mode) {
     }
     const int refusal =
         file->Take(mode.Reads() ? kShareRead : kShareWrite, kShareRead | kShareWrite);
-    if (!path_still_names(path, facts)) {
+    if (!still_names({AT_FDCWD, path}, facts)) {
         return ESTALE;
     }
     if (refusal != 0) {
@@ -81,7 +81,7 @@ int complete_open(const char *path, SharingFile *file, const OpenMode &mode) {
 // FIFO's writer, or a device, would notice even an open.
 HostDescriptor open_file(const char *path, const OpenMode &mode) {
     if (!mode.Reads()) {
-        return open_host_to_write(path, O_NONBLOCK | O_CREAT | (mode.access == 'a' ? O_APPEND : 0) |
+        return open_host_to_write({AT_FDCWD, path}, O_NONBLOCK | O_CREAT | (mode.access == 'a' ? O_APPEND : 0) |
                                             (mode.exclusive ? O_EXCL : 0));
     }
     struct stat facts;
