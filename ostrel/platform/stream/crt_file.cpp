@@ -6,6 +6,7 @@
 
 #include "ostrel/platform/base/call_result.h"
 #include "ostrel/platform/base/fork_lock.h"
+#include "ostrel/platform/base/never_destroyed.h"
 #include "ostrel/platform/crt_text.h"
 #include "ostrel/platform/file/host_path.h"
 #include "ostrel/platform/stream.h"
@@ -13,6 +14,7 @@
 
 namespace {
 
+using ostrel_platform::NeverDestroyed;
 using ostrel_platform::OpenMode;
 using ostrel_platform::Stream;
 
@@ -22,7 +24,7 @@ using ostrel_platform::Stream;
 class OpenStreams {
 public:
     static OpenStreams &Instance() {
-        static OpenStreams *const streams = new OpenStreams;  // outlives every static object
+        static NeverDestroyed<OpenStreams> streams;
         return *streams;
     }
 
@@ -129,11 +131,15 @@ int open_stream(const WCHAR *path, const WCHAR *mode_text, std::FILE **result) {
         return errno;
     }
     Stream *const owned_by_file = stream.release();
+    int error = ENOMEM;
     try {
         OpenStreams::Instance().Add(file, owned_by_file);
-    } catch (...) {
+        error = owned_by_file->Truncate();
+    } catch (const std::bad_alloc &) {
+    }
+    if (error != 0) {
         std::fclose(file);
-        throw;
+        return error;
     }
     *result = file;
     return 0;
