@@ -5,6 +5,7 @@
 
 #include "ostrel/platform/base/fork_lock.h"
 #include "ostrel/platform/base/never_destroyed.h"
+#include "ostrel/platform/base/no_cancellation.h"
 #include "ostrel/platform/error.h"
 
 namespace ostrel_platform {
@@ -59,6 +60,7 @@ std::shared_ptr<HandleObject> HandleTable::Find(HandleKind kind, std::uintptr_t 
 }
 
 bool HandleTable::Close(HandleKind kind, std::uintptr_t handle) {
+    const NoCancellation uncancelled;
     std::shared_ptr<HandleObject> closed;  // released outside the lock
     {
         const std::unique_lock lock(m_mutex);

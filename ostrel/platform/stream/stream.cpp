@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "ostrel/platform/base/host_descriptor.h"
+#include "ostrel/platform/base/no_cancellation.h"
 #include "ostrel/platform/crt_text.h"
 #include "ostrel/platform/file/share_mode.h"
 
@@ -219,6 +220,7 @@ void Stream::SkipMark() {
 // Decodes the next block of bytes. Call only when the block is empty. Returns false at the end of
 // the file and on failure.
 bool Stream::FillBlock() {
+    const NoCancellation uncancelled;
     std::size_t count = 0;
     bool more = true;
     while (count == 0 && more) {

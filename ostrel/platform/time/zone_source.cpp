@@ -16,6 +16,7 @@
 
 #include "ostrel/platform/base/fork_lock.h"
 #include "ostrel/platform/base/never_destroyed.h"
+#include "ostrel/platform/base/no_cancellation.h"
 #include "ostrel/platform/time/zone_file.h"
 
 namespace ostrel_platform {
@@ -180,6 +181,7 @@ bool LocalZone::IsUnchanged() noexcept {
 }
 
 void LocalZone::Choose() noexcept {
+    const NoCancellation uncancelled;
     const Zone *zone = &utc();
     try {
         const std::optional<std::string> text = m_variable.Read("TZ=");
