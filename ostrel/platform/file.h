@@ -45,8 +45,10 @@
 //
 // Symbolic links. Facts (attributes, size, times) are those of the target, with REPARSE_POINT
 // added; when the target cannot be reached, facts are the link's own, with size 0. Opening and
-// copying follow a link; a file that they create appears at the link's target. Deleting and moving
-// take the link itself. Setting attributes on a link succeeds and has no effect.
+// copying follow a link; a file that they create appears at the link's target. Whether a call may
+// follow a link that another user has put into a sticky directory, such as /tmp, is the host's
+// decision (fs.protected_symlinks); CREATE_NEW never follows the last component. Deleting and
+// moving take the link itself. Setting attributes on a link succeeds and has no effect.
 //
 // Sharing. The access of each open handle must be within the share mode of every other handle to
 // the same file, directories included; otherwise the later open fails. Deleting a file, or
@@ -398,10 +400,11 @@ OSTREL_PLATFORM_API DWORD GetTempPathW(DWORD capacity, WCHAR *buffer) noexcept;
 OSTREL_PLATFORM_API int _waccess(const WCHAR *path, int mode) noexcept;
 
 // Makes up a path that no file has at the moment: a directory, `prefix` (null is empty) and a
-// number, without an extension. The directory is the value of TMP if that is an existing directory,
-// else `directory` if that is one, else the current directory (the text begins with .\). With TMP
-// not set, a missing `directory` is no failure. Ignores TMP where GetTempPathW does. The call
-// creates no file, and another process may take the name first.
+// random number of up to 20 digits, which nobody can guess, without an extension. The directory is
+// the value of TMP if that is an existing directory, else `directory` if that is one, else the
+// current directory (the text begins with .\). With TMP not set, a missing `directory` is no
+// failure. Ignores TMP where GetTempPathW does. The call creates no file, and another process may
+// take the name once it is known: create the file with CREATE_NEW, which follows no link.
 //
 // Returns a text that the caller releases with free. On failure returns null and sets errno to
 // ENOENT (TMP is set, `directory` is not null, and neither is an existing directory; or no host
