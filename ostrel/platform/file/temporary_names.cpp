@@ -141,16 +141,17 @@ int allocate(const std::u16string &text, WCHAR **result) {
 }
 
 int find_name(const WCHAR *directory, const WCHAR *prefix, WCHAR **result) {
-    const std::u16string folder = folder_of_name(directory);
-    if (folder.empty()) {
+    std::u16string begin = folder_of_name(directory);
+    if (begin.empty()) {
         return errno;
     }
+    begin += prefix != nullptr ? prefix : u"";
     std::u16string name, number;
     int error = EEXIST;
     while (error == EEXIST || error == EINTR) {
         error = draw_number(&number);
         if (error == 0) {
-            name = folder + (prefix != nullptr ? prefix : u"") + number;
+            name = begin + number;
             error = check_name(name);
         }
     }
