@@ -1,4 +1,5 @@
-# Installs the three libraries with their public headers, a CMake package and pkg-config files.
+# Installs the three libraries with their public headers, a CMake package, pkg-config files and the
+# suppressions for valgrind.
 include(CMakePackageConfigHelpers)
 
 set(ostrel_cmake_dir "${CMAKE_INSTALL_LIBDIR}/cmake/Ostrel")
@@ -16,6 +17,10 @@ install(FILES
   "${PROJECT_BINARY_DIR}/OstrelConfig.cmake"
   "${PROJECT_BINARY_DIR}/OstrelConfigVersion.cmake"
   DESTINATION "${ostrel_cmake_dir}")
+
+# For users of valgrind (docs/porting.md).
+install(FILES "${PROJECT_SOURCE_DIR}/cmake/ostrel.supp"
+  DESTINATION "${CMAKE_INSTALL_DATADIR}/ostrel")
 
 # The files find the prefix from their own place, so that an installed tree can be moved.
 file(RELATIVE_PATH PC_TO_PREFIX "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/")

@@ -116,7 +116,8 @@ struct Stamp {
     }
 };
 
-HANDLE open_copy(const WCHAR *path) {
+HANDLE open_copy(const WCHAR *path, HANDLE source) {
+    const platform_creation_limit limit(source);
     return CreateFileW(path, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL,
                        nullptr);
 }
@@ -201,10 +202,10 @@ bool copyFileEx(const WCHAR *pszExisting, const WCHAR *pszNew, bool fMoveBusyAsi
         if (stamp.IsThatOf(pszNew)) {
             return true;
         }
-        CHandle target(open_copy(pszNew));
+        CHandle target(open_copy(pszNew, source));
         if (target == INVALID_HANDLE_VALUE && fMoveBusyAside) {
             move_aside(pszNew);
-            target = open_copy(pszNew);
+            target = open_copy(pszNew, source);
         }
         if (target == INVALID_HANDLE_VALUE || !copy_content(source, target)) {
             return false;

@@ -182,10 +182,12 @@ OSTREL_API bool createDirectory(const WCHAR *path, bool fPathHasFile, bool fNoHi
 
 // Copies a file with its attributes and times, unless both files have the same time of last write
 // already. The directory of `pszNew` must exist. During the copy the source is open with
-// FILE_SHARE_READ and the target without sharing. A new target has the permissions of any new file.
-// With `fMoveBusyAside` a target that cannot be opened for writing, a directory too, is first
-// renamed, and the renamed file stays: c:\x\a.dll becomes c:\x\a1234567.dll, with the tick count of
-// the system as a signed number.
+// FILE_SHARE_READ and the target without sharing. Off Windows a new target never gives its group
+// and others a permission that the source does not give them, nor one that the umask takes; an
+// existing target keeps its permissions, unless the source is read-only. With `fMoveBusyAside` a
+// target that cannot be opened for writing, a directory too, is first renamed, and the renamed file
+// stays: c:\x\a.dll becomes c:\x\a1234567.dll, with the tick count of the system as a signed
+// number.
 //
 // Returns true when the copy was made or was not needed. A failed read ends the copy as the end of
 // the file does: the function then sets attributes and times and returns true, and the last error

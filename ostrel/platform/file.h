@@ -45,8 +45,10 @@
 //
 // Symbolic links. Facts (attributes, size, times) are those of the target, with REPARSE_POINT
 // added; when the target cannot be reached, facts are the link's own, with size 0. Opening and
-// copying follow a link; a file that they create appears at the link's target. Deleting and moving
-// take the link itself. Setting attributes on a link succeeds and has no effect.
+// copying follow a link; a file that they create appears at the link's target. Whether a call may
+// follow a link that another user has put into a sticky directory, such as /tmp, is the host's
+// decision (fs.protected_symlinks); CREATE_NEW never follows the last component. Deleting and
+// moving take the link itself. Setting attributes on a link succeeds and has no effect.
 //
 // Sharing. The access of each open handle must be within the share mode of every other handle to
 // the same file, directories included; otherwise the later open fails. Deleting a file, or
@@ -77,6 +79,11 @@
 #ifdef _WIN32
 
 #include <io.h>
+
+// See below; the system has no permissions of this kind.
+struct platform_creation_limit {
+    explicit platform_creation_limit(HANDLE) noexcept {}
+};
 
 #else
 
@@ -168,6 +175,28 @@ struct SECURITY_ATTRIBUTES;
 OSTREL_PLATFORM_API HANDLE CreateFileW(const WCHAR *path, DWORD access, DWORD share,
                                        SECURITY_ATTRIBUTES *security, DWORD creation, DWORD flags,
                                        HANDLE pattern) noexcept;
+
+// Limits the permissions of the files that CreateFileW creates on this thread while the object
+// lives: a new file gives its group and others no permission that the file of `source` does not
+// give them. Without the object the permissions are 0666 without the bits of the umask, which
+// applies too. An existing file keeps its permissions. When `source` is no open handle of
+// CreateFileW, a new file gives them no permission at all. Not a call of the platform; a program
+// that copies a file through its own buffer uses it when it opens the target:
+//
+//   const platform_creation_limit limit(source);
+//   target = CreateFileW(path, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
+//
+// Destroy the objects of a thread in the reverse order of their construction, on that thread. The
+// constructor may set the last error.
+class OSTREL_PLATFORM_API platform_creation_limit {
+public:
+    explicit platform_creation_limit(HANDLE source) noexcept;
+    ~platform_creation_limit();
+    platform_creation_limit &operator=(platform_creation_limit &&) = delete;  // nor copied
+
+private:
+    unsigned m_before;
+};
 
 inline constexpr DWORD FILE_TYPE_UNKNOWN = 0;
 inline constexpr DWORD FILE_TYPE_DISK = 1;
@@ -279,10 +308,10 @@ OSTREL_PLATFORM_API BOOL RemoveDirectoryW(const WCHAR *path) noexcept;
 // error.
 OSTREL_PLATFORM_API BOOL DeleteFileW(const WCHAR *path) noexcept;
 
-// Copies a file with its permissions, its attributes and the time of its last write. The call
-// writes a temporary file beside the target (".ostrel-" and 16 hexadecimal digits) and renames it,
-// so a failed copy leaves an existing target as it was. A crash may leave the temporary file
-// behind. Handles that are open on a replaced target keep the old file.
+// Copies a file with its permissions, whatever the umask is, its attributes and the time of its
+// last write. The call writes a temporary file beside the target (".ostrel-" and 16 hexadecimal
+// digits) and renames it, so a failed copy leaves an existing target as it was. A crash may leave
+// the temporary file behind. Handles that are open on a replaced target keep the old file.
 //
 // Returns TRUE. On failure returns FALSE and sets the last error:
 //   ERROR_FILE_EXISTS        `failIfExists` is not 0 and the target exists, also as a directory; a
@@ -371,10 +400,11 @@ OSTREL_PLATFORM_API DWORD GetTempPathW(DWORD capacity, WCHAR *buffer) noexcept;
 OSTREL_PLATFORM_API int _waccess(const WCHAR *path, int mode) noexcept;
 
 // Makes up a path that no file has at the moment: a directory, `prefix` (null is empty) and a
-// number, without an extension. The directory is the value of TMP if that is an existing directory,
-// else `directory` if that is one, else the current directory (the text begins with .\). With TMP
-// not set, a missing `directory` is no failure. Ignores TMP where GetTempPathW does. The call
-// creates no file, and another process may take the name first.
+// random number of up to 20 digits, which nobody can guess, without an extension. The directory is
+// the value of TMP if that is an existing directory, else `directory` if that is one, else the
+// current directory (the text begins with .\). With TMP not set, a missing `directory` is no
+// failure. Ignores TMP where GetTempPathW does. The call creates no file, and another process may
+// take the name once it is known: create the file with CREATE_NEW, which follows no link.
 //
 // Returns a text that the caller releases with free. On failure returns null and sets errno to
 // ENOENT (TMP is set, `directory` is not null, and neither is an existing directory; or no host

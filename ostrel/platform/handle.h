@@ -15,6 +15,12 @@
 // Forks. The child of a fork may use every call of the layer, also when the program has threads.
 // The child must not use a handle, search or stream that another thread was using at the fork. What
 // the child closes stays open in the parent.
+//
+// Cancellation. No call of the layer is a cancellation point. A request of pthread_cancel waits for
+// the end of the call, also of a ReadFile that waits for a FIFO's writer, and takes effect at the
+// thread's next cancellation point: every call completes, and its locks are free afterwards. The
+// thread's cancellation type must be the deferred one, which is the default. fread, fwrite, fclose
+// and the host's other calls on a stream of _wfopen wait in the same way.
 
 #include "ostrel/platform/types.h"
 

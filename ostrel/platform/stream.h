@@ -62,7 +62,7 @@
 //           share mode forbids the access; others keep deleting and creating the file; or the host
 //           denies it
 //   ENXIO   w or a on a FIFO that nobody reads, or on a socket
-//   ENOMEM  memory is missing
+//   ENOMEM  memory is missing; an existing file is not truncated then
 // or another errno of the host's open or ftruncate, such as ETXTBSY for writing to a running
 // program.
 OSTREL_PLATFORM_API std::FILE *_wfopen(const WCHAR *path, const WCHAR *mode) noexcept;

@@ -62,6 +62,43 @@ TEST(StdUtilsFile, CopyFileExCopiesContentTimesAndAttributesUnlessUpToDate) {
     EXPECT_EQ(content_of("copy"), "other");
 }
 
+// The host's permissions of the file that a call leaves at "t/f".
+mode_t mode_after(int (*call)(), mode_t source, mode_t mask, const char *planted) {
+    const Planted dir(planted);
+    EXPECT_EQ(chmod("s/f", source), 0);
+    const mode_t before = umask(mask);
+    EXPECT_EQ(call(), 1);
+    umask(before);
+    return host_facts("t/f").st_mode & 07777;
+}
+
+TEST(StdUtilsFile, ACopyIsNoMoreOpenThanItsSource) {
+    const struct {
+        const char *text;
+        int (*call)();
+        bool takesMode;  // of the source, whatever the umask and the target are
+    } calls[] = {{CALL(int{copyFileEx(TEXT("s/f"), TEXT("t/f"), false)}), false},
+                 {CALL(copyDirectory(TEXT("s"), TEXT("t"), 0, 0, 0)), false},
+                 {CALL(CopyFileW(TEXT("s/f"), TEXT("t/f"), FALSE)), true},
+                 {CALL(moveDirectory(TEXT("s"), TEXT("t"), 0, 0)), true},
+                 {CALL(int{moveFiles(TEXT("s"), TEXT("t"), TEXT("*"), 3, 0)}), true}};
+    for (const auto &c : calls) {
+        for (const mode_t source : {0600u, 0640u, 0604u, 0666u}) {
+            for (const mode_t mask : {0u, 022u}) {
+                SCOPED_TRACE(testing::Message()
+                             << c.text << std::oct << ' ' << source << ' ' << mask);
+                EXPECT_EQ(mode_after(c.call, source, mask, "s/f=new t/"),
+                          c.takesMode ? source : source & ~mask);
+                EXPECT_EQ(mode_after(c.call, source, mask, "s/f=new t/f=old"),
+                          c.takesMode ? source : 0644u);
+            }
+        }
+    }
+    for (const int keepsReadOnly : {0, 2, 4}) {
+        EXPECT_EQ(mode_after(calls[keepsReadOnly].call, 0400, 0, "s/f=new t/"), 0400u);
+    }
+}
+
 TEST(StdUtilsFile, CopyFileExRefusesOrMovesAsideWhatIsInTheWay) {
     const struct {
         const WCHAR *source, *target;

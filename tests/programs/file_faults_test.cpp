@@ -62,6 +62,7 @@ extern "C" ssize_t write(int file, const void *bytes, std::size_t count) {
 FAILING(ssize_t, copy_file_range,
         (int in, off64_t *in_at, int out, off64_t *out_at, std::size_t count, unsigned flags), in,
         in_at, out, out_at, count, flags)
+FAILING(ssize_t, getrandom, (void *bytes, std::size_t count, unsigned flags), bytes, count, flags)
 FAILING(int, fchown, (int file, uid_t user, gid_t group), file, user, group)
 FAILING(int, renameat2, (int in, const char *source, int out, const char *target, unsigned flags),
         in, source, out, target, flags)
@@ -106,6 +107,13 @@ struct Faults {
     }
     Faults &operator=(Faults &&) = delete;  // nor copied
 };
+
+TEST(FileFaults, NoTemporaryNameCanBeGuessed) {
+    const TempDir dir;
+    const Faults faults({"getrandom"}, ENOSYS);
+    EXPECT_EQ(_wtempnam(nullptr, nullptr), nullptr);
+    EXPECT_EQ(errno, ENOSYS);
+}
 
 TEST(FileFaults, ReadAndWriteThroughInterruptionsUntilAnError) {
     const TempDir dir;

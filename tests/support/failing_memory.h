@@ -10,16 +10,23 @@
 
 namespace failing_memory {
 
+// Which allocations fail behind the one that was told to.
+enum class Rest { kNone, kAll };
+
 inline thread_local int t_left = -1;
+inline thread_local Rest t_rest = Rest::kNone;
 
 inline void *allocate(std::size_t size) {
-    return t_left >= 0 && t_left-- == 0 ? nullptr : std::malloc(size == 0 ? 1 : size);
+    const bool fails = t_left == 0 || (t_left < 0 && t_rest == Rest::kAll);
+    t_left -= t_left >= 0 ? 1 : 0;
+    return fails ? nullptr : std::malloc(size == 0 ? 1 : size);
 }
 
-// Lets `left` more allocations of this thread succeed and the one behind them fail; negative: none
-// fails.
-inline void fail_after(int left) {
+// Lets `left` more allocations of this thread succeed and the one behind them fail, with the rest
+// or alone; negative: none fails.
+inline void fail_after(int left, Rest rest = Rest::kNone) {
     t_left = left;
+    t_rest = rest;
 }
 
 // Whether that one has failed, or none was to fail.

@@ -2,11 +2,13 @@
 #define OSTREL_PLATFORM_BASE_CALL_RESULT_H
 
 // Internal. How a call of the platform reports its failure. Each helper runs the body of a call,
-// which returns 0 or an error; std::bad_alloc becomes the family's code for missing memory.
+// which returns 0 or an error, without cancellation; std::bad_alloc becomes the family's code for
+// missing memory.
 
 #include <cerrno>
 #include <new>
 
+#include "ostrel/platform/base/no_cancellation.h"
 #include "ostrel/platform/error.h"
 
 namespace ostrel_platform {
@@ -14,6 +16,7 @@ namespace ostrel_platform {
 // Runs a body that returns an error code of the system. Returns that code.
 template <class Body>
 DWORD code_of_call(Body body) noexcept {
+    const NoCancellation uncancelled;
     try {
         return body();
     } catch (const std::bad_alloc &) {
@@ -36,6 +39,7 @@ BOOL call_result(Body body) noexcept {
 // and sets errno.
 template <class Body>
 int crt_result(Body body) noexcept {
+    const NoCancellation uncancelled;
     const int saved_errno = errno;
     int error = ENOMEM;
     try {

@@ -8,11 +8,11 @@
 #include <cstring>
 #include <memory>
 #include <mutex>
-#include <new>
 #include <set>
 #include <vector>
 
 #include "ostrel/platform/base/fork_lock.h"
+#include "ostrel/platform/base/never_destroyed.h"
 
 namespace ostrel_platform {
 namespace {
@@ -23,9 +23,8 @@ namespace {
 // keeps setting variables does not keep taking memory.
 class Additions {
 public:
-    // Never destroyed: static destructors still use the environment.
     static Additions &Instance() {
-        static Additions *const additions = new Additions;
+        static NeverDestroyed<Additions> additions;  // static destructors use the environment too
         return *additions;
     }
 

@@ -4,6 +4,8 @@
 #include <utility>
 
 #include "ostrel/platform/base/fork_lock.h"
+#include "ostrel/platform/base/never_destroyed.h"
+#include "ostrel/platform/base/no_cancellation.h"
 #include "ostrel/platform/error.h"
 
 namespace ostrel_platform {
@@ -16,12 +18,9 @@ constexpr std::uint32_t kMaxUses = (1u << 29) - 1;
 }  // namespace
 
 HandleTable &HandleTable::Instance() {
-    // Never destroyed: static destructors close handles too.
-    static HandleTable *const table = [] {
-        auto *const created = new HandleTable;
-        register_fork_lock(ForkOrder::kHandles, &created->m_mutex);
-        return created;
-    }();
+    static NeverDestroyed<HandleTable> table;  // static destructors close handles too
+    [[maybe_unused]] static const bool registered =
+        (register_fork_lock(ForkOrder::kHandles, &(*table).m_mutex), true);
     return *table;
 }
 
@@ -61,6 +60,7 @@ std::shared_ptr<HandleObject> HandleTable::Find(HandleKind kind, std::uintptr_t 
 }
 
 bool HandleTable::Close(HandleKind kind, std::uintptr_t handle) {
+    const NoCancellation uncancelled;
     std::shared_ptr<HandleObject> closed;  // released outside the lock
     {
         const std::unique_lock lock(m_mutex);

@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <cstdint>
 
 #include "ostrel/platform/base/call_result.h"
@@ -49,6 +50,8 @@ void store_time(const FILETIME &time, FILETIME *out) {
     }
 }
 
+constinit thread_local mode_t t_modeOfNewFile = 0666;
+
 constexpr DWORD high_half(std::uint64_t value) {
     return static_cast<DWORD>(value >> 32);
 }
@@ -58,6 +61,23 @@ constexpr DWORD low_half(std::uint64_t value) {
 }
 
 }  // namespace
+
+mode_t ostrel_platform::mode_of_new_file() noexcept {
+    return t_modeOfNewFile;
+}
+
+platform_creation_limit::platform_creation_limit(HANDLE source) noexcept
+    : m_before(t_modeOfNewFile) {
+    struct stat facts = {};
+    with_file(source, [&facts](const OpenFile &open) {
+        return fstat(open.Get(), &facts) == 0 ? ERROR_SUCCESS : code_of_errno(errno);
+    });
+    t_modeOfNewFile &= S_IRUSR | S_IWUSR | facts.st_mode;
+}
+
+platform_creation_limit::~platform_creation_limit() {
+    t_modeOfNewFile = m_before;
+}
 
 BOOL ReadFile(HANDLE file, LPVOID buffer, DWORD count, DWORD *done, LPVOID overlapped) noexcept {
     return with_file(file, [=](OpenFile &open) {

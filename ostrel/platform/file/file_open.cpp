@@ -95,7 +95,8 @@ HostDescriptor open_existing(const char *path, const Request &request) {
 
 HostDescriptor create(const char *path, const Request &request, int exclusive) {
     return open_host(path,
-                     O_CREAT | O_NONBLOCK | (request.Writes() ? O_RDWR : O_RDONLY) | exclusive);
+                     O_CREAT | O_NONBLOCK | (request.Writes() ? O_RDWR : O_RDONLY) | exclusive,
+                     mode_of_new_file());
 }
 
 // Opens or creates a file by `creation`. On failure sets errno.

@@ -5,6 +5,7 @@
 #include <mutex>
 #include <new>
 
+#include "ostrel/platform/base/no_cancellation.h"
 #include "ostrel/platform/error.h"
 #include "ostrel/platform/file.h"
 #include "ostrel/platform/file/search.h"
@@ -53,6 +54,7 @@ void put_entry(const SearchEntry &entry, _wfinddata64i32_t *data) {
 template <class Data>
 SearchResult begin(HandleKind kind, const WCHAR *path, bool mayLeaveOutFiles, Data *data,
                    std::uintptr_t *handle) {
+    const ostrel_platform::NoCancellation uncancelled;
     try {
         const auto search = std::make_shared<Search>(mayLeaveOutFiles);
         SearchEntry entry;
@@ -69,6 +71,7 @@ SearchResult begin(HandleKind kind, const WCHAR *path, bool mayLeaveOutFiles, Da
 
 template <class Data>
 SearchResult go_on(HandleKind kind, std::uintptr_t handle, Data *data) {
+    const ostrel_platform::NoCancellation uncancelled;
     const auto object = HandleTable::Instance().Find(kind, handle);
     if (object == nullptr) {
         return ostrel_platform::SearchFailure{ERROR_INVALID_HANDLE, EINVAL};

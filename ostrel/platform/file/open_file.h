@@ -40,6 +40,10 @@ private:
     std::mutex m_position;  // makes the steps of one call atomic
 };
 
+// Returns the permissions of a file that this thread creates, before the umask applies:
+// platform_creation_limit decides.
+mode_t mode_of_new_file() noexcept;
+
 }  // namespace ostrel_platform
 
 #endif  // OSTREL_PLATFORM_FILE_OPEN_FILE_H

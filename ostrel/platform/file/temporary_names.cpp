@@ -1,12 +1,12 @@
 // The directory and the names of temporary files, and the check of access.
 
 #include <fcntl.h>
+#include <sys/random.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
+#include <cstdint>
 #include <cstdlib>
 #include <string>
 #include <string_view>
@@ -102,15 +102,16 @@ std::u16string folder_of_name(const WCHAR *directory) {
     return is_set && directory != nullptr ? u"" : u".\\";
 }
 
-// Returns digits that differ in a million successive calls, and between the processes of the host.
-std::u16string next_number() {
-    static std::atomic<unsigned> count = 0;
-    std::u16string digits;
-    for (const char c :
-         std::to_string(getpid()) + std::to_string(1'000'000 + count++ % 1'000'000)) {
-        digits.push_back(static_cast<WCHAR>(c));
+// Stores the digits of a random number: where others may create files, nobody can plant one under a
+// name that is not known yet. Returns 0 or errno.
+int draw_number(std::u16string *digits) {
+    std::uint64_t number = 0;
+    if (getrandom(&number, sizeof number, 0) != sizeof number) {
+        return errno;
     }
-    return digits;
+    const std::string text = std::to_string(number);
+    digits->assign(text.begin(), text.end());
+    return 0;
 }
 
 // Returns 0 when no file has the name. Otherwise returns errno: EEXIST when a file has the name, or
@@ -140,15 +141,19 @@ int allocate(const std::u16string &text, WCHAR **result) {
 }
 
 int find_name(const WCHAR *directory, const WCHAR *prefix, WCHAR **result) {
-    const std::u16string folder = folder_of_name(directory);
-    if (folder.empty()) {
+    std::u16string begin = folder_of_name(directory);
+    if (begin.empty()) {
         return errno;
     }
-    std::u16string name;
+    begin += prefix != nullptr ? prefix : u"";
+    std::u16string name, number;
     int error = EEXIST;
-    while (error == EEXIST) {
-        name = folder + (prefix != nullptr ? prefix : u"") + next_number();
-        error = check_name(name);
+    while (error == EEXIST || error == EINTR) {
+        error = draw_number(&number);
+        if (error == 0) {
+            name = begin + number;
+            error = check_name(name);
+        }
     }
     return error == 0 ? allocate(name, result) : error;
 }

@@ -6,6 +6,8 @@
 
 #include "ostrel/platform/base/call_result.h"
 #include "ostrel/platform/base/fork_lock.h"
+#include "ostrel/platform/base/never_destroyed.h"
+#include "ostrel/platform/base/no_cancellation.h"
 #include "ostrel/platform/crt_text.h"
 #include "ostrel/platform/file/host_path.h"
 #include "ostrel/platform/stream.h"
@@ -13,6 +15,8 @@
 
 namespace {
 
+using ostrel_platform::NeverDestroyed;
+using ostrel_platform::NoCancellation;
 using ostrel_platform::OpenMode;
 using ostrel_platform::Stream;
 
@@ -22,7 +26,7 @@ using ostrel_platform::Stream;
 class OpenStreams {
 public:
     static OpenStreams &Instance() {
-        static OpenStreams *const streams = new OpenStreams;  // outlives every static object
+        static NeverDestroyed<OpenStreams> streams;
         return *streams;
     }
 
@@ -93,6 +97,7 @@ Stream *stream_of(void *cookie) {
 }
 
 ssize_t read_cookie(void *cookie, char *bytes, std::size_t capacity) {
+    const NoCancellation uncancelled;
     return stream_of(cookie)->ReadBytes(bytes, capacity);
 }
 
@@ -103,6 +108,7 @@ ssize_t write_cookie(void *cookie, const char *bytes, std::size_t count) {
 }
 
 int close_cookie(void *cookie) {
+    const NoCancellation uncancelled;
     const std::unique_ptr<Stream> stream(stream_of(cookie));
     OpenStreams::Instance().Remove(stream.get());
     return stream->Close();
@@ -129,11 +135,15 @@ int open_stream(const WCHAR *path, const WCHAR *mode_text, std::FILE **result) {
         return errno;
     }
     Stream *const owned_by_file = stream.release();
+    int error = ENOMEM;
     try {
         OpenStreams::Instance().Add(file, owned_by_file);
-    } catch (...) {
+        error = owned_by_file->Truncate();
+    } catch (const std::bad_alloc &) {
+    }
+    if (error != 0) {
         std::fclose(file);
-        throw;
+        return error;
     }
     *result = file;
     return 0;
@@ -158,6 +168,7 @@ WCHAR *fgetws(WCHAR *buffer, int count, std::FILE *file) noexcept {
 
 int _flushall() noexcept {
     constexpr int kStandardStreams = 3;
+    const NoCancellation uncancelled;
     OpenStreams::Instance().Flush();
     std::fflush(stdout);
     std::fflush(stderr);

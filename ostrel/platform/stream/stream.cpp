@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "ostrel/platform/base/host_descriptor.h"
+#include "ostrel/platform/base/no_cancellation.h"
 #include "ostrel/platform/crt_text.h"
 #include "ostrel/platform/file/share_mode.h"
 
@@ -50,9 +51,8 @@ bool starts_with_and_skip(std::u16string_view *text, std::u16string_view prefix)
     return found;
 }
 
-// Checks the rules that the host does not know, and truncates a file only when they allow the
-// stream. Returns 0 or errno: EACCES when a rule forbids the stream, ESTALE when the path no longer
-// leads to the open file.
+// Checks the rules that the host does not know. Returns 0 or errno: EACCES when a rule forbids the
+// stream, ESTALE when the path no longer leads to the open file.
 int complete_open(const char *path, SharingFile *file, const OpenMode &mode) {
     struct stat facts;
     if (fstat(file->Get(), &facts) != 0) {
@@ -71,10 +71,7 @@ int complete_open(const char *path, SharingFile *file, const OpenMode &mode) {
     if (!still_names({AT_FDCWD, path}, facts)) {
         return ESTALE;
     }
-    if (refusal != 0) {
-        return EACCES;
-    }
-    return mode.access == 'w' && ftruncate(file->Get(), 0) != 0 ? errno : 0;
+    return refusal != 0 ? EACCES : 0;
 }
 
 // Opens the file of a stream without waiting for a peer. A stream reads regular files alone: a
@@ -161,6 +158,14 @@ std::unique_ptr<Stream> Stream::Open(const char *path, const OpenMode &mode) {
 
 Stream::Stream(SharingFile file, const OpenMode &mode) : m_file(std::move(file)), m_mode(mode) {}
 
+int Stream::Truncate() {
+    struct stat facts;
+    if (m_mode.access != 'w' || fstat(m_file.Get(), &facts) != 0 || !S_ISREG(facts.st_mode)) {
+        return 0;
+    }
+    return error_of(ftruncate(m_file.Get(), 0));
+}
+
 int Stream::Close() {
     const int failure = m_file.Close();
     errno = failure != 0 ? failure : errno;
@@ -215,6 +220,7 @@ void Stream::SkipMark() {
 // Decodes the next block of bytes. Call only when the block is empty. Returns false at the end of
 // the file and on failure.
 bool Stream::FillBlock() {
+    const NoCancellation uncancelled;
     std::size_t count = 0;
     bool more = true;
     while (count == 0 && more) {

@@ -34,12 +34,16 @@ struct OpenMode {
 // Threads: use a stream on one thread at a time.
 class Stream {
 public:
-    // Opens a file of the host. Throws std::bad_alloc. On failure returns null and sets errno as
-    // stream.h describes.
+    // Opens a file of the host, and truncates none. Throws std::bad_alloc. On failure returns null
+    // and sets errno as stream.h describes.
     static std::unique_ptr<Stream> Open(const char *path, const OpenMode &mode);
     Stream &operator=(Stream &&) = delete;  // also disables copies
 
     bool Reads() const { return m_mode.Reads(); }
+
+    // Truncates the file when the mode says so; call once nothing else can fail. Returns 0 or
+    // errno.
+    int Truncate();
 
     // Reads at most `count` - 1 characters, up to and including the next line feed, and stores a
     // NUL behind them. `line` holds `count` characters, at least 1; the call may overwrite all of

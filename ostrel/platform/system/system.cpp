@@ -11,6 +11,7 @@
 #include "ostrel/platform/base/call_result.h"
 #include "ostrel/platform/base/environment.h"
 #include "ostrel/platform/base/fork_lock.h"
+#include "ostrel/platform/base/never_destroyed.h"
 #include "ostrel/platform/text/charset.h"
 
 namespace ostrel_platform {
@@ -58,16 +59,13 @@ const char *find_value(std::u16string_view name) {
 
 // Stores a text until the process ends. Returns the same pointer for equal texts.
 WCHAR *keep(std::u16string text) {
-    // Never destroyed: static destructors still use both.
-    static std::mutex *const mutex = [] {
-        auto *const created = new std::mutex;
-        register_fork_lock(ForkOrder::kValues, created);
-        return created;
-    }();
-    static std::set<std::u16string> *const texts = new std::set<std::u16string>;
+    static NeverDestroyed<std::mutex> mutex;  // static destructors use both too
+    static NeverDestroyed<std::set<std::u16string>> texts;
+    [[maybe_unused]] static const bool registered =
+        (register_fork_lock(ForkOrder::kValues, &*mutex), true);
     const std::lock_guard lock(*mutex);
     // The interface lacks const; callers must not write to the text.
-    return const_cast<WCHAR *>(texts->insert(std::move(text)).first->c_str());
+    return const_cast<WCHAR *>((*texts).insert(std::move(text)).first->c_str());
 }
 
 }  // namespace

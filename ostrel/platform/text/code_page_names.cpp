@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#include "ostrel/platform/base/no_cancellation.h"
 #include "ostrel/platform/text/charset.h"
 
 namespace ostrel_platform {
@@ -212,6 +213,7 @@ ConverterPtr open_by_name(const char *name) {
 }  // namespace
 
 unsigned code_page_of_charset(const char *charset) {
+    const NoCancellation uncancelled;  // ICU may wait or open files
     if (const unsigned code_page = code_page_of_name(charset)) {
         return code_page;
     }
@@ -237,6 +239,7 @@ unsigned code_page_of_environment() {
 }
 
 ConverterPtr open_converter(unsigned code_page) {
+    const NoCancellation uncancelled;  // as above
     if (is_among(std::begin(kWidePages), std::end(kWidePages), code_page)) {
         return nullptr;
     }

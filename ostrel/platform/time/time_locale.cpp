@@ -16,6 +16,7 @@
 #include <string>
 
 #include "ostrel/platform/base/fork_lock.h"
+#include "ostrel/platform/base/no_cancellation.h"
 
 namespace ostrel_platform {
 namespace {
@@ -235,6 +236,7 @@ public:
     }
 
     const TimeForms *Add(std::string_view locale) {
+        const NoCancellation uncancelled;  // ICU may wait or open files
         const std::string name = icu_name(locale);
         std::unique_ptr<IcuTimeForms> forms;
         if (name != "C" && name != "POSIX" && icu_knows(name)) {

@@ -11,11 +11,12 @@
 #include <map>
 #include <memory>
 #include <mutex>
-#include <new>
 #include <string>
 #include <string_view>
 
 #include "ostrel/platform/base/fork_lock.h"
+#include "ostrel/platform/base/never_destroyed.h"
+#include "ostrel/platform/base/no_cancellation.h"
 #include "ostrel/platform/time/zone_file.h"
 
 namespace ostrel_platform {
@@ -26,10 +27,8 @@ constexpr char kDatabase[] = "/usr/share/zoneinfo/";
 
 constexpr off_t kLargestFile = 1 << 20;  // files of the database have some thousand bytes at most
 
-// Returns UTC. The object needs no heap memory and is never destroyed.
 const Zone &utc() {
-    alignas(Zone) static std::byte storage[sizeof(Zone)];
-    static const Zone *const zone = new (storage) Zone;
+    static NeverDestroyed<Zone> zone;
     return *zone;
 }
 
@@ -109,7 +108,7 @@ std::unique_ptr<const Zone> make_zone(std::string text) {
 class ZoneTable {
 public:
     static ZoneTable &Instance() {
-        static ZoneTable *const table = new ZoneTable;
+        static NeverDestroyed<ZoneTable> table;
         return *table;
     }
 
@@ -182,6 +181,7 @@ bool LocalZone::IsUnchanged() noexcept {
 }
 
 void LocalZone::Choose() noexcept {
+    const NoCancellation uncancelled;
     const Zone *zone = &utc();
     try {
         const std::optional<std::string> text = m_variable.Read("TZ=");

@@ -161,8 +161,9 @@ TEST(File, MovesToAnotherFileSystemByACopy) {
     const fs::path other = "/dev/shm" / dir.Path().filename();
     fs::create_directory(other);
     const timespec times[] = {{1'000'000, 5}, {1'000'000'000, 123'456'789}};
-    ASSERT_EQ(chmod("file", 04751), 0);
-    for (const char *name : {"file", "hidden", "read-only", "to-file"}) {
+    plant("private=p");
+    ASSERT_EQ(chmod("file", 04751) + chmod("private", 0600) + chmod("read-only", 0400), 0);
+    for (const char *name : {"file", "hidden", "private", "read-only", "to-file"}) {
         utimensat(AT_FDCWD, name, times, AT_SYMLINK_NOFOLLOW);
     }
     const std::tuple<const char *, const char *, DWORD, DWORD, const char *> cases[] = {
@@ -173,7 +174,8 @@ TEST(File, MovesToAnotherFileSystemByACopy) {
         {"to-file", "to-file", kCopy, 0, "file=content to-file->file "},
         {"hidden", "file", kCopy, kExists, "file=content to-file->file "},
         {"hidden", "new", kCopy, 0, "file=content new=h to-file->file "},
-        {"read-only", "new", kCopy | kReplace, 0, "file=content new=r to-file->file "}};
+        {"read-only", "new", kCopy | kReplace, 0, "file=content new=r to-file->file "},
+        {"private", "private", kCopy, 0, "file=content new=r private=p to-file->file "}};
     for (const auto &[name, target, flags, error, there] : cases) {
         SCOPED_TRACE(PrintToString(std::tuple(name, target, flags)));
         const fs::path from = name, to = other / target;
@@ -186,6 +188,8 @@ TEST(File, MovesToAnotherFileSystemByACopy) {
         EXPECT_EQ(tree(other), there);
     }
     EXPECT_EQ(host_facts(other / "file").st_mode & 07777, 04751u);
+    EXPECT_EQ(host_facts(other / "private").st_mode & 07777, 0600u);
+    EXPECT_EQ(host_facts(other / "new").st_mode & 07777, 0400u);
     fs::remove_all(other);
 }
 

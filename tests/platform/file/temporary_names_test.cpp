@@ -1,3 +1,4 @@
+#include <cstdint>
 #include <map>
 
 #include "support/file_calls.h"
@@ -57,6 +58,27 @@ TEST(TemporaryNames, AreFreeAndInTheRightFolder) {
         EXPECT_TRUE(error != 0 || numbers.insert(text.substr(begin.size())).second);
     }
     set({{"TMP", nullptr}});
+}
+
+// The number of a temporary name.
+std::uint64_t number_of_name() {
+    WCHAR *const name = _wtempnam(nullptr, TEXT("p"));
+    const std::string text = fs::path(name).string();
+    std::free(name);
+    std::size_t length = 0;
+    const std::uint64_t number = std::stoull(text.substr(3), &length);  // behind ".\p"
+    EXPECT_EQ(length + 3, text.size());
+    return number;
+}
+
+TEST(TemporaryNames, DoNotFollowFromOneAnother) {
+    const TempDir dir;
+    constexpr int kNames = 100;
+    std::set<std::uint64_t> ranges;  // of a thousandth of all numbers
+    for (int i = 0; i < kNames; ++i) {
+        ranges.insert(number_of_name() / (UINT64_MAX / 1000));
+    }
+    EXPECT_GT(ranges.size(), kNames / 2u);
 }
 
 }  // namespace
