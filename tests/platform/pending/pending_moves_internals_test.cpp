@@ -275,6 +275,7 @@ TEST(PendingMoves, ReplaceAnIncompleteLine) {
         std::ofstream(dir.record, std::ios::app)
             << earlier_delete('/' + std::string(5000, 'x')).substr(0, length);
         ASSERT_EQ(record_delete("b"), 0u);
+        EXPECT_EQ(content_of(dir.record).back(), '\n') << length;
         EXPECT_EQ(carry_out(), "2 0 0 ") << length;
     }
 }
