@@ -9,6 +9,7 @@
 
 #include <csignal>
 #include <cstdarg>
+#include <thread>
 
 #include "support/file_calls.h"
 
@@ -118,6 +119,23 @@ TEST(AtomicCopy, RemovesOnlyWhatNobodyUses) {
     }
     g_hasUnnamedFiles = true;
     g_later = 0;
+}
+
+// A copy takes no file for a leftover that another copy has just made.
+TEST(AtomicCopy, SharesTheNamesWithOthers) {
+    g_hasUnnamedFiles = false;
+    const Planted dir("a=content");
+    std::vector<std::jthread> threads;
+    for (char16_t name = u'b'; name < u'f'; ++name) {
+        threads.emplace_back([target = std::u16string(1, name)] {
+            for (int i = 0; i < 300; ++i) {
+                ASSERT_EQ(error_of(copy(target.c_str())), 0u);
+            }
+        });
+    }
+    threads.clear();
+    EXPECT_EQ(tree(), "a=content b=content c=content d=content e=content ");
+    g_hasUnnamedFiles = true;
 }
 
 TEST(AtomicCopy, FindsANameWhereOthersHaveTakenThemAll) {
