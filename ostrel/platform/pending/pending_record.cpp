@@ -394,7 +394,7 @@ int PendingRecord::WriteAt(std::size_t offset, std::string_view text) const {
 }
 
 int PendingRecord::Append(const PendingRequest &request) {
-    std::size_t size, end;
+    std::size_t size = 0, end = 0;
     int error = Size(&size);
     if (error == 0) {
         error = FindEnd(size, &end);
@@ -421,7 +421,7 @@ int PendingRecord::Append(const PendingRequest &request) {
 }
 
 int PendingRecord::Read(PendingContent *content) {
-    std::size_t size, end;
+    std::size_t size = 0, end = 0;
     std::string text;
     int error = Size(&size);
     if (error == 0) {
