@@ -21,6 +21,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         ostrel_platform::request_of_line(std::string_view(written).substr(0, written.size() - 1));
     check(again && again->verb == request->verb && again->boot == request->boot &&
           again->source == request->source && again->target == request->target &&
-          again->begun.has_value() == request->begun.has_value());
+          again->begun == request->begun && again->has_ended == request->has_ended);
     return 0;
 }

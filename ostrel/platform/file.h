@@ -309,9 +309,10 @@ OSTREL_PLATFORM_API BOOL RemoveDirectoryW(const WCHAR *path) noexcept;
 OSTREL_PLATFORM_API BOOL DeleteFileW(const WCHAR *path) noexcept;
 
 // Copies a file with its permissions, whatever the umask is, its attributes and the time of its
-// last write. The call writes a temporary file beside the target (".ostrel-" and 16 hexadecimal
-// digits) and renames it, so a failed copy leaves an existing target as it was. A crash may leave
-// the temporary file behind. Handles that are open on a replaced target keep the old file.
+// last write. The copy gets its name when it is complete, so a failed copy leaves an existing
+// target as it was. A crash may leave a temporary file beside the target (".ostrel-copy-" and a
+// number), which a later copy into the directory removes. Handles that are open on a replaced
+// target keep the old file.
 //
 // Returns TRUE. On failure returns FALSE and sets the last error:
 //   ERROR_FILE_EXISTS        `failIfExists` is not 0 and the target exists, also as a directory; a

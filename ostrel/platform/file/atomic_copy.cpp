@@ -1,12 +1,14 @@
 #include "ostrel/platform/file/atomic_copy.h"
 
 #include <limits.h>
+#include <sys/file.h>
 #include <sys/random.h>
 #include <sys/xattr.h>
 
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <memory>
 
 #include "ostrel/platform/base/host_descriptor.h"
@@ -19,47 +21,161 @@ namespace {
 constexpr mode_t kPermissions = 0777;
 constexpr mode_t kAllModeBits = 07777;
 
-// An unguessable path in the target's directory. The destructor removes the file or link that was
-// created at the path, unless GiveName has renamed it.
-class TemporaryName {
-public:
-    explicit TemporaryName(const std::string &beside) {
-        std::uint64_t number = 0;
-        while (getrandom(&number, sizeof number, 0) < 0 && errno == EINTR) {
-        }
-        char name[sizeof "/.ostrel-" + 16];
-        std::snprintf(name, sizeof name, "/.ostrel-%016jx", std::uintmax_t{number});
-        m_path = folder_of(beside) + name;
-    }
-    ~TemporaryName() {
-        if (m_made) {
-            unlink(m_path.c_str());
-        }
-    }
-    TemporaryName &operator=(TemporaryName &&) = delete;  // nor copied
+constexpr int kReservedNames = 32;
+constexpr time_t kMaxAgeOfLink = 3600;  // in seconds
 
+std::string reserved_name(int number) {
+    return ".ostrel-copy-" + std::to_string(number);
+}
+
+std::string unguessable_name() {
+    std::uint64_t number = 0;
+    while (getrandom(&number, sizeof number, 0) < 0 && errno == EINTR) {
+    }
+    char name[sizeof ".ostrel-" + 16];
+    std::snprintf(name, sizeof name, ".ostrel-%016jx", std::uintmax_t{number});
+    return name;
+}
+
+// The host's name of an open file that may have no other.
+std::string name_of_open_file(int file) {
+    return "/proc/self/fd/" + std::to_string(file);
+}
+
+// Whether an open file is the one at `name` in an open folder.
+bool is_at(int folder, const char *name, int file) {
+    struct stat open_facts, named;
+    return fstat(file, &open_facts) == 0 &&
+           fstatat(folder, name, &named, AT_SYMLINK_NOFOLLOW) == 0 &&
+           is_same_file(open_facts, named);
+}
+
+// Returns false when another process has the lock. A file system without locks counts as success.
+bool try_lock(int file) {
+    return flock(file, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
+}
+
+HostDescriptor open_leftover(int folder, const char *name) {
+    const int flags = O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+    HostDescriptor file(openat(folder, name, O_RDWR | flags));  // some hosts lock only for writers
+    return file || errno != EACCES ? std::move(file)
+                                   : HostDescriptor(openat(folder, name, O_RDONLY | flags));
+}
+
+// Removes the file or link that a killed copy of this user, or for root of any user, has left at
+// `name` in an open folder. A file is left when nobody has its lock; a link, which has none, when
+// it is old. Returns whether something was removed.
+bool remove_leftover(int folder, const char *name) {
+    struct stat facts;
+    if (fstatat(folder, name, &facts, AT_SYMLINK_NOFOLLOW) != 0 ||
+        (facts.st_uid != geteuid() && geteuid() != 0)) {
+        return false;
+    }
+    HostDescriptor file;
+    if (S_ISLNK(facts.st_mode)) {
+        if (time(nullptr) - facts.st_ctim.tv_sec <= kMaxAgeOfLink) {
+            return false;
+        }
+    } else {
+        file = S_ISREG(facts.st_mode) ? open_leftover(folder, name) : HostDescriptor();
+        if (!file || flock(file.Get(), LOCK_EX | LOCK_NB) != 0 ||
+            !is_at(folder, name, file.Get())) {
+            return false;
+        }
+    }
+    return unlinkat(folder, name, 0) == 0;
+}
+
+// A file or link on its way to a path, without a name or at a temporary name in the target's
+// folder. The destructor removes what was made, unless GiveName has given it its name.
+class TemporaryEntry {
+public:
+    explicit TemporaryEntry(const std::string &target)
+        : m_target(target), m_folder(open_host(folder_of(target).c_str(), O_PATH | O_DIRECTORY)) {}
+    ~TemporaryEntry() {
+        if (m_hasName) {
+            unlinkat(m_folder.Get(), m_name.c_str(), 0);
+        }
+    }
+    TemporaryEntry &operator=(TemporaryEntry &&) = delete;  // nor copied
+
+    // Makes a file for writing, without a name if the host can name it later. On failure returns no
+    // descriptor and sets errno.
     HostDescriptor MakeFile() {
-        HostDescriptor file = open_host(m_path.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0600);
-        m_made = static_cast<bool>(file);
-        return file;
+        HostDescriptor file = open_host(folder_of(m_target).c_str(), O_WRONLY | O_TMPFILE, 0600);
+        if (file && access(name_of_open_file(file.Get()).c_str(), F_OK) == 0) {
+            m_hasNoName = true;
+            return file;
+        }
+        const int error = MakeAtFreeName([&](const char *name) {
+            file = HostDescriptor(openat(
+                m_folder.Get(), name, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+            if (!file) {
+                return errno;
+            }
+            // Another copy may have taken the file for a leftover before it was locked.
+            return try_lock(file.Get()) && is_at(m_folder.Get(), name, file.Get()) ? 0 : EEXIST;
+        });
+        errno = error;
+        return error == 0 ? std::move(file) : HostDescriptor();
     }
 
     int MakeLink(const char *text) {
-        m_made = symlink(text, m_path.c_str()) == 0;
-        return m_made ? 0 : errno;
+        return MakeAtFreeName(
+            [&](const char *name) { return error_of(symlinkat(text, m_folder.Get(), name)); });
     }
 
-    const char *Path() const { return m_path.c_str(); }
+    std::string Path() const { return folder_of(m_target) + '/' + m_name; }
 
-    int GiveName(const std::string &path, bool replace) {
-        const int error = rename_host(m_path.c_str(), path.c_str(), replace);
-        m_made = error != 0;
+    // `file` is the open file, or -1 for a link.
+    int GiveName(int file, bool replace) {
+        if (m_hasNoName) {
+            const int error = LinkTo(AT_FDCWD, m_target.c_str(), file);
+            if (error != EEXIST || !replace) {
+                return error;
+            }
+            // Only a rename replaces, and a rename needs a name.
+            try_lock(file);
+            if (const int failure = MakeAtFreeName(
+                    [&](const char *name) { return LinkTo(m_folder.Get(), name, file); })) {
+                return failure;
+            }
+        }
+        const int error = rename_host(Path().c_str(), m_target.c_str(), replace);
+        m_hasName = error != 0;
         return error;
     }
 
 private:
-    std::string m_path;
-    bool m_made = false;
+    static int LinkTo(int folder, const char *name, int file) {
+        return error_of(
+            linkat(AT_FDCWD, name_of_open_file(file).c_str(), folder, name, AT_SYMLINK_FOLLOW));
+    }
+
+    // Calls `make` with names until it returns something else than EEXIST.
+    template <class Make>
+    int MakeAtFreeName(Make make) {
+        int error = m_folder ? EEXIST : errno;
+        for (int number = 0; error == EEXIST && number < kReservedNames; ++number) {
+            m_name = reserved_name(number);
+            error = make(m_name.c_str());
+            if (error == EEXIST && remove_leftover(m_folder.Get(), m_name.c_str())) {
+                error = make(m_name.c_str());
+            }
+        }
+        if (error == EEXIST) {  // others use or have planted all of them
+            m_name = unguessable_name();
+            error = make(m_name.c_str());
+        }
+        m_hasName = error == 0;
+        return error;
+    }
+
+    const std::string m_target;
+    const HostDescriptor m_folder;
+    std::string m_name;
+    bool m_hasName = false;
+    bool m_hasNoName = false;
 };
 
 // Copies with copy_file_range until that call stops, for any reason. Then continues with read and
@@ -155,12 +271,20 @@ int copy_properties(int source, const struct stat &facts, int target, bool moves
     return error_of(futimens(target, times));
 }
 
+// Returns the errno of a failed write that the host reports only when a descriptor is closed, or 0.
+// The file itself stays open, because its lock and its name belong to it.
+int close_error(int file) {
+    HostDescriptor copy(fcntl(file, F_DUPFD_CLOEXEC, 0));
+    return copy ? copy.Close() : errno;
+}
+
 }  // namespace
 
 int copy_file(int source, const struct stat &facts, const std::string &target,
               const CopyMode &mode) {
-    TemporaryName name(target);
-    HostDescriptor file = name.MakeFile();
+    HostDescriptor file;  // closed, and so unlocked, after the temporary name is removed
+    TemporaryEntry entry(target);
+    file = entry.MakeFile();
     if (!file) {
         return errno;
     }
@@ -171,9 +295,10 @@ int copy_file(int source, const struct stat &facts, const std::string &target,
     if (error == 0 && mode.moves) {
         error = error_of(fsync(file.Get()));
     }
-    const int close_error = file.Close();
-    error = error != 0 ? error : close_error;
-    return error != 0 ? error : name.GiveName(target, mode.replace);
+    if (error == 0) {
+        error = close_error(file.Get());
+    }
+    return error != 0 ? error : entry.GiveName(file.Get(), mode.replace);
 }
 
 int copy_link(const std::string &source, const struct stat &facts, const std::string &target,
@@ -184,16 +309,17 @@ int copy_link(const std::string &source, const struct stat &facts, const std::st
         return errno;
     }
     text[length] = '\0';
-    TemporaryName name(target);
-    if (const int error = name.MakeLink(text)) {
+    TemporaryEntry entry(target);
+    if (const int error = entry.MakeLink(text)) {
         return error;
     }
+    const std::string path = entry.Path();
     const timespec times[] = {facts.st_atim, facts.st_mtim};
-    [[maybe_unused]] const int owned = lchown(name.Path(), facts.st_uid, facts.st_gid);
-    if (utimensat(AT_FDCWD, name.Path(), times, AT_SYMLINK_NOFOLLOW) != 0) {
+    [[maybe_unused]] const int owned = lchown(path.c_str(), facts.st_uid, facts.st_gid);
+    if (utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW) != 0) {
         return errno;
     }
-    return name.GiveName(target, replace);
+    return entry.GiveName(-1, replace);
 }
 
 }  // namespace ostrel_platform

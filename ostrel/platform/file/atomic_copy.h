@@ -1,9 +1,19 @@
 #ifndef OSTREL_PLATFORM_FILE_ATOMIC_COPY_H
 #define OSTREL_PLATFORM_FILE_ATOMIC_COPY_H
 
-// Internal. Copies files and links atomically: the calls write a temporary file in the target's
-// directory (".ostrel-" and 16 hexadecimal digits) and rename that file to the target. A failed
-// copy removes the temporary file; a crash may leave a temporary file behind.
+// Internal. Copies files and links atomically: the target appears or is replaced in one step, when
+// the copy is complete.
+//
+// A file that is being copied has no name (O_TMPFILE) where the host can do that, so a killed copy
+// leaves nothing behind. Elsewhere, for a link, and for the moment in which a file replaces
+// another, the copy has a temporary name in the target's folder: the first free one of
+// ".ostrel-copy-0" to ".ostrel-copy-31", or, when others use them all, ".ostrel-" and 16 random
+// hexadecimal digits. A failed copy removes the temporary file. What a killed copy has left at one
+// of the 32 names is removed by the next copy that comes to the name on its search for a free one.
+// A temporary file is locked (flock) while its maker lives, so only files without a lock are
+// removed, and links that are older than an hour. Only regular files and links of this user are
+// removed; root also removes those of others. So what others have planted at the names is neither
+// followed nor written to.
 
 #include <sys/stat.h>
 

@@ -115,8 +115,7 @@ int identify(const std::string &path, Source *source) {
     // Unsigned, since the product may overflow: a file can have any time.
     const std::uint64_t since_1970 =
         static_cast<std::uint64_t>(time.tv_sec) * 1'000'000'000 + time.tv_nsec;
-    source->identity = {std::uint64_t{facts.stx_dev_major} << 32 | facts.stx_dev_minor,
-                        facts.stx_ino, static_cast<std::int64_t>(since_1970)};
+    source->identity = {facts.stx_ino, static_cast<std::int64_t>(since_1970)};
     source->is_directory = S_ISDIR(facts.stx_mode);
     return 0;
 }
@@ -134,8 +133,10 @@ int act(const PendingRequest &request, bool is_directory) {
 }
 
 int sync_folders(const PendingRequest &request) {
+    const bool is_in_one_folder = folder_of(request.source) == folder_of(request.target);
     for (const std::string *path : {&request.source, &request.target}) {
-        const int error = path->empty() ? 0 : sync_folder_of(*path);
+        const bool is_synced = path->empty() || (path == &request.target && is_in_one_folder);
+        const int error = is_synced ? 0 : sync_folder_of(*path);
         if (error != 0 && error != ENOENT) {  // ENOENT: a later request has taken the folder
             return error;
         }
@@ -160,37 +161,39 @@ public:
         if (error != 0) {
             return error;
         }
-        std::vector<std::size_t> damaged;
+        PendingContent content;
         error = m_record.Open(false);
         if (error == 0) {
-            error = m_record.Read(&m_waiting, &damaged);
+            error = m_record.Read(&content);
         }
         if (error != 0) {
             return error == ENOENT ? 0 : error;
         }
-        for (const std::size_t line : damaged) {
+        for (const std::size_t line : content.damaged) {
             std::fprintf(m_log, "line %zu of the record is damaged; skipped\n", line);
         }
-        m_outcome->failed = damaged.size();
-        for (std::size_t at = 0; at < m_waiting.size();) {
-            if (scope == PendingScope::kEarlierStarts && m_waiting[at].boot == boot) {
-                ++at;
-            } else if ((error = CarryOut(&m_waiting[at])) != 0) {
-                return error;
-            } else if (m_outcome->stopped) {
-                break;
-            } else {
-                m_waiting.erase(m_waiting.begin() + static_cast<std::ptrdiff_t>(at));
+        m_outcome->failed = content.damaged.size();
+        std::vector<PendingRequest> left;
+        for (PendingRequest &request : content.requests) {
+            const bool waits = scope == PendingScope::kEarlierStarts && request.boot == boot;
+            if (!waits && !m_outcome->stopped) {
+                if ((error = CarryOut(&request)) != 0) {
+                    return error;
+                }
+            }
+            if (waits || m_outcome->stopped) {
+                left.push_back(std::move(request));
             }
         }
-        const bool changed = m_outcome->done + m_outcome->failed != 0 || m_waiting.empty();
-        return changed ? m_record.Replace(m_waiting) : 0;
+        const bool changed = left.size() < content.requests.size() || content.ended != 0 ||
+                             !content.damaged.empty() || left.empty();
+        return changed ? m_record.Replace(left) : 0;
     }
 
 private:
-    // Marks the request as begun and writes the record to the disk before any change. The same
-    // write removes the earlier requests. After a crash the source shows whether a begun request
-    // was carried out: if so, the path no longer names the same file.
+    // Marks the request as begun, and writes the mark and those of the earlier requests to the disk
+    // before any change. After a crash the source shows whether a begun request was carried out: if
+    // so, the path no longer names the same file.
     int CarryOut(PendingRequest *request) {
         Source source = {};
         int error = identify(request->source, &source);
@@ -202,15 +205,12 @@ private:
         const bool was_done =
             request->begun && !is_half_done &&
             (error == ENOENT || (error == 0 && source.identity != *request->begun));
-        if (error == 0 && !request->begun) {
-            request->begun = source.identity;
-            if (const int failure = m_record.Replace(m_waiting)) {
-                return failure;
-            }
-        }
         if (was_done) {
             error = 0;
         } else if (error == 0) {
+            if (const int failure = Begin(request, source.identity)) {
+                return failure;
+            }
             error = is_half_done ? error_of(unlink(request->source.c_str()))
                                  : act(*request, source.is_directory);
         }
@@ -219,7 +219,16 @@ private:
         }
         m_outcome->stopped = is_passing(error);
         Report(*request, error);
-        return 0;
+        return m_outcome->stopped ? 0 : m_record.MarkEnded(*request);
+    }
+
+    int Begin(PendingRequest *request, const SourceIdentity &source) {
+        int error = 0;
+        if (!request->begun) {
+            request->begun = source;
+            error = m_record.MarkBegun(*request);
+        }
+        return error != 0 ? error : m_record.Sync();
     }
 
     void Report(const PendingRequest &request, int error) {
@@ -239,7 +248,6 @@ private:
     std::FILE *const m_log;
     PendingOutcome *const m_outcome;
     PendingRecord m_record;
-    std::vector<PendingRequest> m_waiting;  // the requests that remain
 };
 
 }  // namespace

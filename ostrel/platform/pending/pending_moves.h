@@ -15,7 +15,8 @@ namespace ostrel_platform {
 
 // Records a request to move `source` to `target`, or to delete `source` if `target` is null. With
 // `replace` the move replaces an existing file at `target`. The call puts the current directory in
-// front of a relative path. The two files need not exist.
+// front of a relative path. The two files need not exist. The cost does not depend on the number of
+// requests in the record.
 //
 // Returns 0 when the request is on the disk. On failure keeps the earlier requests and returns an
 // error code of the system:
@@ -52,7 +53,9 @@ struct PendingOutcome {
 };
 
 // Carries out requests in the order in which they were made and removes them from the record. A
-// missing record counts as empty. The call locks the record until the call returns.
+// missing record counts as empty. The call locks the record until the call returns. For each
+// request the call overwrites a few bytes of the record and waits for the disk two or three times;
+// at the end it writes the remaining requests once.
 //
 // The call carries out each request once or not at all. After a crash the next call continues where
 // this call stopped. A request fails when it cannot be carried out (something is at the target, a
@@ -65,6 +68,13 @@ struct PendingOutcome {
 // accepted.
 //
 // When `error` is not 0, and when `stopped`, the requests that are not counted stay in the record.
+// When only the record at the end could not be written, counted requests stay in it too, but marked
+// as carried out.
+//
+// What is on the disk before what, for each request: the marks of the earlier requests and the mark
+// that this request has begun; then the change; then the folders; then the mark that this request
+// has ended. So a power failure leaves a request that has not begun, or one that has and whose
+// source tells whether it was carried out, or one that has ended and whose change is on the disk.
 PendingOutcome carry_out_pending_moves(PendingScope scope, std::FILE *log) noexcept;
 
 }  // namespace ostrel_platform

@@ -2,20 +2,28 @@
 
 #include <sys/file.h>
 
+#include <algorithm>
 #include <charconv>
 #include <climits>
+#include <cstdio>
 #include <cstdlib>
 
 namespace ostrel_platform {
 namespace {
 
-constexpr std::string_view kHeader = "ostrel-pending-moves 1\n";
+constexpr std::string_view kHeader = "ostrel-pending-moves 2\n";
 constexpr char kName[] = "pending_moves";
 constexpr char kNewName[] = "pending_moves.new";
-// In bytes; far above real use. Marking a request as begun lengthens its line, so the limit for
-// reading is higher than the limit for writing.
-constexpr std::size_t kMaxToWrite = 64 << 20;
-constexpr std::size_t kMaxToRead = 2 * kMaxToWrite;
+constexpr std::size_t kMaxSize = 64 << 20;  // in bytes; far above real use
+
+// The fields of a fixed width at the begin of a line: "STATE INODE TIME ".
+constexpr char kWaits = '.';
+constexpr char kEnded = 'x';
+constexpr std::string_view kNotBegun = "---------------- ----------------";
+constexpr std::size_t kBegunAt = 2;
+constexpr std::size_t kSumAt = kBegunAt + kNotBegun.size() + 1;
+constexpr int kSumWidth = 8;
+constexpr std::size_t kVerbAt = kSumAt + kSumWidth + 1;
 
 constexpr struct {
     PendingVerb verb;
@@ -25,9 +33,6 @@ constexpr struct {
     {PendingVerb::kMove, "move"},
     {PendingVerb::kReplace, "replace"},
 };
-
-constexpr std::string_view kAsked = "asked";
-constexpr std::string_view kBegun = "begun:";
 
 constexpr bool is_encoded(char c) {
     const auto byte = static_cast<unsigned char>(c);
@@ -67,47 +72,54 @@ std::vector<std::string_view> fields_of(std::string_view line) {
     return fields;
 }
 
-template <class Number>
-bool take_number(std::string_view *text, char end, Number *number) {
-    const char *const stop = text->data() + text->size();
-    const auto [behind, error] = std::from_chars(text->data(), stop, *number);
-    if (error != std::errc() || (end == '\0' ? behind != stop : behind == stop || *behind != end)) {
+// CRC-32 of ITU-T V.42.
+std::uint32_t sum_of(std::string_view bytes) {
+    std::uint32_t sum = 0xFFFFFFFF;
+    for (const char c : bytes) {
+        sum ^= static_cast<unsigned char>(c);
+        for (int bit = 0; bit < 8; ++bit) {
+            sum = sum >> 1 ^ ((sum & 1) != 0 ? 0xEDB88320u : 0u);
+        }
+    }
+    return ~sum;
+}
+
+std::string hexadecimal(std::uint64_t number, int width) {
+    char text[16 + 1];
+    std::snprintf(text, sizeof text, "%0*jx", width, std::uintmax_t{number});
+    return text;
+}
+
+// Returns nothing when the text has other characters than hexadecimal digits.
+std::optional<std::uint64_t> number_of(std::string_view text) {
+    std::uint64_t number;
+    const char *const end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, number, 16);
+    return error == std::errc() && stop == end ? std::optional(number) : std::nullopt;
+}
+
+std::string text_of_identity(const SourceIdentity &identity) {
+    return hexadecimal(identity.inode, 16) + ' ' +
+           hexadecimal(static_cast<std::uint64_t>(identity.time), 16);
+}
+
+// Reads the fields of a fixed width. Returns false when they are damaged.
+bool read_marks(std::string_view line, PendingRequest *request) {
+    if (line.size() < kVerbAt || (line[0] != kWaits && line[0] != kEnded) || line[1] != ' ') {
         return false;
     }
-    text->remove_prefix(static_cast<std::size_t>(behind - text->data()) + (end != '\0'));
+    request->has_ended = line[0] == kEnded;
+    const std::string_view text = line.substr(kBegunAt, kNotBegun.size());
+    if (text.find('-') != text.npos) {  // the mark was not written, or not to its end
+        return text.find_first_not_of("0123456789abcdef- ") == text.npos;
+    }
+    const std::optional<std::uint64_t> inode = number_of(text.substr(0, 16));
+    const std::optional<std::uint64_t> time = number_of(text.substr(17));
+    if (!inode || !time || text[16] != ' ') {
+        return false;
+    }
+    request->begun = {*inode, static_cast<std::int64_t>(*time)};
     return true;
-}
-
-// Returns false when the text is no STATE of the format.
-bool read_state(std::string_view text, std::optional<SourceIdentity> *begun) {
-    if (text == kAsked) {
-        return true;
-    }
-    if (!text.starts_with(kBegun)) {
-        return false;
-    }
-    text.remove_prefix(kBegun.size());
-    SourceIdentity &identity = begun->emplace();
-    return take_number(&text, ':', &identity.device) && take_number(&text, ':', &identity.inode) &&
-           take_number(&text, '\0', &identity.time);
-}
-
-std::string state_of(const std::optional<SourceIdentity> &begun) {
-    if (!begun) {
-        return std::string(kAsked);
-    }
-    return std::string(kBegun) + std::to_string(begun->device) + ':' +
-           std::to_string(begun->inode) + ':' + std::to_string(begun->time);
-}
-
-// Stores the length of the complete lines, in bytes. Returns 0, or EBADMSG when the text is no
-// record of this version.
-int find_end(std::string_view text, std::size_t *end) {
-    *end = text.rfind('\n') + 1;  // 0 without a complete line
-    // A crash during the first write may leave a part of the header, or zeros.
-    const bool ours =
-        *end != 0 ? text.starts_with(kHeader) : kHeader.starts_with(text) || text.front() == '\0';
-    return ours ? 0 : EBADMSG;
 }
 
 int lock(const HostDescriptor &file) {
@@ -208,32 +220,38 @@ std::string printable_path(std::string_view path) {
 }
 
 std::string line_of_request(const PendingRequest &request) {
-    std::string line;
+    std::string text;
     for (const auto &known : kVerbs) {
         if (known.verb == request.verb) {
-            line = known.word;
+            text = known.word;
         }
     }
-    line += ' ' + request.boot + ' ' + state_of(request.begun) + ' ' + encode_path(request.source);
+    text += ' ' + request.boot + ' ' + encode_path(request.source);
     if (request.verb != PendingVerb::kDelete) {
-        line += ' ' + encode_path(request.target);
+        text += ' ' + encode_path(request.target);
     }
-    return line + '\n';
+    std::string line(1, request.has_ended ? kEnded : kWaits);
+    line += ' ';
+    line += request.begun ? text_of_identity(*request.begun) : kNotBegun;
+    return line + ' ' + hexadecimal(sum_of(text), kSumWidth) + ' ' + text + '\n';
 }
 
 std::optional<PendingRequest> request_of_line(std::string_view line) {
-    const std::vector<std::string_view> fields = fields_of(line);
     PendingRequest request;
+    if (!read_marks(line, &request) || line[kSumAt - 1] != ' ' || line[kVerbAt - 1] != ' ' ||
+        number_of(line.substr(kSumAt, kSumWidth)) != sum_of(line.substr(kVerbAt))) {
+        return std::nullopt;
+    }
+    const std::vector<std::string_view> fields = fields_of(line.substr(kVerbAt));
     for (const auto &known : kVerbs) {
         request.verb = known.verb;
-        const std::size_t count = known.verb == PendingVerb::kDelete ? 4 : 5;
-        if (fields[0] != known.word || fields.size() != count || fields[1].empty() ||
-            !read_state(fields[2], &request.begun)) {
+        const std::size_t count = known.verb == PendingVerb::kDelete ? 3 : 4;
+        if (fields[0] != known.word || fields.size() != count || fields[1].empty()) {
             continue;
         }
-        const std::optional<std::string> source = decode_path(fields[3]);
+        const std::optional<std::string> source = decode_path(fields[2]);
         const std::optional<std::string> target =
-            count == 5 ? decode_path(fields[4]) : std::string();
+            count == 4 ? decode_path(fields[3]) : std::string();
         if (source && target) {
             request.boot = fields[1];
             request.source = *source;
@@ -312,88 +330,144 @@ int PendingRecord::Open(bool create) {
             return error;
         }
     } while (!IsInPlace());
-    return 0;
+    return sync_directory(m_directory.Get());
 }
 
-int PendingRecord::ReadText(std::string *text) const {
+int PendingRecord::Size(std::size_t *size) const {
     struct stat facts;
     if (fstat(m_file.Get(), &facts) != 0) {
         return errno;
     }
-    if (static_cast<std::size_t>(facts.st_size) > kMaxToRead) {
-        return EFBIG;
-    }
-    text->resize(static_cast<std::size_t>(facts.st_size));
+    *size = static_cast<std::size_t>(facts.st_size);
+    return *size > kMaxSize ? EFBIG : 0;
+}
+
+// Reads `count` bytes, or fewer at the end of the file.
+int PendingRecord::ReadAt(std::size_t offset, std::size_t count, std::string *text) const {
+    text->resize(count);
     for (std::size_t done = 0; done < text->size();) {
-        const ssize_t count =
-            pread(m_file.Get(), text->data() + done, text->size() - done, static_cast<off_t>(done));
-        if (count < 0 && errno != EINTR) {
+        const ssize_t step = pread(m_file.Get(), text->data() + done, text->size() - done,
+                                   static_cast<off_t>(offset + done));
+        if (step < 0 && errno != EINTR) {
             return errno;
         }
-        if (count == 0) {
+        if (step == 0) {
             text->resize(done);
-        } else if (count > 0) {
-            done += static_cast<std::size_t>(count);
+        } else if (step > 0) {
+            done += static_cast<std::size_t>(step);
         }
     }
     return 0;
 }
 
-int PendingRecord::WriteBehind(std::size_t end, std::string_view text) const {
+// Stores the length of the complete lines in a file of this size. Returns 0 or errno: EBADMSG when
+// the file is no record of this version.
+int PendingRecord::FindEnd(std::size_t size, std::size_t *end) const {
+    constexpr std::size_t kStep = 4096;
+    std::string text;
+    *end = size;
+    while (*end != 0) {
+        const std::size_t step = text.empty() ? 1 : std::min(*end, kStep);
+        if (const int error = ReadAt(*end - step, step, &text)) {
+            return error;
+        }
+        const std::size_t line_end = text.rfind('\n') + 1;  // 0 without an LF
+        *end = *end - step + line_end;
+        if (line_end != 0) {
+            break;
+        }
+    }
+    if (const int error = ReadAt(0, kHeader.size(), &text)) {
+        return error;
+    }
+    // A crash during the first write may leave a part of the header, or zeros.
+    const bool ours =
+        *end != 0 ? text == kHeader : kHeader.starts_with(text) || text.front() == '\0';
+    return ours ? 0 : EBADMSG;
+}
+
+int PendingRecord::WriteAt(std::size_t offset, std::string_view text) const {
+    const auto at = static_cast<off_t>(offset);
+    return lseek(m_file.Get(), at, SEEK_SET) == at
+               ? write_all(m_file.Get(), text.data(), text.size())
+               : errno;
+}
+
+int PendingRecord::Append(const PendingRequest &request) {
+    std::size_t size = 0, end = 0;
+    int error = Size(&size);
+    if (error == 0) {
+        error = FindEnd(size, &end);
+    }
+    if (error != 0) {
+        return error;
+    }
+    const std::string text = std::string(end == 0 ? kHeader : "") + line_of_request(request);
+    if (end + text.size() > kMaxSize) {
+        return EFBIG;
+    }
     const auto offset = static_cast<off_t>(end);
-    if (ftruncate(m_file.Get(), offset) != 0 || lseek(m_file.Get(), offset, SEEK_SET) != offset) {
+    if (size != end && ftruncate(m_file.Get(), offset) != 0) {
         return errno;
     }
-    int error = write_all(m_file.Get(), text.data(), text.size());
+    error = WriteAt(end, text);
     if (error == 0) {
         error = error_of(fsync(m_file.Get()));
     }
-    if (error == 0) {
-        // The writer that created the file may have crashed before it synced the directory.
-        error = sync_directory(m_directory.Get());
-    }
-    if (error != 0 && ftruncate(m_file.Get(), static_cast<off_t>(end)) == 0 && end == 0) {
+    if (error != 0 && ftruncate(m_file.Get(), offset) == 0 && end == 0) {
         unlinkat(m_directory.Get(), kName, 0);
     }
     return error;
 }
 
-int PendingRecord::ReadLines(std::string *text, std::size_t *end) const {
-    const int error = ReadText(text);
-    return error != 0 ? error : find_end(*text, end);
-}
-
-int PendingRecord::Append(const PendingRequest &request) {
+int PendingRecord::Read(PendingContent *content) {
+    std::size_t size = 0, end = 0;
     std::string text;
-    std::size_t end;
-    if (const int error = ReadLines(&text, &end)) {
-        return error;
+    int error = Size(&size);
+    if (error == 0) {
+        error = FindEnd(size, &end);
     }
-    const std::string line = line_of_request(request);
-    if (end + line.size() > kMaxToWrite) {
-        return EFBIG;
+    if (error == 0) {
+        error = ReadAt(0, end, &text);
     }
-    return WriteBehind(end, end == 0 ? std::string(kHeader) + line : line);
-}
-
-int PendingRecord::Read(std::vector<PendingRequest> *requests, std::vector<std::size_t> *damaged) {
-    std::string text;
-    std::size_t end;
-    if (const int error = ReadLines(&text, &end)) {
+    if (error != 0) {
         return error;
     }
     std::size_t number = 2;
     for (std::size_t at = kHeader.size(); at < end; ++number) {
         const std::size_t stop = text.find('\n', at);
-        if (std::optional<PendingRequest> request =
-                request_of_line(std::string_view(text).substr(at, stop - at))) {
-            requests->push_back(std::move(*request));
+        std::optional<PendingRequest> request =
+            request_of_line(std::string_view(text).substr(at, stop - at));
+        if (!request) {
+            content->damaged.push_back(number);
+        } else if (request->has_ended) {
+            ++content->ended;
         } else {
-            damaged->push_back(number);
+            request->offset = at;
+            content->requests.push_back(std::move(*request));
         }
         at = stop + 1;
     }
     return 0;
+}
+
+int PendingRecord::Mark(std::size_t offset, std::string_view mark) {
+    m_hasNewMarks = true;
+    return WriteAt(offset, mark);
+}
+
+int PendingRecord::MarkBegun(const PendingRequest &request) {
+    return Mark(request.offset + kBegunAt, text_of_identity(*request.begun));
+}
+
+int PendingRecord::MarkEnded(const PendingRequest &request) {
+    return Mark(request.offset, {&kEnded, 1});
+}
+
+int PendingRecord::Sync() {
+    const int error = m_hasNewMarks ? error_of(fdatasync(m_file.Get())) : 0;
+    m_hasNewMarks = m_hasNewMarks && error != 0;
+    return error;
 }
 
 int PendingRecord::Replace(const std::vector<PendingRequest> &requests) {

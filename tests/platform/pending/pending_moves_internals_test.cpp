@@ -4,30 +4,63 @@
 
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <atomic>
+#include <csignal>
 #include <cstring>
+#include <random>
 #include <thread>
 
 #include "ostrel/file/Std_Utils_File.h"
+#include "ostrel/platform/pending/pending_record.h"
 #include "support/file_calls.h"
 
 namespace {
+
+enum class End { kNone, kKill, kPowerLoss };
 
 // The steps towards the disk that were taken: s for an fsync, n for a change of names, w for one of
 // content. At the one of the number `g_last` the process ends, or the step fails with `g_error`.
 thread_local std::string g_steps;
 std::size_t g_last = std::string::npos;
-bool g_ends = false;
+End g_end = End::kNone;
 int g_error = ENOSPC;
 int g_bootIdError = 0;  // of the file that tells the start
+std::string g_synced;   // the record on the disk
+bool g_syncs = true;
+std::atomic<std::size_t> g_transferred;  // bytes
+
+bool is_record(int file) {
+    struct stat a, b;
+    const std::string path = std::string(getenv("OSTREL_STATE_DIR")) + "/pending_moves";
+    return fstat(file, &a) == 0 && stat(path.c_str(), &b) == 0 && a.st_ino == b.st_ino;
+}
+
+void note_synced(int file) {
+    if (g_end == End::kPowerLoss && is_record(file)) {
+        g_synced = content_of(std::string(getenv("OSTREL_STATE_DIR")) + "/pending_moves");
+    }
+}
+
+[[noreturn]] void end() {
+    const fs::path record = fs::path(getenv("OSTREL_STATE_DIR")) / "pending_moves";
+    if (g_end == End::kPowerLoss && fs::exists(record)) {
+        g_last = std::string::npos;
+        std::ofstream(record) << g_synced;
+    }
+    _exit(0);
+}
 
 bool step(char kind) {
     const bool is_last = g_steps.size() == g_last;
-    if (is_last && g_ends) {
-        _exit(0);
+    if (is_last && g_end != End::kNone) {
+        end();
     }
     g_steps += kind;
     errno = g_error;
@@ -49,9 +82,25 @@ extern "C" int open(const char *path, int flags, ...) {
         const auto next = reinterpret_cast<Result(*) parameters>(dlsym(RTLD_NEXT, #name)); \
         return step(kind) ? next(__VA_ARGS__) : -1;                                        \
     }
-STEP('s', int, fsync, (int file), file)
+#define SYNC(name)                                                                 \
+    extern "C" int name(int file) {                                                \
+        const auto next = reinterpret_cast<int (*)(int)>(dlsym(RTLD_NEXT, #name)); \
+        if (!step('s') || (g_syncs && next(file) != 0)) {                          \
+            return -1;                                                             \
+        }                                                                          \
+        note_synced(file);                                                         \
+        return 0;                                                                  \
+    }
+SYNC(fsync)
+SYNC(fdatasync)
 STEP('w', int, ftruncate, (int file, off_t size), file, size)
-STEP('w', ssize_t, write, (int file, const void *bytes, std::size_t count), file, bytes, count)
+STEP('w', ssize_t, write, (int file, const void *bytes, std::size_t count), file, bytes,
+     (g_transferred += count, count))
+extern "C" ssize_t pread(int file, void *bytes, std::size_t count, off_t at) {
+    using Function = ssize_t(int, void *, std::size_t, off_t);
+    g_transferred += count;
+    return reinterpret_cast<Function *>(dlsym(RTLD_NEXT, "pread"))(file, bytes, count, at);
+}
 STEP('n', int, unlink, (const char *path), path)
 STEP('n', int, unlinkat, (int at, const char *path, int flags), at, path, flags)
 STEP('n', int, renameat2, (int at, const char *from, int to_at, const char *to, unsigned flags), at,
@@ -62,9 +111,10 @@ namespace {
 
 using ostrel_platform::carry_out_pending_moves;
 using ostrel_platform::PendingScope;
+using ostrel_platform::PendingVerb;
 using ostrel_platform::record_pending_move;
 
-const std::string kHeader = "ostrel-pending-moves 1";
+const std::string kHeader = "ostrel-pending-moves 2";
 
 struct StateDir {
     explicit StateDir(const std::string &planted) : files(planted) {
@@ -84,6 +134,11 @@ DWORD record_delete(const std::string &source) {
     return record_pending_move(source, nullptr, false);
 }
 
+// The line of a deletion that was asked for at an earlier start.
+std::string earlier_delete(const std::string &path) {
+    return ostrel_platform::line_of_request({PendingVerb::kDelete, "earlier", {}, path, {}});
+}
+
 // "done failed error" and what was told.
 std::string carry_out(PendingScope scope = PendingScope::kAll) {
     char told[5000] = "";
@@ -96,12 +151,13 @@ std::string carry_out(PendingScope scope = PendingScope::kAll) {
 
 // Runs `work` in a process that ends before the step of this number. False when there is none.
 template <class Work>
-bool ended_at(std::size_t number, Work work) {
+bool ended_at(std::size_t number, Work work, End kind = End::kKill) {
     const pid_t child = fork();
     if (child == 0) {
         g_steps.clear();
         g_last = number;
-        g_ends = true;
+        g_end = kind;
+        g_synced = content_of(std::string(getenv("OSTREL_STATE_DIR")) + "/pending_moves");
         work();
         _exit(1);
     }
@@ -110,27 +166,149 @@ bool ended_at(std::size_t number, Work work) {
     return status == 0;
 }
 
+// After a power loss, changes of names are on the disk, and marks that were not synced are lost.
 TEST(PendingMoves, AreDoneOnceWhereverTheProgramEnds) {
-    std::size_t number = 0;
-    for (bool ended = true; ended; ++number) {
-        const StateDir dir("a=a b=b c=c d/ e=e f=f");
-        // Done twice, the first would put the content of c into b.
-        ASSERT_EQ(record_move("a", "b", true) | record_move("c", "a") | record_delete("d"), 0u);
-        ASSERT_EQ(record_move("e", "f"), 0u);  // fails
-        ASSERT_TRUE(MoveFileExW(TEXT("f"), nullptr, MOVEFILE_DELAY_UNTIL_REBOOT));
-        ended = ended_at(number, [] { carry_out(); });
-        carry_out();
-        EXPECT_EQ(tree(), "a=c b=a e=e ") << number;
-        EXPECT_FALSE(fs::exists(dir.record)) << number;
+    for (const End kind : {End::kKill, End::kPowerLoss}) {
+        SCOPED_TRACE(kind == End::kKill ? "kill" : "power loss");
+        std::size_t number = 0;
+        for (bool ended = true; ended; ++number) {
+            const StateDir dir("a=a b=b c=c d/ e=e f=f");
+            // Done twice, the first would put the content of c into b.
+            ASSERT_EQ(record_move("a", "b", true) | record_move("c", "a") | record_delete("d"), 0u);
+            ASSERT_EQ(record_move("e", "f"), 0u);  // fails
+            ASSERT_TRUE(MoveFileExW(TEXT("f"), nullptr, MOVEFILE_DELAY_UNTIL_REBOOT));
+            ended = ended_at(
+                number, [] { carry_out(); }, kind);
+            carry_out();
+            EXPECT_EQ(tree(), "a=c b=a e=e ") << number;
+            EXPECT_FALSE(fs::exists(dir.record)) << number;
+        }
+        EXPECT_GT(number, 25u);
     }
-    EXPECT_GT(number, 25u);
+}
+
+// Starts `work` in processes that are killed at random moments, about every second one before it
+// has finished.
+class Killer {
+public:
+    template <class Work>
+    void Run(Work work) {
+        const auto moment = static_cast<suseconds_t>(m_random() % static_cast<unsigned>(m_limit));
+        const pid_t child = fork();
+        if (child == 0) {
+            const itimerval timer = {{}, {0, moment + 1}};
+            signal(SIGALRM, SIG_DFL);
+            setitimer(ITIMER_REAL, &timer, nullptr);
+            work();
+            _exit(0);
+        }
+        int status = 0;
+        waitpid(child, &status, 0);
+        m_killed += WIFSIGNALED(status);
+        m_limit = std::clamp(m_limit * (WIFSIGNALED(status) ? 1.1 : 0.9), 100., 900'000.);
+    }
+    int Killed() const { return m_killed; }
+
+private:
+    std::minstd_rand m_random;
+    double m_limit = 3000;  // in microseconds
+    int m_killed = 0;
+};
+
+// The programs that record and that carry out are killed at any moment. Then someone makes the
+// sources again that are gone, and what was not carried out is. The kernel keeps what a killed
+// process has written, so the fsyncs are left out.
+TEST(PendingMoves, AreDoneOnceWheneverTheProgramsAreKilled) {
+    constexpr int kRequests = 5;
+    auto *const accepted = new (mmap(nullptr, sizeof(std::atomic<int>), PROT_READ | PROT_WRITE,
+                                     MAP_SHARED | MAP_ANONYMOUS, -1, 0)) std::atomic<int>();
+    g_syncs = false;
+    Killer recording, carrying_out;
+    int again = 0;
+    for (int round = 0; round < 200; ++round) {
+        const StateDir dir("");
+        const auto name = [](const char *kind, int i) { return kind + std::to_string(i); };
+        for (int i = 0; i < kRequests; ++i) {
+            plant(name("old", i) + "=old " + name("new", i) + "=new " + name("to", i * 2) + "=to ");
+        }
+        *accepted = 0;
+        recording.Run([&] {
+            for (int i = 0; i < kRequests; ++i) {  // the odd ones replace nothing
+                EXPECT_EQ(record_move(name("old", i), name("to", i), i % 2 == 0), 0u);
+                ++*accepted;
+            }
+        });
+        carrying_out.Run([] { carry_out(); });
+        std::array<bool, kRequests> made_again = {};
+        for (int i = 0; i < kRequests; ++i) {
+            made_again.at(static_cast<std::size_t>(i)) = !fs::exists(name("old", i));
+            if (!fs::exists(name("old", i))) {
+                fs::rename(name("new", i), name("old", i));
+                ++again;
+            }
+        }
+        EXPECT_EQ(carry_out().substr(1), " 0 0 ");
+        for (int i = 0; i < kRequests; ++i) {
+            // The request that was not accepted any more may have been recorded.
+            const std::string to = fs::exists(name("to", i)) ? content_of(name("to", i)) : "";
+            const bool is_done = i < *accepted || (i == *accepted && to == "old");
+            EXPECT_EQ(to, is_done ? "old" : i % 2 == 0 ? "to" : "") << round << ' ' << i;
+            const std::string old = fs::exists(name("old", i)) ? content_of(name("old", i)) : "";
+            EXPECT_EQ(old, made_again.at(static_cast<std::size_t>(i)) ? "new"
+                           : is_done                                  ? ""
+                                                                      : "old")
+                << round << ' ' << i;
+        }
+        EXPECT_FALSE(fs::exists(dir.record)) << round;
+    }
+    g_syncs = true;
+    EXPECT_GT(recording.Killed(), 20);
+    EXPECT_GT(carrying_out.Killed(), 20);
+    EXPECT_GT(again, 60);
+}
+
+// A line that was cut off does not become a part of the next one.
+TEST(PendingMoves, ReplaceAnIncompleteLine) {
+    for (const std::size_t length : {0u, 1u, 60u, 5000u}) {
+        const StateDir dir("a=a b=b");
+        ASSERT_EQ(record_delete("a"), 0u);
+        std::ofstream(dir.record, std::ios::app)
+            << earlier_delete('/' + std::string(5000, 'x')).substr(0, length);
+        ASSERT_EQ(record_delete("b"), 0u);
+        EXPECT_EQ(content_of(dir.record).back(), '\n') << length;
+        EXPECT_EQ(carry_out(), "2 0 0 ") << length;
+    }
+}
+
+// What is read and written for a request does not depend on the number of requests.
+TEST(PendingMoves, CostTheSameHoweverManyThereAre) {
+    const auto bytes = [](auto call) {
+        const std::size_t before = g_transferred;
+        call();
+        return g_transferred - before;
+    };
+    std::size_t recording[2], marking[2];
+    for (const int many : {0, 1}) {
+        const StateDir dir("a=a b=b");
+        ASSERT_EQ(record_delete("a"), 0u);
+        std::ofstream record(dir.record, std::ios::app);
+        for (int i = 0; i < many * 2000; ++i) {
+            record << earlier_delete("/missing");
+        }
+        record.close();
+        recording[many] = bytes([] { EXPECT_EQ(record_delete("b"), 0u); });
+        const std::size_t size = fs::file_size(dir.record);
+        marking[many] = bytes([] { carry_out(); }) - size;
+    }
+    EXPECT_EQ(recording[0], recording[1]);
+    EXPECT_EQ(marking[1] - marking[0], 2000u);  // a byte for a request that fails
 }
 
 // Without a rename that spares the target, the host makes a link first and then removes the source.
 TEST(PendingMoves, FinishAMoveThatStoppedBetweenLinkAndRemoval) {
     const StateDir dir("a=a b=b");
     ASSERT_EQ(record_move("a", "c") | record_move("b", "d"), 0u);
-    ASSERT_TRUE(ended_at(5, [] { carry_out(); }));  // before the first rename
+    ASSERT_TRUE(ended_at(3, [] { carry_out(); }));  // before the first rename
     fs::create_hard_link("a", "c");
     fs::create_hard_link("b", "d");  // not begun: the target is taken
     EXPECT_EQ(carry_out().substr(0, 6), "1 1 0 ");
@@ -143,11 +321,11 @@ TEST(PendingMoves, ReachTheDiskStepByStep) {
     fs::remove(dir.state.Path());
     g_steps.clear();
     ASSERT_EQ(record_delete("a"), 0u);
-    // The folder's folder, cut and written, the record, its folder.
-    EXPECT_EQ(std::exchange(g_steps, ""), "swwss");
+    // The folder's folder, the folder with the empty record, the request.
+    EXPECT_EQ(std::exchange(g_steps, ""), "ssws");
     carry_out();
-    // A new record is written and put in place of the old one, then the file goes, then the record.
-    EXPECT_EQ(g_steps, "nwsnsnsns");
+    // The folder of the record, the mark; the file goes; the other mark; the record goes.
+    EXPECT_EQ(g_steps, "swsnswns");
 }
 
 TEST(PendingMoves, WaitForAnotherStart) {
@@ -157,8 +335,7 @@ TEST(PendingMoves, WaitForAnotherStart) {
     const std::string asked = content_of(dir.record);
     EXPECT_EQ(carry_out(PendingScope::kEarlierStarts), "0 0 0 ");
     EXPECT_EQ(content_of(dir.record), asked);
-    std::ofstream(dir.record, std::ios::app)
-        << "delete earlier asked " << (dir.files.Path() / "b").string() << '\n';
+    std::ofstream(dir.record, std::ios::app) << earlier_delete(dir.files.Path() / "b");
     EXPECT_EQ(carry_out(PendingScope::kEarlierStarts), "1 0 0 ");
     EXPECT_EQ(tree(), "a=a ");
     EXPECT_EQ(content_of(dir.record), asked);
@@ -192,44 +369,54 @@ TEST(PendingMoves, FailOneByOne) {
     EXPECT_EQ(tree(), "empty/ full/ full/a=a ");
 }
 
-// The file that a request has begun with has the same inode and time of birth. The number of its
-// disk may be another since the last start.
+// A begun request goes on only with the file that it has begun with, by inode and time of birth. A
+// mark of which some blocks were lost does not count.
 TEST(PendingMoves, GoOnOnlyWithTheVeryFile) {
-    for (int changed = 0; changed < 3; ++changed) {
+    constexpr char kOther = '\0';
+    const std::tuple<const char *, std::size_t, char, const char *> cases[] = {
+        {"waits", 0, '.', "b=b "},
+        {"ended", 0, 'x', "a=a b=b "},
+        {"no state", 0, '-', "a=a b=b "},
+        {"other inode", 17, kOther, "a=a b=b "},
+        {"other time", 34, kOther, "a=a b=b "},
+        {"the mark has no begin", 2, '-', "b=b "},
+        {"the mark has no end", 34, '-', "b=b "},
+        {"no number", 34, 'z', "a=a b=b "}};
+    for (const auto &[name, at, change, expected] : cases) {
         const StateDir dir("a=a b=b");
         ASSERT_EQ(record_delete("a"), 0u);
-        ASSERT_TRUE(ended_at(5, [] { carry_out(); }));  // before the file goes
+        ASSERT_TRUE(ended_at(3, [] { carry_out(); }));  // before the file goes
         std::string record = content_of(dir.record);
-        std::size_t at = record.find("begun:");
-        for (int field = 0; field <= changed; ++field) {
-            at = record.find(':', at) + 1;
-        }
-        record[at] ^= 1;  // a digit
+        char &changed = record[kHeader.size() + 1 + at];
+        changed = change != kOther ? change : changed == '0' ? '1' : '0';
         std::ofstream(dir.record) << record;
-        EXPECT_EQ(carry_out(), "1 0 0 ") << record;
-        EXPECT_EQ(tree(), changed == 0 ? "b=b " : "a=a b=b ") << record;
+        carry_out();
+        EXPECT_EQ(tree(), expected) << name;
     }
 }
 
 TEST(PendingMoves, ReadWhatAnyoneMayHaveWritten) {
-    const StateDir dir("a=a");
-    const std::string path = dir.files.Path() / "a";
+    const StateDir dir("");
     std::ofstream record(dir.record);
-    record << kHeader;
-    for (const char *line :
-         {"destroy x asked #", "delete x asked a", "delete x asked #%0", "delete x asked #%00",
-          "delete x asked # #", "delete  asked #", "delete x asked # ", "delete x begun:1:2 #", "",
-          "delete x begun:1:2:3: #", "delete x begun:1:99999999999999999999:3 #",
-          "move x asked #"}) {
-        record << '\n';
-        for (const char c : std::string(line)) {
-            record << (c == '#' ? path : std::string(1, c));
-        }
+    record << kHeader << '\n' << '\n' << std::string(10'000'000, 'x') << '\n';
+    const char *const lines[] = {
+        "013b79fc destroy x /a",   "e7388a71 delete x a",     "bfe87d9f delete x /a%0",
+        "94d4b989 delete x /a%00", "4329149e delete x /a /a", "020fe9b6 delete  /a",
+        "471c0daa delete x /a ",   "eac13386 move x /a",      "a7f2c6da delete x",
+        "a1a8a5e9 delete x /a",  // another sum
+        "a1a8a5e8 delete x /a",
+    };
+    for (const char *line : lines) {
+        record << ". ---------------- ---------------- " << line << '\n';
     }
-    record << "\ndelete x asked /" << std::string(10'000'000, 'x') << "\ndelete x asked " << path;
+    record << earlier_delete("/a").substr(0, 60);
     record.close();  // the last one has no end
-    EXPECT_TRUE(carry_out(PendingScope::kEarlierStarts).starts_with("0 13 0 line 2 of the record"));
-    EXPECT_EQ(tree(), "a=a ");
+    const std::string told = carry_out(PendingScope::kEarlierStarts);
+    EXPECT_TRUE(told.starts_with("0 13 0 line 2 of the record is damaged; skipped\n")) << told;
+    EXPECT_TRUE(
+        told.ends_with("line 13 of the record is damaged; skipped\n"
+                       "delete /a: No such file or directory\n"))
+        << told;
     for (const std::string &foreign : {std::string("root"), kHeader + "0\n"}) {
         std::ofstream(dir.record) << foreign;
         EXPECT_EQ(carry_out(), "0 0 " + std::to_string(EBADMSG) + ' ');
@@ -245,8 +432,7 @@ TEST(PendingMoves, TrustNoOtherRecord) {
     for (std::size_t i = 0; i < (geteuid() == 0 ? std::size(preparations) : 2); ++i) {
         SCOPED_TRACE(preparations[i]);
         const StateDir dir("");
-        std::ofstream("other") << kHeader << "\ndelete x asked "
-                               << (dir.files.Path() / "other").string() << '\n';
+        std::ofstream("other") << kHeader << '\n' << earlier_delete(dir.files.Path() / "other");
         setenv("RECORD", dir.record.c_str(), 1);
         ASSERT_EQ(std::system(preparations[i]), 0);
         EXPECT_EQ(record_delete("other"), ERROR_ACCESS_DENIED);
@@ -259,10 +445,12 @@ TEST(PendingMoves, LeaveTheRecordAloneOnAFullDisk) {
     const StateDir dir("a=a");
     const auto try_when_full = [&dir](auto call, auto outcome) {
         const std::string before = content_of(dir.record);
-        for (g_last = 1; g_last < 4; ++g_last) {
+        for (g_last = 1; g_last < 3; ++g_last) {
             g_steps.clear();
             EXPECT_EQ(call(), outcome) << g_last;
-            EXPECT_EQ(content_of(dir.record), before) << g_last;
+            // All but the mark, which may be there.
+            EXPECT_EQ(content_of(dir.record).substr(0, 25), before.substr(0, 25)) << g_last;
+            EXPECT_EQ(content_of(dir.record).size(), before.size()) << g_last;
         }
         g_last = std::string::npos;
     };
@@ -293,7 +481,7 @@ TEST(PendingMoves, AreNotMadeAtOnceWithoutTheNumberOfTheStart) {
 
 TEST(PendingMoves, StayInTheRecordWhenTheFailurePasses) {
     for (const int error : {EMFILE, ENFILE, ENOMEM, EIO, EINTR, ENOSPC, EDQUOT, EAGAIN, EPERM}) {
-        for (const std::size_t last : {5u, 6u}) {  // the deletion, or the sync of its folder
+        for (const std::size_t last : {3u, 4u}) {  // the deletion, or the sync of its folder
             const StateDir dir("a=a b=b");
             ASSERT_EQ(record_delete("a") | record_move("b", "a"), 0u);
             g_steps.clear();
