@@ -25,14 +25,28 @@
 // CreateFileW may create; a link is then followed or refused, except by RemoveDirectoryW, which
 // takes the link.
 //
+// "." and "..". The text of the path decides, before the host looks at any file: "." has no effect,
+// and ".." removes the component before it. So missing\..\file is file, and link\..\file lies
+// beside the link, whatever the link leads to. In an absolute path a ".." at the root of the drive
+// has no effect: no path leads above the host directory of a drive. In a relative path a ".." with
+// nothing before it is the parent of the current directory.
+//
+// Prefixes. Behind \\?\ the path begins with a drive and a backslash. There '/' separates nothing
+// and "." and ".." are names; the host can have neither, so that such a path fails with
+// ERROR_PATH_NOT_FOUND. Any other path that begins with two separators names nothing here: a path
+// with \\.\ (a device), or with one of the two prefixes spelled with '/', fails with
+// ERROR_FILE_NOT_FOUND; every other, such as \\server\share\file, \\server and
+// \\?\UNC\server\share, fails with ERROR_BAD_NETPATH.
+//
 // Names. Every name that the host can have is a name here, also one that ends in a blank or dot, or
 // that holds one of < > : " | ? *. Host names are UTF-8. A byte that is not part of valid UTF-8 is
 // the unit U+DC80 + (byte - 0x80). A backslash in a host name, which separates nothing there, is
 // U+DC5C. No host file can have a path with any other lone surrogate.
 //
-// Length. A path has up to 259 characters (MAX_PATH with the NUL), except in _wfopen, _wremove and
-// the calls of profile.h, which take any length. A longer path fails; no path is ever cut. To reach
-// deeper files, name a directory on the way as a drive.
+// Length. A path as given, before ".." shortens it, has up to 259 characters (MAX_PATH with the
+// NUL). A path with \\?\ has up to 32766 characters, and as a host path fewer than the host's
+// PATH_MAX bytes. _wfopen, _wremove and the calls of profile.h take any length that the host takes.
+// A longer path fails; no path is ever cut.
 //
 // Attributes. A regular file is READONLY when its owner has no write permission; the calls refuse
 // to delete, overwrite or open such a file for writing, to root too. A read-only file can still be
@@ -62,8 +76,11 @@
 // Errors. The calls below name two groups of codes. A "path error" is one of:
 //   ERROR_PATH_NOT_FOUND        the path is null or empty; its drive does not exist; no host file
 //                               can have it; a directory on the way is missing or is a file
-//   ERROR_FILE_NOT_FOUND        the last component is missing
-//   ERROR_FILENAME_EXCED_RANGE  the path has more than 259 characters or is too long for the host
+//   ERROR_FILE_NOT_FOUND        the last component is missing; the path names a device
+//   ERROR_BAD_NETPATH           the path names a server
+//   ERROR_FILENAME_EXCED_RANGE  the path has more characters than allowed or is too long for the
+//                               host
+// In the calls of the runtime a device and a server are ENOENT.
 // A "host error" is the code that error_codes.inc gives for the host's errno: ERROR_ACCESS_DENIED
 // without permission, ERROR_DISK_FULL on a full disk, and so on. A call for which memory is missing
 // sets ERROR_NOT_ENOUGH_MEMORY, a call of the runtime errno ENOMEM. A call checks its other
