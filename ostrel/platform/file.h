@@ -326,10 +326,15 @@ inline constexpr DWORD MOVEFILE_WRITE_THROUGH = 8;
 // `target` just then may be replaced. Handles that are open on the source stay valid; unless the
 // source is to be copied, their share modes do not restrict the move.
 //
-//   REPLACE_EXISTING     Replaces a file or link at `target`. ERROR_ACCESS_DENIED when the source
-//                        or what is at `target` is a directory, or when the file at `target` is
+//   REPLACE_EXISTING     Replaces a file or link at `target`. ERROR_ACCESS_DENIED when a directory
+//                        other than the source is at `target`, or when the file at `target` is
 //                        read-only, a running program, open without FILE_SHARE_DELETE, or being
-//                        deleted or replaced by others.
+//                        deleted or replaced by others. A directory that replaces a file exchanges
+//                        names with the file (RENAME_EXCHANGE) before the call deletes the file. A
+//                        crash in between leaves the file at the directory's old path. On a file
+//                        system that cannot exchange names, nothing is at `target` for a moment; a
+//                        crash then leaves the directory at its old path and the file as ".ostrel-"
+//                        and 16 hexadecimal digits beside `target`.
 //   COPY_ALLOWED         Moves a file or link to another file system by copying it, with its
 //                        attributes, times and user extended attributes, and with its owner if the
 //                        host allows that. Writes the copy to the disk, then deletes the source.

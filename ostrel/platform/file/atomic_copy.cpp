@@ -19,18 +19,11 @@ namespace {
 constexpr mode_t kPermissions = 0777;
 constexpr mode_t kAllModeBits = 07777;
 
-// An unguessable path in the target's directory. The destructor removes the file or link that was
+// A temporary path in the target's directory. The destructor removes the file or link that was
 // created at the path, unless GiveName has renamed it.
 class TemporaryName {
 public:
-    explicit TemporaryName(const std::string &beside) {
-        std::uint64_t number = 0;
-        while (getrandom(&number, sizeof number, 0) < 0 && errno == EINTR) {
-        }
-        char name[sizeof "/.ostrel-" + 16];
-        std::snprintf(name, sizeof name, "/.ostrel-%016jx", std::uintmax_t{number});
-        m_path = folder_of(beside) + name;
-    }
+    explicit TemporaryName(const std::string &beside) : m_path(temporary_path(beside)) {}
     ~TemporaryName() {
         if (m_made) {
             unlink(m_path.c_str());
@@ -156,6 +149,15 @@ int copy_properties(int source, const struct stat &facts, int target, bool moves
 }
 
 }  // namespace
+
+std::string temporary_path(const std::string &beside) {
+    std::uint64_t number = 0;
+    while (getrandom(&number, sizeof number, 0) < 0 && errno == EINTR) {
+    }
+    char name[sizeof "/.ostrel-" + 16];
+    std::snprintf(name, sizeof name, "/.ostrel-%016jx", std::uintmax_t{number});
+    return folder_of(beside) + name;
+}
 
 int copy_file(int source, const struct stat &facts, const std::string &target,
               const CopyMode &mode) {

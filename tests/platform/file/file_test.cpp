@@ -84,7 +84,15 @@ TEST(File, ChangesWhatItIsForOrNothing) {
         {CALL(move(u"file", u"to-nothing")), kExists},
         {CALL(move(u"file", u"read-only", kReplace)), kDenied},
         {CALL(move(u"file", u"empty", kReplace)), kDenied},
-        {CALL(move(u"empty", u"new", kReplace)), kDenied},
+        {CALL(move(u"full", u"new", kReplace)), 0, "full/ full/inner= ", "new/ new/inner= "},
+        {CALL(move(u"full", u"file", kReplace | MOVEFILE_WRITE_THROUGH)), 0,
+         "file=content full/ full/inner= ", "file/ file/inner= "},
+        {CALL(move(u"empty", u"to-full", kReplace)), 0, "empty/ to-full->full ", "to-full/ "},
+        {CALL(move(u"empty", u"./empty", kReplace)), 0},
+        {CALL(move(u"full", u"empty", kReplace)), kDenied},
+        {CALL(move(u"full", u"read-only", kReplace)), kDenied},
+        {CALL(move(u"full", u"full/inner", kReplace)), kInvalid},
+        {CALL(move(u"full", u"none/new", kReplace)), kNoPath},
         {CALL(move(u"none/x", u"new")), kNoPath},
         {CALL(move(u"file", u"none/new")), kNoPath},
         {CALL(move(u"file", nullptr)), kInvalid},
@@ -150,6 +158,7 @@ TEST(File, CopiesWhatBelongsToTheFile) {
     const Opened target(TEXT("full/inner"), GENERIC_READ, FILE_SHARE_READ);
     EXPECT_EQ(copy(u"file", u"full/inner"), ERROR_SHARING_VIOLATION);
     EXPECT_EQ(move(u"file", u"full/inner", kReplace), kDenied);
+    EXPECT_EQ(move(u"empty", u"full/inner", kReplace), kDenied);
     EXPECT_EQ(move(u"full/inner", u"moved"), 0u);
 }
 
