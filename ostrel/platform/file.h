@@ -108,6 +108,7 @@ inline constexpr DWORD FILE_ATTRIBUTE_SYSTEM = 0x04;
 inline constexpr DWORD FILE_ATTRIBUTE_DIRECTORY = 0x10;
 inline constexpr DWORD FILE_ATTRIBUTE_ARCHIVE = 0x20;
 inline constexpr DWORD FILE_ATTRIBUTE_NORMAL = 0x80;
+inline constexpr DWORD FILE_ATTRIBUTE_TEMPORARY = 0x100;
 inline constexpr DWORD FILE_ATTRIBUTE_REPARSE_POINT = 0x400;
 inline constexpr DWORD INVALID_FILE_ATTRIBUTES = 0xFFFFFFFF;
 
@@ -139,7 +140,13 @@ inline constexpr DWORD CREATE_ALWAYS = 2;
 inline constexpr DWORD OPEN_EXISTING = 3;
 inline constexpr DWORD OPEN_ALWAYS = 4;
 inline constexpr DWORD TRUNCATE_EXISTING = 5;
+inline constexpr DWORD FILE_FLAG_OPEN_REPARSE_POINT = 0x00200000;
 inline constexpr DWORD FILE_FLAG_BACKUP_SEMANTICS = 0x02000000;
+inline constexpr DWORD FILE_FLAG_DELETE_ON_CLOSE = 0x04000000;
+inline constexpr DWORD FILE_FLAG_SEQUENTIAL_SCAN = 0x08000000;
+inline constexpr DWORD FILE_FLAG_RANDOM_ACCESS = 0x10000000;
+inline constexpr DWORD FILE_FLAG_NO_BUFFERING = 0x20000000;
+inline constexpr DWORD FILE_FLAG_WRITE_THROUGH = 0x80000000;
 
 struct SECURITY_ATTRIBUTES;
 
@@ -148,9 +155,30 @@ struct SECURITY_ATTRIBUTES;
 // `access` is GENERIC_READ, GENERIC_WRITE, both, or 0 to read attributes and times only. A handle
 // with access 0 ignores all share modes and sets none, and opening it has no effect on the other
 // end of a FIFO or socket, or on a device. `share` is any of the three bits. `security` and
-// `pattern` must be null. `flags` is any of READONLY, HIDDEN, SYSTEM, ARCHIVE, NORMAL and
-// FILE_FLAG_BACKUP_SEMANTICS. To open a directory takes that flag, OPEN_EXISTING, and no
-// GENERIC_WRITE.
+// `pattern` must be null. `flags` is any of READONLY, HIDDEN, SYSTEM, ARCHIVE, NORMAL, TEMPORARY
+// and the flags above:
+//
+//   TEMPORARY, SEQUENTIAL_SCAN, RANDOM_ACCESS, NO_BUFFERING
+//                       Hints; have no effect. NO_BUFFERING keeps the host's cache, and buffers and
+//                       counts need no alignment; to have data on the disk, add WRITE_THROUGH.
+//   WRITE_THROUGH       Each write returns when the data, and what is needed to read them, are on
+//                       the disk (O_DSYNC). Times and the directory entry may follow later.
+//   BACKUP_SEMANTICS    With OPEN_EXISTING, without GENERIC_WRITE and DELETE_ON_CLOSE, opens a
+//                       directory too.
+//   OPEN_REPARSE_POINT  Opens a link itself, also one that leads to a directory or nowhere; any
+//                       other file opens as without the flag. On the link's handle work
+//                       CloseHandle, GetFileType, GetFileTime and GetFileInformationByHandle, which
+//                       tell the link's own facts; the others fail with ERROR_ACCESS_DENIED, as
+//                       does an open with GENERIC_WRITE. Sharing does not apply. Not together with
+//                       CREATE_ALWAYS.
+//   DELETE_ON_CLOSE     Closing this handle deletes the file, under the name that the file has
+//                       then, or, with OPEN_REPARSE_POINT, the link. A name that others have given
+//                       to another file stays. The name disappears at once, as with DeleteFileW:
+//                       other handles stay valid and do not delay the deletion. Until then every
+//                       other handle must share deletion, and DeleteFileW and a replacement fail as
+//                       with a file that others delete. A process that ends without CloseHandle
+//                       leaves the file, and a forked child does not delete it. Needs /proc;
+//                       CloseHandle does not report a deletion that fails.
 //
 //   `creation`          the file exists                      it does not
 //   CREATE_NEW          ERROR_FILE_EXISTS                    created
@@ -172,12 +200,13 @@ struct SECURITY_ATTRIBUTES;
 // INVALID_HANDLE_VALUE and sets the last error:
 //   ERROR_FILE_EXISTS        CREATE_NEW, and `path` exists, also as a directory or any link
 //   ERROR_SHARING_VIOLATION  another handle's share mode or access forbids the open; the file is a
-//                            running program to be written; or others keep deleting and creating it
-//   ERROR_ACCESS_DENIED      a directory, except as above; writing or truncating a read-only file;
-//                            CREATE_ALWAYS on a hidden or system file without that attribute in
-//                            `flags`
+//                            running program to be written or deleted; or others keep deleting and
+//                            creating it
+//   ERROR_ACCESS_DENIED      a directory or link, except as above; writing, truncating or deleting a
+//                            read-only file; CREATE_ALWAYS on a hidden or system file without that
+//                            attribute in `flags`; DELETE_ON_CLOSE of a FIFO, socket or device
 //   ERROR_INVALID_PARAMETER  an argument that the rules above do not allow, such as
-//                            TRUNCATE_EXISTING without GENERIC_WRITE
+//                            TRUNCATE_EXISTING without GENERIC_WRITE, or another flag
 //   ERROR_GEN_FAILURE        GENERIC_WRITE alone on a FIFO without a reader; a socket, unless
 //                            `access` is 0
 // or a path error or a host error. When others open a new file before this call has locked it, the

@@ -278,7 +278,7 @@ int read_facts(int file, FileFacts *facts) noexcept {
     if (const int error = ask_host(ref, AT_EMPTY_PATH, &host)) {
         return error;
     }
-    store_facts(host, ref, 0, facts);
+    store_facts(host, ref, S_ISLNK(host.stx_mode) ? FILE_ATTRIBUTE_REPARSE_POINT : 0, facts);
     return 0;
 }
 

@@ -36,22 +36,36 @@ struct Request {
     bool Writes() const { return (access & GENERIC_WRITE) != 0 || Empties(); }
     DWORD NewAttributes() const { return FILE_ATTRIBUTE_ARCHIVE | (flags & kKeptAttributes); }
 
+    bool Deletes() const { return (flags & FILE_FLAG_DELETE_ON_CLOSE) != 0; }
+    bool OpensLinks() const { return (flags & FILE_FLAG_OPEN_REPARSE_POINT) != 0; }
     bool OpensDirectories() const {
-        return creation == OPEN_EXISTING && (flags & FILE_FLAG_BACKUP_SEMANTICS) != 0 && !Writes();
+        return creation == OPEN_EXISTING && (flags & FILE_FLAG_BACKUP_SEMANTICS) != 0 &&
+               !Writes() && !Deletes();
     }
 
     bool IsValid() const {
         constexpr DWORD kShares = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-        constexpr DWORD kFlags = kKeptAttributes | FILE_ATTRIBUTE_ARCHIVE | FILE_ATTRIBUTE_NORMAL |
-                                 FILE_FLAG_BACKUP_SEMANTICS;
+        constexpr DWORD kHints = FILE_ATTRIBUTE_TEMPORARY | FILE_FLAG_SEQUENTIAL_SCAN |
+                                 FILE_FLAG_RANDOM_ACCESS | FILE_FLAG_NO_BUFFERING;
+        constexpr DWORD kFlags = kHints | kKeptAttributes | FILE_ATTRIBUTE_ARCHIVE |
+                                 FILE_ATTRIBUTE_NORMAL | FILE_FLAG_BACKUP_SEMANTICS |
+                                 FILE_FLAG_OPEN_REPARSE_POINT | FILE_FLAG_DELETE_ON_CLOSE |
+                                 FILE_FLAG_WRITE_THROUGH;
         return (access & ~(GENERIC_READ | GENERIC_WRITE)) == 0 && (share & ~kShares) == 0 &&
                (flags & ~kFlags) == 0 && creation >= CREATE_NEW && creation <= TRUNCATE_EXISTING &&
-               (creation != TRUNCATE_EXISTING || (access & GENERIC_WRITE) != 0);
+               (creation != TRUNCATE_EXISTING || (access & GENERIC_WRITE) != 0) &&
+               (creation != CREATE_ALWAYS || !OpensLinks());
     }
 
     unsigned ShareAccess() const {
         return ((access & GENERIC_READ) != 0 ? kShareRead : 0) |
-               ((access & GENERIC_WRITE) != 0 ? kShareWrite : 0);
+               ((access & GENERIC_WRITE) != 0 ? kShareWrite : 0) | (Deletes() ? kShareDelete : 0);
+    }
+
+    // What every open by the host gets beside its access.
+    int HostFlags() const {
+        return O_NONBLOCK | ((flags & FILE_FLAG_WRITE_THROUGH) != 0 ? O_DSYNC : 0) |
+               (OpensLinks() ? O_NOFOLLOW : 0);
     }
 };
 
@@ -64,13 +78,13 @@ HostDescriptor open_by_kind(const char *path, const Request &request) {
         return HostDescriptor();
     }
     if (!S_ISREG(facts.st_mode) && !S_ISDIR(facts.st_mode)) {
-        return open_host(path, request.access == 0 ? O_PATH : O_RDONLY | O_NONBLOCK);
+        return open_host(path, request.access == 0 ? O_PATH : O_RDONLY | request.HostFlags());
     }
     if (request.Empties()) {
-        return request.access == 0 ? open_host_to_write(path, O_NONBLOCK)
-                                   : open_host(path, O_RDWR | O_NONBLOCK);
+        return request.access == 0 ? open_host_to_write(path, request.HostFlags())
+                                   : open_host(path, O_RDWR | request.HostFlags());
     }
-    HostDescriptor file = open_host(path, O_RDONLY | O_NONBLOCK);
+    HostDescriptor file = open_host(path, O_RDONLY | request.HostFlags());
     return !file && errno == EACCES ? open_host(path, O_PATH) : std::move(file);
 }
 
@@ -79,12 +93,12 @@ HostDescriptor open_by_kind(const char *path, const Request &request) {
 HostDescriptor open_existing(const char *path, const Request &request) {
     switch (request.access) {
         case GENERIC_READ | GENERIC_WRITE:
-            return open_host(path, O_RDWR | O_NONBLOCK);
+            return open_host(path, O_RDWR | request.HostFlags());
         case GENERIC_WRITE:
-            return open_host_to_write(path, O_NONBLOCK);
+            return open_host_to_write(path, request.HostFlags());
         case GENERIC_READ:
             if (!request.Empties()) {
-                return open_host(path, O_RDONLY | O_NONBLOCK);
+                return open_host(path, O_RDONLY | request.HostFlags());
             }
             break;
         default:
@@ -94,8 +108,22 @@ HostDescriptor open_existing(const char *path, const Request &request) {
 }
 
 HostDescriptor create(const char *path, const Request &request, int exclusive) {
-    return open_host(path,
-                     O_CREAT | O_NONBLOCK | (request.Writes() ? O_RDWR : O_RDONLY) | exclusive);
+    return open_host(
+        path, O_CREAT | request.HostFlags() | (request.Writes() ? O_RDWR : O_RDONLY) | exclusive);
+}
+
+// Opens a link itself, for its facts only. Returns no descriptor when the path is no link.
+HostDescriptor open_link(const char *path) {
+    HostDescriptor link = open_host(path, O_PATH | O_NOFOLLOW);
+    struct stat facts;
+    const bool is_link = link && fstat(link.Get(), &facts) == 0 && S_ISLNK(facts.st_mode);
+    return is_link ? std::move(link) : HostDescriptor();
+}
+
+// Whether a file is a program that runs, which is noticed only if this user may write to the file.
+bool is_running_program(const char *path, mode_t mode) {
+    return (mode & (S_IXUSR | S_IXGRP | S_IXOTH)) != 0 && !open_host(path, O_RDWR | O_NONBLOCK) &&
+           errno == ETXTBSY;
 }
 
 // Opens or creates a file by `creation`. On failure sets errno.
@@ -103,6 +131,13 @@ HostDescriptor open_or_create(const char *path, const Request &request, bool *cr
     *created = true;
     if (request.creation == CREATE_NEW) {
         return create(path, request, O_EXCL);
+    }
+    if (request.OpensLinks()) {
+        HostDescriptor link = open_link(path);
+        if (link) {
+            *created = false;
+            return link;
+        }
     }
     // Others may create and delete the file meanwhile. When every open gives ENOENT and every
     // exclusive create gives EEXIST, the path is a link without a target: the last call creates the
@@ -166,14 +201,24 @@ std::optional<DWORD> complete_open(const char *path, const Request &request, Ope
     if (S_ISDIR(mode) && !request.OpensDirectories()) {
         return ERROR_ACCESS_DENIED;
     }
+    if (S_ISLNK(mode)) {
+        return request.Writes() ? ERROR_ACCESS_DENIED : ERROR_SUCCESS;
+    }
     if (!S_ISREG(mode) && !S_ISDIR(mode)) {
+        if (request.Deletes()) {
+            return ERROR_ACCESS_DENIED;
+        }
         if (request.access != 0) {
             fcntl(file, F_SETFL, fcntl(file, F_GETFL) & ~O_NONBLOCK);  // only the open needs it
         }
         return ERROR_SUCCESS;
     }
-    if (!opened->created && request.Writes() && is_read_only(opened->facts)) {
+    if (!opened->created && (request.Writes() || request.Deletes()) &&
+        is_read_only(opened->facts)) {
         return ERROR_ACCESS_DENIED;
+    }
+    if (request.Deletes() && is_running_program(path, mode)) {
+        return ERROR_SHARING_VIOLATION;
     }
     const std::optional<DWORD> code = share(path, request, opened);
     if (code != ERROR_SUCCESS) {
@@ -211,10 +256,13 @@ DWORD open_file(const WCHAR *path, const Request &request, HANDLE *handle) {
     if (code != ERROR_SUCCESS) {
         return code.value_or(ERROR_SHARING_VIOLATION);
     }
-    auto object =
-        std::make_shared<OpenFile>(std::move(opened.file), request.access, opened.facts.st_mode);
-    *handle = reinterpret_cast<HANDLE>(
-        HandleTable::Instance().Open(HandleKind::kObject, std::move(object)));
+    const mode_t mode = opened.facts.st_mode;
+    const auto object = std::make_shared<OpenFile>(std::move(opened.file),
+                                                   S_ISLNK(mode) ? 0 : request.access, mode);
+    *handle = reinterpret_cast<HANDLE>(HandleTable::Instance().Open(HandleKind::kObject, object));
+    if (request.Deletes()) {
+        object->DeleteAtClose();  // not earlier: a failed open deletes nothing
+    }
     if (request.creation == CREATE_ALWAYS || request.creation == OPEN_ALWAYS) {
         SetLastError(opened.created ? ERROR_SUCCESS : ERROR_ALREADY_EXISTS);
     }

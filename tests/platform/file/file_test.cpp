@@ -44,7 +44,8 @@ DWORD attributes(const std::u16string &path) {
 
 TEST(File, ChangesWhatItIsForOrNothing) {
     constexpr DWORD kRead = GENERIC_READ, kWrite = GENERIC_WRITE;
-    constexpr DWORD kBackup = FILE_FLAG_BACKUP_SEMANTICS;
+    constexpr DWORD kBackup = FILE_FLAG_BACKUP_SEMANTICS, kLink = FILE_FLAG_OPEN_REPARSE_POINT;
+    constexpr DWORD kDeletes = FILE_FLAG_DELETE_ON_CLOSE;
     const struct {
         const char *text;
         DWORD (*call)();
@@ -109,6 +110,18 @@ TEST(File, ChangesWhatItIsForOrNothing) {
         {CALL(open_as(u"hidden", kWrite, CREATE_ALWAYS)), kDenied},
         {CALL(open_as(u"file", kRead, TRUNCATE_EXISTING)), kInvalid},
         {CALL(open_as(u"file", kRead, OPEN_EXISTING, 0x40000000)), kInvalid},
+
+        {CALL(open_as(u"file", kRead, OPEN_EXISTING, 0x38000100)), 0},  // the hints
+        {CALL(open_as(u"file", 0, OPEN_EXISTING, kDeletes)), 0, "file=content "},
+        {CALL(open_as(u"new", kWrite, CREATE_NEW, kDeletes)), 0},
+        {CALL(open_as(u"to-file", kRead, OPEN_EXISTING, kDeletes)), 0, "file=content "},
+        {CALL(open_as(u"to-full", 0, OPEN_EXISTING, kDeletes | kLink)), 0, "to-full->full "},
+        {CALL(open_as(u"read-only", kRead, OPEN_EXISTING, kDeletes)), kDenied},
+        {CALL(open_as(u"empty", 0, OPEN_EXISTING, kDeletes | kBackup)), kDenied},
+        {CALL(open_as(u"to-nothing", kRead, OPEN_ALWAYS, kLink)), 0},
+        {CALL(open_as(u"to-file", kWrite, OPEN_EXISTING, kLink)), kDenied},
+        {CALL(open_as(u"to-file", kWrite, CREATE_ALWAYS, kLink)), kInvalid},
+        {CALL(open_as(u"new", kWrite, OPEN_ALWAYS, kLink)), 0, "", "new= "},
 
         {CALL(attributes(u"file\\x")), kNoPath},
         {CALL(attributes(u"\xDC61")), kNoPath},
