@@ -25,14 +25,28 @@
 // CreateFileW may create; a link is then followed or refused, except by RemoveDirectoryW, which
 // takes the link.
 //
+// "." and "..". The text of the path decides, before the host looks at any file: "." has no effect,
+// and ".." removes the component before it. So missing\..\file is file, and link\..\file lies
+// beside the link, whatever the link leads to. In an absolute path a ".." at the root of the drive
+// has no effect: no path leads above the host directory of a drive. In a relative path a ".." with
+// nothing before it is the parent of the current directory.
+//
+// Prefixes. Behind \\?\ the path begins with a drive and a backslash. There '/' separates nothing
+// and "." and ".." are names; the host can have neither, so that such a path fails with
+// ERROR_PATH_NOT_FOUND. Any other path that begins with two separators names nothing here: a path
+// with \\.\ (a device), or with one of the two prefixes spelled with '/', fails with
+// ERROR_FILE_NOT_FOUND; every other, such as \\server\share\file, \\server and
+// \\?\UNC\server\share, fails with ERROR_BAD_NETPATH.
+//
 // Names. Every name that the host can have is a name here, also one that ends in a blank or dot, or
 // that holds one of < > : " | ? *. Host names are UTF-8. A byte that is not part of valid UTF-8 is
 // the unit U+DC80 + (byte - 0x80). A backslash in a host name, which separates nothing there, is
 // U+DC5C. No host file can have a path with any other lone surrogate.
 //
-// Length. A path has up to 259 characters (MAX_PATH with the NUL), except in _wfopen, _wremove and
-// the calls of profile.h, which take any length. A longer path fails; no path is ever cut. To reach
-// deeper files, name a directory on the way as a drive.
+// Length. A path as given, before ".." shortens it, has up to 259 characters (MAX_PATH with the
+// NUL). A path with \\?\ has up to 32766 characters, and as a host path fewer than the host's
+// PATH_MAX bytes. _wfopen, _wremove and the calls of profile.h take any length that the host takes.
+// A longer path fails; no path is ever cut.
 //
 // Attributes. A regular file is READONLY when its owner has no write permission; the calls refuse
 // to delete, overwrite or open such a file for writing, to root too. A read-only file can still be
@@ -64,8 +78,11 @@
 // Errors. The calls below name two groups of codes. A "path error" is one of:
 //   ERROR_PATH_NOT_FOUND        the path is null or empty; its drive does not exist; no host file
 //                               can have it; a directory on the way is missing or is a file
-//   ERROR_FILE_NOT_FOUND        the last component is missing
-//   ERROR_FILENAME_EXCED_RANGE  the path has more than 259 characters or is too long for the host
+//   ERROR_FILE_NOT_FOUND        the last component is missing; the path names a device
+//   ERROR_BAD_NETPATH           the path names a server
+//   ERROR_FILENAME_EXCED_RANGE  the path has more characters than allowed or is too long for the
+//                               host
+// In the calls of the runtime a device and a server are ENOENT.
 // A "host error" is the code that error_codes.inc gives for the host's errno: ERROR_ACCESS_DENIED
 // without permission, ERROR_DISK_FULL on a full disk, and so on. A call for which memory is missing
 // sets ERROR_NOT_ENOUGH_MEMORY, a call of the runtime errno ENOMEM. A call checks its other
@@ -98,6 +115,7 @@ inline constexpr DWORD FILE_ATTRIBUTE_SYSTEM = 0x04;
 inline constexpr DWORD FILE_ATTRIBUTE_DIRECTORY = 0x10;
 inline constexpr DWORD FILE_ATTRIBUTE_ARCHIVE = 0x20;
 inline constexpr DWORD FILE_ATTRIBUTE_NORMAL = 0x80;
+inline constexpr DWORD FILE_ATTRIBUTE_TEMPORARY = 0x100;
 inline constexpr DWORD FILE_ATTRIBUTE_REPARSE_POINT = 0x400;
 inline constexpr DWORD INVALID_FILE_ATTRIBUTES = 0xFFFFFFFF;
 
@@ -129,7 +147,13 @@ inline constexpr DWORD CREATE_ALWAYS = 2;
 inline constexpr DWORD OPEN_EXISTING = 3;
 inline constexpr DWORD OPEN_ALWAYS = 4;
 inline constexpr DWORD TRUNCATE_EXISTING = 5;
+inline constexpr DWORD FILE_FLAG_OPEN_REPARSE_POINT = 0x00200000;
 inline constexpr DWORD FILE_FLAG_BACKUP_SEMANTICS = 0x02000000;
+inline constexpr DWORD FILE_FLAG_DELETE_ON_CLOSE = 0x04000000;
+inline constexpr DWORD FILE_FLAG_SEQUENTIAL_SCAN = 0x08000000;
+inline constexpr DWORD FILE_FLAG_RANDOM_ACCESS = 0x10000000;
+inline constexpr DWORD FILE_FLAG_NO_BUFFERING = 0x20000000;
+inline constexpr DWORD FILE_FLAG_WRITE_THROUGH = 0x80000000;
 
 struct SECURITY_ATTRIBUTES;
 
@@ -138,9 +162,30 @@ struct SECURITY_ATTRIBUTES;
 // `access` is GENERIC_READ, GENERIC_WRITE, both, or 0 to read attributes and times only. A handle
 // with access 0 ignores all share modes and sets none, and opening it has no effect on the other
 // end of a FIFO or socket, or on a device. `share` is any of the three bits. `security` and
-// `pattern` must be null. `flags` is any of READONLY, HIDDEN, SYSTEM, ARCHIVE, NORMAL and
-// FILE_FLAG_BACKUP_SEMANTICS. To open a directory takes that flag, OPEN_EXISTING, and no
-// GENERIC_WRITE.
+// `pattern` must be null. `flags` is any of READONLY, HIDDEN, SYSTEM, ARCHIVE, NORMAL, TEMPORARY
+// and the flags above:
+//
+//   TEMPORARY, SEQUENTIAL_SCAN, RANDOM_ACCESS, NO_BUFFERING
+//                       Hints; have no effect. NO_BUFFERING keeps the host's cache, and buffers and
+//                       counts need no alignment; to have data on the disk, add WRITE_THROUGH.
+//   WRITE_THROUGH       Each write returns when the data, and what is needed to read them, are on
+//                       the disk (O_DSYNC). Times and the directory entry may follow later.
+//   BACKUP_SEMANTICS    With OPEN_EXISTING, without GENERIC_WRITE and DELETE_ON_CLOSE, opens a
+//                       directory too.
+//   OPEN_REPARSE_POINT  Opens a link itself, also one that leads to a directory or nowhere; any
+//                       other file opens as without the flag. On the link's handle work
+//                       CloseHandle, GetFileType, GetFileTime and GetFileInformationByHandle, which
+//                       tell the link's own facts; the others fail with ERROR_ACCESS_DENIED, as
+//                       does an open with GENERIC_WRITE. Sharing does not apply. Not together with
+//                       CREATE_ALWAYS.
+//   DELETE_ON_CLOSE     Closing this handle deletes the file, under the name that the file has
+//                       then, or, with OPEN_REPARSE_POINT, the link. A name that others have given
+//                       to another file stays. The name disappears at once, as with DeleteFileW:
+//                       other handles stay valid and do not delay the deletion. Until then every
+//                       other handle must share deletion, and DeleteFileW and a replacement fail as
+//                       with a file that others delete. A process that ends without CloseHandle
+//                       leaves the file, and a forked child does not delete it. Needs /proc;
+//                       CloseHandle does not report a deletion that fails.
 //
 //   `creation`          the file exists                      it does not
 //   CREATE_NEW          ERROR_FILE_EXISTS                    created
@@ -162,12 +207,13 @@ struct SECURITY_ATTRIBUTES;
 // INVALID_HANDLE_VALUE and sets the last error:
 //   ERROR_FILE_EXISTS        CREATE_NEW, and `path` exists, also as a directory or any link
 //   ERROR_SHARING_VIOLATION  another handle's share mode or access forbids the open; the file is a
-//                            running program to be written; or others keep deleting and creating it
-//   ERROR_ACCESS_DENIED      a directory, except as above; writing or truncating a read-only file;
-//                            CREATE_ALWAYS on a hidden or system file without that attribute in
-//                            `flags`
+//                            running program to be written or deleted; or others keep deleting and
+//                            creating it
+//   ERROR_ACCESS_DENIED      a directory or link, except as above; writing, truncating or deleting a
+//                            read-only file; CREATE_ALWAYS on a hidden or system file without that
+//                            attribute in `flags`; DELETE_ON_CLOSE of a FIFO, socket or device
 //   ERROR_INVALID_PARAMETER  an argument that the rules above do not allow, such as
-//                            TRUNCATE_EXISTING without GENERIC_WRITE
+//                            TRUNCATE_EXISTING without GENERIC_WRITE, or another flag
 //   ERROR_GEN_FAILURE        GENERIC_WRITE alone on a FIFO without a reader; a socket, unless
 //                            `access` is 0
 // or a path error or a host error. When others open a new file before this call has locked it, the
@@ -339,10 +385,15 @@ inline constexpr DWORD MOVEFILE_WRITE_THROUGH = 8;
 // `target` just then may be replaced. Handles that are open on the source stay valid; unless the
 // source is to be copied, their share modes do not restrict the move.
 //
-//   REPLACE_EXISTING     Replaces a file or link at `target`. ERROR_ACCESS_DENIED when the source
-//                        or what is at `target` is a directory, or when the file at `target` is
+//   REPLACE_EXISTING     Replaces a file or link at `target`. ERROR_ACCESS_DENIED when a directory
+//                        other than the source is at `target`, or when the file at `target` is
 //                        read-only, a running program, open without FILE_SHARE_DELETE, or being
-//                        deleted or replaced by others.
+//                        deleted or replaced by others. A directory that replaces a file exchanges
+//                        names with the file (RENAME_EXCHANGE) before the call deletes the file. A
+//                        crash in between leaves the file at the directory's old path. On a file
+//                        system that cannot exchange names, nothing is at `target` for a moment; a
+//                        crash then leaves the directory at its old path and the file as ".ostrel-"
+//                        and 16 hexadecimal digits beside `target`.
 //   COPY_ALLOWED         Moves a file or link to another file system by copying it, with its
 //                        attributes, times and user extended attributes, and with its owner if the
 //                        host allows that. Writes the copy to the disk, then deletes the source.

@@ -1,8 +1,8 @@
 #ifndef OSTREL_PLATFORM_VOLUME_H
 #define OSTREL_PLATFORM_VOLUME_H
 
-// Drives: their kinds and their free space. Drives on the host and host errors are described in
-// file.h.
+// Drives: their kinds and their free space. Drives on the host, path errors and host errors are
+// described in file.h.
 //
 //   DWORD sectors, bytes, free, total;
 //   if (GetDriveTypeW(TEXT("C:\\")) == DRIVE_FIXED &&
@@ -30,9 +30,8 @@ inline constexpr DWORD DRIVE_RAMDISK = 6;
 // AFS) DRIVE_REMOTE, tmpfs and ramfs DRIVE_RAMDISK, every other is DRIVE_FIXED.
 //
 // On failure returns DRIVE_NO_ROOT_DIR and sets the last error to ERROR_PATH_NOT_FOUND (the drive
-// does not exist, `root` is no directory or is empty) or ERROR_FILENAME_EXCED_RANGE (more than 259
-// characters). When the host refuses otherwise, returns DRIVE_UNKNOWN and sets the last error to a
-// host error.
+// does not exist, `root` is no directory or is empty) or to another path error. When the host
+// refuses otherwise, returns DRIVE_UNKNOWN and sets the last error to a host error.
 OSTREL_PLATFORM_API DWORD GetDriveTypeW(const WCHAR *root) noexcept;
 
 // Stores the size and the free space of the drive on which a directory lies. `root` names the
@@ -44,8 +43,7 @@ OSTREL_PLATFORM_API DWORD GetDriveTypeW(const WCHAR *root) noexcept;
 // they fit: only the products are sizes.
 //
 // Returns TRUE. On failure returns FALSE, stores nothing and sets the last error to
-// ERROR_INVALID_NAME (`root` has no separator at its end), ERROR_PATH_NOT_FOUND or
-// ERROR_FILENAME_EXCED_RANGE (both as above), or a host error.
+// ERROR_INVALID_NAME (`root` has no separator at its end), a path error as above, or a host error.
 OSTREL_PLATFORM_API BOOL GetDiskFreeSpaceW(const WCHAR *root, DWORD *sectorsPerCluster,
                                            DWORD *bytesPerSector, DWORD *freeClusters,
                                            DWORD *totalClusters) noexcept;

@@ -154,6 +154,9 @@ TEST(FileFaults, KeepTheStepsOfOneWriteTogether) {
 
 TEST(FileFaults, ACopyOrMoveIsWholeOrLeavesNothing) {
     const auto copy = [](const WCHAR *from, const WCHAR *to) { return CopyFileW(from, to, FALSE); };
+    const auto replace = [](const WCHAR *from, const WCHAR *to) {
+        return MoveFileExW(from, to, MOVEFILE_REPLACE_EXISTING);
+    };
     constexpr char kBefore[] = "a=content d/ old=old ",
                    kCopied[] = "a=content b=content d/ old=old ";
     const std::tuple<BOOL (*)(const WCHAR *, const WCHAR *), const WCHAR *, const WCHAR *,
@@ -166,6 +169,10 @@ TEST(FileFaults, ACopyOrMoveIsWholeOrLeavesNothing) {
                    {MoveFileW, u"d", u"b", {"renameat2"}, EINVAL, 0, "a=content b/ old=old "},
                    {MoveFileW, u"a", u"b", {"renameat2"}, EINVAL, 0, "b=content d/ old=old "},
                    {MoveFileW, u"a", u"b", {"renameat2", "unlink"}, EINVAL, 87, kBefore},
+                   // A directory over a file: by an exchange, or where the host has none.
+                   {replace, u"d", u"old", {"unlink"}, EIO, 1117, kBefore},
+                   {replace, u"d", u"old", {"renameat2"}, EINVAL, 0, "a=content old/ "},
+                   {replace, u"d", u"old", {"renameat2"}, EIO, 1117, kBefore},
                    // To another file system.
                    {MoveFileW, u"a", u"b", {"renameat2", "close"}, EXDEV, 17, kBefore},
                    {MoveFileW, u"a", u"b", {"renameat2", "unlink", "fchown"}, EXDEV, 0, kCopied}};

@@ -20,7 +20,11 @@ HostDescriptor open_host(const char *path, int flags, mode_t mode) noexcept {
 
 HostDescriptor open_host_to_write(const FileRef &file, int flags) noexcept {
     struct stat facts;
-    if (fstatat(file.directory, file.name, &facts, 0) != 0 || S_ISREG(facts.st_mode)) {
+    const bool exists = fstatat(file.directory, file.name, &facts, 0) == 0;
+    if (!exists && errno == ENOENT && (flags & O_CREAT) == 0) {
+        return HostDescriptor();
+    }
+    if (!exists || S_ISREG(facts.st_mode)) {
         HostDescriptor opened = open_host(file, flags | O_RDWR);
         if (opened || errno != EACCES) {
             return opened;

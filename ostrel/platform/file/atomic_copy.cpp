@@ -280,6 +280,10 @@ int close_error(int file) {
 
 }  // namespace
 
+std::string temporary_path(const std::string &beside) {
+    return folder_of(beside).append("/").append(unguessable_name());
+}
+
 int copy_file(int source, const struct stat &facts, const std::string &target,
               const CopyMode &mode) {
     HostDescriptor file;  // closed, and so unlocked, after the temporary name is removed

@@ -21,6 +21,9 @@
 
 namespace ostrel_platform {
 
+// Returns an unguessable path in the directory of `beside`, for a temporary file.
+std::string temporary_path(const std::string &beside);
+
 struct CopyMode {
     bool replace;  // replaces an existing target; when false, an existing target gives EEXIST
     // Also copies the user extended attributes, the creation time, the time of the last access,

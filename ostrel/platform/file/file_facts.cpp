@@ -226,20 +226,30 @@ bool put_time(const FILETIME *time, timespec *host) {
     return ticks.has_value();
 }
 
-// Whether the file system has stored the wanted time. Every file system can store the times from
-// 1980 to 2037. A difference of up to a day comes from a coarse resolution.
-bool is_kept(const timespec &wanted, const timespec &kept) {
+// Whether every file system can store a time: those from 1980 to 2037.
+bool every_host_keeps(const timespec &wanted) {
     constexpr std::int64_t k1980 = 315'532'800;
     constexpr std::int64_t k2038 = 2'145'916'800;
-    return wanted.tv_nsec == UTIME_OMIT || (wanted.tv_sec >= k1980 && wanted.tv_sec < k2038) ||
-           std::abs(wanted.tv_sec - kept.tv_sec) <= kSecondsOfDay;
+    return wanted.tv_nsec == UTIME_OMIT || (wanted.tv_sec >= k1980 && wanted.tv_sec < k2038);
+}
+
+// Whether the file system has stored the wanted time. A difference of up to a day comes from a
+// coarse resolution.
+bool is_kept(const timespec &wanted, const timespec &kept) {
+    return every_host_keeps(wanted) || std::abs(wanted.tv_sec - kept.tv_sec) <= kSecondsOfDay;
 }
 
 // Returns 0 or errno. A file system silently replaces a time out of its range by the nearest one;
 // the call then restores the old times and returns EINVAL.
 int write_host_times(int file, const struct stat &before, const timespec (&times)[2]) {
     struct stat after;
-    if (futimens(file, times) != 0 || fstat(file, &after) != 0) {
+    if (futimens(file, times) != 0) {
+        return errno;
+    }
+    if (every_host_keeps(times[0]) && every_host_keeps(times[1])) {
+        return 0;
+    }
+    if (fstat(file, &after) != 0) {
         return errno;
     }
     if (is_kept(times[0], after.st_atim) && is_kept(times[1], after.st_mtim)) {
@@ -324,9 +334,10 @@ int read_facts(int file, FileFacts *facts) noexcept {
     if (const int error = ask_host(ref, AT_EMPTY_PATH, &host)) {
         return error;
     }
+    const DWORD link = S_ISLNK(host.stx_mode) ? FILE_ATTRIBUTE_REPARSE_POINT : 0;
     *facts = facts_of(host);
-    add_stored_facts(host, ref, 0, facts);
-    add_kind(0, facts);
+    add_stored_facts(host, ref, link, facts);
+    add_kind(link, facts);
     return 0;
 }
 
@@ -359,6 +370,14 @@ int write_attributes(const FileRef &name, DWORD attributes) noexcept {
 
 int write_attributes(int file, DWORD attributes) noexcept {
     return write_attributes_of(file, attributes);
+}
+
+int write_new_attributes(int file, DWORD attributes) noexcept {
+    if ((attributes & FILE_ATTRIBUTE_READONLY) != 0) {
+        return write_attributes(file, attributes);
+    }
+    const int error = store_new_bits(file, attributes & kStoredOfFile);
+    return error == EOPNOTSUPP ? 0 : error;
 }
 
 int write_times(int file, const FILETIME *creation, const FILETIME *access,

@@ -44,6 +44,9 @@ int read_facts(int file, FileFacts *facts) noexcept;
 int write_attributes(const FileRef &name, DWORD attributes) noexcept;
 int write_attributes(int file, DWORD attributes) noexcept;
 
+// The same for a file that the caller has just created and that has no stored bits yet.
+int write_new_attributes(int file, DWORD attributes) noexcept;
+
 // Sets the times of an open file, by the rules of SetFileTime. A null pointer keeps that time.
 // Returns 0. On failure returns errno: EINVAL for a FILETIME of 2^63 or more, except all bits set,
 // and for a time that the file system cannot store.

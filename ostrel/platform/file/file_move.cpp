@@ -1,6 +1,12 @@
 // Moves and renames files.
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <array>
+#include <cerrno>
+#include <cstdio>
 #include <optional>
 #include <string>
 
@@ -11,6 +17,7 @@
 #include "ostrel/platform/file.h"
 #include "ostrel/platform/file/atomic_copy.h"
 #include "ostrel/platform/file/delete_file.h"
+#include "ostrel/platform/file/host_name.h"
 #include "ostrel/platform/file/host_path.h"
 #include "ostrel/platform/file/share_mode.h"
 #include "ostrel/platform/pending/pending_moves.h"
@@ -79,23 +86,68 @@ int move_new(const std::string &source, const std::string &target) {
                : error;
 }
 
+bool is_file_of(const std::string &path, const struct stat &file) {
+    struct stat facts;
+    return lstat(path.c_str(), &facts) == 0 && is_same_file(facts, file);
+}
+
+int exchange(const std::string &a, const std::string &b) {
+    return error_of(renameat2(AT_FDCWD, a.c_str(), AT_FDCWD, b.c_str(), RENAME_EXCHANGE));
+}
+
+// The same as move_directory_over on a file system that cannot exchange two names: gives the
+// replaced file a temporary name meanwhile.
+int move_directory_in_steps(const std::string &source, const std::string &target,
+                            const struct stat &there) {
+    const std::string aside = temporary_path(target);
+    int error = rename_host(target.c_str(), aside.c_str(), false);
+    if (error != 0) {
+        return error;
+    }
+    error = is_file_of(aside, there) ? rename_host(source.c_str(), target.c_str(), false) : EACCES;
+    if (error != 0) {
+        rename_host(aside.c_str(), target.c_str(), false);
+        return error;
+    }
+    unlink(aside.c_str());  // ignores a failure, since the directory has moved
+    return 0;
+}
+
+// Moves a directory to the name of a file or link, whose lstat result is `there`. The host's rename
+// does not, so the call exchanges the two names and deletes the file under the directory's old one.
+int move_directory_over(const std::string &source, const std::string &target,
+                        const struct stat &there) {
+    int error = exchange(source, target);
+    if (error != 0) {
+        return error == EINVAL || error == ENOSYS ? move_directory_in_steps(source, target, there)
+                                                  : error;
+    }
+    error = is_file_of(source, there) ? error_of(unlink(source.c_str())) : EACCES;
+    if (error != 0) {
+        exchange(source, target);
+    }
+    return error;
+}
+
 // Moves to `target` and replaces a file there, if there is one. While `lock` lives, others cannot
 // open that file without sharing deletion.
 int move_over(const std::string &source, const std::string &target, SharingFile *lock) {
-    struct stat facts, there;
+    struct stat facts, there, locked;
     if (lstat(source.c_str(), &facts) != 0) {
         return errno;
-    }
-    if (S_ISDIR(facts.st_mode)) {
-        return EACCES;
     }
     const bool exists = lstat(target.c_str(), &there) == 0 && !is_same_entry(source, target);
     if (exists && (S_ISDIR(there.st_mode) || is_read_only(there) ||
                    (S_ISREG(there.st_mode) &&
-                    lock_for_delete({AT_FDCWD, target.c_str()}, &there, lock, &facts) != 0))) {
+                    lock_for_delete({AT_FDCWD, target.c_str()}, &there, lock, &locked) != 0))) {
         return EACCES;
     }
-    return rename_over(source, target);
+    if (!S_ISDIR(facts.st_mode)) {
+        return rename_over(source, target);
+    }
+    const int error =
+        exists ? move_directory_over(source, target, there) : move_new(source, target);
+    return error == EEXIST ? EACCES : error;  // others have put something there
 }
 
 // The folders of a move. Open runs before the move, so that a folder that cannot be opened prevents
@@ -138,6 +190,15 @@ DWORD move_path(const std::string &source, const std::string &target, DWORD flag
     return error == 0 ? ERROR_SUCCESS : code_of_move(error, source);
 }
 
+// Converts a path of a move. A request for the next start names no directory of this process.
+std::optional<std::string> path_of_move(const WCHAR *path, bool delayed) {
+    if (delayed) {
+        return file_path(path);
+    }
+    const std::optional<HostName> host = resolve_file(path);
+    return host ? std::optional(host->Path()) : std::nullopt;
+}
+
 DWORD move_file(const WCHAR *source, const WCHAR *target, DWORD flags) {
     constexpr DWORD kFlags = MOVEFILE_REPLACE_EXISTING | MOVEFILE_COPY_ALLOWED |
                              MOVEFILE_DELAY_UNTIL_REBOOT | MOVEFILE_WRITE_THROUGH;
@@ -146,10 +207,10 @@ DWORD move_file(const WCHAR *source, const WCHAR *target, DWORD flags) {
         (delayed && (flags & MOVEFILE_COPY_ALLOWED) != 0)) {
         return ERROR_INVALID_PARAMETER;
     }
-    const std::optional<std::string> from = file_path(source);
+    const std::optional<std::string> from = path_of_move(source, delayed);
     std::optional<std::string> to;
     if (from && target != nullptr) {
-        to = file_path(target);
+        to = path_of_move(target, delayed);
     }
     if (!from || (target != nullptr && !to)) {
         return GetLastError();

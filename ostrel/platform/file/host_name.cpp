@@ -136,8 +136,9 @@ std::optional<HostName> resolve_file(const WCHAR *path, int *error) {
     std::optional<HostName> host = HostName();
     int failure = ENOENT;
     DWORD code = ERROR_SUCCESS;
-    const std::size_t size = innermost != nullptr && path != nullptr ? wcsnlen(path, MAX_PATH) : 0;
-    const Parts parts = size > 0 && size < MAX_PATH ? parts_of({path, size}) : Parts();
+    const std::size_t limit = innermost != nullptr && path != nullptr ? path_limit(path) : 0;
+    const std::size_t size = limit != 0 ? wcsnlen(path, limit) : 0;
+    const Parts parts = size > 0 && size < limit ? parts_of({path, size}) : Parts();
     const PinnedDirectory *const pin = PinnedDirectory::Access::Find(parts);
     if (pin != nullptr) {
         code = PinnedDirectory::Access::Resolve(*pin, parts.name.data(), &*host, &failure);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <utility>
 
 #include "ostrel/platform/crt_text.h"
 #include "ostrel/platform/error.h"
@@ -47,26 +48,143 @@ std::size_t text_run(const WCHAR *path) {
     return static_cast<std::size_t>(end - path);
 }
 
-// Appends `path`, with '/' for both separators. Returns false for a lone surrogate that is not the
-// unit of a byte.
-bool append_host_name(const WCHAR *path, std::string *host) {
+constexpr bool is_separator(WCHAR c) {
+    return c == u'\\' || c == u'/';
+}
+
+constexpr bool is_dots(std::string_view name) {
+    return name == "." || name == "..";
+}
+
+// The names of a path: whether the host can have them, and whether one of them is "." or "..".
+enum class Names { kImpossible, kOrdinary, kWithDots };
+
+// Appends `path`, with '/' for both separators. Returns kImpossible for a lone surrogate that is
+// not the unit of a byte.
+Names append_names(const WCHAR *path, std::string *host) {
+    bool with_dots = false;
+    std::size_t name = host->size();  // where the current component begins
+    const auto end_name = [&](std::size_t end) {
+        with_dots |= is_dots(std::string_view(*host).substr(name, end - name));
+        name = end + 1;
+    };
     for (;;) {
         const std::size_t units = text_run(path);
         const std::size_t before = host->size();
         host->resize(before + 3 * units);
         host->resize(before + utf16_to_utf8(path, units, host->data() + before));
-        std::replace(host->begin() + static_cast<std::ptrdiff_t>(before), host->end(), '\\', '/');
+        for (std::size_t i = before; i < host->size(); ++i) {
+            if ((*host)[i] == '\\' || (*host)[i] == '/') {
+                (*host)[i] = '/';
+                end_name(i);
+            }
+        }
         path += units;
         if (*path == 0) {
-            return true;
+            end_name(host->size());
+            return with_dots ? Names::kWithDots : Names::kOrdinary;
         }
         // Only a backslash and the bytes from 0x80 have a unit, so no unit gives '/' or '.'.
         const unsigned byte = static_cast<unsigned>(*path++) - kEscape;
         if (byte != '\\' && (byte < 0x80 || byte > 0xFF)) {
-            return false;
+            return Names::kImpossible;
         }
         host->push_back(static_cast<char>(byte));
     }
+}
+
+// Removes each "." and, with the component before it, each ".." behind the first `root` bytes of a
+// host path. A ".." with nothing before it stays in a relative path, and otherwise disappears.
+void resolve_dots(std::string *host, std::size_t root, bool is_relative) {
+    char *const text = host->data();
+    const bool ends_in_separator = host->back() == '/';
+    std::size_t kept = root;  // the result ends here, without a separator
+    std::size_t base = root;  // behind each ".." that stays
+    for (std::size_t begin = root, end; begin < host->size(); begin = end + 1) {
+        end = std::min(host->find('/', begin), host->size());
+        const std::string_view name(text + begin, end - begin);
+        if (name.empty() || name == ".") {
+            continue;
+        }
+        const bool is_parent = name == "..";
+        if (is_parent && kept > base) {
+            const std::size_t separator = host->rfind('/', kept - 1);
+            kept = separator == host->npos ? 0 : separator;
+            continue;
+        }
+        if (is_parent && !is_relative) {
+            continue;
+        }
+        if (kept > 0 || !is_relative) {
+            text[kept++] = '/';
+        }
+        kept = static_cast<std::size_t>(std::copy(name.begin(), name.end(), text + kept) - text);
+        base = is_parent ? kept : base;
+    }
+    if (kept == root && is_relative) {
+        text[kept++] = '.';
+    }
+    if (kept == root || ends_in_separator) {
+        text[kept++] = '/';
+    }
+    host->resize(kept);
+}
+
+// A path that begins with "\\?\", whose names the host receives as they are.
+constexpr bool is_verbatim(const WCHAR *path) {
+    return path[0] == u'\\' && path[1] == u'\\' && path[2] == u'?' && path[3] == u'\\';
+}
+
+constexpr std::size_t kVerbatimPrefix = 4;
+constexpr std::size_t kMaxVerbatimPath = 32767;  // characters with the NUL
+
+// Converts a path with "\\?\". Returns an error code.
+DWORD convert_verbatim(const WCHAR *path, std::string *host) {
+    path += kVerbatimPrefix;
+    if (towupper(path[0]) == u'U' && towupper(path[1]) == u'N' && towupper(path[2]) == u'C' &&
+        (path[3] == u'\\' || path[3] == 0)) {
+        return ERROR_BAD_NETPATH;
+    }
+    std::optional<std::string> root = has_drive(path) ? drive_root(path[0]) : std::nullopt;
+    if (!root || path[2] != u'\\' ||
+        std::u16string_view(path).find(u'/') != std::u16string_view::npos) {
+        return ERROR_PATH_NOT_FOUND;
+    }
+    *host = std::move(*root);
+    return append_names(path + 2, host) == Names::kOrdinary ? ERROR_SUCCESS : ERROR_PATH_NOT_FOUND;
+}
+
+// Returns the code for a path that begins with two separators and is not verbatim: a device or a
+// name on the network.
+DWORD code_of_foreign(const WCHAR *path) {
+    const bool is_device =
+        (path[2] == u'.' || path[2] == u'?') && (path[3] == 0 || is_separator(path[3]));
+    return is_device ? ERROR_FILE_NOT_FOUND : ERROR_BAD_NETPATH;
+}
+
+// Converts a path of any length. Returns an error code.
+DWORD convert(const WCHAR *path, std::string *host) {
+    if (is_separator(path[0]) && is_separator(path[1])) {
+        return is_verbatim(path) ? convert_verbatim(path, host) : code_of_foreign(path);
+    }
+    const bool with_drive = has_drive(path);
+    if (with_drive) {
+        std::optional<std::string> root = drive_root(path[0]);
+        if (!root) {
+            return ERROR_PATH_NOT_FOUND;
+        }
+        *host = std::move(*root);
+        path += 2;
+    }
+    const std::size_t root = host->size();
+    if (with_drive && !is_separator(*path)) {
+        host->push_back('/');
+    }
+    const Names names = append_names(path, host);
+    if (names == Names::kWithDots) {
+        resolve_dots(host, root, !with_drive && !is_separator(*path));
+    }
+    return names == Names::kImpossible ? ERROR_PATH_NOT_FOUND : ERROR_SUCCESS;
 }
 
 // Returns the number of bytes at the start of `name` that are valid UTF-8 without a backslash.
@@ -93,25 +211,37 @@ bool has_drive(const WCHAR *path) {
     return letter >= u'A' && letter <= u'Z' && path[1] == u':';
 }
 
-bool is_root(const WCHAR *path) {
-    const std::u16string_view text = path;
-    const std::size_t drive = has_drive(path) ? 2 : 0;
-    return !text.empty() && text.find_first_not_of(u"\\/", drive) == text.npos;
+bool is_root(std::u16string_view path) {
+    constexpr char16_t kSeparators[] = u"\\/";
+    if (path.starts_with(u"\\\\?\\")) {
+        path.remove_prefix(kVerbatimPrefix);
+    }
+    if (path.size() >= 2 && has_drive(path.data())) {
+        path.remove_prefix(2);
+    } else if (path.empty() || !is_separator(path.front())) {
+        return false;
+    }
+    std::size_t depth = 0;
+    while (!path.empty()) {
+        const std::size_t end = std::min(path.find_first_of(kSeparators), path.size());
+        const std::u16string_view name = path.substr(0, end);
+        if (name == u"..") {
+            depth -= depth > 0 ? 1 : 0;
+        } else if (!name.empty() && name != u".") {
+            ++depth;
+        }
+        path.remove_prefix(std::min(end + 1, path.size()));
+    }
+    return depth == 0;
 }
 
 std::optional<std::string> host_path(const WCHAR *path) {
-    std::optional<std::string> host = std::string();
-    if (has_drive(path)) {
-        host = drive_root(path[0]);
-        path += 2;
-        if (host && *path != u'/' && *path != u'\\') {
-            host->push_back('/');
-        }
-    }
-    if (!host || !append_host_name(path, &*host)) {
-        return std::nullopt;
-    }
-    return host;
+    std::string host;
+    return convert(path, &host) == ERROR_SUCCESS ? std::optional(std::move(host)) : std::nullopt;
+}
+
+std::size_t path_limit(const WCHAR *path) {
+    return is_verbatim(path) ? kMaxVerbatimPath : MAX_PATH;
 }
 
 std::optional<std::string> file_path(const WCHAR *path) {
@@ -119,13 +249,15 @@ std::optional<std::string> file_path(const WCHAR *path) {
         SetLastError(ERROR_PATH_NOT_FOUND);
         return std::nullopt;
     }
-    if (std::find(path, path + MAX_PATH, u'\0') == path + MAX_PATH) {
+    if (wcsnlen(path, path_limit(path)) == path_limit(path)) {
         SetLastError(ERROR_FILENAME_EXCED_RANGE);
         return std::nullopt;
     }
-    std::optional<std::string> host = host_path(path);
-    if (!host) {
-        SetLastError(ERROR_PATH_NOT_FOUND);
+    std::string host;
+    const DWORD code = convert(path, &host);
+    if (code != ERROR_SUCCESS) {
+        SetLastError(code);
+        return std::nullopt;
     }
     return host;
 }

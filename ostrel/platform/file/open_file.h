@@ -17,6 +17,9 @@ public:
     // has a file position.
     OpenFile(SharingFile file, DWORD access, mode_t mode);
 
+    // Has the close of the handle delete the file; see SharingFile::DeleteAtEnd.
+    void DeleteAtClose() noexcept { m_file.DeleteAtEnd(); }
+
     int Get() const { return m_file.Get(); }
     mode_t Mode() const { return m_mode; }
     bool Allows(DWORD access) const { return (m_access & access) != 0; }

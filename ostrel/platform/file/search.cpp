@@ -43,8 +43,7 @@ Parts parts_of(const WCHAR *path) {
     const std::size_t drive = has_drive(path) ? 2 : 0;
     const std::size_t separator = text.find_last_of(kSeparators);
     const std::size_t name = std::max(drive, separator == text.npos ? 0 : separator + 1);
-    const std::u16string_view folders = text.substr(drive, name - drive);
-    return {text.substr(name), name > 0 && folders.find_first_not_of(kSeparators) == folders.npos};
+    return {text.substr(name), is_root(text.substr(0, name))};
 }
 
 SearchFailure folder_failure(int error, const std::string &folder) {
@@ -79,7 +78,7 @@ SearchResult Search::First(const WCHAR *path, SearchEntry *entry) {
         return SearchFailure{GetLastError(), error};
     }
     const Parts parts = parts_of(path);
-    if (parts.name.empty()) {
+    if (parts.name.empty() || parts.name.size() >= MAX_PATH) {
         return kNotFound;
     }
     if (!is_pattern(parts.name)) {

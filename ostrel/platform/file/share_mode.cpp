@@ -1,14 +1,18 @@
 #include "ostrel/platform/file/share_mode.h"
 
 #include <fcntl.h>
+#include <limits.h>
 #include <pthread.h>
 #include <sched.h>
 #include <sys/random.h>
+#include <sys/stat.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
 #include <cstdint>
+#include <cstdio>
 
 namespace ostrel_platform {
 namespace {
@@ -186,6 +190,22 @@ int take_share(int file, unsigned access, unsigned share) noexcept {
     return Contender(file, access, share).Settle();
 }
 
+// Deletes the name of an open file or link, if the host knows it and it still leads to the file.
+void delete_name_of(int file) noexcept {
+    char link[sizeof "/proc/self/fd/" + 10];
+    std::snprintf(link, sizeof link, "/proc/self/fd/%d", file);
+    char path[PATH_MAX];
+    const ssize_t length = readlink(link, path, sizeof path);
+    if (length <= 0 || length == sizeof path) {
+        return;
+    }
+    path[length] = '\0';
+    struct stat opened, named;
+    if (fstat(file, &opened) == 0 && lstat(path, &named) == 0 && is_same_file(opened, named)) {
+        unlink(path);
+    }
+}
+
 }  // namespace
 
 bool is_shared_for(int file, unsigned access) noexcept {
@@ -199,7 +219,15 @@ int SharingFile::Take(unsigned access, unsigned share) noexcept {
     return error;
 }
 
+void SharingFile::DeleteAtEnd() noexcept {
+    m_deletes = true;
+    m_forks = forks_before_this;
+}
+
 void SharingFile::EndShare() noexcept {
+    if (std::exchange(m_deletes, false) && m_forks == forks_before_this) {
+        delete_name_of(Get());
+    }
     if (std::exchange(m_takesPart, false) && m_forks == forks_before_this) {
         struct flock lock = lock_of(F_UNLCK, 0, kBytes);
         fcntl(Get(), F_OFD_SETLK, &lock);

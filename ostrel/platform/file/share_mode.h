@@ -36,10 +36,12 @@ public:
     SharingFile(SharingFile &&other) noexcept
         : m_file(std::move(other.m_file)),
           m_takesPart(std::exchange(other.m_takesPart, false)),
+          m_deletes(std::exchange(other.m_deletes, false)),
           m_forks(other.m_forks) {}
     SharingFile &operator=(SharingFile &&other) noexcept {
         std::swap(m_file, other.m_file);
         std::swap(m_takesPart, other.m_takesPart);
+        std::swap(m_deletes, other.m_deletes);
         std::swap(m_forks, other.m_forks);
         return *this;
     }
@@ -57,6 +59,11 @@ public:
     // Leaves the release of the lock to the closing: nobody can open the file any more.
     void Forget() noexcept { m_takesPart = false; }
 
+    // Has the destructor and Close delete the file, while the lock still holds: the name that the
+    // file has then, which links and moves may have changed. Call after Take, which must have kept
+    // others from opening the file without FILE_SHARE_DELETE. A forked child does not delete.
+    void DeleteAtEnd() noexcept;
+
     // Releases the lock and closes the file. Returns 0, or errno when the host reports a failed
     // write only here.
     int Close() noexcept {
@@ -69,7 +76,9 @@ private:
 
     HostDescriptor m_file;
     bool m_takesPart = false;
-    unsigned m_forks = 0;  // the forks up to Take: a forked child must not release the lock
+    bool m_deletes = false;
+    // The forks up to Take or DeleteAtEnd: a forked child must neither release the lock nor delete.
+    unsigned m_forks = 0;
 };
 
 }  // namespace ostrel_platform

@@ -174,6 +174,11 @@ int store_bits(int file, DWORD bits) noexcept {
     return result_of(fsetxattr(file, kBits, value.Data(), value.Size(), 0));
 }
 
+int store_new_bits(int file, DWORD bits) noexcept {
+    const NumberText text("0x", bits, 16);
+    return result_of(fsetxattr(file, kBits, text.Data(), text.Size(), 0));
+}
+
 int remove_bits(const char *path) noexcept {
     return result_of(removexattr(path, kBits));
 }

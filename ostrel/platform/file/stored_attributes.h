@@ -38,6 +38,7 @@ std::optional<std::int64_t> read_stored_creation(const FileRef &ref, dev_t devic
 // system does not support extended attributes, EACCES without write permission.
 int store_bits(const char *path, DWORD bits) noexcept;
 int store_bits(int file, DWORD bits) noexcept;
+int store_new_bits(int file, DWORD bits) noexcept;  // of a file without bits
 int remove_bits(const char *path) noexcept;
 int remove_bits(int file) noexcept;
 int store_creation(int file, std::int64_t ticks) noexcept;

@@ -85,7 +85,8 @@ DWORD GetDriveTypeW(const WCHAR *root) noexcept {
         const ostrel_platform::HostDescriptor directory = ostrel_platform::open_root(root, &code);
         struct statfs facts;
         if (!directory) {
-            type = code == ERROR_PATH_NOT_FOUND || code == ERROR_FILENAME_EXCED_RANGE
+            type = code == ERROR_PATH_NOT_FOUND || code == ERROR_FILE_NOT_FOUND ||
+                           code == ERROR_BAD_NETPATH || code == ERROR_FILENAME_EXCED_RANGE
                        ? DRIVE_NO_ROOT_DIR
                        : DRIVE_UNKNOWN;
             return code;

@@ -1,5 +1,6 @@
 // Open files and who may have them open at the same time.
 
+#include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -10,6 +11,7 @@
 namespace {
 
 constexpr DWORD kReadWrite = GENERIC_READ | GENERIC_WRITE;
+constexpr DWORD kDeletes = FILE_FLAG_DELETE_ON_CLOSE;
 
 TEST(FileOpen, CreatesOpensAndEmptiesByTheDisposition) {
     constexpr DWORD kKept = 77;  // a last error that stays
@@ -94,12 +96,87 @@ TEST(FileOpen, LeavesAProgramThatRuns) {
     ASSERT_EQ(posix_spawn(&child, name, nullptr, nullptr, arguments, nullptr), 0);
     EXPECT_EQ(error_of(Opened(TEXT("program"), GENERIC_WRITE)), ERROR_SHARING_VIOLATION);
     EXPECT_EQ(error_of(DeleteFileW(TEXT("program"))), ERROR_SHARING_VIOLATION);
+    EXPECT_EQ(error_of(Opened(TEXT("program"), GENERIC_READ, kShareAll, OPEN_EXISTING, kDeletes)),
+              ERROR_SHARING_VIOLATION);
     EXPECT_EQ(error_of(CopyFileW(TEXT("other"), TEXT("program"), FALSE)), ERROR_SHARING_VIOLATION);
     EXPECT_EQ(error_of(MoveFileExW(TEXT("other"), TEXT("program"), MOVEFILE_REPLACE_EXISTING)),
               ERROR_ACCESS_DENIED);
     kill(child, SIGKILL);
     waitpid(child, nullptr, 0);
     EXPECT_EQ(error_of(DeleteFileW(TEXT("program"))), 0u);
+}
+
+TEST(FileOpen, DeletesAtTheCloseWhatTheHandleIsOpenOn) {
+    const Planted dir("file=1 new=2 other=3 lost=4");
+    {
+        const Opened other(TEXT("file"), GENERIC_READ, FILE_SHARE_READ);
+        EXPECT_EQ(error_of(Opened(TEXT("file"), 0, kShareAll, OPEN_EXISTING, kDeletes)),
+                  ERROR_SHARING_VIOLATION);
+    }
+    {
+        const Opened file(TEXT("file"), GENERIC_READ, kShareAll, OPEN_EXISTING, kDeletes);
+        EXPECT_EQ(error_of(Opened(TEXT("file"), GENERIC_READ, FILE_SHARE_READ)),
+                  ERROR_SHARING_VIOLATION);
+        EXPECT_TRUE(Opened(TEXT("file"), GENERIC_READ));
+        EXPECT_EQ(error_of(DeleteFileW(TEXT("file"))), ERROR_SHARING_VIOLATION);
+        const pid_t child = fork();
+        if (child == 0) {
+            CloseHandle(file.handle);
+            _exit(0);
+        }
+        waitpid(child, nullptr, 0);
+        EXPECT_EQ(tree(), "file=1 lost=4 new=2 other=3 ");
+        EXPECT_EQ(error_of(MoveFileW(TEXT("file"), TEXT("moved"))), 0u);
+        fs::rename("new", "file");
+        const Opened lost(TEXT("lost"), GENERIC_WRITE, kShareAll, OPEN_EXISTING, kDeletes);
+        fs::rename("other", "lost");
+        dir.Write("lost (deleted)", "5");  // the name that the host gives to the lost file
+    }
+    EXPECT_EQ(tree(), "file=2 lost (deleted)=5 lost=3 ");
+}
+
+TEST(FileOpen, OpensALinkItself) {
+    const Planted dir("file=content link->file nowhere->gone");
+    for (const char *const name : {"link", "nowhere"}) {
+        const Opened link(fs::path(name).u16string().c_str(), GENERIC_READ, 0, OPEN_EXISTING,
+                          FILE_FLAG_OPEN_REPARSE_POINT);
+        BY_HANDLE_FILE_INFORMATION facts = {};
+        EXPECT_EQ(error_of(GetFileInformationByHandle(link.handle, &facts)), 0u);
+        EXPECT_EQ(facts.dwFileAttributes, FILE_ATTRIBUTE_REPARSE_POINT);
+        EXPECT_EQ(facts.nFileIndexLow, static_cast<DWORD>(host_facts(name).st_ino));
+        EXPECT_EQ(GetFileType(link.handle), FILE_TYPE_DISK);
+        char byte;
+        DWORD done;
+        EXPECT_EQ(error_of(ReadFile(link.handle, &byte, 1, &done, nullptr)), ERROR_ACCESS_DENIED);
+    }
+}
+
+// The host's flags of the one descriptor that is open on a file.
+unsigned flags_of(const fs::path &path) {
+    unsigned flags = 0;
+    for (const auto &file : fs::directory_iterator("/proc/self/fd")) {
+        std::error_code error;
+        if (fs::read_symlink(file, error) == path) {
+            const std::string facts = content_of("/proc/self/fdinfo" / file.path().filename());
+            flags = static_cast<unsigned>(
+                std::stoul(facts.substr(facts.find("flags:") + 6), nullptr, 8));
+        }
+    }
+    return flags;
+}
+
+TEST(FileOpen, WritesThroughWhereItIsAsked) {
+    const Planted dir("file=");
+    const fs::path path = fs::canonical("file");
+    for (const DWORD access : {GENERIC_WRITE, kReadWrite}) {
+        for (const DWORD creation : {OPEN_EXISTING, CREATE_ALWAYS, CREATE_NEW}) {
+            for (const DWORD flag : {DWORD{0}, FILE_FLAG_WRITE_THROUGH}) {
+                creation == CREATE_NEW ? fs::remove(path) : false;
+                const Opened file(TEXT("file"), access, 0, creation, flag);
+                EXPECT_EQ((flags_of(path) & O_DSYNC) != 0, flag != 0) << access << ' ' << creation;
+            }
+        }
+    }
 }
 
 }  // namespace

@@ -44,7 +44,8 @@ DWORD attributes(const std::u16string &path) {
 
 TEST(File, ChangesWhatItIsForOrNothing) {
     constexpr DWORD kRead = GENERIC_READ, kWrite = GENERIC_WRITE;
-    constexpr DWORD kBackup = FILE_FLAG_BACKUP_SEMANTICS;
+    constexpr DWORD kBackup = FILE_FLAG_BACKUP_SEMANTICS, kLink = FILE_FLAG_OPEN_REPARSE_POINT;
+    constexpr DWORD kDeletes = FILE_FLAG_DELETE_ON_CLOSE;
     const struct {
         const char *text;
         DWORD (*call)();
@@ -84,7 +85,15 @@ TEST(File, ChangesWhatItIsForOrNothing) {
         {CALL(move(u"file", u"to-nothing")), kExists},
         {CALL(move(u"file", u"read-only", kReplace)), kDenied},
         {CALL(move(u"file", u"empty", kReplace)), kDenied},
-        {CALL(move(u"empty", u"new", kReplace)), kDenied},
+        {CALL(move(u"full", u"new", kReplace)), 0, "full/ full/inner= ", "new/ new/inner= "},
+        {CALL(move(u"full", u"file", kReplace | MOVEFILE_WRITE_THROUGH)), 0,
+         "file=content full/ full/inner= ", "file/ file/inner= "},
+        {CALL(move(u"empty", u"to-full", kReplace)), 0, "empty/ to-full->full ", "to-full/ "},
+        {CALL(move(u"empty", u"./empty", kReplace)), 0},
+        {CALL(move(u"full", u"empty", kReplace)), kDenied},
+        {CALL(move(u"full", u"read-only", kReplace)), kDenied},
+        {CALL(move(u"full", u"full/inner", kReplace)), kInvalid},
+        {CALL(move(u"full", u"none/new", kReplace)), kNoPath},
         {CALL(move(u"none/x", u"new")), kNoPath},
         {CALL(move(u"file", u"none/new")), kNoPath},
         {CALL(move(u"file", nullptr)), kInvalid},
@@ -102,10 +111,22 @@ TEST(File, ChangesWhatItIsForOrNothing) {
         {CALL(open_as(u"file", kRead, TRUNCATE_EXISTING)), kInvalid},
         {CALL(open_as(u"file", kRead, OPEN_EXISTING, 0x40000000)), kInvalid},
 
+        {CALL(open_as(u"file", kRead, OPEN_EXISTING, 0x38000100)), 0},  // the hints
+        {CALL(open_as(u"file", 0, OPEN_EXISTING, kDeletes)), 0, "file=content "},
+        {CALL(open_as(u"new", kWrite, CREATE_NEW, kDeletes)), 0},
+        {CALL(open_as(u"to-file", kRead, OPEN_EXISTING, kDeletes)), 0, "file=content "},
+        {CALL(open_as(u"to-full", 0, OPEN_EXISTING, kDeletes | kLink)), 0, "to-full->full "},
+        {CALL(open_as(u"read-only", kRead, OPEN_EXISTING, kDeletes)), kDenied},
+        {CALL(open_as(u"empty", 0, OPEN_EXISTING, kDeletes | kBackup)), kDenied},
+        {CALL(open_as(u"to-nothing", kRead, OPEN_ALWAYS, kLink)), 0},
+        {CALL(open_as(u"to-file", kWrite, OPEN_EXISTING, kLink)), kDenied},
+        {CALL(open_as(u"to-file", kWrite, CREATE_ALWAYS, kLink)), kInvalid},
+        {CALL(open_as(u"new", kWrite, OPEN_ALWAYS, kLink)), 0, "", "new= "},
+
         {CALL(attributes(u"file\\x")), kNoPath},
         {CALL(attributes(u"\xDC61")), kNoPath},
-        {CALL(attributes(std::u16string(260, u'/'))), kTooLong},
-        {CALL(attributes(std::u16string(259, u'/'))), 0},
+        {CALL(attributes(u"C:" + std::u16string(258, u'/'))), kTooLong},
+        {CALL(attributes(u"C:" + std::u16string(257, u'/'))), 0},
 
         {CALL(errno_of(_wremove(u".\\to-file"))), 0, "to-file->file "},
         {CALL(errno_of(_wremove(u""))), ENOENT},
@@ -150,6 +171,7 @@ TEST(File, CopiesWhatBelongsToTheFile) {
     const Opened target(TEXT("full/inner"), GENERIC_READ, FILE_SHARE_READ);
     EXPECT_EQ(copy(u"file", u"full/inner"), ERROR_SHARING_VIOLATION);
     EXPECT_EQ(move(u"file", u"full/inner", kReplace), kDenied);
+    EXPECT_EQ(move(u"empty", u"full/inner", kReplace), kDenied);
     EXPECT_EQ(move(u"full/inner", u"moved"), 0u);
 }
 

@@ -1,0 +1,152 @@
+// What the text of a path decides, before the host sees the path.
+
+#include "ostrel/platform/file/host_path.h"
+
+#include "ostrel/platform/find.h"
+#include "ostrel/platform/volume.h"
+#include "support/file_calls.h"
+
+namespace {
+
+// The host path, or the code that file_path sets.
+std::string converted(const std::u16string &path) {
+    const std::optional<std::string> host = ostrel_platform::file_path(path.c_str());
+    EXPECT_EQ(ostrel_platform::host_path(path.c_str()), host);
+    return host ? *host : std::to_string(GetLastError());
+}
+
+TEST(HostPath, IsDecidedByTheText) {
+    setenv("OSTREL_DRIVE_D", "/drive/./../of", 1);
+    const struct {
+        const WCHAR *path;
+        const char *host;
+        bool is_root = false;
+    } cases[] = {
+        {u"a/b\\..c\\d..", "a/b/..c/d.."},
+        {u".hidden\\.\\x", ".hidden/x"},
+        {u"...\\.. \\x", ".../.. /x"},
+        {u"missing\\..\\file", "file"},
+        {u"a\\.", "a"},
+        {u"a\\\\b\\\\..\\", "a/"},
+        {u"a\\..", "."},
+        {u".\\", "./"},
+        {u"..\\..\\x", "../../x"},
+        {u"a\\b\\..\\..\\..\\x\\..\\y", "../y"},
+        {u"a/../..", ".."},
+        {u"\\a\\..\\..\\x", "/x"},
+        {u"/..", "/", true},
+        {u"C:..", "/", true},
+        {u"c:\\x\\..\\", "/", true},
+        {u"D:\\..\\secret", "/drive/./../of/secret"},
+        {u"D:..\\x\\.\\..\\..\\y\\", "/drive/./../of/y/"},
+        {u"d:a\\..", "/drive/./../of/", true},
+        {u"D:\\a\\\xDC5C..\\..", "/drive/./../of/a"},
+        {u"D:", "/drive/./../of/", true},
+        {u"\\\\server\\share\\x", "53"},
+        {u"//server", "53"},
+        {u"\\/", "53"},
+        {u"\\\\?x\\y", "53"},
+        {u"\\\\.\\COM1", "2"},
+        {u"//?/C:/x", "2"},
+        {u"\\\\?\\d:\\a\\..b\\", "/drive/./../of/a/..b/"},
+        {u"\\\\?\\C:\\", "/", true},
+        {u"\\\\?\\C:", "3"},
+        {u"\\\\?\\C:x", "3"},
+        {u"\\\\?\\E:\\x", "3"},
+        {u"\\\\?\\D:\\a\\..\\..\\secret", "3"},
+        {u"\\\\?\\D:\\.", "3"},
+        {u"\\\\?\\D:\\a/b", "3"},
+        {u"\\\\?\\unc\\server\\share", "53"},
+        {u"\\\\?\\UNCLE\\x", "3"},
+        {u"\\\\?\\x", "3"},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(PrintToString(c.path));
+        EXPECT_EQ(converted(c.path), c.host);
+        const bool is_taken = ostrel_platform::host_path(c.path).has_value();
+        EXPECT_EQ(is_taken && ostrel_platform::is_root(c.path), c.is_root);
+    }
+    const std::u16string verbatim = u"\\\\?\\C:\\";
+    EXPECT_EQ(converted(verbatim + std::u16string(32759, u'x')).size(), 32760u);
+    EXPECT_EQ(ostrel_platform::file_path((verbatim + std::u16string(32760, u'x')).c_str()),
+              std::nullopt);
+    EXPECT_EQ(GetLastError(), ERROR_FILENAME_EXCED_RANGE);
+    unsetenv("OSTREL_DRIVE_D");
+}
+
+// The calls by path, with one that names nothing for them. Returns the codes that they give.
+std::set<std::string> codes(const WCHAR *path) {
+    std::set<std::string> codes;
+    const auto add = [&codes](BOOL result) { codes.insert(std::to_string(error_of(result))); };
+    add(static_cast<bool>(Opened(path, GENERIC_WRITE, kShareAll, CREATE_ALWAYS)));
+    add(GetFileAttributesW(path) != INVALID_FILE_ATTRIBUTES);
+    add(SetFileAttributesW(path, kNormal));
+    add(CreateDirectoryW(path, nullptr));
+    add(RemoveDirectoryW(path));
+    add(DeleteFileW(path));
+    add(CopyFileW(path, u"new", FALSE));
+    add(CopyFileW(u"file", path, FALSE));
+    add(MoveFileW(path, u"new"));
+    add(MoveFileW(u"file", path));
+    add(GetDiskFreeSpaceW(path, nullptr, nullptr, nullptr, nullptr));
+    WIN32_FIND_DATAW data;
+    add(FindFirstFileW(path, &data) != INVALID_HANDLE_VALUE);
+    const auto add_errno = [&codes](bool fails) {
+        codes.insert(fails && errno == ENOENT ? "ENOENT" : "other");
+    };
+    for (const WCHAR *mode : {u"r", u"w"}) {
+        errno = 0;
+        add_errno(_wfopen(path, mode) == nullptr);
+    }
+    add_errno(_wremove(path) != 0);
+    add_errno(_waccess(path, 0) != 0);
+    return codes;
+}
+
+TEST(HostPath, IsRefusedByEveryCall) {
+    const Planted dir("file=kept");
+    using Codes = std::set<std::string>;
+    EXPECT_EQ(codes(u"//server/share/"), (Codes{"53", "ENOENT"}));
+    EXPECT_EQ(codes(u"\\\\.\\file\\"), (Codes{"2", "ENOENT"}));
+    EXPECT_EQ(codes(u"\\\\?\\C:\\..\\"), (Codes{"3", "ENOENT"}));
+    EXPECT_EQ(tree(), "file=kept ");
+}
+
+TEST(HostPath, LeadsToNothingAboveTheDrive) {
+    const Planted dir("secret=kept sub/file= sub/secret= sub/link->../far far/");
+    setenv("OSTREL_DRIVE_D", (dir.Path() / "sub").c_str(), 1);
+    EXPECT_EQ(error_of(RemoveDirectoryW(u"D:\\x\\..")), ERROR_ACCESS_DENIED);
+    EXPECT_EQ(error_of(MoveFileW(u"file", u"D:\\x\\..")), ERROR_ACCESS_DENIED);
+    EXPECT_EQ(error_of(DeleteFileW(u"D:\\..\\secret")), 0u);
+    EXPECT_EQ(error_of(DeleteFileW(u"D:link/../file")), 0u);  // whatever the link leads to
+    WIN32_FIND_DATAW data;
+    const HANDLE search = FindFirstFileW(u"D:\\x\\..\\..\\*", &data);
+    EXPECT_EQ(std::u16string(data.cFileName), u"link");  // a root has no dots
+    EXPECT_TRUE(FindClose(search));
+    unsetenv("OSTREL_DRIVE_D");
+    EXPECT_EQ(tree(), "far/ secret=kept sub/ sub/link->../far ");
+}
+
+TEST(HostPath, ReachesDeepFilesBehindThePrefix) {
+    const TempDir dir;
+    std::u16string deep = u"\\\\?\\" + platform_path(dir.Path());
+    for (int level = 0; level < 3; ++level) {
+        deep += u'\\' + std::u16string(200, u'd');
+        EXPECT_EQ(error_of(CreateDirectoryW(deep.c_str(), nullptr)), 0u);
+    }
+    const std::u16string file = deep + u"\\file", moved = deep + u"\\moved";
+    std::fclose(_wfopen(file.c_str(), u"w"));
+    EXPECT_EQ(GetFileAttributesW(file.c_str()), kNormal);
+    EXPECT_EQ(error_of(MoveFileW(file.c_str(), moved.c_str())), 0u);
+    WIN32_FIND_DATAW data;
+    const HANDLE search = FindFirstFileW((deep + u"\\m*").c_str(), &data);
+    EXPECT_EQ(std::u16string(data.cFileName), u"moved");
+    EXPECT_TRUE(FindClose(search));
+    EXPECT_EQ(error_of(DeleteFileW(moved.substr(4).c_str())), ERROR_FILENAME_EXCED_RANGE);
+    EXPECT_EQ(error_of(DeleteFileW(moved.c_str())), 0u);
+    EXPECT_EQ(error_of(RemoveDirectoryW(deep.c_str())), 0u);
+    const std::u16string name(4090, u'x');  // longer than a path of the host
+    EXPECT_EQ(error_of(DeleteFileW((u"\\\\?\\C:\\" + name).c_str())), ERROR_FILENAME_EXCED_RANGE);
+}
+
+}  // namespace
