@@ -209,9 +209,9 @@ struct SECURITY_ATTRIBUTES;
 //   ERROR_SHARING_VIOLATION  another handle's share mode or access forbids the open; the file is a
 //                            running program to be written or deleted; or others keep deleting and
 //                            creating it
-//   ERROR_ACCESS_DENIED      a directory or link, except as above; writing, truncating or deleting a
-//                            read-only file; CREATE_ALWAYS on a hidden or system file without that
-//                            attribute in `flags`; DELETE_ON_CLOSE of a FIFO, socket or device
+//   ERROR_ACCESS_DENIED      a directory or link, except as above; writing, truncating or deleting
+//                            a read-only file; CREATE_ALWAYS on a hidden or system file without
+//                            that attribute in `flags`; DELETE_ON_CLOSE of a FIFO, socket or device
 //   ERROR_INVALID_PARAMETER  an argument that the rules above do not allow, such as
 //                            TRUNCATE_EXISTING without GENERIC_WRITE, or another flag
 //   ERROR_GEN_FAILURE        GENERIC_WRITE alone on a FIFO without a reader; a socket, unless

@@ -53,7 +53,7 @@ constexpr bool is_separator(WCHAR c) {
 }
 
 constexpr bool is_dots(std::string_view name) {
-    return name == "." || name == "..";
+    return !name.empty() && name.size() <= 2 && name.front() == '.' && name.back() == '.';
 }
 
 // The names of a path: whether the host can have them, and whether one of them is "." or "..".
@@ -73,9 +73,11 @@ Names append_names(const WCHAR *path, std::string *host) {
         const std::size_t before = host->size();
         host->resize(before + 3 * units);
         host->resize(before + utf16_to_utf8(path, units, host->data() + before));
-        for (std::size_t i = before; i < host->size(); ++i) {
-            if ((*host)[i] == '\\' || (*host)[i] == '/') {
-                (*host)[i] = '/';
+        char *const text = host->data();
+        const std::size_t end = host->size();
+        for (std::size_t i = before; i < end; ++i) {
+            if (text[i] == '\\' || text[i] == '/') {
+                text[i] = '/';
                 end_name(i);
             }
         }
