@@ -152,7 +152,7 @@ int start_thread(LPTHREAD_START_ROUTINE start, LPVOID argument, std::size_t stac
         CloseHandle(*handle);
         return error;
     }
-    given.release();
+    static_cast<void>(given.release());  // the thread owns it
     if (id != nullptr) {
         *id = thread->Id();
     }

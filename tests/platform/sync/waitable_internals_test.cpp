@@ -67,7 +67,9 @@ TEST(Waitable, GivesAWaitForAllItsSignalsAtTheLast) {
     const HANDLE second = event(false);
     Waiting all({first, second}, true);
     SetEvent(first);
-    EXPECT_EQ(WaitForSingleObject(first, 0), WAIT_OBJECT_0);  // still for all
+    const auto object = find_event(first);
+    EXPECT_EQ(try_take(object->Cell(), object->Tag()), Taken::kUnknown);  // only under the lock
+    EXPECT_EQ(WaitForSingleObject(first, 0), WAIT_OBJECT_0);
     SetEvent(second);
     SetEvent(first);
     EXPECT_EQ(WaitForSingleObject(first, 0), WAIT_TIMEOUT);
