@@ -387,12 +387,14 @@ HANDLE open_handle(std::shared_ptr<Waitable> object) {
 }
 
 std::shared_ptr<Waitable> find_waitable(HANDLE handle) {
-    auto object = std::dynamic_pointer_cast<Waitable>(HandleTable::Instance().Find(
-        HandleKind::kObject, reinterpret_cast<std::uintptr_t>(handle)));
-    if (object == nullptr) {
+    // Only open_handle gives a handle a shortcut, and no handle repeats.
+    const auto value = reinterpret_cast<std::uintptr_t>(handle);
+    if (HandleTable::Instance().FindShortcut(value).memory == nullptr) {
         SetLastError(ERROR_INVALID_HANDLE);
+        return nullptr;
     }
-    return object;
+    return std::static_pointer_cast<Waitable>(
+        HandleTable::Instance().Find(HandleKind::kObject, value));
 }
 
 std::shared_ptr<Waitable> find_event(HANDLE handle) {
