@@ -13,7 +13,7 @@
 //   table.Close(HandleKind::kFind, handle);
 //
 // Calls that a lock and a reference count would make several times as slow reach part of an object
-// through a shortcut: FindShortcut takes 2 ns where Find takes 40.
+// through a shortcut: FindShortcut takes 5 ns where Find takes 34.
 
 #include <array>
 #include <atomic>

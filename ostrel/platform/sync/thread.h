@@ -45,8 +45,7 @@ struct ThreadState {
     std::uint32_t held_sections = 0;  // critical sections that the thread owns
 };
 
-// A function, because the compiler would look the variable up at each use: EnterCriticalSection and
-// LeaveCriticalSection would take half as long again.
+// What the calling thread knows about itself.
 ThreadState &this_thread() noexcept;
 
 // Stops the calling thread for ever.

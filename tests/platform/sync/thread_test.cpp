@@ -244,15 +244,15 @@ TEST(Thread, TerminatedStopsWhereItHoldsNoSection) {
 }
 
 TEST(Thread, TerminatedBeforeItReturnsEndsAsUsual) {
-    static Victim victim;
+    Victim victim;
     const HANDLE thread = CreateThread(
         nullptr, 0,
-        [](LPVOID) -> DWORD {
-            victim.Await();
-            victim.passed = true;
+        [](LPVOID memory) -> DWORD {
+            static_cast<Victim *>(memory)->Await();
+            static_cast<Victim *>(memory)->passed = true;
             return 1;
         },
-        nullptr, 0, nullptr);
+        &victim, 0, nullptr);
     while (!victim.runs) {
         std::this_thread::yield();
     }
@@ -268,7 +268,8 @@ TEST(Thread, TerminatedBeforeItReturnsEndsAsUsual) {
 }
 
 TEST(Thread, TerminatesItself) {
-    static std::atomic<HANDLE> own{nullptr};
+    static std::atomic<HANDLE> own;
+    own = nullptr;
     const HANDLE thread = CreateThread(
         nullptr, 0,
         [](LPVOID) -> DWORD {
