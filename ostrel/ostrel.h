@@ -10,6 +10,7 @@
 #include "ostrel/core/acc_buffer.h"
 #include "ostrel/core/auto_ptr.h"
 #include "ostrel/core/convert.h"
+#include "ostrel/core/critical_section.h"
 #include "ostrel/core/exception.h"
 #include "ostrel/core/handles.h"
 #include "ostrel/core/x_string.h"

@@ -1,7 +1,8 @@
 #ifndef OSTREL_PLATFORM_HANDLE_H
 #define OSTREL_PLATFORM_HANDLE_H
 
-// Closes the handles whose family has no call of its own for that: those of CreateFileW.
+// Closes the handles whose family has no call of its own for that: those of files, events,
+// semaphores and threads.
 //
 //   const HANDLE file = CreateFileW(TEXT("list.txt"), GENERIC_READ, FILE_SHARE_READ, nullptr,
 //                                   OPEN_EXISTING, 0, nullptr);  // file.h
@@ -13,7 +14,7 @@
 // refuses a stale or foreign value.
 //
 // Forks. The child of a fork may use every call of the layer, also when the program has threads.
-// The child must not use a handle, search or stream that another thread was using at the fork. What
+// The child must not use a file, search or stream that another thread was using at the fork. What
 // the child closes stays open in the parent.
 //
 // Cancellation. No call of the layer is a cancellation point. A request of pthread_cancel waits for
@@ -26,8 +27,10 @@
 
 #ifndef _WIN32
 
-// Closes a handle of CreateFileW. A call that already uses the handle on another thread completes
-// normally, and the host's file is closed after it. An error of the host's close is not reported.
+// Closes a handle of CreateFileW, CreateEventW, CreateSemaphoreW, CreateThread or _beginthreadex. A
+// call that already uses the handle on another thread completes normally, and the host's file is
+// closed after it; sync.h says what becomes of a wait. An error of the host's close is not
+// reported.
 //
 // Returns TRUE. For any other value, such as null, INVALID_HANDLE_VALUE, a closed handle or a
 // handle of another family, has no effect, returns FALSE and sets the last error to

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <thread>
 
+#include "ostrel/platform/sync.h"
 #include "ostrel/platform/system.h"
 #include "ostrel/platform/time.h"
 #include "support/file_calls.h"
@@ -26,6 +27,10 @@ void use_everything(int turn) {
     const HANDLE file =
         CreateFileW(TEXT("file"), GENERIC_READ, kShareAll, nullptr, OPEN_EXISTING, 0, nullptr);
     EXPECT_TRUE(CloseHandle(file));
+    const HANDLE event = CreateEventW(nullptr, FALSE, TRUE, nullptr);
+    EXPECT_EQ(WaitForSingleObject(event, INFINITE), WAIT_OBJECT_0);
+    EXPECT_EQ(WaitForSingleObject(event, 1), WAIT_TIMEOUT);
+    EXPECT_TRUE(CloseHandle(event));
     DBG::DebugLogEx(nullptr, DBG::kLevelValue, TEXT(""), 1, TEXT("turn %d"), turn);
 }
 
@@ -33,6 +38,9 @@ void use_everything(int turn) {
 void take_locks() {
     WCHAR unit;
     CloseHandle(nullptr);
+    static const HANDLE never = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+    const HANDLE pair[] = {never, never};
+    WaitForMultipleObjects(2, pair, FALSE, 0);
     _putenv_s("NONE", "");
     fgetws(&unit, 1, stdin);
     DBG::DebugLogEx(nullptr, DBG::kLevelValue, TEXT(""), 1, TEXT("x"));

@@ -34,6 +34,39 @@ TEST(HandleTable, TellsClosedAndForeignHandlesApart) {
     EXPECT_EQ(object.use_count(), 2);
 }
 
+TEST(HandleTable, GivesTheShortcutOfAnOpenHandleOnly) {
+    const auto object = std::make_shared<ostrel_platform::HandleObject>();
+    int memory = 0;
+    const std::uintptr_t handle = table.Open(Kind::kObject, object, {&memory, 7});
+    EXPECT_EQ(table.FindShortcut(handle).memory, &memory);
+    EXPECT_EQ(table.FindShortcut(handle).tag, 7u);
+    for (const std::uintptr_t other :
+         {std::uintptr_t{0}, ~std::uintptr_t{0}, handle + 1, handle + (std::uintptr_t{1} << 34),
+          std::uintptr_t{0x3FFFFFFFC}}) {
+        EXPECT_EQ(table.FindShortcut(other).memory, nullptr) << other;
+    }
+    EXPECT_TRUE(table.Close(Kind::kObject, handle));
+    EXPECT_EQ(table.FindShortcut(handle).memory, nullptr);
+    const std::uintptr_t next = table.Open(Kind::kObject, object);  // in the same place
+    EXPECT_EQ(table.FindShortcut(handle).memory, nullptr);
+    EXPECT_EQ(table.FindShortcut(next).memory, nullptr);
+    EXPECT_TRUE(table.Close(Kind::kObject, next));
+}
+
+TEST(HandleTable, KeepsManyHandlesApart) {
+    const auto object = std::make_shared<ostrel_platform::HandleObject>();
+    std::vector<int> memory(1000);
+    std::vector<std::uintptr_t> handles;
+    for (int &place : memory) {
+        handles.push_back(table.Open(Kind::kObject, object, {&place, 0}));
+    }
+    for (std::size_t i = 0; i < handles.size(); ++i) {
+        EXPECT_EQ(table.FindShortcut(handles[i]).memory, &memory[i]);
+        EXPECT_EQ(table.Find(Kind::kObject, handles[i]), object);
+        EXPECT_TRUE(table.Close(Kind::kObject, handles[i]));
+    }
+}
+
 TEST(HandleTable, ServesManyThreads) {
     const auto object = std::make_shared<ostrel_platform::HandleObject>();
     std::vector<std::jthread> threads;
@@ -42,6 +75,8 @@ TEST(HandleTable, ServesManyThreads) {
             for (int round = 0; round < 1000; ++round) {
                 const std::uintptr_t handle = table.Open(Kind::kFind, object);
                 ASSERT_NE(table.Find(Kind::kFind, handle), nullptr);
+                table.FindShortcut(handle);
+                table.FindShortcut(4);  // the first place, which all use
                 ASSERT_TRUE(table.Close(Kind::kFind, handle));
                 ASSERT_FALSE(table.Close(Kind::kFind, handle));
             }
