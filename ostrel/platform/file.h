@@ -124,8 +124,6 @@ inline constexpr DWORD OPEN_ALWAYS = 4;
 inline constexpr DWORD TRUNCATE_EXISTING = 5;
 inline constexpr DWORD FILE_FLAG_BACKUP_SEMANTICS = 0x02000000;
 
-struct SECURITY_ATTRIBUTES;
-
 // Opens or creates a file.
 //
 // `access` is GENERIC_READ, GENERIC_WRITE, both, or 0 to read attributes and times only. A handle
