@@ -17,6 +17,8 @@ class TreeReader {
 public:
     virtual ~TreeReader() = default;
 
+    // The reading begins, or begins once more: what came before does not count.
+    virtual void Begin() = 0;
     // A key, before its values and the keys below it. `path` is below the key that is read, "" for
     // that key itself, with '\' between names; keys come in the order of RegEnumKeyExW.
     virtual bool Key(std::u16string_view path, std::u16string_view class_name,
@@ -45,8 +47,9 @@ struct TreeEdit {
 };
 
 // Makes all changes, in their order and in one commit, or none. With `replaces` the key first loses
-// its values and all that is below it. Needs KEY_SET_VALUE and KEY_CREATE_SUB_KEY on a key that is
-// no root. Returns ERROR_SUCCESS, or a code of RegCreateKeyExW, RegSetValueExW or RegDeleteTreeW.
+// its values and all that is below it. Needs KEY_SET_VALUE and KEY_CREATE_SUB_KEY; a root
+// cannot be replaced. Returns ERROR_SUCCESS, or a code of RegCreateKeyExW, RegSetValueExW or
+// RegDeleteTreeW.
 DWORD change_tree(HKEY key, bool replaces, const std::vector<TreeEdit> &edits);
 
 // Whether this process has a handle open on a key below `key`.
