@@ -159,10 +159,14 @@ void Store::OpenReader() {
 }
 
 void Store::EnsureReader() {
+    const std::int64_t now = coarse_milliseconds();
     const bool is_due = m_isAlone || m_page.load(std::memory_order_relaxed) == nullptr ||
-                        coarse_milliseconds() >= m_checkAt.load(std::memory_order_relaxed);
+                        now >= m_filesCheckAt.load(std::memory_order_relaxed);
     if (!m_reader.IsOpen() || (is_due && PresentIdentity() != m_identity)) {
         OpenReader();
+    }
+    if (is_due) {
+        m_filesCheckAt.store(now + kCheckPeriod, std::memory_order_relaxed);
     }
 }
 
@@ -381,9 +385,13 @@ SharedPage *Store::WritersPage() {
 }
 
 SharedPage *Store::BeginWrite() {
+    const std::int64_t now = coarse_milliseconds();
     run(m_writer, Sql::kBeginWrite);
     try {
         SharedPage *const page = WritersPage();
+        if (m_filesCheckAt.load(std::memory_order_relaxed) > now) {
+            m_checkAt.store(now + kCheckPeriod, std::memory_order_relaxed);
+        }
         if (page != nullptr && page->IsLeftChanging()) {
             page->RepairChanges();
         }

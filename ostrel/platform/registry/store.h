@@ -191,7 +191,9 @@ private:
     const StorePlace m_place;
 
     std::atomic<SharedPage *> m_page{nullptr};
+    // When the page, and when the files, have to be checked again.
     std::atomic<std::int64_t> m_checkAt{0};
+    std::atomic<std::int64_t> m_filesCheckAt{0};
     std::atomic<std::int64_t> m_pageAttemptAt{0};
 
     std::timed_mutex m_writeMutex;  // before m_readMutex
