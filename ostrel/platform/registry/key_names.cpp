@@ -55,7 +55,9 @@ std::string sort_key_of(std::u16string_view upper) {
 
 std::u16string name_of_bytes(std::string_view bytes) {
     std::u16string name(bytes.size() / 2, u'\0');
-    std::memcpy(name.data(), bytes.data(), 2 * name.size());
+    if (!name.empty()) {
+        std::memcpy(name.data(), bytes.data(), 2 * name.size());
+    }
     return name;
 }
 
