@@ -202,12 +202,13 @@ OSTREL_PLATFORM_API void EnterCriticalSection(CRITICAL_SECTION *section) noexcep
 // another thread owns it.
 OSTREL_PLATFORM_API BOOL TryEnterCriticalSection(CRITICAL_SECTION *section) noexcept;
 
-// Leaves the section once. Has no effect when the calling thread does not own the section, nor when
-// the section is deleted. A section whose owner has ended stays owned.
+// Leaves the section once. Has no effect when the calling thread does not own the section. A
+// section whose owner has ended stays owned.
 OSTREL_PLATFORM_API void LeaveCriticalSection(CRITICAL_SECTION *section) noexcept;
 
-// Ends the use of a section: a section that is owned becomes free, so a thread that waits for it
-// enters it. A deleted section is like an initialised one.
+// Ends the use of a section: a section that the calling thread owns becomes free. Has no effect
+// while another thread owns the section, whose memory that thread will still use. A deleted section
+// is like an initialised one.
 OSTREL_PLATFORM_API void DeleteCriticalSection(CRITICAL_SECTION *section) noexcept;
 
 #endif
