@@ -8,7 +8,7 @@
 
 namespace {
 
-using ostrel_platform::t_state;
+using ostrel_platform::this_thread;
 using ostrel_platform::ThreadState;
 
 constexpr std::uint32_t kFree = 0;
@@ -47,7 +47,6 @@ void own(CRITICAL_SECTION &section, ThreadState &state) {
 }
 
 void release(CRITICAL_SECTION &section, ThreadState &state) {
-    section.depth = 0;
     Owner(section.owner).store(0, std::memory_order_relaxed);
     --state.held_sections;
     if (State(section.state).exchange(kFree, std::memory_order_release) == kWaitedFor) {
@@ -63,7 +62,7 @@ void InitializeCriticalSection(CRITICAL_SECTION *section) noexcept {
 }
 
 void EnterCriticalSection(CRITICAL_SECTION *section) noexcept {
-    ThreadState &state = t_state;
+    ThreadState &state = this_thread();
     if (is_owner(*section, number_of(state))) {
         ++section->depth;
         return;
@@ -78,7 +77,7 @@ void EnterCriticalSection(CRITICAL_SECTION *section) noexcept {
 }
 
 BOOL TryEnterCriticalSection(CRITICAL_SECTION *section) noexcept {
-    ThreadState &state = t_state;
+    ThreadState &state = this_thread();
     if (is_owner(*section, number_of(state))) {
         ++section->depth;
         return TRUE;
@@ -92,7 +91,7 @@ BOOL TryEnterCriticalSection(CRITICAL_SECTION *section) noexcept {
 }
 
 void LeaveCriticalSection(CRITICAL_SECTION *section) noexcept {
-    ThreadState &state = t_state;
+    ThreadState &state = this_thread();
     if (!is_owner(*section, number_of(state))) {
         return;
     }
@@ -104,8 +103,9 @@ void LeaveCriticalSection(CRITICAL_SECTION *section) noexcept {
 }
 
 void DeleteCriticalSection(CRITICAL_SECTION *section) noexcept {
-    ThreadState &state = t_state;
+    ThreadState &state = this_thread();
     if (is_owner(*section, number_of(state))) {
+        section->depth = 0;
         release(*section, state);
     }
 }

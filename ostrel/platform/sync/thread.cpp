@@ -16,9 +16,9 @@
 
 namespace ostrel_platform {
 
-constinit thread_local ThreadState t_state;
-
 namespace {
+
+constinit thread_local ThreadState t_state;
 
 // The objects of threads, for the child of a fork. Never destroyed: threads outlive main.
 struct Threads {
@@ -169,6 +169,10 @@ std::shared_ptr<Thread> find_thread(HANDLE handle) {
 
 }  // namespace
 
+ThreadState &this_thread() noexcept {
+    return t_state;
+}
+
 Thread::Thread() : Waitable(SignalKind::kEnd) {
     const std::lock_guard lock(threads().mutex);
     m_next = threads().first;
@@ -240,7 +244,7 @@ namespace {
 using ostrel_platform::find_thread;
 using ostrel_platform::start_thread;
 using ostrel_platform::stop_this_thread;
-using ostrel_platform::t_state;
+using ostrel_platform::this_thread;
 
 }  // namespace
 
@@ -290,7 +294,7 @@ BOOL TerminateThread(HANDLE handle, DWORD code) noexcept {
         return FALSE;
     }
     thread->End(code);
-    if (thread.get() == t_state.thread) {
+    if (thread.get() == this_thread().thread) {
         stop_this_thread();
     }
     return TRUE;

@@ -45,7 +45,9 @@ struct ThreadState {
     std::uint32_t held_sections = 0;  // critical sections that the thread owns
 };
 
-extern constinit thread_local ThreadState t_state;
+// A function, because the compiler would look the variable up at each use: EnterCriticalSection and
+// LeaveCriticalSection would take half as long again.
+ThreadState &this_thread() noexcept;
 
 // Stops the calling thread for ever.
 [[noreturn]] void stop_this_thread() noexcept;

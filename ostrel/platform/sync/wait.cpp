@@ -75,7 +75,7 @@ Deadline deadline_of(DWORD milliseconds) {
 // Waits with the lists of those who wait, and for the end of the calling thread by TerminateThread.
 DWORD wait_in_lists(std::span<const std::shared_ptr<Waitable>> objects, BOOL all,
                     DWORD milliseconds) {
-    const ThreadState &state = ostrel_platform::t_state;
+    const ThreadState &state = ostrel_platform::this_thread();
     const Thread *const stop = state.held_sections == 0 ? state.thread : nullptr;
     const std::uint32_t result = wait_for(objects, all != FALSE, stop, deadline_of(milliseconds));
     switch (result) {
@@ -166,7 +166,7 @@ BOOL ReleaseSemaphore(HANDLE semaphore, LONG count, LONG *previous) noexcept {
 }
 
 void Sleep(DWORD milliseconds) noexcept {
-    stop_if_terminated(ostrel_platform::t_state);
+    stop_if_terminated(ostrel_platform::this_thread());
     if (milliseconds == 0) {
         sched_yield();
     } else {
@@ -175,7 +175,7 @@ void Sleep(DWORD milliseconds) noexcept {
 }
 
 DWORD WaitForSingleObject(HANDLE object, DWORD milliseconds) noexcept {
-    stop_if_terminated(ostrel_platform::t_state);
+    stop_if_terminated(ostrel_platform::this_thread());
     const Signal signal = signal_of(object);
     if (signal.cell != nullptr) {
         const Taken taken = try_take(*signal.cell, signal.tag);
@@ -193,7 +193,7 @@ DWORD WaitForSingleObject(HANDLE object, DWORD milliseconds) noexcept {
 
 DWORD WaitForMultipleObjects(DWORD count, const HANDLE *objects, BOOL all,
                              DWORD milliseconds) noexcept {
-    stop_if_terminated(ostrel_platform::t_state);
+    stop_if_terminated(ostrel_platform::this_thread());
     const std::span<const HANDLE> handles(objects, objects != nullptr ? count : 0);
     if (handles.empty() || count > MAXIMUM_WAIT_OBJECTS ||
         (all != FALSE && names_an_object_twice(handles))) {
