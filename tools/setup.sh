@@ -27,7 +27,7 @@ need() {
 }
 
 # What every build of the project needs.
-need_build_tools() { need ca-certificates cmake g++ ninja-build libicu-dev libspdlog-dev tzdata; }
+need_build_tools() { need ca-certificates cmake g++ ninja-build libicu-dev libspdlog-dev libsqlite3-dev tzdata; }
 
 # build PRESET [TARGET...]: configures once, then builds what has changed.
 build() {

@@ -155,8 +155,6 @@ inline constexpr DWORD FILE_FLAG_RANDOM_ACCESS = 0x10000000;
 inline constexpr DWORD FILE_FLAG_NO_BUFFERING = 0x20000000;
 inline constexpr DWORD FILE_FLAG_WRITE_THROUGH = 0x80000000;
 
-struct SECURITY_ATTRIBUTES;
-
 // Opens or creates a file.
 //
 // `access` is GENERIC_READ, GENERIC_WRITE, both, or 0 to read attributes and times only. A handle

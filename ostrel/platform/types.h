@@ -54,6 +54,13 @@ struct FILETIME {
     DWORD dwHighDateTime;
 };
 
+// Who may use an object that a call creates. Each call says what it makes of the fields.
+struct SECURITY_ATTRIBUTES {
+    DWORD nLength;  // sizeof(SECURITY_ATTRIBUTES)
+    LPVOID lpSecurityDescriptor;
+    BOOL bInheritHandle;
+};
+
 // Handles are opaque values: never dereference a HANDLE, an HMODULE or an SC_HANDLE. A call that
 // takes one checks the value and fails for one that is not valid. An HLOCAL is the address of a
 // block that the layer allocated; LocalFree does not check it.

@@ -14,6 +14,7 @@ enum class ForkOrder {
     kTimeForms,
     kZones,
     kValues,
+    kRegistry,
     kHandles,
     kThreads,
     kSignals,

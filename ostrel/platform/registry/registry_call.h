@@ -1,0 +1,53 @@
+#ifndef OSTREL_PLATFORM_REGISTRY_REGISTRY_CALL_H
+#define OSTREL_PLATFORM_REGISTRY_REGISTRY_CALL_H
+
+// Internal. What the calls of registry.h share: how failures become codes, and rights of handles.
+
+#include "ostrel/platform/base/call_result.h"
+#include "ostrel/platform/registry/key_handles.h"
+
+namespace ostrel_platform {
+
+inline constexpr DWORD kDelete = 0x10000;
+inline constexpr DWORD kViewFlags = KEY_WOW64_64KEY | KEY_WOW64_32KEY;
+
+// Runs the body of a call, which returns a code.
+template <class Body>
+LSTATUS registry_call(Body body) noexcept {
+    return static_cast<LSTATUS>(code_of_call([&]() -> DWORD {
+        try {
+            return body();
+        } catch (const StoreFailure &failure) {
+            return failure.code;
+        }
+    }));
+}
+
+inline bool has_both_views(DWORD access) {
+    return (access & kViewFlags) == kViewFlags;
+}
+
+// Stores what a fast read needs of a handle that has a right. Returns a code.
+inline DWORD view_key(HKEY handle, DWORD right, KeyView *view) noexcept {
+    if (!KeyHandles::Instance().View(handle, view)) {
+        return ERROR_INVALID_HANDLE;
+    }
+    return (view->access & right) == right ? ERROR_SUCCESS : ERROR_ACCESS_DENIED;
+}
+
+// The same for everything else.
+inline DWORD find_open_key(HKEY handle, DWORD rights, OpenKey *open) {
+    if (!KeyHandles::Instance().Find(handle, open)) {
+        return ERROR_INVALID_HANDLE;
+    }
+    return (open->access & rights) == rights ? ERROR_SUCCESS : ERROR_ACCESS_DENIED;
+}
+
+// Ends an operation on a key that has been deleted in the store.
+inline DWORD check_exists(Database &database, const Key &key) {
+    return key_exists(database, key.id) ? ERROR_SUCCESS : ERROR_KEY_DELETED;
+}
+
+}  // namespace ostrel_platform
+
+#endif  // OSTREL_PLATFORM_REGISTRY_REGISTRY_CALL_H

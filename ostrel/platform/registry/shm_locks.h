@@ -1,0 +1,32 @@
+#ifndef OSTREL_PLATFORM_REGISTRY_SHM_LOCKS_H
+#define OSTREL_PLATFORM_REGISTRY_SHM_LOCKS_H
+
+// Internal. Keeps a user who may only read the store from stopping its writers.
+//
+// Who may read SQLite's -shm file can take shared locks on its bytes, and hold them: the lock of
+// the writer, those of a checkpoint, and those of readers, which keep the log from being used
+// again. SQLite itself never holds the first kinds as shared locks. So a writer that has the lock
+// of writer_lock.h goes on when only shared locks are in its way: at once for the locks of writers,
+// and for those of readers once the log has become larger than kMaxLog.
+
+#include <sqlite3.h>
+
+#include <cstdint>
+
+namespace ostrel_platform {
+
+class SharedPage;
+
+inline constexpr std::int64_t kMaxLog = 64 << 20;  // bytes
+
+// Makes the connection ask for locks as described.
+void watch_shm_locks(sqlite3 *database) noexcept;
+
+// Lets the connections that this thread uses go on, until the thread calls it with -1. The thread
+// has the lock between writers. `shm` is a descriptor of the -shm file, `log_size` the size of the
+// log in bytes, `page` may be null.
+void set_shm_locks(int shm, std::int64_t log_size, SharedPage *page) noexcept;
+
+}  // namespace ostrel_platform
+
+#endif  // OSTREL_PLATFORM_REGISTRY_SHM_LOCKS_H
