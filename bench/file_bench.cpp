@@ -57,7 +57,7 @@ private:
 };
 
 // What is found out about a file is remembered once the file has not changed for two seconds
-// (ostrel/platform/no_attribute_cache.h).
+// (ostrel/platform/attribute_cache.h).
 void let_age() {
     std::this_thread::sleep_for(std::chrono::seconds(4));
 }
