@@ -1,4 +1,4 @@
-#include "ostrel/platform/file/no_attribute_cache.h"
+#include "ostrel/platform/file/attribute_cache.h"
 
 #include <fcntl.h>
 #include <linux/magic.h>
