@@ -1,7 +1,11 @@
 // Copying, moving and deleting directories with their content.
 
+#include <optional>
+
+#include "ostrel/core/handles.h"
 #include "ostrel/file/Std_Utils_File.h"
 #include "ostrel/file/directory_search.h"
+#include "ostrel/platform/file.h"
 #include "ostrel/platform/pinned_directory.h"
 #include "ostrel/platform/system.h"
 
@@ -19,8 +23,21 @@ using Facts = PinnedDirectory::Facts;
 
 constexpr DWORD kMoveOver = MOVEFILE_REPLACE_EXISTING | MOVEFILE_COPY_ALLOWED;
 
-bool exists_or_is_created(const WCHAR *directory) {
-    return isFileExist(directory) || createDirectory(directory, false, false, false);
+// Makes a missing directory for a copy of `source`, or of what it holds. The new directory is no
+// more open to others than `source`.
+bool exists_or_is_created(const WCHAR *directory, const WCHAR *source) {
+    if (isFileExist(directory)) {
+        return true;
+    }
+    const CHandle original(CreateFileW(*source != 0 ? source : TEXT("."), 0,
+                                       FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                       nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS,
+                                       nullptr));
+    std::optional<platform_creation_limit> limit;
+    if (original != INVALID_HANDLE_VALUE) {
+        limit.emplace(original);
+    }
+    return createDirectory(directory, false, false, false);
 }
 
 // Removes the separators at the end, with which a link would be followed.
@@ -65,7 +82,7 @@ struct Copy {
 
 int copy_directory(const WCHAR *source, const WCHAR *target, int fContinueOnError,
                    int fMoveBusyAside, bool is_top, DWORD attributes, Copy *copy) {
-    if (!exists_or_is_created(target)) {
+    if (!exists_or_is_created(target, source)) {
         return 0;
     }
     JoinedPath from(source);
@@ -116,7 +133,7 @@ int copy_directory(const WCHAR *source, const WCHAR *target, int fContinueOnErro
 
 int move_directory(const WCHAR *source, const WCHAR *target, int fIncludeSubDirectory,
                    bool is_top) {
-    if (!exists_or_is_created(target)) {
+    if (!exists_or_is_created(target, source)) {
         return 0;
     }
     JoinedPath from(source);
@@ -181,7 +198,7 @@ int moveDirectory(const WCHAR *source, const WCHAR *target, int fIncludeSubDirec
 
 bool moveFiles(const WCHAR *source, const WCHAR *target, const WCHAR *spec, DWORD dwFlag,
                int fRecursive) {
-    if (!exists_or_is_created(target)) {
+    if (!exists_or_is_created(target, or_empty(source))) {
         return false;
     }
     std::vector<x_wstring> files;
