@@ -9,7 +9,18 @@
 namespace ostrel_platform {
 
 // The locks in the order in which code may nest them, the outermost first.
-enum class ForkOrder { kStreams, kTimeForms, kZones, kValues, kRegistry, kHandles, kEnvironment, kCount };
+enum class ForkOrder {
+    kStreams,
+    kTimeForms,
+    kZones,
+    kValues,
+    kRegistry,
+    kHandles,
+    kThreads,
+    kSignals,
+    kEnvironment,
+    kCount
+};
 
 struct ForkOperations {
     void (*lock)(void *mutex);
