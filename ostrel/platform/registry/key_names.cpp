@@ -39,7 +39,9 @@ std::u16string upper_of(std::u16string_view text) {
 
 std::string bytes_of_name(std::u16string_view name) {
     std::string bytes(2 * name.size(), '\0');
-    std::memcpy(bytes.data(), name.data(), bytes.size());
+    if (!name.empty()) {
+        std::memcpy(bytes.data(), name.data(), bytes.size());
+    }
     return bytes;
 }
 
