@@ -159,8 +159,11 @@ std::optional<std::vector<std::u16string>> texts_in(DWORD type, std::string_view
     units.pop_back();
     std::vector<std::u16string> texts;
     if (is_text) {
+        if (units.find(u'\0') != units.npos) {
+            return std::nullopt;
+        }
         texts.push_back(std::move(units));
-        return texts.front().find(u'\0') == units.npos ? std::optional(texts) : std::nullopt;
+        return texts;
     }
     while (!units.empty()) {
         const std::size_t end = units.find(u'\0');
