@@ -302,18 +302,33 @@ OSTREL_PLATFORM_API LSTATUS RegGetValueW(HKEY key, const WCHAR *subkey, const WC
 OSTREL_PLATFORM_API LSTATUS RegNotifyChangeKeyValue(HKEY key, BOOL subtree, DWORD filter,
                                                     HANDLE event, BOOL asynchronous) noexcept;
 
-// Writes a key with all that is below it, volatile keys left out, to a new file, in the text form
-// that begins with "Windows Registry Editor Version 5.00". `file` is a path as in file.h;
-// `security` is ignored. Returns ERROR_SUCCESS; ERROR_ALREADY_EXISTS when there is such a file;
-// ERROR_ACCESS_DENIED for a root.
+// Writes a key with all that is below it to a new file, in the text form that begins with "Windows
+// Registry Editor Version 5.00". `file` is a path as in file.h; `security` is ignored.
+//
+// Volatile keys and the classes of keys are left out. The file calls the key
+// HKEY_CURRENT_USER\Software\Saved. The file has the mode 0600, and has its name only when it is
+// complete and on the disk.
+//
+// Returns ERROR_SUCCESS. On failure returns:
+//   ERROR_ALREADY_EXISTS  there is something at that path
+//   ERROR_ACCESS_DENIED   `key` is a root, or the folder may not be written
+//   ERROR_PATH_NOT_FOUND  the folder does not exist, or `file` is null or empty
+//   ERROR_BADKEY          the name of a key contains LF, which the text form cannot hold
+// or another code of file.h.
 OSTREL_PLATFORM_API LSTATUS RegSaveKeyW(HKEY key, const WCHAR *file,
                                         SECURITY_ATTRIBUTES *security) noexcept;
 
-// Replaces all that is below a key by what a file of RegSaveKeyW holds, in one commit. `flags` is 0
-// or REG_FORCE_RESTORE, which goes on although keys below are open. Returns ERROR_SUCCESS. On
-// failure changes nothing and returns ERROR_FILE_NOT_FOUND without such a file,
-// ERROR_NOT_REGISTRY_FILE when the file cannot be read as such, ERROR_ACCESS_DENIED when keys below
-// are open in this process, or ERROR_INVALID_PARAMETER for other flags.
+// Replaces the values of a key and all that is below it by what a file of RegSaveKeyW holds, in one
+// commit. The first key of the file stands for `key`, whatever its name. `flags` is 0 or
+// REG_FORCE_RESTORE, which goes on although keys below are open; these are deleted and made anew.
+//
+// Returns ERROR_SUCCESS. On failure changes nothing and returns:
+//   ERROR_FILE_NOT_FOUND     there is no such file
+//   ERROR_NOT_REGISTRY_FILE  the file is no such text, has a fault, deletes something, or has a key
+//                            that is not below its first one
+//   ERROR_ACCESS_DENIED      `key` is a root, or this process has keys below it open
+//   ERROR_INVALID_PARAMETER  `flags` has other bits
+// or another code of file.h.
 OSTREL_PLATFORM_API LSTATUS RegRestoreKeyW(HKEY key, const WCHAR *file, DWORD flags) noexcept;
 
 #endif

@@ -39,7 +39,9 @@ std::u16string upper_of(std::u16string_view text) {
 
 std::string bytes_of_name(std::u16string_view name) {
     std::string bytes(2 * name.size(), '\0');
-    std::memcpy(bytes.data(), name.data(), bytes.size());
+    if (!name.empty()) {
+        std::memcpy(bytes.data(), name.data(), bytes.size());
+    }
     return bytes;
 }
 
@@ -55,7 +57,9 @@ std::string sort_key_of(std::u16string_view upper) {
 
 std::u16string name_of_bytes(std::string_view bytes) {
     std::u16string name(bytes.size() / 2, u'\0');
-    std::memcpy(name.data(), bytes.data(), 2 * name.size());
+    if (!name.empty()) {
+        std::memcpy(name.data(), bytes.data(), 2 * name.size());
+    }
     return name;
 }
 

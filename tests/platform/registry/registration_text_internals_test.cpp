@@ -1,0 +1,284 @@
+#include "ostrel/platform/registry/registration_text.h"
+
+#include <algorithm>
+#include <random>
+
+#include "ostrel/platform/registry/utf16_bytes.h"
+#include "ostrel/platform/text/charset.h"
+#include "support/bytes.h"
+#include "support/test.h"
+
+namespace {
+
+using ostrel_platform::append_registration;
+using ostrel_platform::append_utf16_bytes;
+using ostrel_platform::read_registration_text;
+using ostrel_platform::RegistrationOperation;
+using ostrel_platform::to_narrow;
+using ostrel_platform::to_wide;
+using Kind = RegistrationOperation::Kind;
+using Operations = std::vector<RegistrationOperation>;
+
+const std::string kHeader = "Windows Registry Editor Version 5.00\r\n";
+
+std::string utf16(std::u16string_view text) {
+    std::string bytes;
+    append_utf16_bytes(text, &bytes);
+    return bytes;
+}
+
+std::string written(const Operations &operations) {
+    std::string text;
+    ostrel_platform::append_registration_begin(&text);
+    for (const RegistrationOperation &operation : operations) {
+        EXPECT_TRUE(append_registration(operation, &text)) << PrintToString(operation.name);
+    }
+    ostrel_platform::append_registration_end(&text);
+    return text;
+}
+
+std::string hex_of(char c) {
+    constexpr char kDigits[] = "0123456789ABCDEF";
+    return {kDigits[static_cast<unsigned char>(c) >> 4], kDigits[c & 15]};
+}
+
+// The operations in short, such as "1 Software\A|name=3:0102", or the line and reason of a fault.
+std::string read(const std::string &text) {
+    std::string result;
+    const auto block = block_of(text);  // an overrun is seen
+    const auto fault = read_registration_text({block.get(), text.size()}, [&](const auto &read) {
+        const std::string name = to_narrow(read.name, ostrel_platform::kCodePageUtf8);
+        result += result.empty() ? "" : "|";
+        if (read.kind == Kind::kKey || read.kind == Kind::kDeleteKey) {
+            result += read.kind == Kind::kKey ? "" : "-";
+            result += std::to_string(read.root - 0x80000000) + ' ' + name;
+            return true;
+        }
+        result += name + '=' + (read.kind == Kind::kValue ? std::to_string(read.type) + ':' : "-");
+        for (const char c : read.bytes) {
+            result += hex_of(c);
+        }
+        return true;
+    });
+    return fault ? result + std::to_string(fault->line) + ": " + fault->reason : result;
+}
+
+TEST(RegistrationText, ReadsOperations) {
+    const std::pair<std::string, std::string> cases[] = {
+        {"", ""},
+        {"\r\n ; comment\r\n\t[hkey_Current_User\\A] ; x\r\n\r\n", "1 A"},
+        {"[HKEY_USERS]\n[HKEY_CURRENT_CONFIG\\A\\]\n[HKEY_CLASSES_ROOT\\.x]", "3 |5 A|0 .x"},
+        {"[HKEY_USERS\\a]b] ; c]\n[-HKEY_USERS\\-]", "3 a]b] ; c|-3 -"},
+        {"@=-\r\n \"a\" = - ;c\r\n\"\"=\"\"", "=-|a=-|=1:0000"},
+        {R"("a\\\"b"="\"\\" ; c)", "a\\\"b=1:22005C000000"},
+        {"\"a\nb]\"=\"c\r\n[d\"\n@=-", "a\nb]=1:63000D000A005B0064000000|=-"},
+        {"@=dword:1\n@=DWORD:aBcDeF01", "=4:01000000|=4:01EFCDAB"},
+        {"@=hex:\n@=Hex: 1 , 02,fF;c", "=3:|=3:0102FF"},
+        {"@=hex(FFFFFFFF):1\n@=hex(0):\n@=hex(10):2", "=4294967295:01|=0:|=16:02"},
+        {"@=hex(2):1,\\ ;c\r\n  2,\\\n\\\n3\n@=hex:\\\n 4", "=2:010203|=3:04"},
+    };
+    for (const auto &[lines, operations] : cases) {
+        const bool has_values = lines.find('=') != lines.npos;
+        EXPECT_EQ(read(kHeader + (has_values ? "[HKEY_USERS]\n" : "") + lines),
+                  (has_values ? "3 |" : "") + operations)
+            << lines;
+    }
+}
+
+TEST(RegistrationText, ReadsEachEncoding) {
+    const std::string text = kHeader + "[HKEY_USERS\\\xC3\xA4]\r\n@=\"\xF0\x9F\x98\x80\"\r\n";
+    const std::string operations = "3 \xC3\xA4|=1:3DD800DE0000";
+    EXPECT_EQ(read(text), operations);
+    EXPECT_EQ(read("\xEF\xBB\xBF" + text), operations);
+    EXPECT_EQ(read("\xFF\xFE" + utf16(to_wide(text, 65001))), operations);
+    EXPECT_EQ(read("\xFF\xFE" + utf16(u"REGEDIT4\n[HKEY_USERS]\n@=\"\xD83D\"")), "3 |=1:3DD80000");
+}
+
+// U+30BD ends in a backslash in code page 932.
+TEST(RegistrationText, CodePageOfTheOlderForm) {
+    const std::string narrow = to_narrow(u"A\u30BD");
+    std::string bytes;
+    for (const char c : narrow) {
+        bytes += (bytes.empty() ? "" : ",") + hex_of(c);
+    }
+    std::string text = "REGEDIT4\n[HKEY_USERS\\" + narrow + "]\n@=\"" + narrow + "\"";
+    for (const char *const type : {"1", "2", "7", "3"}) {
+        text += std::string("\n\"x\"=hex(") + type + "):" + bytes;
+    }
+    bytes.erase(std::remove(bytes.begin(), bytes.end(), ','), bytes.end());
+    EXPECT_EQ(read(text),
+              "3 A\xE3\x82\xBD|=1:4100BD300000|x=1:4100BD30|x=2:4100BD30|x=7:4100BD30|"
+              "x=3:" +
+                  bytes);
+    EXPECT_EQ(read("REGEDIT4\n\n;\xE0\n"), "3: some bytes are no text in the encoding of the file");
+}
+
+TEST(RegistrationText, RefusesTheWholeOfABadText) {
+    const std::string users = "[HKEY_USERS\\A]\n";
+    const std::string part(257, 'k'), name(16384, 'v');
+    const std::pair<std::string, std::string> cases[] = {
+        {"", "1: the first line"},
+        {"\xFE\xFF", "1: some bytes"},
+        {"REGEDIT\n", "1: the first line"},
+        {"\n" + kHeader, "1: the first line"},
+        {"REGEDIT4x\n", "1: the first line"},
+        {"\xFF\xFE" + utf16(u"REGEDIT4\n\n") + "x", "3: the file ends within"},
+        {kHeader + users + "\n;\xC3\n", "4: some bytes"},
+        {"REGEDIT4\n" + users + "@=hex(7):\xFF\n", "3: some bytes"},
+        {"REGEDIT4\n" + users + "@=hex(7):ff,\\\n00\n", "3: some bytes"},
+        {kHeader + users + "x=1", "3: a line begins"},
+        {kHeader + users + "\r\r\n", "3: a line begins"},
+        {kHeader + "@=-", "2: a value stands above any key"},
+        {kHeader + "[-HKEY_USERS\\A]\n\n@=-", "4: a value stands under a deleted key"},
+        {kHeader + "[HKEY_USERS\\A\n]", "2: a key's name has no ]"},
+        {kHeader + "[HKCU\\A]", "2: a key's name does not begin"},
+        {kHeader + "[\\HKEY_USERS]", "2: a key's name does not begin"},
+        {kHeader + "[]", "2: a key's name does not begin"},
+        {kHeader + "[HKEY_USERS\\\\]", "2: a key's name has an empty part"},
+        {kHeader + "[-HKEY_USERS\\]", "2: a root cannot be deleted"},
+        {kHeader + "[HKEY_USERS\\A\\\\B]", "2: a key's name has an empty part"},
+        {kHeader + "[HKEY_USERS\\A\\\\]", "2: a key's name has an empty part"},
+        {kHeader + "[HKEY_USERS\\A\\" + part + "]", "2: a part of a key's name"},
+        {kHeader + "[HKEY_USERS\\A" + std::string(1, '\0') + "]", "2: a name contains a NUL"},
+        {kHeader + users + "[HKEY_USERS] x", "3: something other"},
+        {kHeader + users + "\"" + name + "\"=-", "3: a value's name has more"},
+        {kHeader + users + "\"a\" -", "3: no = follows"},
+        {kHeader + users + "\"a\nb", "3: a quoted text has no end"},
+        {kHeader + users + "\"a\nb\"", "4: no = follows"},
+        {kHeader + users + "@=\"a\\n\"", "3: a backslash in a quoted text"},
+        {kHeader + users + "@=\"a\\", "3: a backslash in a quoted text"},
+        {kHeader + users + "@=\"a" + std::string(1, '\0') + "\"",
+         "3: a quoted text contains a NUL"},
+        {kHeader + users + "@=\"a\" b", "3: a value's data is damaged"},
+        {kHeader + users + "@=", "3: a value's data begins"},
+        {kHeader + users + "@=qword:1", "3: a value's data begins"},
+        {kHeader + users + "@=dword:", "3: a number has not one to eight"},
+        {kHeader + users + "@=dword:123456789", "3: a number has not one to eight"},
+        {kHeader + users + "@=dword:12g", "3: a value's data is damaged"},
+        {kHeader + users + "@=hex():1", "3: a number has not one to eight"},
+        {kHeader + users + "@=hex(1:1", "3: no ) follows"},
+        {kHeader + users + "@=hex(1)1", "3: no : follows"},
+        {kHeader + users + "@=hex:123", "3: a value's data is damaged"},
+        {kHeader + users + "@=hex:1,", "3: no byte follows a comma"},
+        {kHeader + users + "@=hex:1,\\\n,2", "4: no byte follows a comma"},
+        {kHeader + users + "@=hex:1\\\n,2", "3: a value's data is damaged"},
+        {kHeader + users + "@=hex:1,\\ x\n2", "3: something other"},
+        {kHeader + users + "@=hex:1,\\\n", "4: the file ends in a line"},
+    };
+    for (const auto &[text, fault] : cases) {
+        EXPECT_EQ(read(text).substr(0, fault.size()), fault) << text;
+    }
+}
+
+TEST(RegistrationText, StopsWhenTheCallerIsDone) {
+    int taken = 0;
+    const auto fault = read_registration_text(kHeader + "[HKEY_USERS]\n@=-\n@=-",
+                                              [&taken](const auto &) { return ++taken < 2; });
+    EXPECT_TRUE(!fault && taken == 2);
+}
+
+RegistrationOperation value(std::u16string name, DWORD type, std::string bytes) {
+    return {Kind::kValue, 0, std::move(name), type, std::move(bytes)};
+}
+
+TEST(RegistrationText, WritesWhatEditorsRead) {
+    const std::tuple<const char *, RegistrationOperation, std::u16string> cases[] = {
+        {"key", {Kind::kKey, 0x80000001, u"a]\\b", 0, {}}, u"\r\n[HKEY_CURRENT_USER\\a]\\b]"},
+        {"root", {Kind::kKey, 0x80000003, u"", 0, {}}, u"\r\n[HKEY_USERS]"},
+        {"no key", {Kind::kDeleteKey, 0x80000000, u"a", 0, {}}, u"\r\n[-HKEY_CLASSES_ROOT\\a]"},
+        {"no value", {Kind::kDeleteValue, 0, u"a", 0, {}}, u"\"a\"=-"},
+        {"quotes", value(u"a\"\\", 1, utf16(std::u16string(u"\\\"\0", 3))), uR"("a\"\\"="\\\"")"},
+        {"unnamed", value(u"", 1, std::string(2, '\0')), u"@=\"\""},
+        {"no end", value(u"", 1, utf16(u"a")), u"@=hex(1):61,00"},
+        {"odd", value(u"", 1, std::string(3, '\0')), u"@=hex(1):00,00,00"},
+        {"empty", value(u"", 1, ""), u"@=hex(1):"},
+        {"two NULs", value(u"", 1, std::string(4, '\0')), u"@=hex(1):00,00,00,00"},
+        {"CR", value(u"", 1, utf16(std::u16string(u"\r\0", 2))), u"@=hex(1):0d,00,00,00"},
+        {"LF", value(u"", 1, utf16(std::u16string(u"\n\0", 2))), u"@=hex(1):0a,00,00,00"},
+        {"number", value(u"", 4, "\xFE\xCA\x0D\xF0"), u"@=dword:f00dcafe"},
+        {"long number", value(u"", 4, "abcde"), u"@=hex(4):61,62,63,64,65"},
+        {"binary", value(u"", 3, "a\xFF"), u"@=hex:61,ff"},
+        {"large type", value(u"", 0xFFFF0001, "a"), u"@=hex(ffff0001):61"},
+        {"type 0", value(u"", 0, ""), u"@=hex(0):"},
+    };
+    for (const auto &[name, operation, line] : cases) {
+        const std::u16string header(kHeader.begin(), kHeader.end());
+        EXPECT_EQ(written({operation}), utf16(u"\uFEFF" + header + line + u"\r\n\r\n")) << name;
+    }
+}
+
+// 25 bytes in a line that continues another, as the platform's editor has it.
+TEST(RegistrationText, FoldsLinesAt80Columns) {
+    for (std::size_t length = 1; length < 90; ++length) {
+        const std::string bytes =
+            written({value(std::u16string(length, u'n'), 3, std::string(60, 'a'))});
+        const std::u16string text = ostrel_platform::utf16_of_bytes(bytes);
+        std::size_t at = text.find(u"\"n");
+        const std::size_t first = text.find(u"\r\n", at) - at;
+        const std::u16string full = u"\r\n  " + wide(repeated(25, "61,")) + u"\\\r\n";
+        EXPECT_TRUE(first > 77 && (first <= 80 || first == length + 11)) << length << ' ' << first;
+        EXPECT_NE(text.find(full), text.npos) << length;
+    }
+}
+
+TEST(RegistrationText, SaysWhatItCannotWrite) {
+    const std::pair<const char *, RegistrationOperation> cases[] = {
+        {"LF in a key", {Kind::kKey, 0x80000001, u"a\nb", 0, {}}},
+        {"NUL in a key", {Kind::kKey, 0x80000001, std::u16string(1, u'\0'), 0, {}}},
+        {"NUL in a name", {Kind::kDeleteValue, 0, std::u16string(1, u'\0'), 0, {}}},
+        {"no such root", {Kind::kDeleteKey, 0x80000007, u"a", 0, {}}},
+    };
+    for (const auto &[name, operation] : cases) {
+        std::string text = "before";
+        EXPECT_FALSE(append_registration(operation, &text)) << name;
+        EXPECT_EQ(text, "before") << name;
+    }
+}
+
+TEST(RegistrationText, ReadsAgainWhatItWrote) {
+    std::mt19937 random(1);
+    const auto below = [&random](std::size_t end) { return random() % end; };
+    const auto name = [&](std::u16string_view units, std::size_t least) {
+        std::u16string text;
+        for (std::size_t left = least + below(6); left > 0; --left) {
+            text += units[below(units.size())];
+        }
+        return text;
+    };
+    for (int round = 0; round < 2000; ++round) {
+        Operations operations;
+        for (std::size_t left = below(12); left > 0; --left) {
+            const bool is_under_key =
+                !operations.empty() && operations.back().kind != Kind::kDeleteKey;
+            RegistrationOperation &made = operations.emplace_back();
+            made.kind = static_cast<Kind>(below(is_under_key ? 4 : 2));
+            if (made.kind == Kind::kKey || made.kind == Kind::kDeleteKey) {
+                made.root = static_cast<DWORD>(0x80000000 + below(4));
+                for (std::size_t parts = 1 + below(3); parts > 0; --parts) {
+                    made.name += (made.name.empty() ? u"" : u"\\") + name(u"a]-[; \r\"\xD800é", 1);
+                }
+            } else {
+                made.name = name(u"a]\\\" \r\n;=\xDC00\xFEFF", 0);
+            }
+            if (made.kind == Kind::kValue) {
+                made.type = static_cast<DWORD>(below(5) == 0 ? random() : below(12));
+                for (std::size_t bytes = below(3) == 0 ? below(100) : 2 * below(4); bytes > 0;
+                     --bytes) {
+                    made.bytes += static_cast<char>(below(4) == 0 ? random() : below(3) * '"');
+                }
+                made.bytes += std::string(2 * below(2), '\0');
+            }
+        }
+        const std::string text = written(operations);
+        Operations again;
+        const auto fault = read_registration_text(text, [&again](const auto &operation) {
+            again.push_back(operation);
+            return true;
+        });
+        ASSERT_FALSE(fault) << round << ": line " << fault->line << ": " << fault->reason;
+        ASSERT_TRUE(again == operations) << round;
+        ASSERT_EQ(written(again), text) << round;
+    }
+}
+
+}  // namespace
