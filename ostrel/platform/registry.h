@@ -25,7 +25,7 @@
 //                            leaves the file as it is
 //   ERROR_DISK_FULL          the disk, or the user's quota of it, is full; nothing has changed
 //   ERROR_WRITE_PROTECT      the file system is mounted read-only; reading works
-//   ERROR_BUSY               another process has held the store for more than 10 seconds
+//   ERROR_BUSY               other writers have held the store for more than 10 seconds
 //   ERROR_NOT_ENOUGH_MEMORY  memory is short
 // or the code that error_codes.inc gives for the host's errno.
 //

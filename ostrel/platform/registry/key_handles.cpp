@@ -4,6 +4,7 @@
 
 #include "ostrel/platform/base/fork_lock.h"
 #include "ostrel/platform/registry/value_answers.h"
+#include "ostrel/platform/registry/watch.h"
 
 namespace ostrel_platform {
 namespace {
@@ -65,8 +66,10 @@ constexpr ForkOperations kForkOfRoom = {
         lock_key_cache();
         value_cache().LockAll();
         static_cast<std::mutex *>(mutex)->lock();
+        Watch::Mutex().lock();
     },
     [](void *mutex) {
+        Watch::Mutex().unlock();
         static_cast<std::mutex *>(mutex)->unlock();
         value_cache().UnlockAll();
         unlock_key_cache();
@@ -74,6 +77,8 @@ constexpr ForkOperations kForkOfRoom = {
         Store::Of(StoreKind::kMachine).UnlockForFork();
     },
     [](void *mutex) {
+        std::construct_at(&Watch::Mutex());
+        Watch::ForgetThread();
         std::construct_at(static_cast<std::mutex *>(mutex));
         value_cache().RenewAll();
         renew_key_cache();
@@ -201,6 +206,15 @@ bool KeyHandles::Find(HKEY handle, OpenKey *open) const {
     }
     *open = {slot->key, slot->access.load(std::memory_order_relaxed), false};
     return true;
+}
+
+std::shared_ptr<Watch> KeyHandles::WatchOf(HKEY handle, const std::shared_ptr<Watch> &candidate) {
+    const std::lock_guard lock(m_mutex);
+    Slot *const slot = SlotOf(handle);
+    if (slot != nullptr && slot->watch == nullptr) {
+        slot->watch = candidate;
+    }
+    return slot != nullptr ? slot->watch : nullptr;
 }
 
 Cursor KeyHandles::TakeCursor(HKEY handle, bool of_values) noexcept {

@@ -56,19 +56,9 @@ public:
     Cursor TakeCursor(HKEY handle, bool of_values) noexcept;
     void PutCursor(HKEY handle, bool of_values, Cursor cursor) noexcept;
 
-    // Returns the watch of a handle, and creates it by `create` when it has none.
-    template <class Create>
-    std::shared_ptr<Watch> WatchOf(HKEY handle, Create create) {
-        const std::lock_guard lock(m_mutex);
-        Slot *const slot = SlotOf(handle);
-        if (slot == nullptr) {
-            return nullptr;
-        }
-        if (slot->watch == nullptr) {
-            slot->watch = create();
-        }
-        return slot->watch;
-    }
+    // Returns the watch of a handle, which becomes `candidate` when there is none. Returns null for
+    // a value that is no open handle.
+    std::shared_ptr<Watch> WatchOf(HKEY handle, const std::shared_ptr<Watch> &candidate);
 
     // Whether `below(key)` holds for the key of an open handle.
     template <class Below>

@@ -16,7 +16,7 @@ struct Guarded {
     std::atomic<std::size_t> size{0};
 };
 
-constinit Guarded s_guarded[64];
+constinit Guarded s_guarded[1024];
 constinit std::mutex s_mutex;
 struct sigaction s_before;  // set before the handler is installed
 bool s_installed = false;

@@ -12,7 +12,7 @@
 
 namespace ostrel_platform {
 
-// Guards a mapping until the process ends; at most 64 of them. Installs the handler at the first
+// Guards a mapping until the process ends; at most 1024 of them. Installs the handler at the first
 // call. Returns false when there is no room.
 bool guard_mapping(void *address, std::size_t size) noexcept;
 

@@ -220,7 +220,7 @@ LSTATUS RegEnumValueW(HKEY key, DWORD index, WCHAR *name, DWORD *name_count, DWO
             *type = found.type;
         }
         if (data != nullptr) {
-            std::memcpy(data, found.bytes.data(), found.bytes.size());
+            std::copy(found.bytes.begin(), found.bytes.end(), data);
         }
         return ERROR_SUCCESS;
     });

@@ -8,11 +8,11 @@
 
 #include <algorithm>
 #include <charconv>
-#include <new>
+#include <mutex>
 
 #include "ostrel/platform/base/host_descriptor.h"
-#include "ostrel/platform/registry/futex.h"
 #include "ostrel/platform/registry/page_faults.h"
+#include "ostrel/platform/registry/shared_futex.h"
 #include "ostrel/platform/registry/store_places.h"
 
 namespace ostrel_platform {
@@ -50,6 +50,36 @@ bool is_trusted(const struct stat &page, const struct stat &database) {
             (database.st_mode & writers) != 0) &&
            (page.st_mode & writers & ~database.st_mode) == 0;
 }
+
+// The pages that this process has mapped, which stay mapped.
+class MappedPages {
+public:
+    static MappedPages &Instance() {
+        static auto *const pages = new MappedPages;
+        return *pages;
+    }
+
+    // Returns a sound page with this number, or null.
+    SharedPage *Find(std::uint64_t number, bool may_write) {
+        const std::lock_guard lock(m_mutex);
+        for (SharedPage *const page : m_pages) {
+            if (page->Name().number == number && page->MayWrite() == may_write && page->IsSound()) {
+                return page;
+            }
+        }
+        return nullptr;
+    }
+
+    SharedPage *Add(std::unique_ptr<SharedPage> page) {
+        const std::lock_guard lock(m_mutex);
+        m_pages.push_back(page.get());
+        return page.release();
+    }
+
+private:
+    std::mutex m_mutex;
+    std::vector<SharedPage *> m_pages;
+};
 
 }  // namespace
 
@@ -120,7 +150,8 @@ SharedPage *SharedPage::Create(const struct stat &database, const std::string &p
     memory->last_checkpoint.store(coarse_milliseconds(), std::memory_order_relaxed);
     memory->number.store(name.number, std::memory_order_relaxed);
     memory->magic.store(kMagic, std::memory_order_release);
-    return new SharedPage(memory, std::move(name), true);
+    return MappedPages::Instance().Add(
+        std::unique_ptr<SharedPage>(new SharedPage(memory, std::move(name), true)));
 }
 
 SharedPage *SharedPage::Map(const PageName &name, const struct stat &database,
@@ -145,7 +176,7 @@ SharedPage *SharedPage::Map(const PageName &name, const struct stat &database,
         return nullptr;
     }
     std::unique_ptr<SharedPage> page(new SharedPage(memory, name, may_write));
-    return page->IsSound() ? page.release() : nullptr;
+    return page->IsSound() ? MappedPages::Instance().Add(std::move(page)) : nullptr;
 }
 
 void SharedPage::Discard(const std::string &path_beside) noexcept {

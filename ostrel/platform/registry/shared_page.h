@@ -73,6 +73,8 @@ public:
     static SharedPage *Map(const PageName &name, const struct stat &database,
                            const std::string &path_beside, bool may_write, int *error);
 
+    static constexpr std::size_t kMaxAncestors = 12;  // of a change
+
     const PageName &Name() const { return m_name; }
     bool MayWrite() const { return m_mayWrite; }
     // Whether header and mapping are as they were made.
@@ -132,8 +134,6 @@ public:
 private:
     static constexpr std::uint64_t kMagic = 0x3147455254534F;  // "OSTREG1"
     static constexpr std::size_t kChanges = 1024;
-    static constexpr std::size_t kMaxAncestors = 12;
-
     struct Entry {
         std::atomic<std::uint64_t> number;  // plus 1; 0 while it is being written
         std::atomic<std::uint32_t> kind;

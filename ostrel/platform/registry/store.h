@@ -23,7 +23,7 @@
 #include "ostrel/platform/base/host_descriptor.h"
 #include "ostrel/platform/error.h"
 #include "ostrel/platform/registry/database.h"
-#include "ostrel/platform/registry/futex.h"
+#include "ostrel/platform/registry/shared_futex.h"
 #include "ostrel/platform/registry/shared_page.h"
 #include "ostrel/platform/registry/store_places.h"
 #include "ostrel/platform/registry/writer_lock.h"
@@ -115,6 +115,12 @@ public:
     void LockForFork() noexcept;
     void UnlockForFork() noexcept;
     void RenewAfterFork() noexcept;
+
+    // Whether nobody else can change what this process reads.
+    bool IsAlone() noexcept {
+        const std::lock_guard lock(m_readMutex);
+        return m_isAlone;
+    }
 
     const StorePlace &Place() const { return m_place; }
 

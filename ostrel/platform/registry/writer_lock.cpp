@@ -7,7 +7,7 @@
 
 #include <cerrno>
 
-#include "ostrel/platform/registry/futex.h"
+#include "ostrel/platform/registry/shared_futex.h"
 #include "ostrel/platform/registry/shared_page.h"
 
 namespace ostrel_platform {

@@ -1,0 +1,138 @@
+// RegNotifyChangeKeyValue within one process.
+
+#include <thread>
+
+#include "ostrel/platform/handle.h"
+#include "ostrel/platform/sync.h"
+#include "support/registry.h"
+
+namespace {
+
+class RegistryNotify : public testing::Test {
+protected:
+    RegistryNotify() {
+        RegistryFolder::OfProcess();
+        RegDeleteTreeW(HKEY_CURRENT_USER, u"Software\\Notify");
+        m_key = std::make_unique<TestKey>(created(HKEY_CURRENT_USER, u"Software\\Notify\\a"));
+    }
+    ~RegistryNotify() override { CloseHandle(m_event); }
+    HKEY Key() const { return *m_key; }
+    LSTATUS Arm(HKEY key, BOOL subtree = FALSE, DWORD filter = REG_NOTIFY_CHANGE_LAST_SET) const {
+        return RegNotifyChangeKeyValue(key, subtree, filter, m_event, TRUE);
+    }
+    bool IsTold(DWORD wait = 5000) const {
+        return WaitForSingleObject(m_event, wait) == WAIT_OBJECT_0;
+    }
+
+    const HANDLE m_event = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+    std::unique_ptr<TestKey> m_key;
+};
+
+TEST_F(RegistryNotify, TellsOfTheChangesOfItsFilter) {
+    const auto open = [&] { return created(HKEY_CURRENT_USER, u"Software\\Notify\\a"); };
+    const struct {
+        const char *name;
+        BOOL subtree;
+        DWORD filter;
+        void (*change)(HKEY);
+        bool is_told;
+    } kRows[] = {
+        {"a value is set", FALSE, 4, [](HKEY key) { set_number(key, u"v", 1); }, true},
+        {"the same again", FALSE, 4, [](HKEY key) { set_number(key, u"v", 1); }, true},
+        {"a value is deleted", FALSE, 4, [](HKEY key) { RegDeleteValueW(key, u"v"); }, true},
+        {"a value, by names", FALSE, 1, [](HKEY key) { set_number(key, u"v", 1); }, false},
+        {"a key is created", FALSE, 1, [](HKEY key) { created(key, u"b\\c"); }, true},
+        {"a key, by values", FALSE, 4, [](HKEY key) { created(key, u"d"); }, false},
+        {"an inner value", FALSE, 5, [](HKEY key) { set_number(created(key, u"b"), u"", 1); },
+         false},
+        {"an inner value, in the tree", TRUE, 4,
+         [](HKEY key) { set_number(created(key, u"b\\c"), u"", 1); }, true},
+        {"a key is deleted", FALSE, 1, [](HKEY key) { RegDeleteTreeW(key, u"b"); }, true},
+        {"nothing", TRUE, 15, [](HKEY key) { RegDeleteValueW(key, u"missing"); }, false},
+    };
+    for (const auto &row : kRows) {
+        ResetEvent(m_event);  // which the end of the last row's handle may have set
+        const TestKey key = open();
+        ASSERT_EQ(Arm(key, row.subtree, row.filter), 0) << row.name;
+        row.change(Key());
+        // A change of another watch shows that all before it have been looked at.
+        const TestKey other = created(HKEY_CURRENT_USER, u"Software\\Notify");
+        const HANDLE seen = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+        ASSERT_EQ(RegNotifyChangeKeyValue(other, FALSE, 4, seen, TRUE), 0);
+        set_number(other, u"x", 1);
+        EXPECT_EQ(WaitForSingleObject(seen, 5000), WAIT_OBJECT_0);
+        CloseHandle(seen);
+        EXPECT_EQ(IsTold(row.is_told ? 5000 : 0), row.is_told) << row.name;
+        EXPECT_FALSE(IsTold(0)) << row.name;
+    }
+}
+
+TEST_F(RegistryNotify, TellsOnceForEachArmingAndKeepsWhatComesBetween) {
+    ASSERT_EQ(Arm(Key()), 0);
+    set_number(Key(), u"v", 1);
+    EXPECT_TRUE(IsTold());
+    set_number(Key(), u"v", 2);
+    set_number(Key(), u"v", 3);
+    EXPECT_FALSE(IsTold(0));
+    ASSERT_EQ(Arm(Key(), TRUE, 1), 0);  // other arguments have no effect
+    EXPECT_TRUE(IsTold(0));
+    ASSERT_EQ(Arm(Key()), 0);
+    created(Key(), u"b");
+    EXPECT_FALSE(IsTold(0));
+}
+
+TEST_F(RegistryNotify, TellsOfTheEndOfKeyHandleAndThread) {
+    ASSERT_EQ(Arm(Key()), 0);
+    RegDeleteKeyW(HKEY_CURRENT_USER, u"Software\\Notify\\a");
+    EXPECT_TRUE(IsTold());
+    EXPECT_EQ(Arm(Key()), 1018);
+
+    HKEY closed = nullptr;
+    RegOpenKeyExW(HKEY_CURRENT_USER, u"Software", 0, KEY_READ, &closed);
+    ASSERT_EQ(Arm(closed), 0);
+    RegCloseKey(closed);
+    EXPECT_TRUE(IsTold(0));
+    EXPECT_EQ(Arm(closed), 6);
+
+    const TestKey key = created(HKEY_CURRENT_USER, u"Software\\Notify");
+    std::thread([&] { EXPECT_EQ(Arm(key), 0); }).join();
+    EXPECT_TRUE(IsTold(0));
+    std::thread([&] { EXPECT_EQ(Arm(key, FALSE, 4 | REG_NOTIFY_THREAD_AGNOSTIC), 0); }).join();
+    EXPECT_FALSE(IsTold(0));
+}
+
+TEST_F(RegistryNotify, BlocksWithoutAnEvent) {
+    std::atomic<bool> returned{false};
+    std::thread waiting([&] {
+        EXPECT_EQ(RegNotifyChangeKeyValue(Key(), FALSE, 4, nullptr, FALSE), 0);
+        returned = true;
+    });
+    for (DWORD i = 0; !returned; ++i) {
+        set_number(Key(), u"v", i);
+    }
+    waiting.join();
+}
+
+TEST_F(RegistryNotify, ChecksItsArguments) {
+    const TestKey weak = created(HKEY_CURRENT_USER, u"Software", KEY_QUERY_VALUE);
+    const struct {
+        const char *name;
+        LSTATUS found, expected;
+    } kRows[] = {
+        {"no right", Arm(weak), 5},
+        {"no filter", Arm(Key(), FALSE, 0), 87},
+        {"a wrong filter", Arm(Key(), FALSE, 0x40), 87},
+        {"no event", RegNotifyChangeKeyValue(Key(), FALSE, 4, nullptr, TRUE), 87},
+        {"no handle of an event", RegNotifyChangeKeyValue(Key(), FALSE, 4, Key(), TRUE), 6},
+        {"no key", Arm(nullptr), 6},
+    };
+    for (const auto &row : kRows) {
+        EXPECT_EQ(row.found, row.expected) << row.name;
+    }
+    for (int i = 0; i < 64; ++i) {
+        EXPECT_EQ(Arm(Key()), 0);
+    }
+    EXPECT_EQ(Arm(Key()), 87);
+}
+
+}  // namespace
