@@ -21,7 +21,7 @@ constexpr DWORD kWatcherPatience = 5000;
 thread_local bool t_isDispatcher = false;
 
 // What other threads may ask when the object is gone.
-std::atomic<int> s_watchers{0};  // that have a block
+std::atomic<int> s_watchers{0};  // threads
 bool s_hasEnded = false;         // no thread can use the object any more; guarded by m_csRegInfo
 
 // Repeats what memory is missing for.
@@ -54,46 +54,28 @@ struct CRegMonitorEx::UnitHandles {
     UnitHandles() = default;
     ~UnitHandles() {
         for (const HANDLE event : events) {
-            CloseHandle(event);
+            if (event != nullptr) {
+                CloseHandle(event);
+            }
         }
-        RegCloseKey(key);
+        if (key != nullptr) {
+            RegCloseKey(key);
+        }
     }
     UnitHandles(const UnitHandles &) = delete;
     UnitHandles &operator=(const UnitHandles &) = delete;
 };
 
-namespace {
-
 // What a watcher gets from the thread that registers the unit.
-template <class Monitor, class Handles>
-struct WatcherBlock {
-    Monitor *pMonitor;
+struct CRegMonitorEx::WatcherBlock {
+    CRegMonitorEx *pMonitor;
     HKEY hKey;
     bool bSubTree;
     HANDLE hEvent;
     HANDLE hExit;
     HANDLE hStop;
-    std::shared_ptr<Handles> pHandles;
-
-    WatcherBlock(Monitor *monitor, bool subtree, HANDLE exit, std::shared_ptr<Handles> handles)
-        : pMonitor(monitor),
-          hKey(handles->key),
-          bSubTree(subtree),
-          hEvent(handles->events[0]),
-          hExit(exit),
-          hStop(handles->events[1]),
-          pHandles(std::move(handles)) {
-        ++s_watchers;
-    }
-    ~WatcherBlock() {
-        pHandles.reset();
-        --s_watchers;
-    }
-    WatcherBlock(const WatcherBlock &) = delete;
-    WatcherBlock &operator=(const WatcherBlock &) = delete;
+    std::shared_ptr<UnitHandles> pHandles;
 };
-
-}  // namespace
 
 CRegMonitorEx *CRegMonitorEx::Instance() {
     // Destroys the object only when no thread can use it any more.
@@ -181,8 +163,8 @@ bool CRegMonitorEx::RegisterRegNotify(const x_wstring &keyName, bool subTree,
     record = {handles->key, name,   subTree, {handles->events[0], handles->events[1]},
               {callback},   handles};
     events[record.hEvents[0]] = &record;
-    auto block = std::make_unique<WatcherBlock<CRegMonitorEx, UnitHandles>>(this, subTree,
-                                                                            m_hExitEvent, handles);
+    std::unique_ptr<WatcherBlock> block(new WatcherBlock{
+        this, handles->key, subTree, record.hEvents[0], m_hExitEvent, record.hEvents[1], handles});
     m_mapRegInfo.merge(units);
     m_mapEventToInfo.merge(events);
 
@@ -195,9 +177,14 @@ bool CRegMonitorEx::RegisterRegNotify(const x_wstring &keyName, bool subTree,
             RemoveCallback(composed, callback);
         }
     }
-    constexpr DWORD kTakesLong = 0x80;
-    if (!handles->is_stopped && QueueUserWorkItem_(ThreadProc, block.get(), kTakesLong) != 0) {
-        static_cast<void>(block.release());
+    if (!handles->is_stopped) {  // by the callback
+        constexpr DWORD kTakesLong = 0x80;
+        ++s_watchers;
+        if (QueueUserWorkItem_(ThreadProc, block.get(), kTakesLong) != 0) {
+            static_cast<void>(block.release());
+        } else {
+            --s_watchers;
+        }
     }
     if (failure != nullptr) {
         std::rethrow_exception(failure);
@@ -239,8 +226,7 @@ int CRegMonitorEx::QueueUserWorkItem_(DWORD (*routine)(void *), void *context, D
 }
 
 DWORD CRegMonitorEx::ThreadProc(void *block) {
-    using Block = WatcherBlock<CRegMonitorEx, UnitHandles>;
-    const std::unique_ptr<Block> unit(static_cast<Block *>(block));
+    std::unique_ptr<WatcherBlock> unit(static_cast<WatcherBlock *>(block));
     const HANDLE handles[] = {unit->hEvent, unit->hExit, unit->hStop};
     while (!unit->pHandles->is_stopped) {
         RegNotifyChangeKeyValue(unit->hKey, unit->bSubTree ? TRUE : FALSE,
@@ -251,6 +237,8 @@ DWORD CRegMonitorEx::ThreadProc(void *block) {
         }
         insist([&unit] { unit->pMonitor->Enqueue({unit->hEvent}); });
     }
+    unit.reset();
+    --s_watchers;  // last: the object may be destroyed then
     return 1;
 }
 

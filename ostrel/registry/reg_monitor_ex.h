@@ -78,9 +78,9 @@ public:
 
     // Adds `callback` to the unit of `keyName`, a path below HKEY_LOCAL_MACHINE, and `subTree`. A
     // callback that the unit has already changes nothing. With `notifyNow` a callback that is new
-    // to the unit is also called once, on this thread and before it is added, with `keyName` as
-    // given here. Later calls receive the name as the first callback of the unit was registered.
-    // The name ends at its first NUL.
+    // to the unit is also called once, on this thread and before its first call by a change, with
+    // `keyName` as given here. Later calls receive the name as the first callback of the unit was
+    // registered. The name ends at its first NUL.
     //
     // Returns true. Returns false, and calls and adds nothing, when the name is empty, `callback`
     // is null, or the unit is new and its key cannot be opened with KEY_READ. An existing unit
@@ -95,6 +95,7 @@ public:
 
 private:
     struct UnitHandles;
+    struct WatcherBlock;
 
     // A unit.
     struct _RegMonInfo {

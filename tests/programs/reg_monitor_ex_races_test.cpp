@@ -28,10 +28,18 @@ struct Platform {
     std::atomic<bool> has_no_time{false};  // Sleep returns at once
     std::atomic<int> sleeps{0};
     std::atomic<bool> is_terminated{false};
+    std::function<void()> in_section;  // of this thread's
 };
+thread_local bool t_stopsInSections = false;
 Platform &platform() {
     static auto *const made = new Platform;
     return *made;
+}
+
+// The layer's own call.
+template <class Call>
+Call next_call(const char *name) {
+    return reinterpret_cast<Call>(dlsym(RTLD_NEXT, name));
 }
 
 }  // namespace
@@ -64,11 +72,18 @@ void Sleep(DWORD milliseconds) noexcept {
 }
 
 BOOL TerminateThread(HANDLE thread, DWORD code) noexcept {
-    const auto next =
-        reinterpret_cast<BOOL (*)(HANDLE, DWORD)>(dlsym(RTLD_NEXT, "_Z15TerminateThreadPvj"));
-    const BOOL result = next(thread, code);
+    const BOOL result = next_call<BOOL (*)(HANDLE, DWORD)>("_Z15TerminateThreadPvj")(thread, code);
     platform().is_terminated = true;
     return result;
+}
+
+void EnterCriticalSection(CRITICAL_SECTION *section) noexcept {
+    static const auto next =
+        next_call<void (*)(CRITICAL_SECTION *)>("_Z20EnterCriticalSectionP16CRITICAL_SECTION");
+    next(section);
+    if (std::exchange(t_stopsInSections, false)) {
+        platform().in_section();
+    }
 }
 
 namespace {
@@ -344,12 +359,13 @@ const struct {
      }},
     {"an immediate call calls exit, and the dispatcher waits for it",
      [] {
+         at_exit_of_the_child([] { _exit(platform().sleeps < 1000 ? 7 : 1); });
          static const Watched kUnit = watch(kFirst, callback<1>);
          Calls::All().actions[0] = [](const OS::x_wstring &) {
              signal_change(kUnit);
              leave();
          };
-         monitor().RegisterRegNotify(kFirst, false, callback<0>, true);
+         monitor().RegisterRegNotify(kSecond, false, callback<0>, true);
      }},
     {"signals wait",
      [] {
@@ -386,6 +402,24 @@ const struct {
              SetEvent(inside.event);
          };
          SetEvent(unit.event);
+         until([] { return is_inside.load(); });
+         leave();
+     }},
+    {"the dispatcher is inside the queue",
+     [] {
+         static std::atomic<bool> is_inside{false}, goes_on{false};
+         at_exit_of_the_child([] {
+             goes_on = true;
+             sched_yield();
+         });
+         platform().in_section = [] {
+             is_inside = true;
+             until([] { return goes_on.load(); });
+         };
+         Calls::All().actions[0] = [](const OS::x_wstring &) { t_stopsInSections = true; };
+         const Watched unit = watch(kFirst, callback<0>);
+         signal_change(unit);
+         signal_change(unit);
          until([] { return is_inside.load(); });
          leave();
      }},
