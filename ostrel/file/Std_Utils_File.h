@@ -222,7 +222,8 @@ OSTREL_API bool moveFileEx(const WCHAR *pszExistingFile, const WCHAR *pszNewFile
 // has more than 259 characters, and the call fails. A link that leads nowhere is a file that fails.
 // Links in `source` are followed. Links in `target`, which others may have put there, are not: a
 // file or subdirectory that would have to be written through one fails. `target` itself may be a
-// link. A new directory is no more open to others than that of `source`. A subdirectory of `source` that others replace by a link meanwhile fails as well.
+// link. A new directory is no more open to others than that of `source`. A subdirectory of `source`
+// that others replace by a link meanwhile fails as well.
 //
 // Returns 1, also when `source` does not exist or is a file. On failure returns 0: when a file
 // fails, when an existing directory, or an entry of it, cannot be read, and when `target` cannot be
