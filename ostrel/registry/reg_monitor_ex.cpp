@@ -177,14 +177,13 @@ bool CRegMonitorEx::RegisterRegNotify(const x_wstring &keyName, bool subTree,
             RemoveCallback(composed, callback);
         }
     }
-    if (!handles->is_stopped) {  // by the callback
-        constexpr DWORD kTakesLong = 0x80;
-        ++s_watchers;
-        if (QueueUserWorkItem_(ThreadProc, block.get(), kTakesLong) != 0) {
-            static_cast<void>(block.release());
-        } else {
-            --s_watchers;
-        }
+    // The watcher of a unit that the callback has removed ends before it arms.
+    constexpr DWORD kTakesLong = 0x80;
+    ++s_watchers;
+    if (QueueUserWorkItem_(ThreadProc, block.get(), kTakesLong) != 0) {
+        static_cast<void>(block.release());
+    } else {
+        --s_watchers;
     }
     if (failure != nullptr) {
         std::rethrow_exception(failure);

@@ -42,11 +42,12 @@
 // The end. The first call of Instance keeps this library loaded until the process ends, as its
 // threads run in it: dlclose has no effect from then on. At the exit of the process, signals that
 // wait are dispatched for up to 500 ms; the rest is dropped. A callback that still runs then goes
-// on beside the exit and no further one is called. The exit waits up to 500 ms more for a callback
-// on another thread, and up to 5 s for watchers that are inside a call of the platform, which takes
-// microseconds unless the store hangs. So the exit takes at most 6 s. What is still in use then is
-// left to the system. A callback may call exit. Later calls, from destructors of static objects,
-// have no effect: RegisterRegNotify returns false.
+// on beside the exit, and the dispatcher stops once it has called the other callbacks of the unit.
+// The exit waits up to 1 s more for callbacks on any thread, and up to 5 s for watchers that are
+// inside a call of the platform, which takes microseconds unless the store hangs. So the exit takes
+// at most 6.5 s. What is still in use then is left to the system. A callback may call exit. Calls
+// after the end, from destructors of static objects, have no effect: RegisterRegNotify returns
+// false.
 //
 // Forks. The child of a fork has no dispatcher and no watchers: nothing is called there, and the
 // exit of the child waits for nobody.
