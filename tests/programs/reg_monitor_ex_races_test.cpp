@@ -24,8 +24,8 @@ struct Platform {
     std::mutex mutex;
     std::vector<Watched> units;  // in the order of their first arming
     std::atomic<int> arms{0};
-    std::function<void(const Watched &)> arming;
-    std::atomic<bool> has_no_time{false};  // Sleep returns at once
+    std::function<void(const Watched &)> arming;  // uses no variables of a test's scope
+    std::atomic<bool> has_no_time{false};         // Sleep returns at once
     std::atomic<int> sleeps{0};
     std::atomic<bool> is_terminated{false};
     std::function<void()> at_section;
@@ -36,6 +36,16 @@ thread_local Stop t_stop = Stop::kNowhere;
 Platform &platform() {
     static auto *const made = new Platform;
     return *made;
+}
+
+void set_arming(std::function<void(const Watched &)> arming) {
+    const std::lock_guard lock(platform().mutex);
+    platform().arming = std::move(arming);
+}
+
+std::size_t unit_count() {
+    const std::lock_guard lock(platform().mutex);
+    return platform().units.size();
 }
 
 // The layer's own call.
@@ -50,6 +60,7 @@ LSTATUS RegNotifyChangeKeyValue(HKEY key, BOOL subtree, DWORD filter, HANDLE eve
                                 BOOL asynchronous) noexcept {
     EXPECT_TRUE(filter == 5 && asynchronous == TRUE);
     const Watched unit = {key, event, subtree != FALSE};
+    std::function<void(const Watched &)> arming;
     {
         const std::lock_guard lock(platform().mutex);
         bool is_new = true;
@@ -59,9 +70,10 @@ LSTATUS RegNotifyChangeKeyValue(HKEY key, BOOL subtree, DWORD filter, HANDLE eve
         if (is_new) {
             platform().units.push_back(unit);
         }
+        arming = platform().arming;
     }
-    if (platform().arming) {
-        platform().arming(unit);
+    if (arming) {
+        arming(unit);
     }
     ++platform().arms;
     return 0;
@@ -113,15 +125,18 @@ protected:
         }
     }
     ~RegMonitorExRaces() override {
-        platform().arming = nullptr;
-        Calls::All().actions = {};
+        set_arming(nullptr);
         for (const auto &name : {kFirst, kSecond}) {
             for (const Callback each : {callback<0>, callback<1>, callback<2>}) {
                 monitor().Unregister(name, false, each);
                 monitor().Unregister(name, true, each);
             }
         }
+        for (int i = 0; i < 3; ++i) {
+            Calls::All().Set(i, nullptr);
+        }
         until([&] { return Closed() == m_units.size(); });
+        const std::lock_guard lock(platform().mutex);
         platform().units.clear();
         platform().arms = 0;
         Calls::All().Take();
@@ -203,16 +218,16 @@ TEST_F(RegMonitorExRaces, MakesUnitsOfNamesAndFlags) {
     monitor().Unregister(kFirst, false, callback<2>);
     until([&] { return is_closed(unit.key); });
     EXPECT_FALSE(SetEvent(unit.event) || is_closed(tree.key));
-    EXPECT_EQ(platform().units.size(), 2u);
+    EXPECT_EQ(unit_count(), 2u);
 }
 
 TEST_F(RegMonitorExRaces, CallsForEachSignalAndForNoneOfAUnitThatHasGone) {
     const Watched first = watch(kFirst, callback<0>), second = watch(kSecond, callback<1>);
-    std::atomic<bool> goes_on{false};
-    Calls::All().actions[0] = [&](const OS::x_wstring &) {
+    static std::atomic<bool> goes_on{false};
+    Calls::All().Set(0, [&](const OS::x_wstring &) {
         until([&] { return goes_on.load(); });
         monitor().Unregister(kSecond, false, callback<1>);
-    };
+    });
     signal_change(first);
     until_called(1);
     signal_change(second);
@@ -228,12 +243,12 @@ TEST_F(RegMonitorExRaces, CallsForEachSignalAndForNoneOfAUnitThatHasGone) {
 // UnregisterOne, while the watcher is between two waits.
 TEST_F(RegMonitorExRaces, KeepsHandlesForTheWatcherThatUsesThem) {
     const Watched unit = watch(kFirst, callback<0>);
-    std::atomic<bool> is_inside{false}, goes_on{false}, has_handles{false};
-    platform().arming = [&](const Watched &inside) {
+    static std::atomic<bool> is_inside{false}, goes_on{false}, has_handles{false};
+    set_arming([&](const Watched &inside) {
         is_inside = true;
         until([&] { return goes_on.load(); });
         has_handles = !is_closed(inside.key) && SetEvent(inside.event);
-    };
+    });
     SetEvent(unit.event);
     until([&] { return is_inside.load(); });
     monitor().Unregister(kFirst, false, callback<0>);
@@ -245,7 +260,7 @@ TEST_F(RegMonitorExRaces, KeepsHandlesForTheWatcherThatUsesThem) {
 
 TEST_F(RegMonitorExRaces, EndsAWatcherWhoseChangesNeverPause) {
     const Watched unit = watch(kFirst, callback<0>);
-    platform().arming = [](const Watched &inside) { SetEvent(inside.event); };
+    set_arming([](const Watched &inside) { SetEvent(inside.event); });
     signal_change(unit);
     until_called(2);
     monitor().Unregister(kFirst, false, callback<0>);
@@ -254,18 +269,18 @@ TEST_F(RegMonitorExRaces, EndsAWatcherWhoseChangesNeverPause) {
 
 TEST_F(RegMonitorExRaces, LetsCallbacksThrowRegisterAndUnregister) {
     const Watched unit = watch(kFirst, callback<0>);
-    Calls::All().actions[0] = [](const OS::x_wstring &) { throw 1; };
+    Calls::All().Set(0, [](const OS::x_wstring &) { throw 1; });
     signal_change(unit);
     signal_change(unit);
     until_called(2);  // goes on
     // Of its own unit, whose name it uses afterwards.
-    std::atomic<bool> is_done{false};
-    Calls::All().actions[0] = [&](const OS::x_wstring &name) {
+    static std::atomic<bool> is_done{false};
+    Calls::All().Set(0, [&](const OS::x_wstring &name) {
         EXPECT_TRUE(monitor().RegisterRegNotify(kSecond, false, callback<1>, true));
         monitor().Unregister(name, false, callback<0>);
         EXPECT_EQ(name, kFirst);
         is_done = true;
-    };
+    });
     signal_change(unit);
     until([&] { return is_done && is_closed(unit.key); });
     EXPECT_EQ(Calls::All().Take(),
@@ -283,26 +298,26 @@ TEST_F(RegMonitorExRaces, LetsImmediateCallsThrowAndUnregister) {
         };
     };
     const Watched unit = watch(kFirst, callback<1>);
-    Calls::All().actions[0] = throws(kFirst);
+    Calls::All().Set(0, throws(kFirst));
     EXPECT_THROW(monitor().RegisterRegNotify(kFirst, false, callback<0>, true), int);
     until([&] { return is_closed(unit.key); });
     for (int i = 0; i < 2; ++i) {  // nothing has stayed
         EXPECT_THROW(monitor().RegisterRegNotify(kSecond, false, callback<0>, true), int);
     }
-    Calls::All().actions[0] = [](const OS::x_wstring &) {
+    Calls::All().Set(0, [](const OS::x_wstring &) {
         monitor().Unregister(kFirst, false, callback<0>);  // of the new unit
         monitor().Unregister(kFirst, false, callback<1>);  // of the old one
-    };
+    });
     EXPECT_TRUE(monitor().RegisterRegNotify(kFirst, false, callback<0>, true));
-    EXPECT_EQ(platform().units.size(), 1u);  // none of them was armed
+    EXPECT_EQ(unit_count(), 1u);  // none of them was armed
     const Watched other = watch(kFirst, callback<1>);
     EXPECT_TRUE(monitor().RegisterRegNotify(kFirst, false, callback<0>, true));
-    until([&] { return is_closed(other.key) && platform().units.size() == 3; });
+    until([&] { return is_closed(other.key) && unit_count() == 3; });
 }
 
 TEST_F(RegMonitorExRaces, WaitsForMemoryInItsThreads) {
     const Watched unit = watch(kFirst, callback<0>);
-    platform().arming = [](const Watched &) { failing_memory::fail_after(0); };
+    set_arming([](const Watched &) { failing_memory::fail_after(0); });
     for (int i = 0; i < 200; ++i) {
         signal_change(unit);
     }
@@ -329,13 +344,15 @@ void at_exit_of_the_child(void (*handler)()) {
     _exit(WIFEXITED(status) ? WEXITSTATUS(status) : 1);
 }
 
-const struct {
+struct Exit {
     const char *name;
     void (*run)();
-} kExits[] = {
+};
+
+const Exit kExits[] = {
     {"a callback never returns",
      [] {
-         Calls::All().actions[0] = [](const OS::x_wstring &) { wait_for_ever(); };
+         Calls::All().Set(0, [](const OS::x_wstring &) { wait_for_ever(); });
          signal_change(watch(kFirst, callback<0>));
          until_called(1);
          leave();
@@ -344,23 +361,23 @@ const struct {
      [] {
          static Watched unit;
          at_exit_of_the_child([] { _exit(is_closed(unit.key) ? 7 : 1); });
-         Calls::All().actions[0] = [](const OS::x_wstring &) {
+         Calls::All().Set(0, [](const OS::x_wstring &) {
              until([] { return platform().is_terminated.load(); });
-         };
+         });
          signal_change(unit = watch(kFirst, callback<0>));
          until_called(1);
          leave();
      }},
     {"a callback calls exit",
      [] {
-         Calls::All().actions[0] = [](const OS::x_wstring &) { leave(); };
+         Calls::All().Set(0, [](const OS::x_wstring &) { leave(); });
          signal_change(watch(kFirst, callback<0>));
          wait_for_ever();
      }},
     {"an immediate call never returns",
      [] {
          watch(kFirst, callback<1>);
-         Calls::All().actions[0] = [](const OS::x_wstring &) { wait_for_ever(); };
+         Calls::All().Set(0, [](const OS::x_wstring &) { wait_for_ever(); });
          std::thread([] {
              monitor().RegisterRegNotify(kFirst, false, callback<0>, true);
          }).detach();
@@ -371,10 +388,10 @@ const struct {
      [] {
          at_exit_of_the_child([] { _exit(platform().sleeps < 1000 ? 7 : 1); });
          static const Watched kUnit = watch(kFirst, callback<1>);
-         Calls::All().actions[0] = [](const OS::x_wstring &) {
+         Calls::All().Set(0, [](const OS::x_wstring &) {
              signal_change(kUnit);
              leave();
-         };
+         });
          monitor().RegisterRegNotify(kSecond, false, callback<0>, true);
      }},
     {"signals wait",
@@ -385,9 +402,7 @@ const struct {
              }
          });
          static std::atomic<bool> goes_on{false};
-         Calls::All().actions[0] = [](const OS::x_wstring &) {
-             until([] { return goes_on.load(); });
-         };
+         Calls::All().Set(0, [](const OS::x_wstring &) { until([] { return goes_on.load(); }); });
          const Watched unit = watch(kFirst, callback<0>);
          for (int i = 0; i < 9; ++i) {
              signal_change(unit);
@@ -409,7 +424,7 @@ const struct {
              is_inside = true;
              until([] { return goes_on.load(); });
          };
-         platform().arming = [](const Watched &) { t_stop = Stop::kBeforeSection; };
+         set_arming([](const Watched &) { t_stop = Stop::kBeforeSection; });
          signal_change(unit);
          SetEvent(unit.event);
          until([] { return is_inside.load(); });
@@ -426,7 +441,7 @@ const struct {
              is_inside = true;
              until([] { return goes_on.load(); });
          };
-         Calls::All().actions[0] = [](const OS::x_wstring &) { t_stop = Stop::kInSection; };
+         Calls::All().Set(0, [](const OS::x_wstring &) { t_stop = Stop::kInSection; });
          const Watched unit = watch(kFirst, callback<0>);
          signal_change(unit);
          signal_change(unit);
@@ -444,6 +459,9 @@ const struct {
          watch(kFirst, callback<0>);
          leave();
      }},
+};
+
+const Exit kForks[] = {
     {"the child of a fork",
      [] {
          at_exit_of_the_child([] { _exit(platform().sleeps == 0 ? 7 : 1); });
@@ -453,7 +471,7 @@ const struct {
     {"the child of a fork by a callback",
      [] {
          at_exit_of_the_child([] { _exit(platform().sleeps == 0 ? 7 : 1); });
-         Calls::All().actions[0] = [](const OS::x_wstring &) { expect_exit_of_fork(); };
+         Calls::All().Set(0, [](const OS::x_wstring &) { expect_exit_of_fork(); });
          signal_change(watch(kFirst, callback<0>));
          wait_for_ever();
      }},
@@ -461,6 +479,12 @@ const struct {
 
 TEST_F(RegMonitorExRaces, LetsTheProcessExitWhile) {
     for (const auto &row : kExits) {
+        EXPECT_EXIT(row.run(), testing::ExitedWithCode(7), "") << row.name;
+    }
+}
+
+TEST_F(RegMonitorExRaces, LetsForksExit) {
+    for (const auto &row : kForks) {
         EXPECT_EXIT(row.run(), testing::ExitedWithCode(7), "") << row.name;
     }
 }

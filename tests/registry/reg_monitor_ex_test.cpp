@@ -16,7 +16,7 @@ protected:
         Calls::All().count = 0;
     }
     ~RegMonitorEx() override {
-        Calls::All().actions = {};
+        Calls::All().Set(0, nullptr);
         Calls::All().Take();
     }
     // Changes a key until that is seen: its unit may not be armed yet.
@@ -32,8 +32,9 @@ protected:
 
 TEST_F(RegMonitorEx, TellsWhatOtherProcessesChange) {
     for (const bool has_subtree : {false, true}) {
-        const OS::x_wstring name = has_subtree ? TEXT("SOFTWARE") : TEXT("SOFTWARE\\Ex");
-        Calls::All().actions[0] = [&](const OS::x_wstring &told) { EXPECT_EQ(told, name); };
+        static OS::x_wstring name;
+        name = has_subtree ? TEXT("SOFTWARE") : TEXT("SOFTWARE\\Ex");
+        Calls::All().Set(0, [](const OS::x_wstring &told) { EXPECT_EQ(told, name); });
         ASSERT_TRUE(monitor().RegisterRegNotify(name, has_subtree, callback<0>, false));
         int before = Calls::All().count;
         ChangeUntil(*m_key, [before] { return Calls::All().count != before; });
@@ -49,10 +50,10 @@ TEST_F(RegMonitorEx, HasAThousandUnits) {
     static std::mutex mutex;
     std::vector<OS::x_wstring> names;
     std::vector<TestKey> keys;
-    Calls::All().actions[0] = [](const OS::x_wstring &name) {
+    Calls::All().Set(0, [](const OS::x_wstring &name) {
         const std::lock_guard lock(mutex);
         called.insert(name);
-    };
+    });
     for (int i = 0; i < 1000; ++i) {
         OS::x_wstring name;
         name.Format(TEXT("SOFTWARE\\Ex\\%d"), i);
@@ -75,7 +76,7 @@ TEST_F(RegMonitorEx, HasAThousandUnits) {
 
 TEST_F(RegMonitorEx, RegistersAndUnregistersWhileChangesCome) {
     static std::atomic<bool> is_registered{false};
-    Calls::All().actions[0] = [](const OS::x_wstring &) { EXPECT_TRUE(is_registered); };
+    Calls::All().Set(0, [](const OS::x_wstring &) { EXPECT_TRUE(is_registered); });
     std::atomic<bool> ends{false};
     std::vector<std::thread> threads;
     threads.emplace_back([&] {

@@ -14,16 +14,23 @@
 
 using Callback = int (*)(const OS::x_wstring &);
 
-// What the callbacks were called with, and what they do. Never destroyed: threads outlive main.
+// What the callbacks were called with, and what they do, which uses no variables of a test's scope.
+// Never destroyed: threads outlive main.
 struct Calls {
+    using Action = std::function<void(const OS::x_wstring &)>;
+
     std::mutex mutex;
     std::string names;  // "number:name " for each call
     std::atomic<int> count{0};
-    std::array<std::function<void(const OS::x_wstring &)>, 3> actions;
+    std::array<Action, 3> actions;
 
     static Calls &All() {
         static auto *const all = new Calls;
         return *all;
+    }
+    void Set(std::size_t number, Action action) {
+        const std::lock_guard lock(mutex);
+        actions[number] = std::move(action);
     }
     std::string Take() {
         const std::lock_guard lock(mutex);
@@ -34,12 +41,14 @@ struct Calls {
 template <int Number>
 int callback(const OS::x_wstring &name) {
     Calls &calls = Calls::All();
+    Calls::Action action;
     {
         const std::lock_guard lock(calls.mutex);
         calls.names += std::to_string(Number) + ':' + std::string(name.begin(), name.end()) + ' ';
+        action = calls.actions[Number];
     }
     ++calls.count;
-    if (const auto action = calls.actions[Number]) {
+    if (action) {
         action(name);
     }
     return 0;
