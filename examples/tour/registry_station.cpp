@@ -76,11 +76,12 @@ int tell(const OS::x_wstring &keyName) {
 
 // Runs this program as the second process, which calls change_settings.
 void run_second_process() {
+    const fs::path program = fs::read_symlink("/proc/self/exe");
     char name[] = "tour";
     char option[] = "--change-settings";
     char *const arguments[] = {name, option, nullptr};
     pid_t process = 0;
-    if (posix_spawn(&process, "/proc/self/exe", nullptr, nullptr, arguments, environ) == 0) {
+    if (posix_spawn(&process, program.c_str(), nullptr, nullptr, arguments, environ) == 0) {
         waitpid(process, nullptr, 0);
     }
 }
@@ -119,9 +120,14 @@ void registry_station() {
     WaitForSingleObject(told_event(), INFINITE);
     std::cout << "  A second process sets Retries.\n";
     // Watching begins shortly after the registration; a change that came before is repeated.
-    do {
+    DWORD told = WAIT_TIMEOUT;
+    for (int attempt = 0; attempt < 10 && told == WAIT_TIMEOUT; ++attempt) {
         run_second_process();
-    } while (WaitForSingleObject(told_event(), 1000) == WAIT_TIMEOUT);
+        told = WaitForSingleObject(told_event(), 1000);
+    }
+    if (told == WAIT_TIMEOUT) {
+        std::cout << "  no callback has come\n";
+    }
     monitor->Unregister(kSettings, false, tell);
     show_store(folder);
 }
