@@ -510,6 +510,16 @@ void Store::Flush() {
     }
 }
 
+void Store::Compact() {
+    const WriteTurn turn(*this);
+    m_writer.Run("VACUUM");
+    set_shm_locks(m_shm.Get(), m_logPages * kPageSize, m_page.load(std::memory_order_acquire));
+    constexpr int kReaderWait = 1000;  // milliseconds
+    sqlite3_busy_timeout(m_writer.Get(), kReaderWait);
+    sqlite3_wal_checkpoint_v2(m_writer.Get(), "main", SQLITE_CHECKPOINT_TRUNCATE, nullptr, nullptr);
+    sqlite3_busy_timeout(m_writer.Get(), static_cast<int>(kMaxLockWait));
+}
+
 // ---- forks
 
 void Store::CloseFiles() noexcept {

@@ -111,6 +111,10 @@ public:
     // Writes all commits to the disk.
     void Flush();
 
+    // Writes the database anew, without the room that deleted rows left, and empties the log unless
+    // a reader holds it. Other writers wait.
+    void Compact();
+
     // Closes everything that a fork or the end of the library must not keep; the next use opens it
     // again. For the fork, which holds the locks.
     void CloseFiles() noexcept;
