@@ -80,6 +80,17 @@ struct Copy {
     Walk walk = {};
 };
 
+// Lists the subdirectories that a copy enters. Returns false when there may be more.
+bool list_subdirectories(JoinedPath *from, Walk *walk, std::vector<Subdirectory> *found) {
+    Subdirectories below(from);
+    for (; below.Found(); below.Next()) {
+        if (walk->Enters(below.Attributes(), from->With(below.Name()))) {
+            found->push_back({below.Name(), below.Attributes()});
+        }
+    }
+    return !below.Failed();
+}
+
 int copy_directory(const WCHAR *source, const WCHAR *target, int fContinueOnError,
                    int fMoveBusyAside, bool is_top, DWORD attributes, Copy *copy) {
     if (!exists_or_is_created(target, source)) {
@@ -96,17 +107,7 @@ int copy_directory(const WCHAR *source, const WCHAR *target, int fContinueOnErro
     int result = 1;
     if (copy->include_subdirectories != 0) {
         std::vector<Subdirectory> found;
-        {
-            Subdirectories below(&from);
-            for (; below.Found(); below.Next()) {
-                if (copy->walk.Enters(below.Attributes(), from.With(below.Name()))) {
-                    found.push_back({below.Name(), below.Attributes()});
-                }
-            }
-            if (below.Failed()) {
-                result = 0;
-            }
-        }
+        result = list_subdirectories(&from, &copy->walk, &found) ? 1 : 0;
         for (const Subdirectory &subdirectory : found) {
             if (copy_directory(from.With(subdirectory.name), to.With(subdirectory.name), 1, 0,
                                false, subdirectory.attributes, copy) == 0) {
@@ -222,10 +223,12 @@ void deleteTree(const WCHAR *dir, void (*callback)(const WCHAR *path, int result
     }
     const x_wstring directory = without_separators_at_end(dir);
     {
-        const PinnedDirectory pin(directory, PinnedDirectory::kNotALink | PinnedDirectory::kDeletes,
-                                  Facts::kKinds);
+        PinnedDirectory pin(directory, PinnedDirectory::kNotALink | PinnedDirectory::kDeletes,
+                            Facts::kKinds);
         JoinedPath path(dir);
-        for (Entries entries(path.With(or_empty(spec))); entries.Found(); entries.Next()) {
+        Entries entries(path.WithPattern(or_empty(spec)));
+        pin.Want(Facts::kAll);
+        for (; entries.Found(); entries.Next()) {
             const WCHAR *const full = path.With(entries->name);
             if (!entries.IsDirectory()) {
                 SetFileAttributesW(full, FILE_ATTRIBUTE_NORMAL);
