@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <atomic>
@@ -133,6 +134,12 @@ TEST(RegistryProcesses, LoseNothingToKilledWriters) {
     }));
 }
 
+void set_three_in_a_new_program() {
+    execl("/proc/self/exe", "registry_processes_test",
+          "--gtest_filter=RegistryProcesses.DISABLED_SetThree", "--gtest_also_run_disabled_tests",
+          "--gtest_brief=1", nullptr);
+}
+
 TEST(RegistryProcesses, FindOutALostPage) {
     const struct {
         const char *name;
@@ -182,11 +189,7 @@ TEST(RegistryProcesses, FindOutALostPage) {
             row.harm(page);
             write(2);
             // One that comes later works with the others.
-            EXPECT_TRUE(holds_in_child([] {
-                execl("/proc/self/exe", "registry_processes_test",
-                      "--gtest_filter=RegistryProcesses.DISABLED_SetThree",
-                      "--gtest_also_run_disabled_tests", nullptr);
-            }));
+            EXPECT_TRUE(holds_in_child(set_three_in_a_new_program));
             to_child.Give();
             to_parent.Take();
             EXPECT_EQ(number(key, u"v"), 3u);
@@ -273,6 +276,7 @@ TEST(RegistryProcesses, LetAnotherUserReadWhatRootOwnsAndNoMore) {
             EXPECT_EQ(fcntl(shm, F_SETLK, &all), 0);
             to_parent.Give();
             to_child.Take();
+            EXPECT_EQ(number(key, u"v"), 3u);
             _exit(testing::Test::HasFailure() ? 1 : 0);
         }
         const TestKey key = created(HKEY_LOCAL_MACHINE, kPath);
@@ -287,10 +291,79 @@ TEST(RegistryProcesses, LetAnotherUserReadWhatRootOwnsAndNoMore) {
         EXPECT_EQ(set_number(key, u"v", 100), 0);
         EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(5));
         EXPECT_EQ(number(key, u"v"), 100u);
+        EXPECT_TRUE(holds_in_child(set_three_in_a_new_program));
+        EXPECT_EQ(number(key, u"v"), 3u);
         to_child.Give();
         int status = 1;
         waitpid(other, &status, 0);
         EXPECT_EQ(status, 0);
+    }));
+}
+
+TEST(RegistryProcesses, ReportWhatTheHostRefuses) {
+    const struct {
+        const char *name;
+        int resource;
+        rlim_t limit;
+        LSTATUS code;
+    } kRows[] = {
+        {"a disk that is full", RLIMIT_FSIZE, 1 << 17, 112},
+        {"no more descriptors", RLIMIT_NOFILE, 3, 4},
+    };
+    for (const auto &row : kRows) {
+        const RegistryFolder folder;
+        EXPECT_TRUE(holds_in_child([&] {
+            std::signal(SIGXFSZ, SIG_IGN);
+            const TestKey key = created(HKEY_LOCAL_MACHINE, kPath);
+            set_bytes(key, u"v", REG_BINARY, "before");
+            EXPECT_EQ(fork() == 0 ? (_exit(0), 0) : 0, 0);  // closes the files of the store
+            rlimit before;
+            getrlimit(static_cast<__rlimit_resource>(row.resource), &before);
+            const rlimit low{row.limit, before.rlim_max};
+            setrlimit(static_cast<__rlimit_resource>(row.resource), &low);
+            EXPECT_EQ(set_bytes(key, u"v", REG_BINARY, std::string(1 << 20, 'x')), row.code);
+            setrlimit(static_cast<__rlimit_resource>(row.resource), &before);
+            DWORD size = 0;
+            EXPECT_EQ(RegQueryValueExW(key, u"v", nullptr, nullptr, nullptr, &size), 0);
+            EXPECT_EQ(size, 6u);
+            EXPECT_EQ(set_number(key, u"v", 1), 0);
+        })) << row.name;
+    }
+}
+
+TEST(RegistryProcesses, GoOnInTheChildOfAProgramWithThreads) {
+    const RegistryFolder folder;
+    EXPECT_TRUE(holds_in_child([] {
+        const TestKey key = created(HKEY_LOCAL_MACHINE, kPath);
+        const HANDLE event = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+        std::atomic<bool> ends{false};
+        std::thread others[4];
+        for (std::thread &other : others) {
+            other = std::thread([&] {
+                for (DWORD i = 0; !ends; ++i) {
+                    set_number(key, u"other", i);
+                    number(key, u"other");
+                    open_code(key, i % 2 == 0 ? u"" : u"missing");
+                    RegNotifyChangeKeyValue(key, TRUE, 4, event, TRUE);
+                }
+            });
+        }
+        for (DWORD i = 0; i < 20; ++i) {
+            EXPECT_TRUE(holds_in_child([&] {
+                alarm(20);
+                EXPECT_EQ(set_number(key, u"v", i), 0);
+                EXPECT_EQ(number(key, u"v"), i);
+                EXPECT_EQ(open_code(key, u""), 0);
+                EXPECT_EQ(RegNotifyChangeKeyValue(key, TRUE, 4, event, TRUE), 0);
+                set_number(key, u"v", i);
+                EXPECT_EQ(WaitForSingleObject(event, 5000), WAIT_OBJECT_0);
+            }));
+            EXPECT_EQ(number(key, u"v"), i);
+        }
+        ends = true;
+        for (std::thread &other : others) {
+            other.join();
+        }
     }));
 }
 

@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -67,13 +68,15 @@ private:
     std::string m_path;
 };
 
-// Runs `body` in a child process and returns whether the child met no failure.
+// Runs `body` in a child process and returns whether neither the child nor this process has met a
+// failure.
 template <class Body>
 bool holds_in_child(Body body) {
     const pid_t child = fork();
     if (child == 0) {
         alarm(120);
         body();
+        std::fflush(nullptr);
         _exit(testing::Test::HasFailure() ? 1 : 0);
     }
     int status = 1;

@@ -1,12 +1,16 @@
 #include "ostrel/platform/registry/database.h"
 
+#include <cerrno>
+
 #include "ostrel/platform/base/errno_code.h"
 #include "ostrel/platform/error.h"
 
 namespace ostrel_platform {
 
 DWORD code_of_sqlite(int result, sqlite3 *database) noexcept {
-    const int host_errno = database != nullptr ? sqlite3_system_errno(database) : 0;
+    // SQLite keeps the errno of some failures only.
+    const int kept = database != nullptr ? sqlite3_system_errno(database) : 0;
+    const int host_errno = kept != 0 ? kept : errno;
     switch (result & 0xFF) {
         case SQLITE_OK:
         case SQLITE_ROW:

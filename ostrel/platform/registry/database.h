@@ -6,6 +6,7 @@
 #include <sqlite3.h>
 
 #include <array>
+#include <cerrno>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -15,7 +16,7 @@
 
 namespace ostrel_platform {
 
-// Returns the system's code for a result of SQLite. `database` tells the host's errno; may be null.
+// Returns the system's code for a result of SQLite, by errno where the result does not tell.
 DWORD code_of_sqlite(int result, sqlite3 *database) noexcept;
 
 // What the room throws when the store fails, and turns into a code where a call leaves the room.
@@ -87,6 +88,7 @@ public:
 
     // Moves to the next row. Returns false behind the last. Throws StoreFailure.
     bool Step() {
+        errno = 0;  // for code_of_sqlite
         const int result = sqlite3_step(m_statement);
         if (result != SQLITE_ROW && result != SQLITE_DONE) {
             m_database.Fail(result);
