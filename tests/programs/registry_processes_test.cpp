@@ -169,8 +169,14 @@ TEST(RegistryProcesses, FindOutALostPage) {
             const pid_t other = fork();
             if (other == 0) {
                 const TestKey key = created(HKEY_LOCAL_MACHINE, kPath);
+                const HANDLE event = CreateEventW(nullptr, FALSE, FALSE, nullptr);
                 for (DWORD i = 1; i < 4; ++i) {
+                    EXPECT_EQ(RegNotifyChangeKeyValue(key, FALSE, 4, event, TRUE), 0);
+                    if (i == 1) {
+                        to_parent.Give();
+                    }
                     to_child.Take();
+                    EXPECT_EQ(WaitForSingleObject(event, 10000), WAIT_OBJECT_0);
                     EXPECT_EQ(number(key, u"v"), i);
                     EXPECT_EQ(number(key, u"v"), i);
                     to_parent.Give();
@@ -183,6 +189,7 @@ TEST(RegistryProcesses, FindOutALostPage) {
                 to_child.Give();
                 to_parent.Take();
             };
+            to_parent.Take();
             write(1);
             const std::string page = folder.Page("machine");
             EXPECT_NE(page, "");

@@ -50,8 +50,7 @@ void read_on(bool opens, Tally *tally) {
     DWORD before[2] = {};
     const TestKey open = created(HKEY_LOCAL_MACHINE, kSoakPath);
     while (tally->stop == 0) {
-        const TestKey again =
-            opens ? created(HKEY_LOCAL_MACHINE, kSoakPath, KEY_READ) : TestKey();
+        const TestKey again = opens ? created(HKEY_LOCAL_MACHINE, kSoakPath, KEY_READ) : TestKey();
         for (std::size_t writer = 0; writer < 2; ++writer) {
             expect_step(opens ? again : open, writer, tally->returned[writer], &before[writer]);
         }
@@ -122,8 +121,9 @@ void prove_kills(long kills) {
         expect_success(other);
     }
     expect_sound();
-    std::printf("%ld kills, %u and %u steps, %llu rounds of readers, longest wait for the others"
-                " %.3f s, %.0f s\n",
-                kills, tally->returned[0].load(), tally->returned[1].load(),
-                static_cast<unsigned long long>(tally->reads), longest, watch.Seconds());
+    std::printf(
+        "%ld kills, %u and %u steps, %llu rounds of readers, longest wait for the others"
+        " %.3f s, %.0f s\n",
+        kills, tally->returned[0].load(), tally->returned[1].load(),
+        static_cast<unsigned long long>(tally->reads), longest, watch.Seconds());
 }

@@ -61,8 +61,8 @@ public:
         for (std::size_t end = above.size(); end < path.size();) {
             const std::size_t begin = end + (end > 0 ? 1 : 0);
             end = std::min(path.find(u'\\', begin), path.size());
-            keys[upper(path.substr(0, end))] = {++m_id, path.substr(begin, end - begin),
-                                                is_volatile, {}};
+            keys[upper(path.substr(0, end))] = {
+                ++m_id, path.substr(begin, end - begin), is_volatile, {}};
         }
         return 0;
     }
@@ -123,7 +123,7 @@ public:
         } else if (choice < 40) {
             const bool with_tree = Random(4) == 0;
             const LSTATUS code = m_model.Delete(path, with_tree);
-            EXPECT_EQ(!is_turn   ? code
+            EXPECT_EQ(!is_turn    ? code
                       : with_tree ? RegDeleteTreeW(m_root, path.c_str())
                                   : RegDeleteKeyW(m_root, path.c_str()),
                       code);
@@ -238,8 +238,8 @@ private:
     std::mt19937 m_random{3}, m_ownRandom{4};
 };
 
-// One of `count` processes; each has its turn for some operations. A turn ends with a comparison now
-// and then, and the first process removes the shared page from time to time.
+// One of `count` processes; each has its turn for some operations. A turn ends with a comparison
+// now and then, and the first process removes the shared page from time to time.
 void walk(long operations, long self, long count, const RegistryFolder &folder,
           std::atomic<long> *turn) {
     constexpr long kTurn = 7;

@@ -1,7 +1,7 @@
 // Losses of power. A process writes to a registry, and the host calls by which its bytes reach the
-// files are recorded: this program defines the calls, and SQLite and the layer reach the definitions.
-// Then the files are built as a loss at a random moment could leave them, and a process that takes
-// itself to be on the next boot opens the store.
+// files are recorded: this program defines the calls, and SQLite and the layer reach the
+// definitions. Then the files are built as a loss at a random moment could leave them, and a
+// process that takes itself to be on the next boot opens the store.
 //
 // The model of the disk: what a sync of the file has covered is there. Of what came later each
 // sector of 512 bytes is old or new by itself. Names are made and removed in order, and a sync of
@@ -18,13 +18,23 @@
 namespace {
 
 struct Event {
-    enum Kind { kCreate, kRename, kUnlink, kWrite, kTruncate, kSync, kSyncFolder, kBegun, kReturned,
-                kFlushed };
+    enum Kind {
+        kCreate,
+        kRename,
+        kUnlink,
+        kWrite,
+        kTruncate,
+        kSync,
+        kSyncFolder,
+        kBegun,
+        kReturned,
+        kFlushed
+    };
     Kind kind;
-    int file;           // the number of a file in the order of creation
+    int file;            // the number of a file in the order of creation
     std::int64_t place;  // offset, size, or the number of an operation
-    std::string bytes;  // or a name
-    std::string other;  // the new name
+    std::string bytes;   // or a name
+    std::string other;   // the new name
 };
 
 // What the process that records does. Only its one thread uses it.
@@ -258,8 +268,8 @@ public:
             const auto found = m_files.find(number);
             std::string bytes = found != m_files.end() ? found->second.bytes : "";
             const auto way = (*random)() % 4;  // 0 drops all of a file, 1 keeps all, others mix
-            for (std::size_t i = 0; found != m_files.end() && i < found->second.pending.size() &&
-                                    way != 0; ++i) {
+            for (std::size_t i = 0;
+                 found != m_files.end() && i < found->second.pending.size() && way != 0; ++i) {
                 ApplyTo(&bytes, *found->second.pending[i], way == 1 ? nullptr : random);
             }
             std::ofstream(folder + "/" + name, std::ios::binary) << bytes;
@@ -410,8 +420,7 @@ void prove_power_losses(long losses) {
     Loss loss;
     while (recv(ends[0], &loss, sizeof loss, 0) == sizeof loss) {
         setenv("OSTREL_REGISTRY", loss.folder, 1);
-        EXPECT_TRUE(holds_in_child([&] { expect_whole(loss.begun, loss.durable); }))
-            << loss.folder;
+        EXPECT_TRUE(holds_in_child([&] { expect_whole(loss.begun, loss.durable); })) << loss.folder;
         expect_sound();
         if (testing::Test::HasFailure()) {
             break;

@@ -1,4 +1,5 @@
-// Proofs of the registry that take time: registry_soak PROOF AMOUNT. Ends with 0 when the proof holds.
+// Proofs of the registry that take time: registry_soak PROOF AMOUNT. Ends with 0 when the proof
+// holds.
 
 #include "soak/registry_soak.h"
 

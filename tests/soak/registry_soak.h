@@ -25,8 +25,8 @@ void prove_crowd(long processes);
 // Memory that this process and its children share, zeros at first.
 template <class T>
 T *shared_memory() {
-    return static_cast<T *>(mmap(nullptr, sizeof(T), PROT_READ | PROT_WRITE,
-                                 MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+    return static_cast<T *>(
+        mmap(nullptr, sizeof(T), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
 }
 
 // Starts a child, which ends with 1 after a failure.
