@@ -77,7 +77,7 @@ TEST(RegistryProcesses, SeeEachOthersWritesAtOnce) {
         }
     };
     EXPECT_TRUE(holds_in_child([&] {
-        const pid_t other = fork();
+        const pid_t other = fork_child();
         if (other == 0) {
             take_turns(to_child, to_parent, 1);
             _exit(testing::Test::HasFailure() ? 1 : 0);
@@ -95,7 +95,7 @@ TEST(RegistryProcesses, LoseNothingToKilledWriters) {
     Shared *const memory = shared();
     EXPECT_TRUE(holds_in_child([&] {
         const TestKey key = created(HKEY_LOCAL_MACHINE, kPath);
-        const pid_t reader = fork();
+        const pid_t reader = fork_child();
         if (reader == 0) {
             const TestKey own = created(HKEY_LOCAL_MACHINE, kPath);
             for (DWORD before = 0; memory->stop == 0;) {
@@ -109,7 +109,7 @@ TEST(RegistryProcesses, LoseNothingToKilledWriters) {
         std::mt19937 random(1);
         const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(4);
         while (std::chrono::steady_clock::now() < end) {
-            const pid_t writer = fork();
+            const pid_t writer = fork_child();
             if (writer == 0) {
                 for (DWORD i = number(key, u"count").value_or(0) + 1;; ++i) {
                     if (set_number(key, u"count", i) == 0) {
@@ -166,7 +166,7 @@ TEST(RegistryProcesses, FindOutALostPage) {
         const RegistryFolder folder;
         const Turns to_child, to_parent;
         EXPECT_TRUE(holds_in_child([&] {
-            const pid_t other = fork();
+            const pid_t other = fork_child();
             if (other == 0) {
                 const TestKey key = created(HKEY_LOCAL_MACHINE, kPath);
                 const HANDLE event = CreateEventW(nullptr, FALSE, FALSE, nullptr);
@@ -259,7 +259,7 @@ TEST(RegistryProcesses, LetAnotherUserReadWhatRootOwnsAndNoMore) {
     chmod(folder.Path().c_str(), 0755);
     const Turns to_child, to_parent;
     EXPECT_TRUE(holds_in_child([&] {
-        const pid_t other = fork();
+        const pid_t other = fork_child();
         if (other == 0) {
             to_child.Take();
             EXPECT_EQ(setresuid(kNobody, kNobody, kNobody), 0);
@@ -381,7 +381,7 @@ TEST(RegistryProcesses, TellEachOtherOfChanges) {
         const TestKey key = created(HKEY_LOCAL_MACHINE, kPath);
         const HANDLE event = CreateEventW(nullptr, FALSE, FALSE, nullptr);
         ASSERT_EQ(RegNotifyChangeKeyValue(key, FALSE, 4, event, TRUE), 0);
-        const pid_t other = fork();
+        const pid_t other = fork_child();
         if (other == 0) {
             for (DWORD i = 1; i < 300; ++i) {
                 EXPECT_EQ(set_number(key, u"v", i), 0);

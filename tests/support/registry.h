@@ -3,9 +3,11 @@
 
 // Registries of tests: a folder of their own, and short forms of the calls.
 
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -68,13 +70,22 @@ private:
     std::string m_path;
 };
 
+// Forks a child that does not outlive this process.
+inline pid_t fork_child() {
+    const pid_t child = fork();
+    if (child == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+    }
+    return child;
+}
+
 // Runs `body` in a child process and returns whether neither the child nor this process has met a
 // failure.
 template <class Body>
 bool holds_in_child(Body body) {
-    const pid_t child = fork();
+    const pid_t child = fork_child();
     if (child == 0) {
-        alarm(120);
+        alarm(60);
         body();
         std::fflush(nullptr);
         _exit(testing::Test::HasFailure() ? 1 : 0);

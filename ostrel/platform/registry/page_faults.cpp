@@ -49,6 +49,12 @@ void on_fault(int signal, siginfo_t *info, void *context) {
     }
 }
 
+// The handler must not outlive the library (dlclose).
+struct HandlerScope {
+    ~HandlerScope() { remove_fault_handler(); }
+};
+[[maybe_unused]] const HandlerScope s_scope;
+
 }  // namespace
 
 bool guard_mapping(void *address, std::size_t size) noexcept {

@@ -12,10 +12,10 @@ constexpr std::string_view kTexts[] = {
     "COMMIT",
     "ROLLBACK",
     "SELECT value FROM meta WHERE name = ?",
-    "INSERT INTO meta (name, value) VALUES (?, ?)"
-    " ON CONFLICT (name) DO UPDATE SET value = excluded.value",
-    "SELECT id, boot IS NOT NULL FROM keys"
-    " WHERE parent = ? AND upper = ? AND (boot IS NULL OR boot = ?)",
+    R"(INSERT INTO meta (name, value) VALUES (?, ?)
+     ON CONFLICT (name) DO UPDATE SET value = excluded.value)",
+    R"(SELECT id, boot IS NOT NULL FROM keys
+     WHERE parent = ? AND upper = ? AND (boot IS NULL OR boot = ?))",
     "SELECT 1 FROM keys WHERE id = ?",
     "SELECT class, written, boot IS NOT NULL, name, parent FROM keys WHERE id = ?",
     "INSERT INTO keys (parent, name, upper, class, written, boot) VALUES (?, ?, ?, ?, ?, ?)",
@@ -23,14 +23,14 @@ constexpr std::string_view kTexts[] = {
     "UPDATE keys SET written = ? WHERE id = ?",
     "DELETE FROM keys WHERE id = ?",
     "SELECT 1 FROM keys WHERE parent = ? AND (boot IS NULL OR boot = ?) LIMIT 1",
-    "SELECT name, class, written, upper FROM keys"
-    " WHERE parent = ? AND (boot IS NULL OR boot = ?) ORDER BY upper LIMIT 1 OFFSET ?",
-    "SELECT name, class, written, upper FROM keys"
-    " WHERE parent = ? AND upper > ? AND (boot IS NULL OR boot = ?) ORDER BY upper LIMIT 1",
-    "SELECT id, name, class, boot IS NOT NULL FROM keys"
-    " WHERE parent = ? AND (boot IS NULL OR boot = ?) ORDER BY upper",
-    "SELECT count(*), max(length(name)), max(length(class)) FROM keys"
-    " WHERE parent = ? AND (boot IS NULL OR boot = ?)",
+    R"(SELECT name, class, written, upper FROM keys
+     WHERE parent = ? AND (boot IS NULL OR boot = ?) ORDER BY upper LIMIT 1 OFFSET ?)",
+    R"(SELECT name, class, written, upper FROM keys
+     WHERE parent = ? AND upper > ? AND (boot IS NULL OR boot = ?) ORDER BY upper LIMIT 1)",
+    R"(SELECT id, name, class, boot IS NOT NULL FROM keys
+     WHERE parent = ? AND (boot IS NULL OR boot = ?) ORDER BY upper)",
+    R"(SELECT count(*), max(length(name)), max(length(class)) FROM keys
+     WHERE parent = ? AND (boot IS NULL OR boot = ?))",
     "SELECT id, parent FROM keys WHERE boot <> ?",
     "SELECT type, data FROM vals WHERE key = ? AND upper = ?",
     "SELECT id FROM vals WHERE key = ? AND upper = ?",
