@@ -1,5 +1,5 @@
 // Files: walks of a tree, sizes, deletion and copying, beside the libraries and a bare loop over
-// the host's calls. All walks read names and sizes.
+// the host's calls. Walk_ and Sizes_ read names and sizes, Names_ names alone.
 //
 // The tree has ten files in each directory, in two levels of subdirectories, and is made by the
 // host's own calls. ns_file is the time for a file. The first walk of
@@ -8,8 +8,11 @@
 #include <benchmark/benchmark.h>
 #include <dirent.h>
 #include <fcntl.h>
+#include <fts.h>
+#include <ftw.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <Poco/DirectoryIterator.h>
@@ -23,6 +26,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -57,7 +61,7 @@ private:
 };
 
 // What is found out about a file is remembered once the file has not changed for two seconds
-// (ostrel/platform/no_attribute_cache.h).
+// (ostrel/platform/attribute_cache.h).
 void let_age() {
     std::this_thread::sleep_for(std::chrono::seconds(4));
 }
@@ -67,14 +71,15 @@ std::string numbered(const char *name, int number) {
 }
 
 // Makes a tree of so many files.
-void make_tree(const std::filesystem::path &root, int files) {
+void make_tree(const std::filesystem::path &root, int files, const std::string &content = {}) {
     const int directories = files / kFilesOfDirectory;
     for (int i = 0; i < directories; ++i) {
         const std::filesystem::path directory =
             root / (numbered("d", i / kDirectoriesOfDirectory)) / (numbered("e", i));
         std::filesystem::create_directories(directory);
         for (int k = 0; k < kFilesOfDirectory; ++k) {
-            std::ofstream(directory / (numbered("file", k) + ".txt")) << k;
+            std::ofstream file(directory / (numbered("file", k) + ".txt"));
+            file << (content.empty() ? std::to_string(k) : content);
         }
     }
 }
@@ -244,6 +249,119 @@ void Walk_Poco(benchmark::State &state) {
     });
 }
 
+// The first walk of a process that has never seen the tree: each iteration walks in a child. The
+// time is the processor time of the child.
+template <class Walk>
+void run_first_walk(benchmark::State &state, Walk walk) {
+    const auto files = static_cast<int>(state.range(0));
+    const std::filesystem::path &root = tree_of(files);
+    for (auto _ : state) {
+        int ends[2];
+        double seconds = 0;
+        if (pipe(ends) != 0) {
+            state.SkipWithError("no pipe");
+            break;
+        }
+        if (const pid_t child = fork(); child == 0) {
+            const std::clock_t begin = std::clock();
+            const Sum sum = walk(root);
+            seconds = static_cast<double>(std::clock() - begin) / CLOCKS_PER_SEC;
+            seconds = sum.files == files ? seconds : -1;
+            _exit(write(ends[1], &seconds, sizeof seconds) == sizeof seconds ? 0 : 1);
+        } else if (read(ends[0], &seconds, sizeof seconds) != sizeof seconds || seconds < 0) {
+            state.SkipWithError("files are missing");
+        } else {
+            waitpid(child, nullptr, 0);
+        }
+        close(ends[0]);
+        close(ends[1]);
+        state.SetIterationTime(seconds);
+    }
+    state.counters["ns_file"] = benchmark::Counter(
+        files / 1e9, benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+}
+
+Sum walk_fts(const std::filesystem::path &root, int options) {
+    Sum sum;
+    std::string path = root;
+    char *paths[] = {path.data(), nullptr};
+    FTS *const walk = fts_open(paths, FTS_PHYSICAL | FTS_NOCHDIR | options, nullptr);
+    while (const FTSENT *const entry = fts_read(walk)) {
+        const bool is_file = entry->fts_info == FTS_F || entry->fts_info == FTS_NSOK;
+        sum.files += is_file ? 1 : 0;
+        sum.bytes += is_file && options == 0 ? entry->fts_statp->st_size : 0;
+    }
+    fts_close(walk);
+    return sum;
+}
+
+Sum browse(const std::filesystem::path &root) {
+    class Counter : public OS::CBrowseDirectory::CFileSearchCallback {
+    public:
+        void operator()(const WCHAR *, const WCHAR *, const WCHAR *) override { ++sum.files; }
+        Sum sum;
+    };
+    Counter counter;
+    OS::CBrowseDirectory().BrowseDirectory(root.u16string().c_str(), true, TEXT("*.*"), counter);
+    return counter.sum;
+}
+
+Sum collect(const std::filesystem::path &root) {
+    std::vector<OS::x_wstring> files;
+    return {NS_FileUtils::collectFiles(files, root.u16string().c_str(), TEXT("*.*"), 0, nullptr,
+                                       true, nullptr),
+            0};
+}
+
+Sum collect_ex(const std::filesystem::path &root) {
+    return {NS_FileUtils::collectFilesEx(nullptr, nullptr, root.u16string().c_str(), TEXT("*.*"), 0,
+                                         nullptr, true, nullptr),
+            0};
+}
+
+// Counts no files, so the sum stands for them: a byte each.
+Sum calculate(const std::filesystem::path &root) {
+    const DWORD bytes = NS_FileUtils::calcFileSize(root.u16string().c_str(), TEXT("*.*"), 0,
+                                                   nullptr, true, nullptr);
+    return {bytes, bytes};
+}
+
+Sum walk_nftw(const std::filesystem::path &root) {
+    static Sum sum;
+    sum = {};
+    nftw(
+        root.c_str(),
+        [](const char *, const struct stat *facts, int type, struct FTW *) {
+            sum.files += type == FTW_F ? 1 : 0;
+            sum.bytes += type == FTW_F ? facts->st_size : 0;
+            return 0;
+        },
+        64, FTW_PHYS);
+    return sum;
+}
+
+void Names_BrowseDirectory(benchmark::State &state) {
+    run_first_walk(state, browse);
+}
+void Names_CollectFiles(benchmark::State &state) {
+    run_first_walk(state, collect);
+}
+void Names_Fts(benchmark::State &state) {
+    run_first_walk(state, [](const auto &root) { return walk_fts(root, FTS_NOSTAT); });
+}
+void Sizes_CalcFileSize(benchmark::State &state) {
+    run_first_walk(state, calculate);
+}
+void Sizes_CollectFilesEx(benchmark::State &state) {
+    run_first_walk(state, collect_ex);
+}
+void Sizes_Fts(benchmark::State &state) {
+    run_first_walk(state, [](const auto &root) { return walk_fts(root, 0); });
+}
+void Sizes_Nftw(benchmark::State &state) {
+    run_first_walk(state, walk_nftw);
+}
+
 // One directory of so many files, added up.
 const std::filesystem::path &flat_directory(int files) {
     static std::map<int, std::filesystem::path> directories;
@@ -331,6 +449,73 @@ void Delete_Poco(benchmark::State &state) {
                  [](const std::filesystem::path &root) { Poco::File(root.string()).remove(true); });
 }
 
+// A tree of so many files of 1 KiB, each time to a new directory.
+template <class Copy>
+void run_tree_copy(benchmark::State &state, Copy copy) {
+    const auto files = static_cast<int>(state.range(0));
+    const std::filesystem::path source = Scratch::Path() / "copied_tree";
+    const std::filesystem::path target = Scratch::Path() / "copy_of_tree";
+    if (!exists(source)) {
+        make_tree(source, files, std::string(1024, 'x'));
+    }
+    for (auto _ : state) {
+        copy(source, target);
+        state.PauseTiming();
+        if (std::filesystem::remove_all(target) < static_cast<std::uintmax_t>(files)) {
+            state.SkipWithError("not copied");
+        }
+        state.ResumeTiming();
+    }
+    state.counters["ns_file"] = benchmark::Counter(
+        files / 1e9, benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+}
+
+void CopyTree_Ostrel(benchmark::State &state) {
+    run_tree_copy(state, [](const auto &source, const auto &target) {
+        NS_FileUtils::copyDirectory(source.u16string().c_str(), target.u16string().c_str(), 1, 1,
+                                    0);
+    });
+}
+void CopyTree_Std(benchmark::State &state) {
+    run_tree_copy(state, [](const auto &source, const auto &target) {
+        std::filesystem::copy(source, target, std::filesystem::copy_options::recursive);
+    });
+}
+// Neither has a copy of trees: the files one by one.
+void CopyTree_Boost(benchmark::State &state) {
+    run_tree_copy(state, [](const auto &source, const auto &target) {
+        const std::string from = source, to = target;
+        boost::filesystem::create_directory(to);
+        for (const auto &entry : boost::filesystem::recursive_directory_iterator(from)) {
+            const std::string copied = to + entry.path().string().substr(from.size());
+            if (entry.status().type() == boost::filesystem::directory_file) {
+                boost::filesystem::create_directory(copied);
+            } else {
+                boost::filesystem::copy_file(entry.path(), copied);
+            }
+        }
+    });
+}
+void CopyTree_Qt(benchmark::State &state) {
+    run_tree_copy(state, [](const auto &source, const auto &target) {
+        const QString from = QString::fromStdString(source), to = QString::fromStdString(target);
+        QDir().mkdir(to);
+        QDirIterator entries(from, QDir::AllEntries | QDir::NoDotAndDotDot,
+                             QDirIterator::Subdirectories);
+        while (entries.hasNext()) {
+            entries.next();
+            const QString copied = to + entries.filePath().mid(from.size());
+            entries.fileInfo().isDir() ? QDir().mkdir(copied)
+                                       : QFile::copy(entries.filePath(), copied);
+        }
+    });
+}
+void CopyTree_Poco(benchmark::State &state) {
+    run_tree_copy(state, [](const auto &source, const auto &target) {
+        Poco::File(source.string()).copyTo(target.string());
+    });
+}
+
 // A file of 256 MiB, each time to a new one.
 constexpr std::size_t kCopied = std::size_t{256} << 20;
 
@@ -409,6 +594,14 @@ BENCHMARK(Walk_Std)->TREES;
 BENCHMARK(Walk_Boost)->TREES;
 BENCHMARK(Walk_Qt)->TREES;
 BENCHMARK(Walk_Poco)->TREES;
+#define FIRST_WALK Arg(20'000)->UseManualTime()->Unit(benchmark::kMillisecond)
+BENCHMARK(Names_BrowseDirectory)->FIRST_WALK;
+BENCHMARK(Names_CollectFiles)->FIRST_WALK;
+BENCHMARK(Names_Fts)->FIRST_WALK;
+BENCHMARK(Sizes_CalcFileSize)->FIRST_WALK;
+BENCHMARK(Sizes_CollectFilesEx)->FIRST_WALK;
+BENCHMARK(Sizes_Fts)->FIRST_WALK;
+BENCHMARK(Sizes_Nftw)->FIRST_WALK;
 BENCHMARK(DirectorySize_Ostrel)->Arg(10'000)->Unit(benchmark::kMillisecond);
 BENCHMARK(DirectorySize_Bare)->Arg(10'000)->Unit(benchmark::kMillisecond);
 BENCHMARK(DirectorySize_Std)->Arg(10'000)->Unit(benchmark::kMillisecond);
@@ -417,6 +610,11 @@ BENCHMARK(Delete_Std)->Arg(2'000)->Unit(benchmark::kMillisecond);
 BENCHMARK(Delete_Boost)->Arg(2'000)->Unit(benchmark::kMillisecond);
 BENCHMARK(Delete_Qt)->Arg(2'000)->Unit(benchmark::kMillisecond);
 BENCHMARK(Delete_Poco)->Arg(2'000)->Unit(benchmark::kMillisecond);
+BENCHMARK(CopyTree_Ostrel)->Arg(2'000)->Unit(benchmark::kMillisecond);
+BENCHMARK(CopyTree_Std)->Arg(2'000)->Unit(benchmark::kMillisecond);
+BENCHMARK(CopyTree_Boost)->Arg(2'000)->Unit(benchmark::kMillisecond);
+BENCHMARK(CopyTree_Qt)->Arg(2'000)->Unit(benchmark::kMillisecond);
+BENCHMARK(CopyTree_Poco)->Arg(2'000)->Unit(benchmark::kMillisecond);
 BENCHMARK(Copy_Ostrel)->Unit(benchmark::kMillisecond);
 BENCHMARK(Copy_ReadWrite)->Unit(benchmark::kMillisecond);
 BENCHMARK(Copy_Std)->Unit(benchmark::kMillisecond);

@@ -22,6 +22,7 @@ constexpr Station kStations[] = {
     {"Validators: the form of e-mail addresses and directory paths", validators_station},
     {"Time: the current time, text, differences, an hour that occurs twice", time_station},
     {"Files: creates, walks, copies and deletes a directory tree", file_station},
+    {"Registry: settings that a second process changes, and a callback", registry_station},
 };
 
 int show_all() {
@@ -36,6 +37,9 @@ int show_all() {
 }  // namespace
 
 int main(int count, char **arguments) {
+    if (count == 2 && std::strcmp(arguments[1], "--change-settings") == 0) {
+        return change_settings();
+    }
     for (int i = 1; i < count; ++i) {
         if (std::strcmp(arguments[i], "--trace") != 0) {
             std::fprintf(stderr, "usage: tour [--trace]\n");

@@ -10,5 +10,9 @@ void charset_station();
 void validators_station();
 void time_station();
 void file_station();
+void registry_station();
+
+// What the second process of the registry's station does. Returns a code of the platform.
+int change_settings();
 
 #endif  // EXAMPLES_TOUR_TOUR_H

@@ -1,18 +1,19 @@
 #ifndef OSTREL_CORE_CRITICAL_SECTION_H
 #define OSTREL_CORE_CRITICAL_SECTION_H
 
-// A recursive lock, and an object that holds it for the length of a scope.
+// CCriticalSection_local is a recursive lock between the threads of one process, a critical section
+// of the platform. Objects of a scope enter and leave the lock.
 //
-//   static OS::CCriticalSection_local lock;
+//   OS::CCriticalSection_local lock;
 //   {
-//       const OS::CCriticalSection_local::CHolder holder(lock);
-//       ++count;
+//       const OS::CCriticalSection_local::CHolder held(lock);
+//       ...
 //   }
 //
-// Threads: every function may run on any thread. Destroy a lock only when no other thread uses it.
+// Threads: the owner may enter again, and the lock is free when the owner has left as often as it
+// has entered. A thread that TerminateThread ends leaves the lock first, or keeps it for ever while
+// it does not come to leave it (ostrel/platform/sync.h).
 // Errors: nothing throws.
-// Platform: a critical section of platform/sync.h, which says what a thread that ends or is
-// terminated leaves behind.
 
 #include "ostrel/core/api.h"
 #include "ostrel/platform/sync.h"
@@ -21,30 +22,30 @@ namespace OS {
 
 class OSTREL_API CCriticalSection_local {
 public:
-    CCriticalSection_local() noexcept;
-    ~CCriticalSection_local();
-    CCriticalSection_local(const CCriticalSection_local &) = delete;
-    CCriticalSection_local &operator=(const CCriticalSection_local &) = delete;
-
-    // Waits until the calling thread owns the lock. The owner may enter again.
-    void Enter() noexcept;
-    // Returns whether the calling thread owns the lock, without waiting for another owner.
-    bool TryEnter() noexcept;
-    // Leaves the lock once. It is free when its owner has left as often as it has entered. Has no
-    // effect when the calling thread does not own the lock.
-    void Leave() noexcept;
-
-    // Enters a lock when constructed and leaves it when destroyed, on the same thread.
-    class CHolder {
+    // Owns a lock for the length of a scope.
+    class OSTREL_API CHolder {
     public:
-        explicit CHolder(CCriticalSection_local &lock) noexcept : m_lock(lock) { m_lock.Enter(); }
-        ~CHolder() { m_lock.Leave(); }
+        // Waits until the calling thread owns `lock`.
+        explicit CHolder(CCriticalSection_local &lock) noexcept;
+        ~CHolder();
         CHolder(const CHolder &) = delete;
         CHolder &operator=(const CHolder &) = delete;
 
     private:
         CCriticalSection_local &m_lock;
     };
+
+    // Makes a free lock. The destructor ends its use, also while another thread owns it.
+    CCriticalSection_local() noexcept;
+    ~CCriticalSection_local();
+    CCriticalSection_local(const CCriticalSection_local &) = delete;
+    CCriticalSection_local &operator=(const CCriticalSection_local &) = delete;
+
+    // Waits for the lock no longer than so many milliseconds; 0 only tries. Returns true when the
+    // calling thread owns the lock, which the thread then leaves by Leave. A thread that waits asks
+    // once a millisecond, so threads that wait in CHolder come first.
+    bool TryEnter(DWORD milliseconds) noexcept;
+    void Leave() noexcept;
 
 private:
     CRITICAL_SECTION m_section;

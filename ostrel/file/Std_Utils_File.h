@@ -15,8 +15,10 @@
 // too; a null or empty target is a failure. The functions join paths as NS_StringUtils::concatPath
 // does, but never cut or refuse a long one. The calls of the platform take up to 259 characters: an
 // operation on a longer path fails with ERROR_FILENAME_EXCED_RANGE, and a directory whose path and
-// pattern together are longer cannot be listed. Do not pass a null or empty pattern: unless `dir`
-// ends in a separator, the search finds `dir` itself, under the path dir\name.
+// pattern together are longer cannot be listed. In the current directory, when `dir` is empty, an
+// entry whose name begins like a drive (c:x) has the path .\c:x. Do not pass a null or empty
+// pattern: unless `dir` ends in a separator, the search finds `dir` itself, under the path
+// dir\name.
 //
 // Symbolic links. Walks follow links. A link to a directory on the way down to the link is listed
 // and not entered, and of several links to one directory a walk enters the first that it meets.
@@ -25,9 +27,11 @@
 //
 // Other users. deleteTree, copyDirectory and moveDirectory work in the directories that they have
 // found and opened: one that somebody replaces by a link meanwhile is not followed. The path that
-// the caller gives is looked up once, links included. moveFiles and the collecting functions work
-// by paths. During a walk a callback's calls by path directly below the directory that is being
-// walked work in that directory too (ostrel/platform/pinned_directory.h).
+// the caller gives is looked up once, links included. Without /proc moveDirectory moves by paths.
+// For each level the three need a descriptor, copyDirectory and moveDirectory a second one for the
+// target. moveFiles and the collecting functions work by paths. During a walk a callback's calls by
+// path directly below the directory that is being walked work in that directory too
+// (ostrel/platform/pinned_directory.h).
 //
 // Threads: the functions keep no state and take no lock. Two calls that change the same tree at the
 // same time disturb each other.
@@ -222,7 +226,8 @@ OSTREL_API bool moveFileEx(const WCHAR *pszExistingFile, const WCHAR *pszNewFile
 // has more than 259 characters, and the call fails. A link that leads nowhere is a file that fails.
 // Links in `source` are followed. Links in `target`, which others may have put there, are not: a
 // file or subdirectory that would have to be written through one fails. `target` itself may be a
-// link. A subdirectory of `source` that others replace by a link meanwhile fails as well.
+// link. A new directory is no more open to others than that of `source`. A subdirectory of `source`
+// that others replace by a link meanwhile fails as well.
 //
 // Returns 1, also when `source` does not exist or is a file. On failure returns 0: when a file
 // fails, when an existing directory, or an entry of it, cannot be read, and when `target` cannot be
@@ -267,7 +272,8 @@ OSTREL_API bool moveFiles(const WCHAR *source, const WCHAR *target, const WCHAR 
 //
 // A null `dir` deletes nothing; an empty `dir` is the current directory. Links are not followed: a
 // link to a file is deleted as a file, and a link to a directory, `dir` too, counts as an empty
-// directory. A path that continues after the link (c:\link\.) is followed.
+// directory. A path that continues after the link (c:\link\dir) is followed. A read-only file that
+// this user may not make writable stays.
 OSTREL_API void deleteTree(const WCHAR *dir,
                            void (*callback)(const WCHAR *path, int result, void *context),
                            void *context, int fRemoveDirectory, int fRecursive, const WCHAR *spec);

@@ -47,8 +47,9 @@ public:
         // Receives one file: the path of its directory, its name without the directory, and its
         // full path. The full path joins the two as NS_StringUtils::concatPath does and has any
         // length. The path of the directory is the argument of BrowseDirectory, or for a
-        // subdirectory the same kind of join. The texts are valid during the call only. An
-        // exception ends the walk and passes through BrowseDirectory.
+        // subdirectory the same kind of join; a name that begins like a drive (c:x) in the current
+        // directory, for an empty argument, has the path .\c:x. The texts are valid during the call
+        // only. An exception ends the walk and passes through BrowseDirectory.
         virtual void operator()(const WCHAR *directory, const WCHAR *name,
                                 const WCHAR *fullPath) = 0;
     };

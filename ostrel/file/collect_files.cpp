@@ -1,8 +1,8 @@
 // Listing directory trees and adding up sizes.
 
+#include <iterator>
 #include <string>
 #include <string_view>
-#include <utility>
 
 #include "ostrel/file/Std_Utils_File.h"
 #include "ostrel/file/directory_search.h"
@@ -34,45 +34,41 @@ struct Collection {
     bool Gathers(const Entries &entries) const { return entries.IsDirectory() == directories; }
 };
 
-// Does what `collect` does for a pattern that matches all names, with one search for each
-// directory. Keeps a `Kept` of each gathered entry of a directory, and passes them to `take` when
-// those of its subdirectories have been passed.
-template <class Kept, class Take>
-LONG collect_all(const WCHAR *dir, Facts facts, Collection *collection, Take &take) {
-    const PinnedDirectory pin(dir, PinnedDirectory::kNone, facts);
+// What collectFiles does for a pattern that matches all names, with one search for each directory.
+// Keeps the paths of a directory until those of its subdirectories have been added.
+LONG collect_all(const WCHAR *dir, Collection *collection, std::vector<OS::x_wstring> *paths) {
     const Walk::Level level(&collection->walk, dir);
-    std::vector<Kept> here;
+    std::vector<OS::x_wstring> here;
     std::vector<OS::x_wstring> below;
     {
+        const PinnedDirectory pin(dir, PinnedDirectory::kNone, Facts::kKinds);
         JoinedPath path(dir);
         Entries entries(path.With(TEXT("*.*")));
         for (; entries.Found(); entries.Next()) {
+            const WCHAR *const full = path.With(entries->name);
             if (collection->Gathers(entries)) {
-                here.emplace_back(&path, *entries.operator->());
+                here.emplace_back(full);
             }
-            if (collection->recursive && entries.IsDirectory() && entries->name[0] != TEXT('.')) {
-                const WCHAR *const full = path.With(entries->name);
-                if (collection->walk.Enters(entries->attrib, full)) {
-                    below.emplace_back(full);
-                }
+            if (collection->recursive && entries.IsDirectory() && entries->name[0] != TEXT('.') &&
+                collection->walk.Enters(entries->attrib, full)) {
+                below.emplace_back(full);
             }
         }
         collection->failed = collection->failed || entries.Failed();
     }
-    LONG count = static_cast<LONG>(here.size());
+    auto count = static_cast<LONG>(here.size());
     for (const OS::x_wstring &subdirectory : below) {
-        count += collect_all<Kept>(subdirectory, facts, collection, take);
+        count += collect_all(subdirectory, collection, paths);
     }
-    for (Kept &kept : here) {
-        take(&kept);
-    }
+    paths->insert(paths->end(), std::make_move_iterator(here.begin()),
+                  std::make_move_iterator(here.end()));
     return count;
 }
 
-// The walk of both collecting functions, for any pattern. Keeps no entries, so the subdirectories,
-// which come first, need their own search.
-template <class Kept, class Take>
-LONG collect_matches(const WCHAR *dir, Facts facts, Collection *collection, Take &take) {
+// The walk of both collecting functions. Calls `take(path, entry)` for each entry; `path` holds the
+// directory. Keeps no entries, so the subdirectories, which come first, need their own search.
+template <class Take>
+LONG collect(const WCHAR *dir, Facts facts, Collection *collection, const Take &take) {
     PinnedDirectory pin(dir, PinnedDirectory::kNone, Facts::kKinds);
     const Walk::Level level(&collection->walk, dir);
     LONG count = 0;
@@ -82,17 +78,16 @@ LONG collect_matches(const WCHAR *dir, Facts facts, Collection *collection, Take
         for (; below.Found(); below.Next()) {
             const WCHAR *const subdirectory = path.With(below.Name());
             if (collection->walk.Enters(below.Attributes(), subdirectory)) {
-                count += collect_matches<Kept>(subdirectory, facts, collection, take);
+                count += collect(subdirectory, facts, collection, take);
             }
         }
         collection->failed = collection->failed || below.Failed();
     }
     pin.Want(facts);
-    Entries entries(path.With(collection->spec));
+    Entries entries(path.WithPattern(collection->spec));
     for (; entries.Found(); entries.Next()) {
         if (collection->Gathers(entries)) {
-            Kept kept(&path, *entries.operator->());
-            take(&kept);
+            take(&path, entries.operator->());
             ++count;
         }
     }
@@ -100,38 +95,14 @@ LONG collect_matches(const WCHAR *dir, Facts facts, Collection *collection, Take
     return count;
 }
 
-template <class Kept, class Take>
-LONG collect(const WCHAR *dir, Facts facts, Collection *collection, Take take) {
-    return takes_all(collection->spec) ? collect_all<Kept>(dir, facts, collection, take)
-                                       : collect_matches<Kept>(dir, facts, collection, take);
-}
-
-// What collectFiles keeps of an entry.
-struct FullPath {
-    OS::x_wstring path;
-
-    FullPath(JoinedPath *joined, const _wfinddata64i32_t &entry) : path(joined->With(entry.name)) {}
-};
-
-// What collectFilesEx keeps of an entry.
-struct Record {
-    unsigned attributes;
-    std::int64_t creation, access, write;
-    DWORD size;
-    std::u16string name;
-
-    Record(JoinedPath *, const _wfinddata64i32_t &entry)
-        : attributes(entry.attrib),
-          creation(entry.time_create),
-          access(entry.time_access),
-          write(entry.time_write),
-          size(entry.size),
-          name(entry.name) {}
-};
-
 LONG collect_paths(const WCHAR *dir, Collection *collection, std::vector<OS::x_wstring> *paths) {
-    return collect<FullPath>(dir, Facts::kKinds, collection,
-                             [paths](FullPath *kept) { paths->push_back(std::move(kept->path)); });
+    if (takes_all(collection->spec)) {
+        return collect_all(dir, collection, paths);
+    }
+    return collect(dir, Facts::kKinds, collection,
+                   [paths](JoinedPath *path, const _wfinddata64i32_t *entry) {
+                       paths->emplace_back(path->With(entry->name));
+                   });
 }
 
 DWORD add_sizes(const WCHAR *dir, const WCHAR *spec, bool recursive, Walk *walk) {
@@ -139,7 +110,7 @@ DWORD add_sizes(const WCHAR *dir, const WCHAR *spec, bool recursive, Walk *walk)
     const Walk::Level level(walk, dir);
     DWORD sum = 0;
     JoinedPath path(dir);
-    for (Entries entries(path.With(spec)); entries.Found(); entries.Next()) {
+    for (Entries entries(path.WithPattern(spec)); entries.Found(); entries.Next()) {
         const WCHAR *const full = path.With(entries->name);
         if (!entries.IsDirectory()) {
             DWORD size = 0;
@@ -177,13 +148,14 @@ LONG collectFilesEx(void (*callback)(unsigned int, std::int64_t, std::int64_t, s
                     void *context, const WCHAR *dir, const WCHAR *spec, unsigned int attrib, LONG *,
                     bool fRecursive, const WCHAR *) {
     Collection collection = {or_empty(spec), detail::is_directory(attrib), fRecursive};
-    return collect<Record>(or_empty(dir), Facts::kAll, &collection,
-                           [callback, context](Record *kept) {
-                               if (callback != nullptr) {
-                                   callback(kept->attributes, kept->creation, kept->access,
-                                            kept->write, kept->size, kept->name.data(), context);
-                               }
-                           });
+    const auto take = [callback, context](JoinedPath *, _wfinddata64i32_t *entry) {
+        if (callback != nullptr) {
+            callback(entry->attrib, entry->time_create, entry->time_access, entry->time_write,
+                     entry->size, entry->name, context);
+        }
+    };
+    return collect(or_empty(dir), callback != nullptr ? Facts::kAll : Facts::kKinds, &collection,
+                   take);
 }
 
 DWORD calcFileSize(const WCHAR *dir, const WCHAR *spec, unsigned int, LONG *, bool fRecursive,

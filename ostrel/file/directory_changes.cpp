@@ -1,7 +1,11 @@
 // Copying, moving and deleting directories with their content.
 
+#include <optional>
+
+#include "ostrel/core/handles.h"
 #include "ostrel/file/Std_Utils_File.h"
 #include "ostrel/file/directory_search.h"
+#include "ostrel/platform/file.h"
 #include "ostrel/platform/pinned_directory.h"
 #include "ostrel/platform/system.h"
 
@@ -19,8 +23,21 @@ using Facts = PinnedDirectory::Facts;
 
 constexpr DWORD kMoveOver = MOVEFILE_REPLACE_EXISTING | MOVEFILE_COPY_ALLOWED;
 
-bool exists_or_is_created(const WCHAR *directory) {
-    return isFileExist(directory) || createDirectory(directory, false, false, false);
+// Makes a missing directory for a copy of `source`, or of what it holds. The new directory is no
+// more open to others than `source`.
+bool exists_or_is_created(const WCHAR *directory, const WCHAR *source) {
+    if (isFileExist(directory)) {
+        return true;
+    }
+    const CHandle original(CreateFileW(*source != 0 ? source : TEXT("."), 0,
+                                       FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                       nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS,
+                                       nullptr));
+    std::optional<platform_creation_limit> limit;
+    if (original != INVALID_HANDLE_VALUE) {
+        limit.emplace(original);
+    }
+    return createDirectory(directory, false, false, false);
 }
 
 // Removes the separators at the end, with which a link would be followed.
@@ -63,9 +80,20 @@ struct Copy {
     Walk walk = {};
 };
 
+// Lists the subdirectories that a copy enters. Returns false when there may be more.
+bool list_subdirectories(JoinedPath *from, Walk *walk, std::vector<Subdirectory> *found) {
+    Subdirectories below(from);
+    for (; below.Found(); below.Next()) {
+        if (walk->Enters(below.Attributes(), from->With(below.Name()))) {
+            found->push_back({below.Name(), below.Attributes()});
+        }
+    }
+    return !below.Failed();
+}
+
 int copy_directory(const WCHAR *source, const WCHAR *target, int fContinueOnError,
                    int fMoveBusyAside, bool is_top, DWORD attributes, Copy *copy) {
-    if (!exists_or_is_created(target)) {
+    if (!exists_or_is_created(target, source)) {
         return 0;
     }
     JoinedPath from(source);
@@ -79,17 +107,7 @@ int copy_directory(const WCHAR *source, const WCHAR *target, int fContinueOnErro
     int result = 1;
     if (copy->include_subdirectories != 0) {
         std::vector<Subdirectory> found;
-        {
-            Subdirectories below(&from);
-            for (; below.Found(); below.Next()) {
-                if (copy->walk.Enters(below.Attributes(), from.With(below.Name()))) {
-                    found.push_back({below.Name(), below.Attributes()});
-                }
-            }
-            if (below.Failed()) {
-                result = 0;
-            }
-        }
+        result = list_subdirectories(&from, &copy->walk, &found) ? 1 : 0;
         for (const Subdirectory &subdirectory : found) {
             if (copy_directory(from.With(subdirectory.name), to.With(subdirectory.name), 1, 0,
                                false, subdirectory.attributes, copy) == 0) {
@@ -116,7 +134,7 @@ int copy_directory(const WCHAR *source, const WCHAR *target, int fContinueOnErro
 
 int move_directory(const WCHAR *source, const WCHAR *target, int fIncludeSubDirectory,
                    bool is_top) {
-    if (!exists_or_is_created(target)) {
+    if (!exists_or_is_created(target, source)) {
         return 0;
     }
     JoinedPath from(source);
@@ -181,7 +199,7 @@ int moveDirectory(const WCHAR *source, const WCHAR *target, int fIncludeSubDirec
 
 bool moveFiles(const WCHAR *source, const WCHAR *target, const WCHAR *spec, DWORD dwFlag,
                int fRecursive) {
-    if (!exists_or_is_created(target)) {
+    if (!exists_or_is_created(target, or_empty(source))) {
         return false;
     }
     std::vector<x_wstring> files;
@@ -205,10 +223,12 @@ void deleteTree(const WCHAR *dir, void (*callback)(const WCHAR *path, int result
     }
     const x_wstring directory = without_separators_at_end(dir);
     {
-        const PinnedDirectory pin(directory, PinnedDirectory::kNotALink | PinnedDirectory::kDeletes,
-                                  Facts::kKinds);
+        PinnedDirectory pin(directory, PinnedDirectory::kNotALink | PinnedDirectory::kDeletes,
+                            Facts::kKinds);
         JoinedPath path(dir);
-        for (Entries entries(path.With(or_empty(spec))); entries.Found(); entries.Next()) {
+        Entries entries(path.WithPattern(or_empty(spec)));
+        pin.Want(Facts::kAll);
+        for (; entries.Found(); entries.Next()) {
             const WCHAR *const full = path.With(entries->name);
             if (!entries.IsDirectory()) {
                 SetFileAttributesW(full, FILE_ATTRIBUTE_NORMAL);

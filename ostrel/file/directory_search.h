@@ -3,7 +3,8 @@
 
 // Internal. Searches as loops over the entries of a directory.
 //
-//   for (Entries entries(path.With(spec)); entries.Found(); entries.Next()) { entries->name ... }
+//   for (Entries entries(path.WithPattern(spec)); entries.Found(); entries.Next()) { entries->name
+//   ... }
 
 #include <cerrno>
 #include <cstdint>

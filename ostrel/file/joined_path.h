@@ -25,12 +25,15 @@ public:
     // below.
     explicit JoinedPath(const WCHAR *directory) : m_directory(directory) {}
 
-    // Returns the joined path, which is valid until the next call.
+    // Returns the path of an entry, which is valid until the next call. An entry of the current
+    // directory whose name begins like a drive (c:x) has the path .\c:x.
     const WCHAR *With(const WCHAR *name) {
-        m_path.resize(wcslen(m_directory) + wcslen(name) + 1);  // + a separator
-        NS_StringUtils::concatPath(m_directory, name, m_path.data());
-        return m_path.c_str();
+        const bool is_like_drive = *m_directory == 0 && *name != 0 && name[1] == TEXT(':');
+        return Join(is_like_drive ? TEXT(".") : m_directory, name);
     }
+
+    // Returns the directory joined with a pattern, which may be a path; valid as above.
+    const WCHAR *WithPattern(const WCHAR *pattern) { return Join(m_directory, pattern); }
 
     // Returns the joined path as a string.
     OS::x_wstring Take(const WCHAR *name) {
@@ -41,6 +44,12 @@ public:
     const WCHAR *Directory() const noexcept { return m_directory; }
 
 private:
+    const WCHAR *Join(const WCHAR *directory, const WCHAR *name) {
+        m_path.resize(wcslen(directory) + wcslen(name) + 1);  // + a separator
+        NS_StringUtils::concatPath(directory, name, m_path.data());
+        return m_path.c_str();
+    }
+
     const WCHAR *m_directory;
     std::u16string m_path;
 };

@@ -65,17 +65,17 @@ void CBrowseDirectoryImp::BrowseSubDirectory(const WCHAR *pszTargetDirectory,
                                              CBrowseDirectory::CFileSearchCallback &callback) {
     TRACE_CALL(DBG::kLevelEntry);
     JoinedPath path(or_empty(pszTargetDirectory));
-    const WCHAR *const strDirSpec = path.With(or_empty(pszFileSpec));
+    const WCHAR *const strDirSpec = path.WithPattern(or_empty(pszFileSpec));
     OSTREL_TRACE(DBG::kLevelValue, TEXT("strDirSpec = %s"), strDirSpec);
     Walk walk;  // for a derived class that calls this function alone
     const CurrentWalk current(current_walk != nullptr ? current_walk : &walk);
-    const PinnedDirectory pin(path.Directory(), PinnedDirectory::kNone,
-                              PinnedDirectory::Facts::kKinds);
+    PinnedDirectory pin(path.Directory(), PinnedDirectory::kNone, PinnedDirectory::Facts::kKinds);
     const Walk::Level level(current_walk, path.Directory());
     _wfinddata64i32_t fd;
     const std::intptr_t search = _wfindfirst64i32(strDirSpec, &fd);
+    const int error = errno;
+    pin.Want(PinnedDirectory::Facts::kAll);
     if (search == -1) {
-        const int error = errno;
         OSTREL_TRACE(DBG::kLevelValue, TEXT("errno = %d"), error);
         if (error != ENOENT) {
             OSTREL_RAISE_SYSTEM(error);

@@ -220,12 +220,13 @@ OSTREL_PLATFORM_API HANDLE CreateFileW(const WCHAR *path, DWORD access, DWORD sh
                                        SECURITY_ATTRIBUTES *security, DWORD creation, DWORD flags,
                                        HANDLE pattern) noexcept;
 
-// Limits the permissions of the files that CreateFileW creates on this thread while the object
-// lives: a new file gives its group and others no permission that the file of `source` does not
-// give them. Without the object the permissions are 0666 without the bits of the umask, which
-// applies too. An existing file keeps its permissions. When `source` is no open handle of
-// CreateFileW, a new file gives them no permission at all. Not a call of the platform; a program
-// that copies a file through its own buffer uses it when it opens the target:
+// Limits the permissions of the files and directories that CreateFileW and CreateDirectoryW create
+// on this thread while the object lives: a new one gives its group and others no permission that
+// the file or directory of `source` does not give them. Without the object the permissions are 0666
+// or 0777 without the bits of the umask, which applies too. An existing file keeps its permissions.
+// When `source` is no open handle of CreateFileW, a new file gives them no permission at all. Not a
+// call of the platform; a program that copies a file through its own buffer uses it when it opens
+// the target:
 //
 //   const platform_creation_limit limit(source);
 //   target = CreateFileW(path, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);

@@ -44,7 +44,8 @@ struct PinnedDirectoryState;
 // CreateDirectoryW, RemoveDirectoryW, MoveFileW, MoveFileExW, searches, and the opening of another
 // pinned directory. Pinned directories therefore nest, and a tree is walked as it was found. The
 // text must be the same unit by unit, but for separators at its end. A pinned directory that could
-// not be opened makes those calls fail with the error of its opening.
+// not be opened makes those calls fail with the error of its opening. One that this user may not
+// list serves all calls but searches. On a host without /proc the two moves work by the path.
 //
 // Threads: create and destroy the object on one thread, in the order of scopes.
 // Errors: none; without memory the directory counts as not opened.
@@ -53,14 +54,15 @@ public:
     enum Flags : unsigned {
         kNone = 0,
         kNotALink = 1,     // a link at `directory` counts as a directory that cannot be opened
-        kNoLinksInIt = 2,  // CreateFileW in the directory refuses a name that is a link
+        kNoLinksInIt = 2,  // CreateFileW in the directory refuses to write through a link
         // The thread deletes what its search finds: SetFileAttributesW with FILE_ATTRIBUTE_NORMAL
         // of the file that the search returned last takes effect in the DeleteFileW that follows,
-        // and reports no failure. It saves three host calls a file.
+        // and reports no failure. It saves three host calls a file that is not read-only.
         kDeletes = 4,
     };
 
-    // What the next search in the directory stores of an entry. Later searches store all.
+    // What the next search in the directory stores of an entry. Later searches store all. Before it
+    // calls code of others, a walk wants all again: its own search may have been elsewhere.
     enum class Facts {
         kAll,    // as find.h says
         kSizes,  // no stored attributes: HIDDEN, SYSTEM and ARCHIVE may be missing, and the

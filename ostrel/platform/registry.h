@@ -23,7 +23,8 @@
 //                            read, or not write, the store's file
 //   ERROR_BADDB              the file is damaged, is no registry, or has a newer format; the call
 //                            leaves the file as it is
-//   ERROR_DISK_FULL          the disk, or the user's quota of it, is full; nothing has changed
+//   ERROR_DISK_FULL          the disk, or the user's quota of it, is full, or a file would be larger
+//                            than RLIMIT_FSIZE allows (no SIGXFSZ); nothing has changed
 //   ERROR_WRITE_PROTECT      the file system is mounted read-only; reading works
 //   ERROR_BUSY               other writers have held the store for more than 10 seconds
 //   ERROR_NOT_ENOUGH_MEMORY  memory is short
@@ -36,7 +37,10 @@
 // Threads: every call may run on any thread, and threads may share a handle. No call returns
 // something older than a write that had returned before, in this process or in another.
 //
-// Forks: the child of a fork may use every call, and the handles that it inherits.
+// Forks: the child of a fork may use every call, and the handles that it inherits. Notifications
+// that are armed stay armed in both processes; in the child they tell from the child's first
+// RegNotifyChangeKeyValue on. A fork waits for the calls that other threads are in. No descriptor
+// of the layer passes exec.
 
 #include "ostrel/platform/types.h"
 
@@ -287,7 +291,8 @@ OSTREL_PLATFORM_API LSTATUS RegGetValueW(HKEY key, const WCHAR *subkey, const WC
 // `filter` is a combination of REG_NOTIFY_CHANGE_NAME (a subkey created or deleted),
 // REG_NOTIFY_CHANGE_LAST_SET (a value set or deleted) and, without effect of their own,
 // REG_NOTIFY_CHANGE_ATTRIBUTES and REG_NOTIFY_CHANGE_SECURITY. With `subtree` the keys below count
-// too. Filter and `subtree` of the first call on a handle stay; those of later calls are ignored.
+// too. Filter and `subtree` of the first call on a handle stay; those of later calls are ignored. A
+// root is one handle of the process that is never closed.
 // With `asynchronous`, `event` is an event of sync.h that the change sets, and the call returns at
 // once. Without, `event` is ignored and the call returns with the change.
 //
@@ -321,6 +326,7 @@ OSTREL_PLATFORM_API LSTATUS RegSaveKeyW(HKEY key, const WCHAR *file,
 // Replaces the values of a key and all that is below it by what a file of RegSaveKeyW holds, in one
 // commit. The first key of the file stands for `key`, whatever its name. `flags` is 0 or
 // REG_FORCE_RESTORE, which goes on although keys below are open; these are deleted and made anew.
+// The restoration is a change of which RegNotifyChangeKeyValue tells.
 //
 // Returns ERROR_SUCCESS. On failure changes nothing and returns:
 //   ERROR_FILE_NOT_FOUND     there is no such file

@@ -99,6 +99,22 @@ TEST(StdUtilsFile, ACopyIsNoMoreOpenThanItsSource) {
     }
 }
 
+TEST(StdUtilsFile, ANewDirectoryIsNoMoreOpenThanItsSource) {
+    const struct {
+        const char *text;
+        int (*call)();
+    } calls[] = {{CALL(copyDirectory(TEXT("s"), TEXT("t"), 1, 0, 0))},
+                 {CALL(moveDirectory(TEXT("s"), TEXT("t"), 1, 0))}};
+    for (const auto &c : calls) {
+        SCOPED_TRACE(c.text);
+        const Planted dir("s/d/f=");
+        chmod("s", 0750), chmod("s/d", 0700);
+        EXPECT_EQ(c.call(), 1);
+        EXPECT_EQ(host_facts("t").st_mode & 07777, 0750u);
+        EXPECT_EQ(host_facts("t/d").st_mode & 07777, 0700u);
+    }
+}
+
 TEST(StdUtilsFile, CopyFileExRefusesOrMovesAsideWhatIsInTheWay) {
     const struct {
         const WCHAR *source, *target;

@@ -130,7 +130,7 @@ TEST(DirectoryChanges, OddNamesAreListedCopiedMovedAndDeletedUnlessTheyAreTooLon
     const std::string longest(200, 'n');
     for (const std::string &name :
          {std::string("\xFF"), std::string("a\\b"), std::string("end  "), std::string("dot."),
-          std::string("*?\xF0\x9F\x98\x80"), longest}) {
+          std::string("*?\xF0\x9F\x98\x80"), std::string("c:x"), longest}) {
         fs::create_directories("s/d" + name);
         std::ofstream("s/" + name) << name;
         std::ofstream("s/d" + name + "/f") << name;
@@ -145,9 +145,18 @@ TEST(DirectoryChanges, OddNamesAreListedCopiedMovedAndDeletedUnlessTheyAreTooLon
     EXPECT_EQ(copyDirectory(TEXT("u"), TEXT("v"), 1, 0, 0), 0);
     Lines calls;
     deleteTree(TEXT("u"), note, &calls, 1, 1, TEXT("*"));
-    EXPECT_EQ(calls.size(), 12u + 3u);  // it and two directories stay
+    EXPECT_EQ(calls.size(), 14u + 3u);  // it and two directories stay
     EXPECT_EQ(lines_of("u").size(), 2u);
     EXPECT_EQ(content_of(tooLong), "kept");
+}
+
+TEST(DirectoryChanges, CopyOntoItselfFindsAllUpToDate) {
+    const Planted dir("d/f=1 d/l->f d/s/g=2");
+    const std::string before = tree();
+    for (const WCHAR *target : {TEXT("d"), TEXT(".\\d"), TEXT("d\\")}) {
+        EXPECT_EQ(copyDirectory(TEXT("d"), target, 1, 0, 0), 1) << PrintToString(target);
+    }
+    EXPECT_EQ(tree(), before);
 }
 
 }  // namespace

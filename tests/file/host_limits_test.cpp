@@ -10,18 +10,31 @@ namespace {
 
 using namespace NS_FileUtils;
 
+constexpr uid_t kNobody = 65534;
+
+// Runs a part of a test as another user, or with another root.
+template <class Part>
+void in_a_child(Part part) {
+    const pid_t child = fork();
+    if (child == 0) {
+        part();
+        _exit(testing::Test::HasFailure() ? 1 : 0);
+    }
+    int status = -1;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+}
+
 TEST(HostLimits, AnOrdinaryUserIsToldWhatIsRefused) {
     if (geteuid() != 0) {
         GTEST_SKIP() << "cannot become another user";
     }
     const Planted dir("locked/f=1 open/f=2 mine/f=3");
-    constexpr uid_t kNobody = 65534;
     ASSERT_EQ(chmod("locked", 0700) | chmod(dir.Path().c_str(), 0755) | chmod("open/f", 0600) |
                   chown("mine", kNobody, kNobody),
               0);
     const Lines before = lines_of();
-    const pid_t child = fork();
-    if (child == 0) {
+    in_a_child([] {
         EXPECT_EQ(setresuid(kNobody, kNobody, kNobody), 0);
         EXPECT_EQ(error_of(copyFileEx(TEXT("open\\f"), TEXT("mine\\g"), false)),
                   ERROR_ACCESS_DENIED);
@@ -37,12 +50,46 @@ TEST(HostLimits, AnOrdinaryUserIsToldWhatIsRefused) {
         };
         deleteTree(TEXT("open"), note, &outcomes, 1, 1, TEXT("*"));
         EXPECT_EQ(outcomes, "--");
-        _exit(HasFailure() ? 1 : 0);
-    }
-    int status = -1;
-    EXPECT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0);
+    });
     EXPECT_EQ(lines_of(), before);
+}
+
+// Directories that may be used and not listed, and files that may not be changed.
+TEST(HostLimits, AnOrdinaryUserUsesWhatIsAllowed) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "cannot become another user";
+    }
+    const Planted dir("s/f=1 s/d/g=2 copied/ moved/ silent/f=12345 theirs/locked=3 theirs/f=4");
+    fs::create_directory("copied");
+    fs::create_directory("moved");
+    EXPECT_EQ(chmod(dir.Path().c_str(), 0755) | chmod("copied", 0333) | chmod("moved", 0333) |
+                  chmod("silent", 0111) | chmod("theirs", 0777) | chmod("theirs/locked", 0444) |
+                  chown("s", kNobody, kNobody) | chown("s/d", kNobody, kNobody) |
+                  chown("s/f", kNobody, kNobody) | chown("s/d/g", kNobody, kNobody),
+              0);
+    in_a_child([] {
+        EXPECT_EQ(setresuid(kNobody, kNobody, kNobody), 0);
+        EXPECT_EQ(copyDirectory(TEXT("s"), TEXT("copied"), 1, 0, 0), 1);
+        EXPECT_EQ(moveDirectory(TEXT("s"), TEXT("moved"), 1, 0), 1);
+        EXPECT_EQ(calcFileSize(TEXT("silent"), TEXT("f"), 0, nullptr, false, nullptr), 5u);
+        EXPECT_EQ(calcFileSize(TEXT("silent"), TEXT("*"), 0, nullptr, false, nullptr), 0u);
+        deleteTree(TEXT("theirs"), nullptr, nullptr, 1, 1, TEXT("*"));
+    });
+    EXPECT_EQ(tree(),
+              "copied/ copied/d/ copied/d/g=2 copied/f=1 moved/ moved/d/ moved/d/g=2 moved/f=1 s/ "
+              "silent/ silent/f=12345 theirs/ theirs/locked=3 ");
+}
+
+TEST(HostLimits, DirectoriesMoveWithoutProc) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "cannot have another root";
+    }
+    const Planted dir("s/f=1 s/d/g=2");
+    in_a_child([] {
+        EXPECT_EQ(chroot("."), 0);
+        EXPECT_EQ(moveDirectory(TEXT("s"), TEXT("t"), 1, 0), 1);
+    });
+    EXPECT_EQ(tree(), "t/ t/d/ t/d/g=2 t/f=1 ");
 }
 
 }  // namespace

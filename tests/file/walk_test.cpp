@@ -3,6 +3,7 @@
 #include "ostrel/core/exception.h"
 #include "ostrel/file/Std_Utils_File.h"
 #include "ostrel/file/browse_directory.h"
+#include "ostrel/platform/find.h"
 #include "support/file_calls.h"
 #include "support/trace_capture.h"
 
@@ -130,6 +131,79 @@ TEST(Walk, TakesLinksForTheirTargetsAndNeverTurnsInALoop) {
                       R"(\a\inA \a\toB\inB \b\inB \b\toA\inA \file \toFile \toNone )");
         }
         EXPECT_EQ(calcFileSize(top.c_str(), TEXT("*"), 0, nullptr, true, nullptr), 16u);
+    }
+}
+
+TEST(Walk, EntersTheTargetOfLinksOnceInAnyGraph) {
+    const struct {
+        const char *name;
+        int directories, links;  // each directory has links to so many that come next, in a circle
+        LONG files;              // one file for each directory, and once more through a link
+    } cases[] = {{"all to all", 4, 4, 8}, {"two each", 7, 2, 14}};
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        const TempDir dir;
+        for (int i = 0; i < c.directories; ++i) {
+            const std::string path = "t/" + std::to_string(i);
+            plant(path + "/f=");
+            for (int link = 0; link < c.links; ++link) {
+                const int next = c.links == 2 ? i + 1 : i + link;
+                fs::create_symlink("../" + std::to_string(next % c.directories),
+                                   path + "/l" + std::to_string(link));
+            }
+        }
+        EXPECT_EQ(browsed(u"t", true, u"*").size(), c.files);
+        EXPECT_EQ(collected(u"t", true, u"*", 0).size(), c.files);
+        EXPECT_EQ(collected(u"t", true, u"?", 0).size(), c.files);
+        EXPECT_EQ(copyDirectory(TEXT("t"), TEXT("u"), 1, 0, 0), 1);
+        EXPECT_EQ(collected(u"u", true, u"*", 0).size(), c.files);
+    }
+}
+
+TEST(Walk, CallbacksFindAllFactsAndWhatTheyHaveChanged) {
+    const Planted dir("t/f=12345 t/s/g=x");
+    set(TEXT("t\\f"), kHidden);
+    struct Look : OS::CBrowseDirectory::CFileSearchCallback {
+        void operator()(const WCHAR *, const WCHAR *, const WCHAR *) override {
+            WIN32_FIND_DATAW data;
+            EXPECT_TRUE(FindClose(FindFirstFileW(TEXT("t\\f"), &data)));
+            EXPECT_EQ(std::tuple(data.nFileSizeLow, data.dwFileAttributes),
+                      std::tuple(5u, kHidden));
+            ++count;
+        }
+        int count = 0;
+    } look;
+    for (const WCHAR *spec : {TEXT("*"), TEXT("f"), TEXT("s\\*"), TEXT("s\\g")}) {
+        OS::CBrowseDirectory().BrowseDirectory(TEXT("t"), false, spec, look);
+    }
+    const auto look_again = [](const WCHAR *, int, void *context) {
+        (*static_cast<Look *>(context))(nullptr, nullptr, nullptr);
+    };
+    deleteTree(TEXT("t"), look_again, &look, 0, 0, TEXT("s\\*"));
+    EXPECT_EQ(look.count, 5);
+    // A directory is searched after its subdirectories.
+    std::string names;
+    const auto grow = [](unsigned, std::int64_t, std::int64_t, std::int64_t, DWORD, WCHAR *name,
+                         void *context) {
+        *static_cast<std::string *>(context) += fs::path(Text(name)).string();
+        std::ofstream("t/new");
+    };
+    EXPECT_EQ(collectFilesEx(grow, &names, TEXT("t"), TEXT("*"), 0, nullptr, true, nullptr), 3);
+    EXPECT_NE(names.find("new"), names.npos);
+}
+
+TEST(Walk, KnowsTheRootAndNamesLikeADrive) {
+    const Planted dir("t/c:x=12 t/c:d/c:y=345");
+    fs::current_path("t");
+    EXPECT_EQ(behind(u".", collected(u"", true, u"*", 0)), R"(\c:d\c:y \c:x )");
+    EXPECT_EQ(calcFileSize(TEXT(""), TEXT("*"), 0, nullptr, true, nullptr), 5u);
+    deleteTree(TEXT(""), nullptr, nullptr, 0, 1, TEXT("*"));
+    EXPECT_EQ(tree(), "c:d/ ");
+    for (const WCHAR *path : {TEXT(""), TEXT("."), TEXT("C:\\"), TEXT("\\\\?\\C:\\")}) {
+        fs::current_path("/");
+        const Paths paths = collected(path, false, u"*", 0x10);
+        EXPECT_FALSE(paths.empty());
+        EXPECT_TRUE(paths.empty() || paths.front().back() != u'.') << PrintToString(path);
     }
 }
 

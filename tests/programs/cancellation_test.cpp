@@ -7,6 +7,7 @@
 #include <atomic>
 #include <clocale>
 
+#include "ostrel/file/Std_Utils_File.h"
 #include "ostrel/platform/codepage.h"
 #include "ostrel/platform/find.h"
 #include "ostrel/platform/module.h"
@@ -29,6 +30,13 @@ bool find_all() {
     while (FindNextFileW(search, &data)) {
     }
     return GetLastError() == ERROR_NO_MORE_FILES && FindClose(search);
+}
+
+bool walk() {
+    std::vector<OS::x_wstring> files;
+    return NS_FileUtils::collectFiles(files, TEXT(""), TEXT("f*"), 0, nullptr, true, nullptr) ==
+               1 &&
+           NS_FileUtils::copyDirectory(TEXT("d"), TEXT("e"), 1, 0, 0) == 1;
 }
 
 bool read_and_write_streams() {
@@ -104,7 +112,7 @@ TEST(Cancellation, WaitsForTheEndOfACall) {
     dir.Write("profile", "[s]\nk=8\n");
     for (Row row : {Row{CALL(bool{CopyFileW(TEXT("file"), TEXT("copy"), FALSE) != FALSE})},
                     Row{CALL(read_and_write_streams())}, Row{CALL(read_bytes_of_a_stream())},
-                    Row{CALL(write_and_flush())}, Row{CALL(find_all())},
+                    Row{CALL(write_and_flush())}, Row{CALL(find_all())}, Row{CALL(walk())},
                     Row{CALL(wait_for_a_conflict())}, Row{CALL(use_times())},
                     Row{CALL(use_code_pages())}, Row{CALL(use_profile_module_and_volume())},
                     Row{CALL(MoveFileExW(TEXT("copy"), TEXT("moved"), 8) != FALSE)},

@@ -1,17 +1,23 @@
 // What runs out of memory: nothing is lost and nothing is half done.
 
+#include <sqlite3.h>
+
 #include <cerrno>
 #include <cstdlib>
+#include <functional>
 #include <memory>
 #include <new>
 
 #include "ostrel/config/cm_IdMapping.h"
 #include "ostrel/core/exception.h"
 #include "ostrel/core/x_string.h"
+#include "ostrel/platform/handle.h"
+#include "ostrel/platform/sync.h"
 #include "ostrel/regex/regex_matcher.h"
 #include "ostrel/regex/regex_program.h"
 #include "ostrel/regex/validators.h"
 #include "support/failing_memory.h"
+#include "support/registry.h"
 #include "support/temp_dir.h"
 #include "support/test.h"
 
@@ -176,6 +182,82 @@ TEST(FailedAllocations, OfALongAddressGiveFalseAndOrdinaryTextsNeedNone) {
     EXPECT_TRUE(CheckPathFormat(TEXT("C:\\Program Files\\a\\"), 19));
     EXPECT_FALSE(failing_memory::has_failed());
     failing_memory::fail_after(-1);
+}
+
+// SQLite's memory, which fails together with that of C++.
+sqlite3_mem_methods s_sqlite;
+
+bool may_allocate() {
+    void *const block = failing_memory::allocate(1);
+    std::free(block);
+    return block != nullptr;
+}
+
+void let_sqlite_fail() {
+    sqlite3_config(SQLITE_CONFIG_GETMALLOC, &s_sqlite);
+    static sqlite3_mem_methods methods = s_sqlite;
+    methods.xMalloc = [](int size) { return may_allocate() ? s_sqlite.xMalloc(size) : nullptr; };
+    methods.xRealloc = [](void *block, int size) {
+        return may_allocate() ? s_sqlite.xRealloc(block, size) : nullptr;
+    };
+    sqlite3_config(SQLITE_CONFIG_MALLOC, &methods);
+    sqlite3_config(SQLITE_CONFIG_LOOKASIDE, 0, 0);
+}
+
+TEST(FailedAllocations, OfRegistryCallsEndThemWithTheirCode) {
+    let_sqlite_fail();
+    const RegistryFolder folder;
+    const HANDLE event = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+    const auto watch = [event] {
+        return RegNotifyChangeKeyValue(HKEY_CURRENT_USER, TRUE, REG_NOTIFY_CHANGE_LAST_SET, event,
+                                       TRUE);
+    };
+    const struct {
+        const char *name;
+        std::function<LSTATUS()> call;
+    } kRows[] = {
+        {"the first call of the process", watch},
+        {"a first write", [] { return set_number(HKEY_CURRENT_USER, u"value", 1); }},
+        {"an arming with a change to look at", watch},
+        {"a new key",
+         [] {
+             HKEY key = nullptr;
+             const LSTATUS code = RegCreateKeyExW(HKEY_CURRENT_USER, u"Software\\a\\b", 0, nullptr,
+                                                  0, KEY_READ, nullptr, &key, nullptr);
+             RegCloseKey(key);
+             return code;
+         }},
+        {"a deleted tree", [] { return RegDeleteTreeW(HKEY_CURRENT_USER, u"Software\\a"); }},
+    };
+    for (const auto &row : kRows) {
+        for (const auto rest : {failing_memory::Rest::kNone, failing_memory::Rest::kAll}) {
+            if (row.name == std::string_view("a deleted tree")) {
+                created(HKEY_CURRENT_USER, u"Software\\a\\b");
+            }
+            bool has_failed = true;
+            for (int left = 0; has_failed; ++left) {
+                failing_memory::fail_after(left, rest);
+                const LSTATUS code = row.call();
+                has_failed = failing_memory::has_failed();
+                failing_memory::fail_after(-1);
+                EXPECT_TRUE(code == 0 || code == 8 || (left > 0 && code == 2))
+                    << row.name << ' ' << left << ' ' << code;
+                ASSERT_EQ(set_number(HKEY_CURRENT_USER, u"other", 1), 0) << row.name << ' ' << left;
+            }
+        }
+    }
+    CloseHandle(event);
+    // A connection that has just been opened, as in the child of a fork, cannot even roll back.
+    created(HKEY_CURRENT_USER, u"Software\\a\\b");
+    for (int left = 0; left < 200; left += 25) {
+        EXPECT_TRUE(holds_in_child([left] {
+            EXPECT_EQ(set_number(HKEY_CURRENT_USER, u"other", 1), 0);
+            failing_memory::fail_after(left, failing_memory::Rest::kAll);
+            RegDeleteTreeW(HKEY_CURRENT_USER, u"Software\\a");
+            failing_memory::fail_after(-1);
+            EXPECT_EQ(set_number(HKEY_CURRENT_USER, u"other", 1), 0) << left;
+        }));
+    }
 }
 
 }  // namespace

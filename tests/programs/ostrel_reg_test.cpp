@@ -230,6 +230,24 @@ TEST(OstrelReg, ChecksTheStores) {
            });
 }
 
+TEST(OstrelReg, CompactsTheStores) {
+    const Registry registry;
+    expect(registry,
+           {
+               {"reg compact | sed 's/.* //'", "yet\nyet\n"},
+               {"reg add HKCU/A /v n /d 1 && reg add HKCU/B /v l /t REG_BINARY /d "
+                "$(printf '%0100000d' 0) && reg delete HKCU/B /f",
+                kDone + kDone + kDone},
+               {"reg compact | sed -n 's/.*user.db    //p' | while read -r before _ _ now _; do "
+                "[ \"$before\" -ge 50000 ] && [ \"$now\" -lt 50000 ] && echo smaller; done",
+                "smaller\n"},
+               {"wc -c <\"$OSTREL_REGISTRY/user.db-wal\"", "0\n"},
+               {"reg query HKCU/A", "\nHKEY_CURRENT_USER\\A\n    n    REG_SZ    1\n"},
+               {"reg add HKCU/A /v n /d 2 /f && reg query HKCU/A && reg check | grep -c sound",
+                kDone + "\nHKEY_CURRENT_USER\\A\n    n    REG_SZ    2\n1\n"},
+           });
+}
+
 // Each change is made when the one before has been printed.
 TEST(OstrelReg, WatchesAKey) {
     const Registry registry;

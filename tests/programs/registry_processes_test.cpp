@@ -374,6 +374,91 @@ TEST(RegistryProcesses, GoOnInTheChildOfAProgramWithThreads) {
     }));
 }
 
+TEST(RegistryProcesses, StartAlthoughAReaderHoldsLocks) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "needs a second user";
+    }
+    const RegistryFolder folder;
+    chmod(folder.Path().c_str(), 0755);
+    EXPECT_TRUE(holds_in_child([] { set_number(created(HKEY_LOCAL_MACHINE, kPath), u"v", 1); }));
+    // SQLite's locks of writer, checkpoint and recovery, and all bytes.
+    for (const auto &[start, length] : {std::pair(120, 1), {121, 1}, {122, 1}, {120, 8}, {0, 0}}) {
+        const Turns locked, done;
+        const pid_t other = fork();
+        if (other == 0) {
+            EXPECT_EQ(setresuid(kNobody, kNobody, kNobody), 0);
+            const int shm = open(folder.Path("machine.db-shm").c_str(), O_RDONLY);
+            struct flock lock {};
+            lock.l_type = F_RDLCK;
+            lock.l_start = start;
+            lock.l_len = length;
+            EXPECT_EQ(fcntl(shm, F_SETLK, &lock), 0);
+            locked.Give();
+            done.Take();
+            _exit(testing::Test::HasFailure() ? 1 : 0);
+        }
+        locked.Take();
+        EXPECT_EQ(truncate(folder.Path("machine.db-shm").c_str(), 0), 0);  // a crash of the host
+        EXPECT_TRUE(holds_in_child([] {
+            EXPECT_EQ(open_code(HKEY_LOCAL_MACHINE, kPath), 0);
+            EXPECT_EQ(set_number(created(HKEY_LOCAL_MACHINE, kPath), u"v", 1), 0);
+        })) << start;
+        done.Give();
+        int status = 1;
+        waitpid(other, &status, 0);
+        EXPECT_EQ(status, 0);
+    }
+}
+
+TEST(RegistryProcesses, MakeFoldersThatOthersMayEnter) {
+    const RegistryFolder folder("/a/b");
+    EXPECT_TRUE(holds_in_child([&] {
+        umask(077);
+        EXPECT_EQ(open_code(HKEY_LOCAL_MACHINE, u"SOFTWARE"), 0);
+        for (const char *path : {"..", "", "machine.db"}) {
+            struct stat facts {};
+            stat(folder.Path(path).c_str(), &facts);
+            EXPECT_EQ(facts.st_mode & 0777, S_ISDIR(facts.st_mode) ? 0755u : 0644u) << path;
+        }
+    }));
+}
+
+// How often this process has mapped files of pages.
+int count_mapped_pages() {
+    std::ifstream maps("/proc/self/maps");
+    int count = 0;
+    for (std::string line; std::getline(maps, line);) {
+        count += line.find("/ostrel-registry-") != line.npos;
+    }
+    return count;
+}
+
+TEST(RegistryProcesses, MapAPageOnceHoweverOftenTheyFork) {
+    const RegistryFolder folder;
+    EXPECT_TRUE(holds_in_child([] {
+        for (DWORD i = 0; i < 10; ++i) {
+            EXPECT_EQ(set_number(HKEY_CURRENT_USER, u"v", i), 0);
+            EXPECT_TRUE(holds_in_child([i] { EXPECT_EQ(number(HKEY_CURRENT_USER, u"v"), i); }));
+        }
+        EXPECT_EQ(count_mapped_pages(), 1);
+    }));
+}
+
+TEST(RegistryProcesses, ReportAFileOfARefusedSize) {
+    const RegistryFolder folder;
+    EXPECT_TRUE(holds_in_child([] {
+        EXPECT_EQ(set_number(HKEY_CURRENT_USER, u"v", 0), 0);
+        rlimit limit;
+        getrlimit(RLIMIT_FSIZE, &limit);
+        limit.rlim_cur = 1 << 20;
+        EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+        EXPECT_EQ(set_bytes(HKEY_CURRENT_USER, u"large", REG_BINARY, std::string(2 << 20, 'x')),
+                  112);
+        EXPECT_EQ(number(HKEY_CURRENT_USER, u"large"), std::nullopt);
+        EXPECT_EQ(set_number(HKEY_CURRENT_USER, u"v", 1), 0);
+    }));
+}
+
 TEST(RegistryProcesses, TellEachOtherOfChanges) {
     const RegistryFolder folder;
     const Turns to_child, to_parent;

@@ -23,14 +23,16 @@
 // has one, from before its first call on: the layer asks for the folder once.
 class RegistryFolder {
 public:
-    RegistryFolder() {
+    // `below` is a path of folders, each behind a '/', that the layer has to create.
+    explicit RegistryFolder(const std::string &below = {}) {
         std::string name = std::filesystem::temp_directory_path() / "ostrel-registry-XXXXXX";
-        m_path = mkdtemp(name.data());
+        m_top = mkdtemp(name.data());
+        m_path = m_top + below;
         setenv("OSTREL_REGISTRY", m_path.c_str(), 1);
     }
     ~RegistryFolder() {
         RemovePages();
-        std::filesystem::remove_all(m_path);
+        std::filesystem::remove_all(m_top);
     }
     RegistryFolder &operator=(RegistryFolder &&) = delete;  // nor copied
 
@@ -67,7 +69,7 @@ public:
     }
 
 private:
-    std::string m_path;
+    std::string m_top, m_path;
 };
 
 // Forks a child that does not outlive this process.

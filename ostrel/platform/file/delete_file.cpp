@@ -35,12 +35,16 @@ int open_to_lock(const FileRef &name, SharingFile *file, struct stat *facts) {
     return 0;
 }
 
-// Locks and deletes a regular file. `judged` as for lock_for_delete.
+// Locks and deletes a regular file. `judged` as for lock_for_delete; without it, refuses a file
+// that is read-only or that this user may not open with EACCES.
 int delete_locked(const FileRef &name, const struct stat *judged) {
     SharingFile lock;
     struct stat facts = {};
     if (const int error = lock_for_delete(name, judged, &lock, &facts)) {
         return error;
+    }
+    if (judged == nullptr && (facts.st_nlink == 0 || is_read_only(facts))) {
+        return EACCES;
     }
     if (unlinkat(name.directory, name.name, 0) != 0) {
         return errno;
@@ -69,7 +73,8 @@ int try_delete(const FileRef &name) {
 }
 
 // Deletes a file in a pinned directory that the search has found to be regular. Its new attributes,
-// which the thread has set before, matter only if the file stays.
+// which the thread has set before, matter only if the file stays, or if it is read-only: a file
+// that this user may not change must stay. Returns false when DeleteFileW has to decide.
 bool delete_found_file(const HostName &host) {
     if (!host.pin || !std::exchange(host.pin->becomes_normal, false) ||
         std::exchange(host.pin->found_file, {}) != host.name) {

@@ -13,6 +13,7 @@
 #include "ostrel/platform/file/file_facts.h"
 #include "ostrel/platform/file/host_name.h"
 #include "ostrel/platform/file/host_path.h"
+#include "ostrel/platform/file/open_file.h"
 
 namespace ostrel_platform {
 namespace {
@@ -70,7 +71,9 @@ BOOL CreateDirectoryW(const WCHAR *path, SECURITY_ATTRIBUTES *security) noexcept
             return GetLastError();
         }
         const ostrel_platform::FileRef ref = host->Ref();
-        return mkdirat(ref.directory, ref.name, 0777) == 0 ? ERROR_SUCCESS : host->CodeOf(errno);
+        return mkdirat(ref.directory, ref.name, ostrel_platform::mode_of_new_directory()) == 0
+                   ? ERROR_SUCCESS
+                   : host->CodeOf(errno);
     });
 }
 

@@ -12,7 +12,7 @@
 #include <optional>
 
 #include "ostrel/platform/file.h"
-#include "ostrel/platform/file/no_attribute_cache.h"
+#include "ostrel/platform/file/attribute_cache.h"
 #include "ostrel/platform/file/stored_attributes.h"
 #include "ostrel/platform/time/calendar.h"
 #include "ostrel/platform/time/system_time.h"
@@ -84,20 +84,38 @@ FileFacts facts_of(const struct statx &host) {
     return facts;
 }
 
-// Adds the facts of the layer's extended attributes. `ref` names the file of `host`, directly or
+// Reads the layer's extended attributes of the file of `host`, which `ref` names, directly or
 // through a link.
+StoredAttributes read_stored(const struct statx &host, const FileRef &ref, DWORD link) {
+    if (const auto cached = find_cached_attributes(host)) {
+        return *cached;
+    }
+    StoredAttributes stored;
+    errno = 0;
+    const auto bits = read_stored_bits(ref, device_of(host));
+    bool known = bits || errno == ENODATA;
+    if (bits) {
+        stored.bits = *bits;
+        errno = 0;
+        stored.creation = read_stored_creation(ref, device_of(host));
+        known = stored.creation || errno == ENODATA;
+    }
+    if (known && link == 0) {
+        cache_attributes(host, ref, stored);
+    }
+    return stored;
+}
+
+// Adds the facts of the layer's extended attributes, as above.
 void add_stored_facts(const struct statx &host, const FileRef &ref, DWORD link, FileFacts *facts) {
-    if (!has_attributes(host.stx_mode) || is_known_without_attributes(host)) {
+    if (!has_attributes(host.stx_mode)) {
         return;
     }
-    errno = 0;
-    if (const auto kept = read_stored_bits(ref, device_of(host))) {
-        facts->attributes |= *kept & (S_ISDIR(host.stx_mode) ? kStoredOfDirectory : kStoredOfFile);
-        if (const auto ticks = read_stored_creation(ref, device_of(host))) {
-            facts->creation = count_of(*ticks);
-        }
-    } else if (errno == ENODATA && link == 0) {
-        remember_without_attributes(host, ref);
+    const StoredAttributes stored = read_stored(host, ref, link);
+    facts->attributes |=
+        stored.bits & (S_ISDIR(host.stx_mode) ? kStoredOfDirectory : kStoredOfFile);
+    if (stored.creation) {
+        facts->creation = count_of(*stored.creation);
     }
 }
 
@@ -342,7 +360,8 @@ int read_facts(int file, FileFacts *facts) noexcept {
 }
 
 // Changes the file through a descriptor of it, so that a link put under the name meanwhile is left
-// alone. O_PATH needs no permission of the file, but /proc.
+// alone. A file that may not be read is reached by O_PATH, which needs no permission of the file,
+// but /proc.
 int write_attributes(const FileRef &name, DWORD attributes) noexcept {
     struct stat host;
     if (const int error = ask_host(name, &host)) {
@@ -351,7 +370,14 @@ int write_attributes(const FileRef &name, DWORD attributes) noexcept {
     if (!has_attributes(host.st_mode) || !would_change(name, host, attributes)) {
         return 0;
     }
-    HostDescriptor file = open_host(name, O_PATH | O_NOFOLLOW);
+    HostDescriptor file = open_host(name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
+    if (file) {
+        return write_attributes_of(file.Get(), attributes);
+    }
+    if (errno != EACCES && errno != EPERM) {
+        return errno == ELOOP ? 0 : errno;
+    }
+    file = open_host(name, O_PATH | O_NOFOLLOW);
     if (!file || fstat(file.Get(), &host) != 0) {
         return errno;
     }
@@ -360,12 +386,7 @@ int write_attributes(const FileRef &name, DWORD attributes) noexcept {
     }
     char path[sizeof "/proc/self/fd/2147483647"];
     std::snprintf(path, sizeof path, "/proc/self/fd/%d", file.Get());
-    const int error = write_attributes_of(static_cast<const char *>(path), attributes);
-    if (error != ENOENT) {
-        return error;
-    }
-    file = open_host(name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
-    return file ? write_attributes_of(file.Get(), attributes) : errno;
+    return write_attributes_of(static_cast<const char *>(path), attributes);
 }
 
 int write_attributes(int file, DWORD attributes) noexcept {

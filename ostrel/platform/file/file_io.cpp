@@ -50,7 +50,7 @@ void store_time(const FILETIME &time, FILETIME *out) {
     }
 }
 
-constinit thread_local mode_t t_modeOfNewFile = 0666;
+constinit thread_local mode_t t_creationMask = 0777;
 
 constexpr DWORD high_half(std::uint64_t value) {
     return static_cast<DWORD>(value >> 32);
@@ -63,20 +63,24 @@ constexpr DWORD low_half(std::uint64_t value) {
 }  // namespace
 
 mode_t ostrel_platform::mode_of_new_file() noexcept {
-    return t_modeOfNewFile;
+    return 0666 & t_creationMask;
+}
+
+mode_t ostrel_platform::mode_of_new_directory() noexcept {
+    return t_creationMask;
 }
 
 platform_creation_limit::platform_creation_limit(HANDLE source) noexcept
-    : m_before(t_modeOfNewFile) {
+    : m_before(t_creationMask) {
     struct stat facts = {};
     with_file(source, [&facts](const OpenFile &open) {
         return fstat(open.Get(), &facts) == 0 ? ERROR_SUCCESS : code_of_errno(errno);
     });
-    t_modeOfNewFile &= S_IRUSR | S_IWUSR | facts.st_mode;
+    t_creationMask &= S_IRWXU | facts.st_mode;
 }
 
 platform_creation_limit::~platform_creation_limit() {
-    t_modeOfNewFile = m_before;
+    t_creationMask = m_before;
 }
 
 BOOL ReadFile(HANDLE file, LPVOID buffer, DWORD count, DWORD *done, LPVOID overlapped) noexcept {

@@ -190,12 +190,13 @@ DWORD move_path(const std::string &source, const std::string &target, DWORD flag
     return error == 0 ? ERROR_SUCCESS : code_of_move(error, source);
 }
 
-// Converts a path of a move. A request for the next start names no directory of this process.
+// Converts a path of a move. A request for the next start names no directory of this process. Only
+// /proc gives a path to a pinned directory.
 std::optional<std::string> path_of_move(const WCHAR *path, bool delayed) {
-    if (delayed) {
+    const std::optional<HostName> host = delayed ? std::nullopt : resolve_file(path);
+    if (delayed || (host && host->pin && access("/proc/self/fd", X_OK) != 0)) {
         return file_path(path);
     }
-    const std::optional<HostName> host = resolve_file(path);
     return host ? std::optional(host->Path()) : std::nullopt;
 }
 

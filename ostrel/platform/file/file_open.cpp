@@ -28,7 +28,7 @@ constexpr DWORD kKeptAttributes =
 // The arguments of an open.
 struct Request {
     DWORD access, share, creation, flags;
-    bool refuses_links = false;  // a link at the name is an error
+    bool refuses_links = false;  // to write through a link at the name is an error
 
     bool MayCreate() const {
         return creation == CREATE_NEW || creation == CREATE_ALWAYS || creation == OPEN_ALWAYS;
@@ -66,7 +66,7 @@ struct Request {
     // What every open by the host gets beside its access.
     int HostFlags() const {
         return O_NONBLOCK | ((flags & FILE_FLAG_WRITE_THROUGH) != 0 ? O_DSYNC : 0) |
-               (OpensLinks() || refuses_links ? O_NOFOLLOW : 0);
+               (OpensLinks() || (refuses_links && (Writes() || MayCreate())) ? O_NOFOLLOW : 0);
     }
 };
 

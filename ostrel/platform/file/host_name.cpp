@@ -1,10 +1,13 @@
 #include "ostrel/platform/file/host_name.h"
 
+#include <sys/stat.h>
+
 #include <cerrno>
 #include <new>
 #include <utility>
 
 #include "ostrel/platform/base/errno_code.h"
+#include "ostrel/platform/base/no_cancellation.h"
 #include "ostrel/platform/crt_text.h"
 #include "ostrel/platform/error.h"
 #include "ostrel/platform/file.h"
@@ -24,7 +27,8 @@ std::u16string_view without_end(std::u16string_view directory) {
     return directory.substr(0, size);
 }
 
-// The directory and the name of a path. The name is empty where there is none.
+// The directory and the name of a path. The name is empty where there is none, and in a path with
+// "\\\\?\\" and a '/', which leads nowhere.
 struct Parts {
     std::u16string_view directory;
     std::u16string_view name;
@@ -34,6 +38,9 @@ Parts parts_of(std::u16string_view path) {
     std::size_t name = path.size();
     while (name > 0 && path[name - 1] != u'\\' && path[name - 1] != u'/') {
         --name;
+    }
+    if (path.starts_with(u"\\\\?\\") && path.find(u'/') != path.npos) {
+        return {};
     }
     if (name == 0) {
         return {{}, has_drive(path.data()) ? std::u16string_view() : path};
@@ -45,24 +52,44 @@ bool is_plain_name(std::u16string_view name) {
     return !name.empty() && name != u"." && name != u"..";
 }
 
-// Opens a directory for a pin. Returns 0 or errno.
-int open_directory(std::u16string_view text, bool follow, HostDescriptor *opened) {
-    std::optional<HostName> host = HostName{nullptr, "."};
-    if (!text.empty()) {
-        int error = 0;
-        host = resolve_file(std::u16string(text).c_str(), &error);
-        if (!host) {
-            return error;
-        }
+// Opens a directory, or makes one that this user may not list reachable. On failure returns false
+// and sets errno.
+bool open_to_pin(const FileRef &name, int flags, PinnedDirectoryState *state) {
+    state->directory = open_host(name, O_RDONLY | O_DIRECTORY | flags);
+    if (!state->directory && errno == EACCES) {
+        state->directory = open_host(name, O_PATH | O_DIRECTORY | flags);
+        state->is_listed = true;
     }
-    *opened = open_host(host->Ref(), O_RDONLY | O_DIRECTORY | (follow ? 0 : O_NOFOLLOW));
-    return *opened ? 0 : errno;
+    return static_cast<bool>(state->directory);
 }
 
-DWORD code_of_directory(int error) {
-    return error == ENOENT    ? ERROR_PATH_NOT_FOUND
-           : error == ENOTDIR ? ERROR_DIRECTORY
-                              : code_of_errno(error);
+// Opens a directory for a pin. Returns 0 or errno: ENOTDIR when `text` leads to something else.
+int open_directory(std::u16string_view text, bool follow, PinnedDirectoryState *state) {
+    std::optional<HostName> host = HostName{nullptr, "."};
+    if (!text.empty()) {
+        // A drive alone needs the separator behind "\\\\?\\".
+        const bool is_drive = is_root(text) && text.back() == u':';
+        int error = 0;
+        host = resolve_file((std::u16string(text) + (is_drive ? u"\\" : u"")).c_str(), &error);
+        if (!host) {
+            return error == ENOTDIR ? ENOENT : error;
+        }
+    }
+    const FileRef name = host->Ref();
+    state->may_be_root = !is_plain_name(parts_of(text).name);
+    if (open_to_pin(name, O_NOFOLLOW, state)) {
+        return 0;
+    }
+    if (follow && (errno == ENOTDIR || errno == ELOOP)) {
+        state->may_be_root = true;
+        if (open_to_pin(name, 0, state)) {
+            return 0;
+        }
+    }
+    const int error = errno;
+    struct stat facts;
+    const bool is_there = fstatat(name.directory, name.name, &facts, AT_SYMLINK_NOFOLLOW) == 0;
+    return error == ENOTDIR && !is_there ? ENOENT : error;
 }
 
 }  // namespace
@@ -82,10 +109,11 @@ struct PinnedDirectory::Access {
     static DWORD Resolve(const PinnedDirectory &pin, const WCHAR *name, HostName *host,
                          int *error) {
         if (pin.m_error != 0) {
-            *error = pin.m_error == ENOTDIR ? ENOENT : pin.m_error;
-            return code_of_directory(pin.m_error);
+            *error = pin.m_error;
+            return *error == ENOENT || *error == ENOTDIR ? ERROR_PATH_NOT_FOUND
+                                                         : code_of_errno(*error);
         }
-        std::optional<std::string> converted = host_path(name);
+        std::optional<std::string> converted = host_name(name);
         if (!converted) {
             *error = ENOENT;
             return ERROR_PATH_NOT_FOUND;
@@ -97,12 +125,13 @@ struct PinnedDirectory::Access {
 
 PinnedDirectory::PinnedDirectory(const WCHAR *directory, unsigned flags, Facts facts) noexcept
     : m_text(without_end(directory)), m_outer(innermost) {
+    const NoCancellation uncancelled;
     const DWORD last_error = GetLastError();
     try {
         m_state = std::make_shared<PinnedDirectoryState>();
         m_state->flags = flags;
         m_state->facts = facts;
-        m_error = open_directory(m_text, (flags & kNotALink) == 0, &m_state->directory);
+        m_error = open_directory(m_text, (flags & kNotALink) == 0, m_state.get());
     } catch (const std::bad_alloc &) {
         m_error = ENOMEM;
     }
@@ -111,6 +140,8 @@ PinnedDirectory::PinnedDirectory(const WCHAR *directory, unsigned flags, Facts f
 }
 
 PinnedDirectory::~PinnedDirectory() {
+    const NoCancellation uncancelled;
+    m_state.reset();
     innermost = m_outer;
 }
 

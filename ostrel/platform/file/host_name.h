@@ -22,7 +22,9 @@ struct PinnedDirectoryState {
     HostDescriptor directory;
     unsigned flags = PinnedDirectory::kNone;
     PinnedDirectory::Facts facts = PinnedDirectory::Facts::kAll;  // what the next search stores
-    std::atomic<bool> is_listed{false};  // whether a search uses the position of `directory`
+    bool may_be_root = true;  // whether `directory` may be the host's root, its own parent
+    // Whether a search uses the position of `directory`, or nobody can: this user may not list it.
+    std::atomic<bool> is_listed{false};
 
     // With kDeletes: the regular file that the search returned last, or empty, and whether the file
     // is to lose its attributes.
@@ -53,7 +55,7 @@ struct HostName {
 
 // Converts a path of up to 259 characters. On failure returns nothing and sets the last error, as
 // file_path does, or to the code of a pinned directory that could not be opened; stores the errno
-// in `*error` unless `error` is null.
+// in `*error` unless `error` is null: ENOTDIR when what should be a pinned directory is not one.
 std::optional<HostName> resolve_file(const WCHAR *path, int *error = nullptr);
 
 }  // namespace ostrel_platform

@@ -242,6 +242,12 @@ std::optional<std::string> host_path(const WCHAR *path) {
     return convert(path, &host) == ERROR_SUCCESS ? std::optional(std::move(host)) : std::nullopt;
 }
 
+std::optional<std::string> host_name(const WCHAR *name) {
+    std::string host;
+    return append_names(name, &host) != Names::kImpossible ? std::optional(std::move(host))
+                                                           : std::nullopt;
+}
+
 std::size_t path_limit(const WCHAR *path) {
     return is_verbatim(path) ? kMaxVerbatimPath : MAX_PATH;
 }

@@ -20,6 +20,10 @@ bool has_drive(const WCHAR *path);
 // ERROR_FILENAME_EXCED_RANGE, returns nothing.
 std::optional<std::string> host_path(const WCHAR *path);
 
+// Converts one name, which may begin like a drive (c:x); `name` holds no separator and must not be
+// null. Returns nothing when no host file can have the name.
+std::optional<std::string> host_name(const WCHAR *name);
+
 // The limit of a path in characters with the NUL: MAX_PATH, or 32767 with "\\?\".
 std::size_t path_limit(const WCHAR *path);
 

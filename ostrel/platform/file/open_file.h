@@ -43,9 +43,10 @@ private:
     std::mutex m_position;  // makes the steps of one call atomic
 };
 
-// Returns the permissions of a file that this thread creates, before the umask applies:
+// Return the permissions of a file or directory that this thread creates, before the umask applies:
 // platform_creation_limit decides.
 mode_t mode_of_new_file() noexcept;
+mode_t mode_of_new_directory() noexcept;
 
 }  // namespace ostrel_platform
 

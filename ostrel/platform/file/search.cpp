@@ -75,7 +75,7 @@ SearchResult Search::First(const WCHAR *path, SearchEntry *entry) {
     int error = 0;
     const std::optional<HostName> host = resolve_file(path, &error);
     if (!host) {
-        return SearchFailure{GetLastError(), error};
+        return error == ENOTDIR ? kFolderIsFile : SearchFailure{GetLastError(), error};
     }
     const Parts parts = parts_of(path);
     if (parts.name.empty() || parts.name.size() >= MAX_PATH) {
@@ -129,6 +129,7 @@ SearchResult Search::Open(const HostName &host) {
 SearchResult Search::Open(std::shared_ptr<PinnedDirectoryState> pin) {
     m_block = std::make_unique_for_overwrite<char[]>(kBlock);
     m_facts = pin->TakeFacts();
+    m_mayBeRoot = pin->may_be_root;
     m_directory = pin->directory.Get();
     if (!pin->is_listed.exchange(true)) {
         m_pin = std::move(pin);
@@ -157,7 +158,7 @@ SearchResult Search::ReadDots() {
     m_dots[1].name = u"..";
     m_dotsPos = self ? 0 : 1;
     m_dotsEnd = parent ? 2 : 1;
-    if (m_facts == PinnedDirectory::Facts::kKinds) {
+    if (m_facts == PinnedDirectory::Facts::kKinds && !m_mayBeRoot) {
         m_dots[0].facts = m_dots[1].facts = facts_of_kind(DT_DIR);
         return std::nullopt;
     }

@@ -68,6 +68,7 @@ private:
 
     std::mutex m_mutex;
     bool m_mayLeaveOutFiles;
+    bool m_mayBeRoot = true;  // whether the directory may be the host's root
     int m_directory = -1;     // -1 when there are no more names to read
     HostDescriptor m_opened;  // the owner of m_directory, unless it is that of a pin
     std::shared_ptr<PinnedDirectoryState> m_pin;  // whose position this search uses

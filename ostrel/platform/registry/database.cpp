@@ -7,10 +7,7 @@
 
 namespace ostrel_platform {
 
-DWORD code_of_sqlite(int result, sqlite3 *database) noexcept {
-    // SQLite keeps the errno of some failures only.
-    const int kept = database != nullptr ? sqlite3_system_errno(database) : 0;
-    const int host_errno = kept != 0 ? kept : errno;
+DWORD code_of_sqlite(int result, int host_errno) noexcept {
     switch (result & 0xFF) {
         case SQLITE_OK:
         case SQLITE_ROW:
@@ -37,6 +34,9 @@ DWORD code_of_sqlite(int result, sqlite3 *database) noexcept {
         case SQLITE_AUTH:
             return ERROR_ACCESS_DENIED;
         default: {
+            if (result == SQLITE_IOERR_SHMLOCK) {  // see shm_locks.h
+                return ERROR_BUSY;
+            }
             const DWORD code = code_of_errno(host_errno);
             return code != ERROR_GEN_FAILURE ? code : ERROR_REGISTRY_IO_FAILED;
         }
@@ -46,7 +46,8 @@ DWORD code_of_sqlite(int result, sqlite3 *database) noexcept {
 void Database::Open(const char *name, int flags) {
     const int result = sqlite3_open_v2(name, &m_database, flags, nullptr);
     if (result != SQLITE_OK) {
-        const StoreFailure failure{code_of_sqlite(result, m_database), result};
+        const int host_errno = m_database != nullptr ? sqlite3_system_errno(m_database) : 0;
+        const StoreFailure failure{code_of_sqlite(result, host_errno), result};
         Close();
         throw failure;
     }
@@ -63,6 +64,7 @@ void Database::Close() noexcept {
 }
 
 void Database::Run(const char *sql) {
+    errno = 0;
     const int result = sqlite3_exec(m_database, sql, nullptr, nullptr, nullptr);
     if (result != SQLITE_OK) {
         Fail(result);
@@ -73,6 +75,7 @@ sqlite3_stmt *Database::Prepared(Sql sql) {
     const auto index = static_cast<std::size_t>(sql);
     if (m_statements[index] == nullptr) {
         const std::string_view text = text_of(sql);
+        errno = 0;
         const int result =
             sqlite3_prepare_v3(m_database, text.data(), static_cast<int>(text.size()),
                                SQLITE_PREPARE_PERSISTENT, &m_statements[index], nullptr);
@@ -84,7 +87,8 @@ sqlite3_stmt *Database::Prepared(Sql sql) {
 }
 
 void Database::Fail(int result) {
-    throw StoreFailure{code_of_sqlite(result, m_database), result};
+    const int host_errno = errno != 0 ? errno : sqlite3_system_errno(m_database);
+    throw StoreFailure{code_of_sqlite(result, host_errno), result};
 }
 
 }  // namespace ostrel_platform

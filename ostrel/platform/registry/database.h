@@ -16,8 +16,8 @@
 
 namespace ostrel_platform {
 
-// Returns the system's code for a result of SQLite, by errno where the result does not tell.
-DWORD code_of_sqlite(int result, sqlite3 *database) noexcept;
+// Returns the system's code for a result of SQLite, and the errno of the host's call that failed.
+DWORD code_of_sqlite(int result, int host_errno) noexcept;
 
 // What the room throws when the store fails, and turns into a code where a call leaves the room.
 struct StoreFailure {
@@ -48,6 +48,8 @@ public:
     // Returns the prepared statement. Throws StoreFailure.
     sqlite3_stmt *Prepared(Sql sql);
 
+    // Throws the failure of a call of SQLite, before which errno was 0. sqlite3_system_errno does not
+    // tell what made a commit fail.
     [[noreturn]] void Fail(int result);
 
 private:
@@ -88,7 +90,7 @@ public:
 
     // Moves to the next row. Returns false behind the last. Throws StoreFailure.
     bool Step() {
-        errno = 0;  // for code_of_sqlite
+        errno = 0;
         const int result = sqlite3_step(m_statement);
         if (result != SQLITE_ROW && result != SQLITE_DONE) {
             m_database.Fail(result);

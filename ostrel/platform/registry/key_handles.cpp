@@ -92,9 +92,14 @@ constexpr ForkOperations kForkOfRoom = {
 KeyHandles &KeyHandles::Instance() {
     // Never destroyed: static destructors close keys too.
     static auto *const handles = [] {
-        auto *const created = new KeyHandles;
+        auto created = std::make_unique<KeyHandles>();
+        // What a fork locks has to exist before it, since memory may be short then.
+        Store::Of(StoreKind::kMachine);
+        make_key_cache();
+        value_cache();
+        Watch::MakeThread();
         register_fork_lock(ForkOrder::kRegistry, &created->m_mutex, kForkOfRoom);
-        return created;
+        return created.release();
     }();
     return *handles;
 }

@@ -169,6 +169,9 @@ DWORD find_key_in(Database &database, const KeyPointer &base, std::u16string_vie
     return found.code;
 }
 
+void make_key_cache() {
+    cache();
+}
 void lock_key_cache() noexcept {
     cache().LockAll();
 }

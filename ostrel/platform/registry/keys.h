@@ -54,6 +54,7 @@ FoundKey find_subkey(Database &database, std::int64_t parent, std::string_view s
 // Makes the Key at the end of `keys`, the ids from the base on.
 KeyPointer key_below(const Key &base, const std::vector<std::int64_t> &keys, bool is_volatile);
 
+void make_key_cache();  // throws std::bad_alloc
 void lock_key_cache() noexcept;
 void unlock_key_cache() noexcept;
 void renew_key_cache() noexcept;

@@ -3,6 +3,8 @@
 
 // Internal. What the calls of registry.h share: how failures become codes, and rights of handles.
 
+#include <cerrno>
+
 #include "ostrel/platform/base/call_result.h"
 #include "ostrel/platform/registry/key_handles.h"
 
@@ -11,16 +13,19 @@ namespace ostrel_platform {
 inline constexpr DWORD kDelete = 0x10000;
 inline constexpr DWORD kViewFlags = KEY_WOW64_64KEY | KEY_WOW64_32KEY;
 
-// Runs the body of a call, which returns a code.
+// Runs the body of a call, which returns a code. Leaves errno as it is.
 template <class Body>
 LSTATUS registry_call(Body body) noexcept {
-    return static_cast<LSTATUS>(code_of_call([&]() -> DWORD {
+    const int saved_errno = errno;
+    const DWORD code = code_of_call([&]() -> DWORD {
         try {
             return body();
         } catch (const StoreFailure &failure) {
             return failure.code;
         }
-    }));
+    });
+    errno = saved_errno;
+    return static_cast<LSTATUS>(code);
 }
 
 inline bool has_both_views(DWORD access) {
@@ -28,7 +33,7 @@ inline bool has_both_views(DWORD access) {
 }
 
 // Stores what a fast read needs of a handle that has a right. Returns a code.
-inline DWORD view_key(HKEY handle, DWORD right, KeyView *view) noexcept {
+inline DWORD view_key(HKEY handle, DWORD right, KeyView *view) {
     if (!KeyHandles::Instance().View(handle, view)) {
         return ERROR_INVALID_HANDLE;
     }

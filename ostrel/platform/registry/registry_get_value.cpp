@@ -1,7 +1,9 @@
 // RegGetValueW: reads a value of a subkey, checks its type and completes its text.
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
+#include <new>
 #include <string>
 #include <utility>
 
@@ -41,7 +43,11 @@ std::u16string expand(std::u16string_view text) {
             break;
         }
         const std::u16string name(text.substr(begin + 1, end - begin - 1));
+        errno = 0;
         const WCHAR *const value = name.empty() ? nullptr : _wgetenv(name.c_str());
+        if (value == nullptr && errno == ENOMEM) {
+            throw std::bad_alloc();
+        }
         if (value != nullptr) {
             expanded += value;
             text.remove_prefix(end + 1);

@@ -23,10 +23,10 @@ DWORD check_not_deleted(HKEY handle, const KeyPointer &key) {
 }
 
 // A root is watched for as long as the process lives: it cannot be closed.
-std::shared_ptr<Watch> watch_of_root(HKEY root, const std::shared_ptr<Watch> &candidate) {
-    static auto *const mutex = new std::mutex;
-    static auto *const watches = new std::vector<std::pair<HKEY, std::shared_ptr<Watch>>>;
-    const std::lock_guard lock(*mutex);
+std::shared_ptr<Watch> watch_of_root(const KeyPointer &root,
+                                     const std::shared_ptr<Watch> &candidate) {
+    static auto *const watches = new std::vector<std::pair<KeyPointer, std::shared_ptr<Watch>>>;
+    const std::lock_guard lock(Watch::Mutex());
     for (const auto &[known, watch] : *watches) {
         if (known == root) {
             return watch;
@@ -47,7 +47,7 @@ DWORD arm(HKEY handle, bool has_subtree, DWORD filter, std::shared_ptr<Waitable>
         return code;
     }
     const std::shared_ptr<Watch> watch = open.is_root
-                                             ? watch_of_root(handle, candidate)
+                                             ? watch_of_root(open.key, candidate)
                                              : KeyHandles::Instance().WatchOf(handle, candidate);
     return watch == nullptr
                ? ERROR_INVALID_HANDLE
@@ -55,9 +55,11 @@ DWORD arm(HKEY handle, bool has_subtree, DWORD filter, std::shared_ptr<Waitable>
 }
 
 DWORD arm_and_wait(HKEY handle, bool has_subtree, DWORD filter) {
+    const DWORD last_error = GetLastError();
     const HANDLE event = CreateEventW(nullptr, FALSE, FALSE, nullptr);
     if (event == nullptr) {
-        return GetLastError();
+        SetLastError(last_error);
+        return ERROR_NOT_ENOUGH_MEMORY;
     }
     DWORD code = ERROR_NOT_ENOUGH_MEMORY;
     try {

@@ -42,13 +42,27 @@ bool is_on_memory() noexcept {
     return statfs(kFolder, &facts) == 0 && facts.f_type == TMPFS_MAGIC;
 }
 
-// A page of another owner is trusted only where others may write the database as well.
+// A page of another owner is trusted only where its owner may write the database as well. Only a
+// member of a group can give a file to the group.
 bool is_trusted(const struct stat &page, const struct stat &database) {
     const mode_t writers = S_IWGRP | S_IWOTH;
-    return S_ISREG(page.st_mode) &&
-           (page.st_uid == database.st_uid || page.st_uid == 0 ||
-            (database.st_mode & writers) != 0) &&
+    const bool is_of_a_writer =
+        page.st_uid == database.st_uid || page.st_uid == 0 || (database.st_mode & S_IWOTH) != 0 ||
+        ((database.st_mode & S_IWGRP) != 0 && page.st_gid == database.st_gid);
+    return S_ISREG(page.st_mode) && is_of_a_writer &&
            (page.st_mode & writers & ~database.st_mode) == 0;
+}
+
+// Gives a new page the owner and group of the database. A member of the group that may write the
+// database can give the group alone.
+bool give_to_owner(int page, const struct stat &database) {
+    struct stat facts;
+    return fstat(page, &facts) == 0 &&
+           ((facts.st_uid == database.st_uid && facts.st_gid == database.st_gid) ||
+            fchown(page, database.st_uid, database.st_gid) == 0 ||
+            ((database.st_mode & S_IWGRP) != 0 &&
+             fchown(page, static_cast<uid_t>(-1), database.st_gid) == 0) ||
+            (database.st_mode & S_IWOTH) != 0);
 }
 
 // The pages that this process has mapped, which stay mapped.
@@ -131,12 +145,8 @@ SharedPage *SharedPage::Create(const struct stat &database, const std::string &p
     if (!file) {
         return beside ? nullptr : Create(database, path_beside, true);
     }
-    struct stat facts;
     const bool is_ready = posix_fallocate(file.Get(), 0, sizeof(Memory)) == 0 &&
-                          fstat(file.Get(), &facts) == 0 &&
-                          ((facts.st_uid == database.st_uid && facts.st_gid == database.st_gid) ||
-                           fchown(file.Get(), database.st_uid, database.st_gid) == 0 ||
-                           (database.st_mode & (S_IWGRP | S_IWOTH)) != 0) &&
+                          give_to_owner(file.Get(), database) &&
                           fchmod(file.Get(), database.st_mode & 0666) == 0;
     Memory *const memory = is_ready ? MapFile(file.Get(), true) : nullptr;
     if (memory == nullptr) {
@@ -160,8 +170,13 @@ SharedPage *SharedPage::Map(const PageName &name, const struct stat &database,
     if (name.number == 0 || name.boot != host_boot()) {
         return nullptr;
     }
+    if (SharedPage *const mapped = MappedPages::Instance().Find(name.number, may_write)) {
+        return mapped;
+    }
+    // Another user may have put a FIFO in the place of a page that was lost.
     const HostDescriptor file =
-        open_host(path_of(name, path_beside).c_str(), (may_write ? O_RDWR : O_RDONLY) | O_NOFOLLOW);
+        open_host(path_of(name, path_beside).c_str(),
+                  (may_write ? O_RDWR : O_RDONLY) | O_NOFOLLOW | O_NONBLOCK);
     if (!file && (errno == EMFILE || errno == ENFILE || errno == ENOMEM)) {
         *error = errno;
     }
@@ -184,7 +199,15 @@ void SharedPage::Discard(const std::string &path_beside) noexcept {
         m_memory->number.store(0, std::memory_order_seq_cst);
         m_memory->change_word.fetch_add(1, std::memory_order_acq_rel);
         wake_shared(m_memory->change_word);
-        unlink(path_of(m_name, path_beside).c_str());
+        Remove(m_name, path_beside);
+    }
+}
+
+void SharedPage::Remove(const PageName &name, const std::string &path_beside) noexcept {
+    try {
+        unlink(path_of(name, path_beside).c_str());
+    } catch (const std::bad_alloc &) {
+        // The file stays, without harm.
     }
 }
 

@@ -84,6 +84,8 @@ public:
     }
     // Makes the page unsound for all processes, and removes its name.
     void Discard(const std::string &path_beside) noexcept;
+    // Removes the file of a page, which may be gone.
+    static void Remove(const PageName &name, const std::string &path_beside) noexcept;
 
     std::uint64_t Counter(std::uint32_t bucket) const {
         return m_memory->counters[bucket].load(std::memory_order_acquire);

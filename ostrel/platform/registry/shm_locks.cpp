@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 
+#include <algorithm>
 #include <atomic>
 
 #include "ostrel/platform/registry/shared_page.h"
@@ -21,6 +22,11 @@ struct Scope {
 };
 thread_local Scope t_scope;
 
+// Two processes that read or write at the same moment are out of each other's way after fewer.
+constexpr int kAttempts = 8;
+constexpr int kEndless = -1;
+thread_local int t_attempts = kEndless;  // that are left
+
 std::atomic<const sqlite3_io_methods *> s_original{nullptr};
 sqlite3_io_methods s_watched;
 
@@ -37,10 +43,14 @@ bool has_exclusive_lock(int first, int count) noexcept {
 int lock_shm(sqlite3_file *file, int first, int count, int flags) {
     const int result =
         s_original.load(std::memory_order_acquire)->xShmLock(file, first, count, flags);
-    const bool is_in_the_way = result == SQLITE_BUSY && t_scope.shm >= 0 &&
-                               (flags & SQLITE_SHM_LOCK) != 0 &&
+    const bool is_in_the_way = result == SQLITE_BUSY && (flags & SQLITE_SHM_LOCK) != 0 &&
                                (flags & SQLITE_SHM_EXCLUSIVE) != 0;
-    if (!is_in_the_way || (first + count > kFirstReader && !t_scope.is_log_large) ||
+    if (is_in_the_way && t_scope.shm < 0 && t_attempts >= 0 && first < kFirstReader) {
+        t_attempts = std::max(t_attempts - 1, 0);
+        return t_attempts > 0 ? result : SQLITE_IOERR_SHMLOCK;
+    }
+    if (!is_in_the_way || t_scope.shm < 0 ||
+        (first + count > kFirstReader && !t_scope.is_log_large) ||
         has_exclusive_lock(first, count)) {
         return result;
     }
@@ -69,8 +79,13 @@ void watch_shm_locks(sqlite3 *database) noexcept {
     }
 }
 
+void set_early_give_up(bool gives_up) noexcept {
+    t_attempts = gives_up ? kAttempts : kEndless;
+}
+
 void set_shm_locks(int shm, std::int64_t log_size, SharedPage *page) noexcept {
     t_scope = {shm, log_size > kMaxLog, page};
+    t_attempts = kEndless;
 }
 
 }  // namespace ostrel_platform

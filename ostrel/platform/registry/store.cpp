@@ -41,13 +41,18 @@ void run(Database &database, Sql sql) {
     Query(database, sql).Step();
 }
 
+// Ends a transaction. A connection that cannot, for lack of memory, is closed, and the next use
+// opens it again.
 void roll_back(Database &database) noexcept {
-    if (database.IsOpen() && sqlite3_get_autocommit(database.Get()) == 0) {
-        try {
-            run(database, Sql::kRollback);
-        } catch (const StoreFailure &) {
-            // The connection is closed at the next failure of its file.
-        }
+    if (!database.IsOpen() || sqlite3_get_autocommit(database.Get()) != 0) {
+        return;
+    }
+    try {
+        run(database, Sql::kRollback);
+    } catch (const StoreFailure &) {
+    }
+    if (sqlite3_get_autocommit(database.Get()) == 0) {
+        database.Close();
     }
 }
 
@@ -87,7 +92,7 @@ Store::Identity Store::PresentIdentity() const noexcept {
         identity.database = facts.st_ino;
     }
     // Not by a descriptor: closing it would drop SQLite's locks.
-    if (stat((m_place.database + "-shm").c_str(), &facts) == 0) {
+    if (stat(m_place.shm.c_str(), &facts) == 0) {
         identity.shm = facts.st_ino;
     }
     return identity;
@@ -114,7 +119,7 @@ DWORD Store::PrepareToWrite() {
     if (before != host_boot()) {
         // A text that is lost or cut short tells of no other boot.
         if (before.size() == host_boot().size()) {
-            unlink((m_place.database + "-shm").c_str());
+            unlink(m_place.shm.c_str());
         }
         lock.SetText(host_boot());
     }
@@ -150,6 +155,7 @@ void Store::OpenReader() {
         throw StoreFailure{ERROR_BADDB};
     }
     m_writeCode = PrepareToWrite();
+    set_early_give_up(m_writeCode == ERROR_SUCCESS);
     open_database(m_place, &m_reader, &m_isAlone);
     if (m_writeCode == ERROR_SUCCESS && sqlite3_db_readonly(m_reader.Get(), "main") != 0) {
         m_writeCode =
@@ -176,6 +182,7 @@ std::uint64_t Store::BeginRead() {
     EnsureReader();
     SharedPage *const page = m_page.load(std::memory_order_relaxed);
     const std::uint64_t lost = page != nullptr ? page->LostSnapshots() : 0;
+    set_early_give_up(m_writeCode == ERROR_SUCCESS);
     run(m_reader, Sql::kBegin);
     return lost;
 }
@@ -198,7 +205,7 @@ bool Store::CancelRead(std::uint64_t lost) noexcept {
 
 bool Store::IsHeldUp(const StoreFailure &failure) noexcept {
     const std::lock_guard lock(m_readMutex);
-    return (failure.sqlite & 0xFF) == SQLITE_BUSY && m_writeCode == ERROR_SUCCESS;
+    return failure.sqlite != 0 && failure.code == ERROR_BUSY && m_writeCode == ERROR_SUCCESS;
 }
 
 void Store::AdoptPublishedPage() {
@@ -262,8 +269,10 @@ Store::WriteTurn::~WriteTurn() {
     m_store.m_writeMutex.unlock();
 }
 
-void Store::TakeTurn() {
-    {
+// Returns false when the locks of a reader keep this process from opening the database before it
+// has the turn.
+bool Store::CanRead() {
+    try {
         const std::lock_guard lock(m_readMutex);
         EnsureReader();
         if (m_writeCode != ERROR_SUCCESS) {
@@ -273,7 +282,18 @@ void Store::TakeTurn() {
             CloseWriter();
         }
         m_writerIdentity = m_identity;
+        return true;
+    } catch (const StoreFailure &failure) {
+        if (!IsHeldUp(failure)) {
+            throw;
+        }
     }
+    CloseWriter();
+    return false;
+}
+
+void Store::TakeTurn() {
+    const bool can_read = CanRead();
     if (!m_lock.IsOpen()) {
         if (const int error = m_lock.Open(m_place.lock, m_facts.st_mode)) {
             throw StoreFailure{code_of_errno(error)};
@@ -283,8 +303,16 @@ void Store::TakeTurn() {
         throw StoreFailure{error == EBUSY ? ERROR_BUSY : code_of_errno(error)};
     }
     try {
+        if (!can_read) {
+            OpenShm();
+            set_shm_locks(m_shm.Get(), 0, nullptr);
+            const std::lock_guard lock(m_readMutex);
+            EnsureReader();
+            m_writerIdentity = m_identity;
+        }
         OpenWriter();
     } catch (...) {
+        set_shm_locks(-1, 0, nullptr);
         CloseWriter();  // releases the lock
         throw;
     }
@@ -295,9 +323,21 @@ void Store::EndTurn() noexcept {
     m_lock.Unlock(m_page.load(std::memory_order_acquire));
 }
 
+// Opens the -shm file, unless it is open. When the file has been replaced, no connection of this
+// process holds locks on the old one any more.
+void Store::OpenShm() {
+    struct stat facts;
+    if (!m_shm || fstat(m_shm.Get(), &facts) != 0 ||
+        !still_names({AT_FDCWD, m_place.shm.c_str()}, facts)) {
+        m_shm = open_host(m_place.shm.c_str(), O_RDWR);
+    }
+}
+
 void Store::OpenWriter() {
     const bool is_new = !m_writer.IsOpen();
     if (is_new) {
+        OpenShm();
+        set_shm_locks(m_shm.Get(), 0, nullptr);
         bool is_alone = false;
         open_database(m_place, &m_writer, &is_alone);
         if (is_alone || sqlite3_db_readonly(m_writer.Get(), "main") != 0) {
@@ -306,7 +346,6 @@ void Store::OpenWriter() {
         m_logPages = 0;
         sqlite3_busy_timeout(m_writer.Get(), static_cast<int>(kMaxLockWait));
         sqlite3_wal_hook(m_writer.Get(), count_log_pages, &m_logPages);
-        m_shm = open_host((m_place.database + "-shm").c_str(), O_RDWR);
     }
     set_shm_locks(m_shm.Get(), m_logPages * kPageSize, m_page.load(std::memory_order_acquire));
     if (is_new) {
@@ -322,7 +361,6 @@ void Store::OpenWriter() {
 
 void Store::CloseWriter() noexcept {
     m_writer.Close();
-    m_shm = HostDescriptor();
     m_lock.Close();
 }
 
@@ -346,6 +384,9 @@ SharedPage *Store::ReplacePage(const PageName &lost) {
     const bool is_in_use = lost.number != 0 && lost.boot == host_boot();
     if (SharedPage *const old = m_page.exchange(nullptr, std::memory_order_acq_rel)) {
         old->Discard(m_place.page);
+    }
+    if (lost.number != 0) {
+        SharedPage::Remove(lost, m_place.page);
     }
     SharedPage *const page = SharedPage::Create(m_facts, m_place.page, is_in_use);
     const PageName none{host_boot(), 0, false};
@@ -426,6 +467,9 @@ bool Store::Commit(SharedPage *page, const Changes &changes) {
             ReplacePage(page->Name());
         } catch (const StoreFailure &) {
             // The commit stands. The next write finds no page, and cannot go on without a new one.
+            CancelWrite();
+        } catch (const std::bad_alloc &) {
+            CancelWrite();  // the same
         }
         return true;
     }
@@ -457,7 +501,7 @@ void Store::Flush() {
         }
     }
     // SQLite holds no lock on the log, so another descriptor may come and go.
-    const HostDescriptor log = open_host((m_place.database + "-wal").c_str(), O_RDONLY);
+    const HostDescriptor log = open_host(m_place.log.c_str(), O_RDONLY);
     if (!log || fdatasync(log.Get()) != 0) {
         throw StoreFailure{code_of_errno(errno)};
     }
@@ -466,11 +510,22 @@ void Store::Flush() {
     }
 }
 
+void Store::Compact() {
+    const WriteTurn turn(*this);
+    m_writer.Run("VACUUM");
+    set_shm_locks(m_shm.Get(), m_logPages * kPageSize, m_page.load(std::memory_order_acquire));
+    constexpr int kReaderWait = 1000;  // milliseconds
+    sqlite3_busy_timeout(m_writer.Get(), kReaderWait);
+    sqlite3_wal_checkpoint_v2(m_writer.Get(), "main", SQLITE_CHECKPOINT_TRUNCATE, nullptr, nullptr);
+    sqlite3_busy_timeout(m_writer.Get(), static_cast<int>(kMaxLockWait));
+}
+
 // ---- forks
 
 void Store::CloseFiles() noexcept {
     m_reader.Close();
     CloseWriter();
+    m_shm = HostDescriptor();
     m_identity = {};
 }
 

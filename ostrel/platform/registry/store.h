@@ -17,11 +17,13 @@
 #include <atomic>
 #include <cstdint>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "ostrel/platform/base/host_descriptor.h"
 #include "ostrel/platform/error.h"
+#include "ostrel/platform/file/write_signal.h"
 #include "ostrel/platform/registry/database.h"
 #include "ostrel/platform/registry/shared_futex.h"
 #include "ostrel/platform/registry/shared_page.h"
@@ -109,6 +111,10 @@ public:
     // Writes all commits to the disk.
     void Flush();
 
+    // Writes the database anew, without the room that deleted rows left, and empties the log unless
+    // a reader holds it. Other writers wait.
+    void Compact();
+
     // Closes everything that a fork or the end of the library must not keep; the next use opens it
     // again. For the fork, which holds the locks.
     void CloseFiles() noexcept;
@@ -127,6 +133,20 @@ public:
 private:
     explicit Store(StoreKind kind);
 
+    // Keeps the signal of the host's limit of file sizes from the process: the calls report
+    // ERROR_DISK_FULL. Costs 100 ns.
+    class WithoutSizeSignal {
+    public:
+        WithoutSizeSignal() noexcept {
+            if (const int signal = signal_of_writes(true)) {
+                m_blocked.emplace(signal);
+            }
+        }
+
+    private:
+        std::optional<BlockedSignal> m_blocked;
+    };
+
     // The turn of this thread among all writers.
     class WriteTurn {
     public:
@@ -136,6 +156,7 @@ private:
 
     private:
         Store &m_store;
+        const WithoutSizeSignal m_withoutSignal;
     };
 
     // The files that the connections belong to.
@@ -147,6 +168,7 @@ private:
 
     template <class Body>
     void ReadSnapshot(Body &body) {
+        const WithoutSizeSignal without_signal;
         const std::lock_guard lock(m_readMutex);
         for (;;) {
             const std::uint64_t lost = BeginRead();
@@ -167,6 +189,7 @@ private:
     }
 
     SharedPage *CheckPage() noexcept;
+    // Whether a lock of a reader stopped a read, in a process that may write.
     bool IsHeldUp(const StoreFailure &failure) noexcept;
     // All below need the read mutex, ...
     std::uint64_t BeginRead();
@@ -183,6 +206,8 @@ private:
     // ... and these the turn.
     void TakeTurn();
     void EndTurn() noexcept;
+    bool CanRead();
+    void OpenShm();
     void OpenWriter();
     void CloseWriter() noexcept;
     SharedPage *BeginWrite();
@@ -205,7 +230,7 @@ private:
     std::timed_mutex m_writeMutex;  // before m_readMutex
     WriterLock m_lock;
     Database m_writer;
-    HostDescriptor m_shm;  // stays open as long as m_writer: closing it would drop SQLite's locks
+    HostDescriptor m_shm;  // closing it drops the locks that SQLite holds on the file
     Identity m_writerIdentity;
     std::int64_t m_logPages = 0;
 

@@ -20,6 +20,7 @@ constexpr int kBusyWait = 1000;  // milliseconds
 
 std::int64_t pragma_value(Database *database, const char *pragma) {
     sqlite3_stmt *statement = nullptr;
+    errno = 0;
     int result = sqlite3_prepare_v2(database->Get(), pragma, -1, &statement, nullptr);
     result = result == SQLITE_OK ? sqlite3_step(statement) : result;
     const std::int64_t value = result == SQLITE_ROW ? sqlite3_column_int64(statement, 0) : 0;
@@ -90,7 +91,7 @@ void fill(Database *database, StoreKind kind) {
 // Whether there is no log, or nothing in it.
 bool is_log_empty(const StorePlace &place) {
     struct stat facts;
-    return stat((place.database + "-wal").c_str(), &facts) != 0 || facts.st_size == 0;
+    return stat(place.log.c_str(), &facts) != 0 || facts.st_size == 0;
 }
 
 }  // namespace

@@ -7,11 +7,14 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <memory>
 #include <optional>
 #include <vector>
 
 #include "ostrel/platform/base/environment.h"
+#include "ostrel/platform/base/errno_code.h"
 #include "ostrel/platform/base/host_descriptor.h"
+#include "ostrel/platform/registry/database.h"
 
 namespace ostrel_platform {
 namespace {
@@ -48,6 +51,16 @@ std::string user_folder() {
     return state + "/ostrel/registry";
 }
 
+// Creates a folder with this mode, whatever the umask is. Returns 0 or errno.
+int create_folder(const std::string &folder, mode_t mode) {
+    struct stat facts;
+    if (mkdir(folder.c_str(), mode) != 0 || stat(folder.c_str(), &facts) != 0) {
+        return errno;
+    }
+    const bool is_complete = (facts.st_mode & mode) == mode;
+    return is_complete ? 0 : error_of(chmod(folder.c_str(), (facts.st_mode & 07777) | mode));
+}
+
 }  // namespace
 
 StorePlace place_of(StoreKind kind) {
@@ -59,6 +72,8 @@ StorePlace place_of(StoreKind kind) {
     }
     const std::string stem = place.folder + (is_machine ? "/machine" : "/user");
     place.database = stem + ".db";
+    place.log = place.database + "-wal";
+    place.shm = place.database + "-shm";
     place.lock = stem + ".lock";
     place.page = stem + ".page";
     place.folder_mode = is_machine ? 0755 : 0700;
@@ -67,10 +82,10 @@ StorePlace place_of(StoreKind kind) {
 }
 
 int create_folders(const std::string &folder, mode_t mode) {
-    if (mkdir(folder.c_str(), mode) == 0) {
+    const int error = create_folder(folder, mode);
+    if (error == 0) {
         return 0;
     }
-    const int error = errno;
     struct stat facts;
     if (error == EEXIST) {
         return stat(folder.c_str(), &facts) != 0 ? errno : S_ISDIR(facts.st_mode) ? 0 : ENOTDIR;
@@ -82,18 +97,23 @@ int create_folders(const std::string &folder, mode_t mode) {
     if (const int above = create_folders(folder.substr(0, end), mode)) {
         return above;
     }
-    return mkdir(folder.c_str(), mode) == 0 || errno == EEXIST ? 0 : errno;
+    const int last = create_folder(folder, mode);
+    return last == EEXIST ? 0 : last;
 }
 
 const std::string &host_boot() {
+    // A failure is not kept: the id decides which rows and which page are of this boot.
     static const std::string *const boot = [] {
         constexpr std::size_t kLength = 36;
-        std::string text(kLength, '\0');
+        auto text = std::make_unique<std::string>(kLength, '\0');
         const HostDescriptor file = open_host("/proc/sys/kernel/random/boot_id", O_RDONLY);
-        if (!file || read(file.Get(), text.data(), kLength) != static_cast<ssize_t>(kLength)) {
-            text = "no boot id";
+        if (!file && (errno == EMFILE || errno == ENFILE || errno == ENOMEM)) {
+            throw StoreFailure{code_of_errno(errno)};
         }
-        return new std::string(text);
+        if (!file || read(file.Get(), text->data(), kLength) != static_cast<ssize_t>(kLength)) {
+            *text = "no boot id";
+        }
+        return text.release();
     }();
     return *boot;
 }

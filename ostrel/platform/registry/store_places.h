@@ -14,7 +14,8 @@ enum class StoreKind { kMachine, kUser };
 
 struct StorePlace {
     std::string folder;
-    std::string database;  // path; SQLite's -wal and -shm files lie beside it
+    std::string database;  // path
+    std::string log, shm;  // paths of SQLite's -wal and -shm files
     std::string lock;      // path of the file that writers lock
     std::string page;      // path of the page where /dev/shm cannot hold the page
     mode_t folder_mode;    // of folders that the layer creates
@@ -26,10 +27,12 @@ struct StorePlace {
 // rights that its caller lacks ignores the environment. Throws std::bad_alloc.
 StorePlace place_of(StoreKind kind);
 
-// Creates a folder and those above it. Returns 0, also for a folder that exists, or errno.
+// Creates a folder and those above it, with the mode whatever the umask is. Returns 0, also for a
+// folder that exists, or errno.
 int create_folders(const std::string &folder, mode_t mode);
 
-// Returns the host's boot id, or a constant when the host does not tell.
+// Returns the host's boot id, or a constant when the host does not tell. Throws StoreFailure when
+// this process cannot ask now, and std::bad_alloc.
 const std::string &host_boot();
 
 // Returns a number that nobody can guess, and that is not 0.

@@ -192,6 +192,10 @@ Watch::Watch(KeyPointer key, bool has_subtree, DWORD filter)
     m_position = page != nullptr ? page->Head() : 0;
 }
 
+void Watch::MakeThread() {
+    WatchThread::Instance();
+}
+
 std::mutex &Watch::Mutex() noexcept {
     return WatchThread::Instance().Mutex();
 }
@@ -251,11 +255,14 @@ void Watch::Examine(const SharedPage *page, bool is_anything_changed) noexcept {
         is_anything_changed = true;
     }
     const std::uint64_t head = page != nullptr ? page->Head() : 0;
-    Change change;
-    change.ancestors.reserve(SharedPage::kMaxAncestors);
-    while (!is_anything_changed && m_position != head) {
-        is_anything_changed = !page->ReadChange(m_position, &change) || Concerns(change);
-        ++m_position;
+    try {
+        Change change;
+        while (!is_anything_changed && m_position != head) {
+            is_anything_changed = !page->ReadChange(m_position, &change) || Concerns(change);
+            ++m_position;
+        }
+    } catch (const std::bad_alloc &) {
+        is_anything_changed = true;
     }
     if (page != nullptr) {
         m_position = head;

@@ -36,6 +36,8 @@ public:
     // Signals all events: the handle has been closed.
     void End() noexcept;
 
+    // Makes what the calls below use. Throws std::bad_alloc.
+    static void MakeThread();
     // For a fork.
     static std::mutex &Mutex() noexcept;
     static void ForgetThread() noexcept;

@@ -78,8 +78,9 @@ int complete_open(const char *path, SharingFile *file, const OpenMode &mode) {
 // FIFO's writer, or a device, would notice even an open.
 HostDescriptor open_file(const char *path, const OpenMode &mode) {
     if (!mode.Reads()) {
-        return open_host_to_write({AT_FDCWD, path}, O_NONBLOCK | O_CREAT | (mode.access == 'a' ? O_APPEND : 0) |
-                                            (mode.exclusive ? O_EXCL : 0));
+        return open_host_to_write({AT_FDCWD, path}, O_NONBLOCK | O_CREAT |
+                                                        (mode.access == 'a' ? O_APPEND : 0) |
+                                                        (mode.exclusive ? O_EXCL : 0));
     }
     struct stat facts;
     if (stat(path, &facts) == 0 && !S_ISREG(facts.st_mode)) {

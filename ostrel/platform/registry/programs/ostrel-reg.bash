@@ -5,7 +5,7 @@ _ostrel_reg() {
     COMPREPLY=()
     if [ "$COMP_CWORD" -eq 1 ]; then
         mapfile -t COMPREPLY < <(compgen -W \
-            'query add delete copy export import watch check where --help' -- "$word")
+            'query add delete copy export import watch check compact where --help' -- "$word")
         return
     fi
     case ${before,,} in

@@ -51,6 +51,9 @@ constexpr char kHelp[] =
     "  check\n"
     "      Checks the files of the registry. The exit code is 1 when one is damaged.\n"
     "\n"
+    "  compact\n"
+    "      Returns the room of what was deleted, in the files that this user may write.\n"
+    "\n"
     "  where [--json]\n"
     "      Prints the paths of the files.\n"
     "\n"
@@ -65,9 +68,9 @@ constexpr struct {
     std::string_view name;
     int (*run)(const RegArguments &arguments);
 } kCommands[] = {
-    {"query", run_query}, {"add", run_add},       {"delete", run_delete},
-    {"copy", run_copy},   {"export", run_export}, {"import", run_import},
-    {"watch", run_watch}, {"check", run_check},   {"where", run_where},
+    {"query", run_query},     {"add", run_add},       {"delete", run_delete}, {"copy", run_copy},
+    {"export", run_export},   {"import", run_import}, {"watch", run_watch},   {"check", run_check},
+    {"compact", run_compact}, {"where", run_where},
 };
 
 bool is_same_word(std::string_view a, std::string_view b) {

@@ -19,6 +19,7 @@ int run_copy(const RegArguments &arguments);
 int run_export(const RegArguments &arguments);
 int run_import(const RegArguments &arguments);
 int run_watch(const RegArguments &arguments);
+int run_compact(const RegArguments &arguments);
 int run_check(const RegArguments &arguments);
 int run_where(const RegArguments &arguments);
 

@@ -1,5 +1,6 @@
 #include <sqlite3.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
@@ -44,6 +45,16 @@ void add_faults(Database &database, std::vector<std::string> *faults) {
     }
 }
 
+// Returns how many bytes a database and its log have.
+std::int64_t size_of(const StorePlace &place) {
+    std::int64_t size = 0;
+    for (const std::string &path : {place.database, place.log}) {
+        struct stat facts;
+        size += stat(path.c_str(), &facts) == 0 ? facts.st_size : 0;
+    }
+    return size;
+}
+
 // Returns what is wrong with a store.
 std::vector<std::string> faults_of(StoreKind kind) {
     std::vector<std::string> faults;
@@ -75,6 +86,37 @@ int run_where(const RegArguments &arguments) {
     }
     print(options.Has("json") ? text + "}\n" : text);
     return 0;
+}
+
+int run_compact(const RegArguments &arguments) {
+    const RegOptions options(arguments, {}, 0);
+    bool is_done = false;
+    bool is_skipped = false;
+    for (const auto &store : kStores) {
+        const StorePlace place = place_of(store.kind);
+        const std::string line =
+            std::string(store.name) + "    " + printed(path_text(place.database)) + "    ";
+        if (access(place.database.c_str(), F_OK) != 0 && errno == ENOENT) {
+            print(line + "none yet\n");
+            continue;
+        }
+        const std::int64_t before = size_of(place);
+        try {
+            Store::Of(store.kind).Compact();
+        } catch (const StoreFailure &failure) {
+            if (failure.code != ERROR_ACCESS_DENIED && failure.code != ERROR_WRITE_PROTECT) {
+                throw RegFailure{place.database + ": " + message_of_code(failure.code),
+                                 failure.code};
+            }
+            is_skipped = true;
+            print(line + "skipped: " + message_of_code(failure.code) + '\n');
+            continue;
+        }
+        print(line + std::to_string(before) + " bytes before, " + std::to_string(size_of(place)) +
+              " bytes now\n");
+        is_done = true;
+    }
+    return is_done || !is_skipped ? 0 : 1;
 }
 
 int run_check(const RegArguments &arguments) {

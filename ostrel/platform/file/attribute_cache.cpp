@@ -1,4 +1,4 @@
-#include "ostrel/platform/file/no_attribute_cache.h"
+#include "ostrel/platform/file/attribute_cache.h"
 
 #include <fcntl.h>
 #include <linux/magic.h>
@@ -15,12 +15,21 @@
 namespace ostrel_platform {
 namespace {
 
-// 8 MiB of address space. A page uses memory only after one of its slots is used. Files created
+// 24 MiB of address space. A page uses memory only after one of its slots is used. Files created
 // together have consecutive inodes, and so use consecutive slots of a row.
 constexpr std::size_t kSlots = std::size_t{1} << 20;
 constexpr std::size_t kRow = 64;
 
-std::uint64_t known[kSlots];  // accessed only through atomic_ref
+// Several threads may write one slot at the same time: `check` tells whether the words belong
+// together.
+struct Slot {
+    std::uint64_t check;  // the mark of the file, xor the two words
+    std::uint64_t bits;   // with kHasCreation
+    std::uint64_t creation;
+};
+constexpr std::uint64_t kHasCreation = std::uint64_t{1} << 32;
+
+Slot known[kSlots];  // accessed only through load and store
 
 constinit DeviceSet trusted;
 constinit DeviceSet untrusted;
@@ -35,7 +44,7 @@ dev_t device_of(const struct statx &file) {
     return makedev(file.stx_dev_major, file.stx_dev_minor);
 }
 
-// Returns the hash of a file. The hash is never 0, the value of a free slot.
+// Returns the hash of a file. The hash is never 0, the check of a free slot.
 std::uint64_t mark_of(const struct statx &file) {
     const auto seconds = static_cast<std::uint64_t>(file.stx_ctime.tv_sec);
     std::uint64_t mark = mix(file.stx_ino + 0x9E3779B97F4A7C15 * device_of(file));
@@ -43,9 +52,17 @@ std::uint64_t mark_of(const struct statx &file) {
     return mark | 1;
 }
 
-std::atomic_ref<std::uint64_t> slot_of(const struct statx &file) {
+Slot &slot_of(const struct statx &file) {
     const std::uint64_t row = mix(file.stx_ino / kRow + 0x9E3779B97F4A7C15 * device_of(file));
-    return std::atomic_ref(known[row % (kSlots / kRow) * kRow + file.stx_ino % kRow]);
+    return known[row % (kSlots / kRow) * kRow + file.stx_ino % kRow];
+}
+
+std::uint64_t load(std::uint64_t &word) {
+    return std::atomic_ref(word).load(std::memory_order_relaxed);
+}
+
+void store(std::uint64_t &word, std::uint64_t value) {
+    std::atomic_ref(word).store(value, std::memory_order_relaxed);
 }
 
 // Trusts the host's own file systems only: a file server or a daemon may set ctime from a clock of
@@ -92,14 +109,32 @@ bool has_aged(const statx_timestamp &changed) {
 
 }  // namespace
 
-bool is_known_without_attributes(const struct statx &file) noexcept {
-    return slot_of(file).load(std::memory_order_relaxed) == mark_of(file);
+std::optional<StoredAttributes> find_cached_attributes(const struct statx &file) noexcept {
+    Slot &slot = slot_of(file);
+    const std::uint64_t bits = load(slot.bits);
+    const std::uint64_t creation = load(slot.creation);
+    if (load(slot.check) != (mark_of(file) ^ bits ^ creation)) {
+        return std::nullopt;
+    }
+    StoredAttributes stored = {static_cast<DWORD>(bits), std::nullopt};
+    if ((bits & kHasCreation) != 0) {
+        stored.creation = static_cast<std::int64_t>(creation);
+    }
+    return stored;
 }
 
-void remember_without_attributes(const struct statx &file, const FileRef &ref) noexcept {
-    if (ref.directory != AT_FDCWD && has_aged(file.stx_ctime) && is_trusted(device_of(file), ref)) {
-        slot_of(file).store(mark_of(file), std::memory_order_relaxed);
+void cache_attributes(const struct statx &file, const FileRef &ref,
+                      const StoredAttributes &stored) noexcept {
+    if (ref.directory == AT_FDCWD || !has_aged(file.stx_ctime) ||
+        !is_trusted(device_of(file), ref)) {
+        return;
     }
+    Slot &slot = slot_of(file);
+    const std::uint64_t bits = stored.bits | (stored.creation ? kHasCreation : 0);
+    const auto creation = static_cast<std::uint64_t>(stored.creation.value_or(0));
+    store(slot.check, mark_of(file) ^ bits ^ creation);
+    store(slot.bits, bits);
+    store(slot.creation, creation);
 }
 
 }  // namespace ostrel_platform
