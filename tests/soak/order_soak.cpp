@@ -21,7 +21,8 @@ struct Progress {
     std::atomic<std::uint64_t> reads;
     std::atomic<DWORD> longest;  // microseconds from a write to the last watcher
     std::atomic<DWORD> missed;
-    std::atomic<DWORD> ready, stop;
+    std::atomic<DWORD> ready;  // watchers
+    std::atomic<DWORD> stop;   // 1 for the writers, 2 for all
 };
 
 // Writes in bursts, and lets both watchers read before the next one. The key exists after every
@@ -43,18 +44,18 @@ void write_on(std::size_t self, Progress *progress) {
         }
         const Stopwatch since;
         const auto is_told = [&] { return mine.told[0] >= i && mine.told[1] >= i; };
-        while (!is_told() && progress->stop == 0 && since.Seconds() < 10) {
+        while (!is_told() && since.Seconds() < 10) {
             std::this_thread::yield();
         }
         progress->longest =
             std::max<DWORD>(progress->longest, static_cast<DWORD>(since.Seconds() * 1e6));
-        progress->missed += !is_told() && progress->stop == 0;
+        progress->missed += !is_told();
     }
 }
 
 void read_on(std::size_t self, Progress *progress) {
     const TestKey key = created(HKEY_LOCAL_MACHINE, kSoakPath);
-    for (std::size_t i = self; progress->stop == 0; ++i) {
+    for (std::size_t i = self; progress->stop < 2; ++i) {
         const std::size_t writer = i % 2;
         auto &its = progress->writers[writer];
         const DWORD returned = its.returned;
@@ -82,7 +83,7 @@ void watch_on(std::size_t self, Progress *progress) {
     if (blocks) {  // from then on a call tells at once of what came since the last one
         WaitForSingleObject(event, INFINITE);
     }
-    while (progress->stop == 0) {
+    while (progress->stop < 2) {
         for (std::size_t writer = 0; writer < 2; ++writer) {
             progress->writers[writer].told[self] = number(values, kValues[writer]).value_or(0);
         }
@@ -132,7 +133,7 @@ void prove(long seconds, bool harms) {
     const RegistryFolder folder;
     auto *const progress = shared_memory<Progress>();
     expect_success(started([] { created(HKEY_LOCAL_MACHINE, kSoakPath); }));
-    std::vector<pid_t> processes;
+    std::vector<pid_t> processes, writers;
     for (std::size_t i = 0; i < 4; ++i) {
         processes.push_back(started([&] { read_on(i, progress); }));
     }
@@ -143,7 +144,7 @@ void prove(long seconds, bool harms) {
         std::this_thread::yield();
     }
     for (std::size_t i = 0; i < 2; ++i) {
-        processes.push_back(started([&] { write_on(i, progress); }));
+        writers.push_back(started([&] { write_on(i, progress); }));
     }
     const Stopwatch watch;
     std::mt19937 random(7);
@@ -156,6 +157,10 @@ void prove(long seconds, bool harms) {
         }
     }
     progress->stop = 1;
+    for (const pid_t writer : writers) {
+        expect_success(writer);
+    }
+    progress->stop = 2;
     const TestKey key = created(HKEY_LOCAL_MACHINE, kSoakPath);
     for (const pid_t process : processes) {
         EXPECT_EQ(set_number(key, u"end", 1), 0);
