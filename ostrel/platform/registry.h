@@ -23,8 +23,8 @@
 //                            read, or not write, the store's file
 //   ERROR_BADDB              the file is damaged, is no registry, or has a newer format; the call
 //                            leaves the file as it is
-//   ERROR_DISK_FULL          the disk, or the user's quota of it, is full, or a file would be larger
-//                            than RLIMIT_FSIZE allows (no SIGXFSZ); nothing has changed
+//   ERROR_DISK_FULL          the disk, or the user's quota of it, is full, or RLIMIT_FSIZE forbids
+//                            the size of a file (no SIGXFSZ); nothing has changed
 //   ERROR_WRITE_PROTECT      the file system is mounted read-only; reading works
 //   ERROR_BUSY               other writers have held the store for more than 10 seconds
 //   ERROR_NOT_ENOUGH_MEMORY  memory is short

@@ -50,6 +50,13 @@ LONG write(HKEY key, const WCHAR *name, DWORD type, const void *bytes, DWORD siz
     return RegSetValueExW(key, name, 0, type, static_cast<const BYTE *>(bytes), size);
 }
 
+// Closes the key that `holder` has, and gives it another.
+LONG replace(CRegKey *holder, HKEY key) noexcept {
+    const LONG status = holder->Close();
+    holder->Attach(key);
+    return status;
+}
+
 }  // namespace
 
 CRegKey::~CRegKey() {
@@ -67,13 +74,6 @@ LONG CRegKey::Close() noexcept {
     return key != nullptr ? RegCloseKey(key) : ERROR_SUCCESS;
 }
 
-// Closes the key that the object holds, and holds `key`.
-LONG CRegKey::Replace(HKEY key) noexcept {
-    const LONG status = Close();
-    m_hKey = key;
-    return status;
-}
-
 LONG CRegKey::Create(HKEY parent, const WCHAR *keyName, WCHAR *className, DWORD options,
                      DWORD access, SECURITY_ATTRIBUTES *security, DWORD *disposition) noexcept {
     HKEY key = nullptr;
@@ -83,7 +83,7 @@ LONG CRegKey::Create(HKEY parent, const WCHAR *keyName, WCHAR *className, DWORD 
     if (disposition != nullptr) {
         *disposition = reported;
     }
-    return status == ERROR_SUCCESS ? Replace(key) : status;
+    return status == ERROR_SUCCESS ? replace(this, key) : status;
 }
 
 LONG CRegKey::Open(HKEY parent, const WCHAR *keyName, DWORD access) noexcept {
@@ -92,7 +92,7 @@ LONG CRegKey::Open(HKEY parent, const WCHAR *keyName, DWORD access) noexcept {
     if (status != ERROR_SUCCESS) {
         status = RegOpenKeyExW(parent, keyName, 0, access, &key);
     }
-    return status == ERROR_SUCCESS ? Replace(key) : status;
+    return status == ERROR_SUCCESS ? replace(this, key) : status;
 }
 
 LONG CRegKey::DeleteSubKey(const WCHAR *name) noexcept {

@@ -140,8 +140,6 @@ public:
     LONG CopyDwordValue(CRegKey &source, const WCHAR *name, const WCHAR *newName) noexcept;
 
 private:
-    LONG Replace(HKEY key) noexcept;
-
     HKEY m_hKey = nullptr;
 };
 

@@ -74,7 +74,7 @@ struct CRegMonitorEx::WatcherBlock {
     HANDLE hEvent;
     HANDLE hExit;
     HANDLE hStop;
-    std::shared_ptr<UnitHandles> pHandles;
+    std::shared_ptr<UnitHandles> handles;
 };
 
 CRegMonitorEx *CRegMonitorEx::Instance() {
@@ -226,12 +226,12 @@ int CRegMonitorEx::QueueUserWorkItem_(DWORD (*routine)(void *), void *context, D
 
 DWORD CRegMonitorEx::ThreadProc(void *block) {
     std::unique_ptr<WatcherBlock> unit(static_cast<WatcherBlock *>(block));
-    const HANDLE handles[] = {unit->hEvent, unit->hExit, unit->hStop};
-    while (!unit->pHandles->is_stopped) {
+    const HANDLE objects[] = {unit->hEvent, unit->hExit, unit->hStop};
+    while (!unit->handles->is_stopped) {
         RegNotifyChangeKeyValue(unit->hKey, unit->bSubTree ? TRUE : FALSE,
                                 REG_NOTIFY_CHANGE_NAME | REG_NOTIFY_CHANGE_LAST_SET, unit->hEvent,
                                 TRUE);
-        if (WaitForMultipleObjects(3, handles, FALSE, INFINITE) != WAIT_OBJECT_0) {
+        if (WaitForMultipleObjects(3, objects, FALSE, INFINITE) != WAIT_OBJECT_0) {
             break;
         }
         insist([&unit] { unit->pMonitor->Enqueue({unit->hEvent}); });
@@ -250,8 +250,8 @@ void CRegMonitorEx::Enqueue(const _NotifyItem &item) {
 unsigned int CRegMonitorEx::NotifyThread(void *self) {
     auto *const monitor = static_cast<CRegMonitorEx *>(self);
     t_isDispatcher = true;
-    const HANDLE handles[] = {monitor->m_hQueueSemaphore, monitor->m_hExitEvent};
-    while (WaitForMultipleObjects(2, handles, FALSE, INFINITE) == WAIT_OBJECT_0) {
+    const HANDLE objects[] = {monitor->m_hQueueSemaphore, monitor->m_hExitEvent};
+    while (WaitForMultipleObjects(2, objects, FALSE, INFINITE) == WAIT_OBJECT_0) {
         _NotifyItem item{};
         {
             const CCriticalSection_local::CHolder held(m_csNotifyQueue);
@@ -290,9 +290,9 @@ void CRegMonitorEx::Notify(void *event) {
 
 // The handles are closed when the watcher has seen the stop: at once, or by the watcher.
 void CRegMonitorEx::UnregisterOne(std::pair<const x_wstring, _RegMonInfo> &entry) {
-    entry.second.pHandles->is_stopped = true;
+    entry.second.handles->is_stopped = true;
     SetEvent(entry.second.hEvents[1]);
-    entry.second.pHandles.reset();
+    entry.second.handles.reset();
 }
 
 void CRegMonitorEx::UnregisterAll() {

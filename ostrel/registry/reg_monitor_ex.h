@@ -105,7 +105,7 @@ private:
         bool bSubTree;
         HANDLE hEvents[2];  // notification (auto-reset), stop (manual-reset)
         std::set<int (*)(const x_wstring &)> setCallbacks;
-        std::shared_ptr<UnitHandles> pHandles;  // owns key and events, together with the watcher
+        std::shared_ptr<UnitHandles> handles;  // owns key and events, together with the watcher
     };
     // A signal that waits for the dispatcher. The dispatcher looks the unit up by the event.
     struct _NotifyItem {

@@ -132,7 +132,7 @@ protected:
                 monitor().Unregister(name, true, each);
             }
         }
-        for (int i = 0; i < 3; ++i) {
+        for (std::size_t i = 0; i < 3; ++i) {
             Calls::All().Set(i, nullptr);
         }
         until([&] { return Closed() == m_units.size(); });
@@ -231,7 +231,7 @@ TEST_F(RegMonitorExRaces, CallsForEachSignalAndForNoneOfAUnitThatHasGone) {
     signal_change(first);
     until_called(1);
     signal_change(second);
-    for (int i = 0; i < 3; ++i) {
+    for (std::size_t i = 0; i < 3; ++i) {
         signal_change(first);
     }
     goes_on = true;

@@ -48,8 +48,8 @@ public:
     // Returns the prepared statement. Throws StoreFailure.
     sqlite3_stmt *Prepared(Sql sql);
 
-    // Throws the failure of a call of SQLite, before which errno was 0. sqlite3_system_errno does not
-    // tell what made a commit fail.
+    // Throws the failure of a call of SQLite, before which errno was 0. sqlite3_system_errno does
+    // not tell what made a commit fail.
     [[noreturn]] void Fail(int result);
 
 private:
