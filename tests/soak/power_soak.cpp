@@ -11,6 +11,7 @@
 #include <sys/socket.h>
 #include <sys/syscall.h>
 
+#include <cstdarg>
 #include <map>
 
 #include "soak/registry_soak.h"
