@@ -33,7 +33,7 @@ T *shared_memory() {
 template <class Body>
 pid_t started(Body body) {
     std::fflush(nullptr);
-    const pid_t child = fork();
+    const pid_t child = fork_child();
     if (child == 0) {
         body();
         std::fflush(nullptr);
