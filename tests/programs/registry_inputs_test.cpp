@@ -165,6 +165,9 @@ TEST(RegistryInputs, FindsWhateverTheFolderIs) {
         if (std::filesystem::is_directory(folder.Path("user.db"))) {
             std::filesystem::remove(folder.Path("user.db"));
         }
+        for (const char *store : {"a/b/user", "real/user"}) {
+            unlink(folder.Page(store).c_str());
+        }
     }
 }
 
@@ -173,6 +176,7 @@ TEST(RegistryInputs, BeginsAnewWhereTheFolderIsRemoved) {
     EXPECT_TRUE(holds_in_child([&] {
         const TestKey key = created(HKEY_CURRENT_USER, u"Software\\Inputs");
         EXPECT_EQ(set_number(key, u"v", 1), 0);
+        unlink(folder.Page("user").c_str());
         std::filesystem::remove_all(folder.Path());
         LSTATUS code = 0;
         while (code == 0) {  // until the files are checked again
