@@ -51,6 +51,17 @@ std::string user_folder() {
     return state + "/ostrel/registry";
 }
 
+// Returns the path of the file that a link leads to, "" for a path that is no link to a file.
+std::string target_of(const std::string &path) {
+    struct stat facts;
+    if (lstat(path.c_str(), &facts) != 0 || !S_ISLNK(facts.st_mode)) {
+        return {};
+    }
+    const std::unique_ptr<char, decltype(&std::free)> target(realpath(path.c_str(), nullptr),
+                                                             std::free);
+    return target != nullptr ? target.get() : std::string();
+}
+
 // Creates a folder with this mode, whatever the umask is. Returns 0 or errno.
 int create_folder(const std::string &folder, mode_t mode) {
     struct stat facts;
@@ -70,8 +81,13 @@ StorePlace place_of(StoreKind kind) {
     if (place.folder.empty()) {
         place.folder = is_machine ? "/var/lib/ostrel/registry" : user_folder();
     }
-    const std::string stem = place.folder + (is_machine ? "/machine" : "/user");
+    std::string stem = place.folder + (is_machine ? "/machine" : "/user");
     place.database = stem + ".db";
+    if (std::string target = target_of(place.database); !target.empty()) {
+        // SQLite keeps its files beside the target, and who names the target has to use the same.
+        place.database = target;
+        stem = target.ends_with(".db") ? target.substr(0, target.size() - 3) : target;
+    }
     place.log = place.database + "-wal";
     place.shm = place.database + "-shm";
     place.lock = stem + ".lock";

@@ -67,9 +67,13 @@ private:
     }
 
     void Start() {
-        // The host's signals are for the threads of the program.
+        // The host's signals are for the threads of the program; faults stay with their thread. The
+        // host kills a process for a fault that is blocked, and page_faults.h handles SIGBUS.
         sigset_t all, before;
         sigfillset(&all);
+        for (const int fault : {SIGBUS, SIGSEGV, SIGFPE, SIGILL}) {
+            sigdelset(&all, fault);
+        }
         pthread_sigmask(SIG_SETMASK, &all, &before);
         const HANDLE thread = CreateThread(
             nullptr, 0, [](LPVOID self) -> DWORD { static_cast<WatchThread *>(self)->Run(); }, this,
