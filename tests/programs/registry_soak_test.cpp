@@ -1,4 +1,4 @@
-// The proofs of tests/soak, each for a moment.
+// The proofs of bench/soak, each for a moment.
 
 #include <cstdlib>
 

@@ -87,7 +87,7 @@ template <class Body>
 bool holds_in_child(Body body) {
     const pid_t child = fork_child();
     if (child == 0) {
-        alarm(60);
+        alarm(120);
         body();
         std::fflush(nullptr);
         _exit(testing::Test::HasFailure() ? 1 : 0);

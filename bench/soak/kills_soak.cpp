@@ -3,9 +3,9 @@
 #include <csignal>
 #include <thread>
 
+#include "bench/soak/registry_soak.h"
 #include "ostrel/platform/handle.h"
 #include "ostrel/platform/sync.h"
-#include "soak/registry_soak.h"
 
 namespace {
 

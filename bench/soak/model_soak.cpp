@@ -3,7 +3,7 @@
 #include <map>
 #include <thread>
 
-#include "soak/registry_soak.h"
+#include "bench/soak/registry_soak.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // Proofs of the registry that take time: registry_soak PROOF AMOUNT. Ends with 0 when the proof
 // holds.
 
-#include "soak/registry_soak.h"
+#include "bench/soak/registry_soak.h"
 
 #include <cstdlib>
 

@@ -14,7 +14,7 @@
 #include <cstdarg>
 #include <map>
 
-#include "soak/registry_soak.h"
+#include "bench/soak/registry_soak.h"
 
 namespace {
 
