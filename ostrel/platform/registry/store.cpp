@@ -253,20 +253,20 @@ DWORD Store::WriteCode() {
 }
 
 Store::WriteTurn::WriteTurn(Store &store) : m_store(store) {
-    if (!store.m_writeMutex.try_lock_for(std::chrono::milliseconds(kMaxLockWait))) {
+    if (!store.m_writeLock.TryLockFor(std::chrono::milliseconds(kMaxLockWait))) {
         throw StoreFailure{ERROR_BUSY};
     }
     try {
         store.TakeTurn();
     } catch (...) {
-        store.m_writeMutex.unlock();
+        store.m_writeLock.Unlock();
         throw;
     }
 }
 
 Store::WriteTurn::~WriteTurn() {
     m_store.EndTurn();
-    m_store.m_writeMutex.unlock();
+    m_store.m_writeLock.Unlock();
 }
 
 // Returns false when the locks of a reader keep this process from opening the database before it
@@ -530,19 +530,19 @@ void Store::CloseFiles() noexcept {
 }
 
 void Store::LockForFork() noexcept {
-    m_writeMutex.lock();
+    m_writeLock.Lock();
     m_readMutex.lock();
     CloseFiles();
 }
 
 void Store::UnlockForFork() noexcept {
     m_readMutex.unlock();
-    m_writeMutex.unlock();
+    m_writeLock.Unlock();
 }
 
 void Store::RenewAfterFork() noexcept {
     std::construct_at(&m_readMutex);
-    std::construct_at(&m_writeMutex);
+    std::construct_at(&m_writeLock);
 }
 
 }  // namespace ostrel_platform

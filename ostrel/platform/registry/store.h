@@ -28,6 +28,7 @@
 #include "ostrel/platform/registry/shared_futex.h"
 #include "ostrel/platform/registry/shared_page.h"
 #include "ostrel/platform/registry/store_places.h"
+#include "ostrel/platform/registry/timed_lock.h"
 #include "ostrel/platform/registry/writer_lock.h"
 
 namespace ostrel_platform {
@@ -227,7 +228,7 @@ private:
     std::atomic<std::int64_t> m_filesCheckAt{0};
     std::atomic<std::int64_t> m_pageAttemptAt{0};
 
-    std::timed_mutex m_writeMutex;  // before m_readMutex
+    TimedLock m_writeLock;  // before m_readMutex
     WriterLock m_lock;
     Database m_writer;
     HostDescriptor m_shm;  // closing it drops the locks that SQLite holds on the file
