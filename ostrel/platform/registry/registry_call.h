@@ -40,7 +40,17 @@ inline DWORD view_key(HKEY handle, DWORD right, KeyView *view) {
     return (view->access & right) == right ? ERROR_SUCCESS : ERROR_ACCESS_DENIED;
 }
 
-// The same for everything else.
+// The same as registry_call above, for a body that takes what a fast read needs of a handle.
+template <class Body>
+LSTATUS registry_call(HKEY handle, DWORD right, Body body) noexcept {
+    return registry_call([&]() -> DWORD {
+        KeyView view;
+        const DWORD code = view_key(handle, right, &view);
+        return code != ERROR_SUCCESS ? code : body(view);
+    });
+}
+
+// Stores what an operation on the store needs of a handle that has some rights. Returns a code.
 inline DWORD find_open_key(HKEY handle, DWORD rights, OpenKey *open) {
     if (!KeyHandles::Instance().Find(handle, open)) {
         return ERROR_INVALID_HANDLE;

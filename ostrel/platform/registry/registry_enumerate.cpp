@@ -154,11 +154,7 @@ using namespace ostrel_platform;
 
 LSTATUS RegEnumKeyExW(HKEY key, DWORD index, WCHAR *name, DWORD *name_count, DWORD *reserved,
                       WCHAR *class_name, DWORD *class_count, FILETIME *written) noexcept {
-    return registry_call([&]() -> DWORD {
-        KeyView view;
-        if (const DWORD code = view_key(key, KEY_ENUMERATE_SUB_KEYS, &view)) {
-            return code;
-        }
+    return registry_call(key, KEY_ENUMERATE_SUB_KEYS, [&](const KeyView &view) -> DWORD {
         if (name == nullptr || name_count == nullptr || reserved != nullptr ||
             (class_name != nullptr && class_count == nullptr)) {
             return ERROR_INVALID_PARAMETER;
@@ -189,11 +185,7 @@ LSTATUS RegEnumKeyExW(HKEY key, DWORD index, WCHAR *name, DWORD *name_count, DWO
 
 LSTATUS RegEnumValueW(HKEY key, DWORD index, WCHAR *name, DWORD *name_count, DWORD *reserved,
                       DWORD *type, BYTE *data, DWORD *size) noexcept {
-    return registry_call([&]() -> DWORD {
-        KeyView view;
-        if (const DWORD code = view_key(key, KEY_QUERY_VALUE, &view)) {
-            return code;
-        }
+    return registry_call(key, KEY_QUERY_VALUE, [&](const KeyView &view) -> DWORD {
         if (name == nullptr || name_count == nullptr || reserved != nullptr ||
             (data != nullptr && size == nullptr)) {
             return ERROR_INVALID_PARAMETER;
@@ -230,11 +222,7 @@ LSTATUS RegQueryInfoKeyW(HKEY key, WCHAR *class_name, DWORD *class_count, DWORD 
                          DWORD *subkeys, DWORD *longest_subkey, DWORD *longest_class, DWORD *values,
                          DWORD *longest_value_name, DWORD *longest_value, DWORD *security_size,
                          FILETIME *written) noexcept {
-    return registry_call([&]() -> DWORD {
-        KeyView view;
-        if (const DWORD code = view_key(key, KEY_QUERY_VALUE, &view)) {
-            return code;
-        }
+    return registry_call(key, KEY_QUERY_VALUE, [&](const KeyView &view) -> DWORD {
         if (reserved != nullptr || (class_name != nullptr && class_count == nullptr)) {
             return ERROR_INVALID_PARAMETER;
         }

@@ -136,11 +136,7 @@ LSTATUS RegGetValueW(HKEY key, const WCHAR *subkey, const WCHAR *name, DWORD fla
                      void *data, DWORD *size) noexcept {
     constexpr DWORD kViews = RRF_SUBKEY_WOW6464KEY | RRF_SUBKEY_WOW6432KEY;
     const DWORD capacity = size != nullptr ? *size : 0;
-    const LSTATUS code = registry_call([&]() -> DWORD {
-        KeyView view;
-        if (const DWORD found = view_key(key, 0, &view)) {
-            return found;
-        }
+    const LSTATUS code = registry_call(key, 0, [&](const KeyView &) -> DWORD {
         if ((flags & kTypes) == 0 || (flags & kViews) == kViews ||
             (data != nullptr && size == nullptr) ||
             ((flags & kTypes) == RRF_RT_REG_EXPAND_SZ && (flags & RRF_NOEXPAND) == 0)) {

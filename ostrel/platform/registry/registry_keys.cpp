@@ -146,15 +146,11 @@ using namespace ostrel_platform;
 
 LSTATUS RegOpenKeyExW(HKEY key, const WCHAR *subkey, DWORD options, REGSAM access,
                       HKEY *result) noexcept {
-    return registry_call([&]() -> DWORD {
-        if (result == nullptr) {
-            return ERROR_INVALID_PARAMETER;
-        }
-        *result = nullptr;
-        KeyView view;
-        if (const DWORD code = view_key(key, 0, &view)) {
-            return code;
-        }
+    if (result == nullptr) {
+        return ERROR_INVALID_PARAMETER;
+    }
+    *result = nullptr;
+    return registry_call(key, 0, [&](const KeyView &) -> DWORD {
         if ((options & ~(REG_OPTION_BACKUP_RESTORE | REG_OPTION_OPEN_LINK)) != 0 ||
             has_both_views(access) || (subkey == nullptr && !KeyHandles::IsRoot(key))) {
             return ERROR_INVALID_PARAMETER;
@@ -166,15 +162,11 @@ LSTATUS RegOpenKeyExW(HKEY key, const WCHAR *subkey, DWORD options, REGSAM acces
 LSTATUS RegCreateKeyExW(HKEY key, const WCHAR *subkey, DWORD reserved, WCHAR *class_name,
                         DWORD options, REGSAM access, SECURITY_ATTRIBUTES *, HKEY *result,
                         DWORD *disposition) noexcept {
-    return registry_call([&]() -> DWORD {
-        if (result == nullptr) {
-            return ERROR_INVALID_PARAMETER;
-        }
-        *result = nullptr;
-        KeyView view;
-        if (const DWORD code = view_key(key, 0, &view)) {
-            return code;
-        }
+    if (result == nullptr) {
+        return ERROR_INVALID_PARAMETER;
+    }
+    *result = nullptr;
+    return registry_call(key, 0, [&](const KeyView &) -> DWORD {
         if (subkey == nullptr || reserved != 0 || has_both_views(access) ||
             (options & ~(REG_OPTION_VOLATILE | REG_OPTION_BACKUP_RESTORE)) != 0) {
             return ERROR_INVALID_PARAMETER;
@@ -207,11 +199,7 @@ LSTATUS RegCloseKey(HKEY key) noexcept {
 }
 
 LSTATUS RegDeleteKeyExW(HKEY key, const WCHAR *subkey, REGSAM access, DWORD reserved) noexcept {
-    return registry_call([&]() -> DWORD {
-        KeyView view;
-        if (const DWORD code = view_key(key, 0, &view)) {
-            return code;
-        }
+    return registry_call(key, 0, [&](const KeyView &) -> DWORD {
         if (subkey == nullptr || reserved != 0 || has_both_views(access)) {
             return ERROR_INVALID_PARAMETER;
         }

@@ -82,11 +82,7 @@ using namespace ostrel_platform;
 
 LSTATUS RegNotifyChangeKeyValue(HKEY key, BOOL subtree, DWORD filter, HANDLE event,
                                 BOOL asynchronous) noexcept {
-    return registry_call([&]() -> DWORD {
-        KeyView view;
-        if (const DWORD code = view_key(key, KEY_NOTIFY, &view)) {
-            return code;
-        }
+    return registry_call(key, KEY_NOTIFY, [&](const KeyView &) -> DWORD {
         if ((filter & kFilters) == 0 || (filter & ~(kFilters | REG_NOTIFY_THREAD_AGNOSTIC)) != 0 ||
             (asynchronous != FALSE && event == nullptr)) {
             return ERROR_INVALID_PARAMETER;

@@ -80,11 +80,7 @@ using namespace ostrel_platform;
 
 LSTATUS RegQueryValueExW(HKEY key, const WCHAR *name, DWORD *reserved, DWORD *type, BYTE *data,
                          DWORD *size) noexcept {
-    return registry_call([&]() -> DWORD {
-        KeyView view;
-        if (const DWORD code = view_key(key, KEY_QUERY_VALUE, &view)) {
-            return code;
-        }
+    return registry_call(key, KEY_QUERY_VALUE, [&](const KeyView &view) -> DWORD {
         if (reserved != nullptr || (data != nullptr && size == nullptr)) {
             return ERROR_INVALID_PARAMETER;
         }
@@ -98,11 +94,7 @@ LSTATUS RegQueryValueExW(HKEY key, const WCHAR *name, DWORD *reserved, DWORD *ty
 
 LSTATUS RegQueryValueExA(HKEY key, const char *name, DWORD *reserved, DWORD *type, BYTE *data,
                          DWORD *size) noexcept {
-    return registry_call([&]() -> DWORD {
-        KeyView view;
-        if (const DWORD code = view_key(key, KEY_QUERY_VALUE, &view)) {
-            return code;
-        }
+    return registry_call(key, KEY_QUERY_VALUE, [&](const KeyView &view) -> DWORD {
         if (reserved != nullptr || (data != nullptr && size == nullptr)) {
             return ERROR_INVALID_PARAMETER;
         }
@@ -160,11 +152,7 @@ LSTATUS RegDeleteValueW(HKEY key, const WCHAR *name) noexcept {
 }
 
 LSTATUS RegFlushKey(HKEY key) noexcept {
-    return registry_call([&]() -> DWORD {
-        KeyView view;
-        if (const DWORD code = view_key(key, 0, &view)) {
-            return code;
-        }
+    return registry_call(key, 0, [&](const KeyView &view) -> DWORD {
         view.store->Flush();
         return ERROR_SUCCESS;
     });
