@@ -196,7 +196,9 @@ OSTREL_PLATFORM_API LSTATUS RegQueryValueExA(HKEY key, const char *name, DWORD *
 // the name in the system code page and converts REG_SZ, REG_EXPAND_SZ and REG_MULTI_SZ from it.
 //
 // Return ERROR_SUCCESS once every later read, in any process, gives the new value. A crash of the
-// process loses nothing of it; a power loss may take the writes of the last seconds (RegFlushKey).
+// process loses nothing of it. A power loss may take what was written since the last checkpoint,
+// which a write makes when the last one is 3 seconds old; after the last write, what the host has
+// not yet written to the disk by itself (by default within 30 seconds). RegFlushKey bounds both.
 // On failure return:
 //   ERROR_INVALID_PARAMETER    a name of more than 16,383 units, `data` is null with a size above
 //                              0, or `reserved` is not 0

@@ -24,8 +24,7 @@ constexpr char kBoot[] = "boot";
 constexpr std::int64_t kPageGrace = kCheckPeriod + 25;  // milliseconds
 constexpr std::int64_t kPageAttemptPeriod = 1000;       // milliseconds
 constexpr std::int64_t kCheckpointPeriod = 3000;        // milliseconds
-constexpr std::int64_t kCheckpointPages = 4096;         // pages of the log
-constexpr std::int64_t kPageSize = 4096;                // SQLite's
+constexpr std::int64_t kCheckpointPages = 8192;         // pages of the log
 
 std::string meta(Database &database, const char *name) {
     Query query(database, Sql::kGetMeta);
