@@ -2,8 +2,6 @@
 
 #include <pthread.h>
 
-#include <pthread.h>
-
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
