@@ -80,8 +80,10 @@ TEST(DirectoryChanges, MoveFilesFlattensTheTree) {
 }
 
 void note(const WCHAR *path, int result, void *context) {
-    std::string line = fs::path(path).string();
-    std::replace(line.begin(), line.end(), '\\', '/');
+    std::string line;
+    for (; *path != 0; ++path) {
+        line += *path == u'\\' ? '/' : *path < 0x80 ? static_cast<char>(*path) : '?';
+    }
     static_cast<Lines *>(context)->insert(line + (result != 0 ? '+' : '-'));
 }
 

@@ -59,7 +59,8 @@ TEST(HostPath, IsDecidedByTheText) {
     }
     const std::u16string longest = u"\\\\?\\C:\\" + std::u16string(32759, u'x');
     EXPECT_EQ(converted(longest).size(), 32760u);
-    EXPECT_EQ(converted(longest + u'x'), std::to_string(ERROR_FILENAME_EXCED_RANGE));
+    EXPECT_EQ(ostrel_platform::file_path((longest + u'x').c_str()), std::nullopt);
+    EXPECT_EQ(GetLastError(), ERROR_FILENAME_EXCED_RANGE);
     unsetenv("OSTREL_DRIVE_D");
 }
 
