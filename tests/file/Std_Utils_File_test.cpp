@@ -13,33 +13,30 @@ using namespace NS_FileUtils;
 
 TEST(StdUtilsFile, CreateDirectoryMakesWhatIsMissingAndPassesAttributesDown) {
     constexpr DWORD kAll = kHidden | kSystem | kArchive | kDirectory;
-    const struct {
-        std::u16string path;
-        bool hasFile, noHidden, noSystem, result;
-        std::vector<DWORD> made;  // attributes of h\p, h\p\q, h\p\q\r
-    } cases[] = {// The ancestor of a path without a separator at its end is two levels up.
-                 {u"h\\p\\q\\r", false, false, false, true, {kDirectory, kAll, kDirectory}},
-                 {u"h\\p\\q\\", false, false, true, true, {kDirectory, kAll & ~kSystem}},
-                 {u"h\\p\\f.txt", true, true, true, true, {kDirectory | kArchive}},
-                 {u"h/p/q/r", false, false, false, false, {}}};
-    for (const auto &c : cases) {
-        SCOPED_TRACE(fs::path(c.path));
+    // The attributes in each row: of h\p, h\p\q, h\p\q\r.
+    const std::tuple<std::u16string, bool, bool, bool, bool, std::vector<DWORD>> cases[] = {
+        // The ancestor of a path without a separator at its end is two levels up.
+        {u"h\\p\\q\\r", false, false, false, true, {kDirectory, kAll, kDirectory}},
+        {u"h\\p\\q\\", false, false, true, true, {kDirectory, kAll & ~kSystem}},
+        {u"h\\p\\f.txt", true, true, true, true, {kDirectory | kArchive}},
+        {u"h/p/q/r", false, false, false, false, {}}};
+    for (const auto &[path, has_file, no_hidden, no_system, result, expected] : cases) {
+        SCOPED_TRACE(PrintToString(path));
         const Planted dir("h/");
         set(TEXT("h"), kAll);
-        EXPECT_EQ(createDirectory(c.path.c_str(), c.hasFile, c.noHidden, c.noSystem), c.result);
+        EXPECT_EQ(createDirectory(path.c_str(), has_file, no_hidden, no_system), result);
         std::vector<DWORD> made;
-        for (const WCHAR *path : {TEXT("h\\p"), TEXT("h\\p\\q"), TEXT("h\\p\\q\\r")}) {
-            made.push_back(GetFileAttributesW(path));
+        for (const WCHAR *each : {TEXT("h\\p"), TEXT("h\\p\\q"), TEXT("h\\p\\q\\r")}) {
+            made.push_back(GetFileAttributesW(each));
         }
         made.erase(std::find(made.begin(), made.end(), INVALID_FILE_ATTRIBUTES), made.end());
-        EXPECT_EQ(made, c.made);
+        EXPECT_EQ(made, expected);
         EXPECT_EQ(lines_of().size(), 1 + made.size());
     }
     const TempDir dir;
-    std::u16string root = dir.Path().u16string();
-    std::replace(root.begin(), root.end(), u'/', u'\\');
-    EXPECT_TRUE(createDirectory((root + u"\\a\\b").c_str(), false, false, false));
-    EXPECT_TRUE(createDirectory((u"C:" + root + u"\\a\\c\\").c_str(), false, false, false));
+    const std::u16string top = platform_path(dir.Path());
+    EXPECT_TRUE(createDirectory((top.substr(2) + u"\\a\\b").c_str(), false, false, false));
+    EXPECT_TRUE(createDirectory((top + u"\\a\\c\\").c_str(), false, false, false));
     EXPECT_EQ(tree(), "a/ a/b/ a/c/ ");
 }
 
@@ -73,69 +70,60 @@ mode_t mode_after(int (*call)(), mode_t source, mode_t mask, const char *planted
 }
 
 TEST(StdUtilsFile, ACopyIsNoMoreOpenThanItsSource) {
-    const struct {
-        const char *text;
-        int (*call)();
-        bool takesMode;  // of the source, whatever the umask and the target are
-    } calls[] = {{CALL(int{copyFileEx(TEXT("s/f"), TEXT("t/f"), false)}), false},
-                 {CALL(copyDirectory(TEXT("s"), TEXT("t"), 0, 0, 0)), false},
-                 {CALL(CopyFileW(TEXT("s/f"), TEXT("t/f"), FALSE)), true},
-                 {CALL(moveDirectory(TEXT("s"), TEXT("t"), 0, 0)), true},
-                 {CALL(int{moveFiles(TEXT("s"), TEXT("t"), TEXT("*"), 3, 0)}), true}};
-    for (const auto &c : calls) {
+    // Whether a call takes the mode of the source, whatever the umask and the target are.
+    const std::tuple<const char *, int (*)(), bool> calls[] = {
+        {CALL(int{copyFileEx(TEXT("s/f"), TEXT("t/f"), false)}), false},
+        {CALL(copyDirectory(TEXT("s"), TEXT("t"), 0, 0, 0)), false},
+        {CALL(CopyFileW(TEXT("s/f"), TEXT("t/f"), FALSE)), true},
+        {CALL(moveDirectory(TEXT("s"), TEXT("t"), 0, 0)), true},
+        {CALL(int{moveFiles(TEXT("s"), TEXT("t"), TEXT("*"), 3, 0)}), true}};
+    for (const auto &[text, call, takes_mode] : calls) {
         for (const mode_t source : {0600u, 0640u, 0604u, 0666u}) {
             for (const mode_t mask : {0u, 022u}) {
-                SCOPED_TRACE(testing::Message()
-                             << c.text << std::oct << ' ' << source << ' ' << mask);
-                EXPECT_EQ(mode_after(c.call, source, mask, "s/f=new t/"),
-                          c.takesMode ? source : source & ~mask);
-                EXPECT_EQ(mode_after(c.call, source, mask, "s/f=new t/f=old"),
-                          c.takesMode ? source : 0644u);
+                SCOPED_TRACE(PrintToString(std::tuple(text, source, mask)));
+                EXPECT_EQ(mode_after(call, source, mask, "s/f=new t/"),
+                          takes_mode ? source : source & ~mask);
+                EXPECT_EQ(mode_after(call, source, mask, "s/f=new t/f=old"),
+                          takes_mode ? source : 0644u);
             }
         }
     }
     for (const int keepsReadOnly : {0, 2, 4}) {
-        EXPECT_EQ(mode_after(calls[keepsReadOnly].call, 0400, 0, "s/f=new t/"), 0400u);
+        EXPECT_EQ(mode_after(std::get<1>(calls[keepsReadOnly]), 0400, 0, "s/f=new t/"), 0400u);
     }
 }
 
 TEST(StdUtilsFile, ANewDirectoryIsNoMoreOpenThanItsSource) {
-    const struct {
-        const char *text;
-        int (*call)();
-    } calls[] = {{CALL(copyDirectory(TEXT("s"), TEXT("t"), 1, 0, 0))},
-                 {CALL(moveDirectory(TEXT("s"), TEXT("t"), 1, 0))}};
-    for (const auto &c : calls) {
-        SCOPED_TRACE(c.text);
+    const std::pair<const char *, int (*)()> calls[] = {
+        {CALL(copyDirectory(TEXT("s"), TEXT("t"), 1, 0, 0))},
+        {CALL(moveDirectory(TEXT("s"), TEXT("t"), 1, 0))}};
+    for (const auto &[text, call] : calls) {
+        SCOPED_TRACE(text);
         const Planted dir("s/d/f=");
         chmod("s", 0750), chmod("s/d", 0700);
-        EXPECT_EQ(c.call(), 1);
+        EXPECT_EQ(call(), 1);
         EXPECT_EQ(host_facts("t").st_mode & 07777, 0750u);
         EXPECT_EQ(host_facts("t/d").st_mode & 07777, 0700u);
     }
 }
 
 TEST(StdUtilsFile, CopyFileExRefusesOrMovesAsideWhatIsInTheWay) {
-    const struct {
-        const WCHAR *source, *target;
-        bool aside;
-        DWORD error;
-        std::size_t added;
-    } cases[] = {{TEXT("busy"), TEXT("t"), true, ERROR_SHARING_VIOLATION, 0},
-                 {TEXT("s"), TEXT("d/open"), false, ERROR_SHARING_VIOLATION, 0},
-                 {TEXT("s"), TEXT("d/open"), true, 0, 1},
-                 {TEXT("s"), TEXT("d/ro"), true, 0, 1},
-                 {TEXT("s"), TEXT("s"), true, 0, 0}};
-    for (const auto &c : cases) {
-        SCOPED_TRACE(PrintToString(std::tuple(c.source, c.target, c.aside)));
+    const std::tuple<const WCHAR *, const WCHAR *, bool, DWORD, std::size_t> cases[] = {
+        {TEXT("busy"), TEXT("t"), true, ERROR_SHARING_VIOLATION, 0},
+        {TEXT("s"), TEXT("d/open"), false, ERROR_SHARING_VIOLATION, 0},
+        {TEXT("s"), TEXT("d/open"), true, 0, 1},
+        {TEXT("s"), TEXT("d/ro"), true, 0, 1},
+        {TEXT("s"), TEXT("s"), true, 0, 0}};
+    for (const auto &[source, target, aside, error, added] : cases) {
+        SCOPED_TRACE(PrintToString(std::tuple(source, target, aside)));
         const Planted dir("s=new busy=w d/open=b d/ro=r");
         const Lines before = lines_of();
         set(TEXT("d\\ro"), kReadOnly);
         const Opened read(TEXT("d\\open"), GENERIC_READ, FILE_SHARE_READ);
         const Opened written(TEXT("busy"), GENERIC_WRITE, FILE_SHARE_READ);
-        EXPECT_EQ(error_of(copyFileEx(c.source, c.target, c.aside)), c.error);
-        EXPECT_EQ(lines_of().size(), before.size() + c.added);
-        EXPECT_TRUE(c.error != 0 ? lines_of() == before : content_of(c.target) == "new");
+        EXPECT_EQ(error_of(copyFileEx(source, target, aside)), error);
+        EXPECT_EQ(lines_of().size(), before.size() + added);
+        EXPECT_TRUE(error != 0 ? lines_of() == before : content_of(target) == "new");
     }
 }
 
@@ -150,21 +138,17 @@ TEST(StdUtilsFile, CopyFileExRefusesWhatHasNoEnd) {
 }
 
 TEST(StdUtilsFile, MoveFileExClearsAttributesWhenAskedTo) {
-    const struct {
-        DWORD attributes;
-        const WCHAR *target;
-        int ignore;
-        DWORD error, after;
-    } cases[] = {{kHidden | kReadOnly | kArchive, TEXT("new"), 1, 0, kNormal},
-                 {kArchive, TEXT("new"), 1, 0, kArchive},
-                 {kHidden | kReadOnly, TEXT("new"), 0, 0, kHidden | kReadOnly},
-                 {kHidden, TEXT("there"), 1, ERROR_ALREADY_EXISTS, kNormal}};
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.attributes);
+    const std::tuple<DWORD, const WCHAR *, int, DWORD, DWORD> cases[] = {
+        {kHidden | kReadOnly | kArchive, TEXT("new"), 1, 0, kNormal},
+        {kArchive, TEXT("new"), 1, 0, kArchive},
+        {kHidden | kReadOnly, TEXT("new"), 0, 0, kHidden | kReadOnly},
+        {kHidden, TEXT("there"), 1, ERROR_ALREADY_EXISTS, kNormal}};
+    for (const auto &[attributes, target, ignore, error, after] : cases) {
+        SCOPED_TRACE(attributes);
         const Planted dir("file=x there=y");
-        set(TEXT("file"), c.attributes);
-        EXPECT_EQ(error_of(moveFileEx(TEXT("file"), c.target, 0, c.ignore)), c.error);
-        EXPECT_EQ(GetFileAttributesW(c.error == 0 ? c.target : TEXT("file")), c.after);
+        set(TEXT("file"), attributes);
+        EXPECT_EQ(error_of(moveFileEx(TEXT("file"), target, 0, ignore)), error);
+        EXPECT_EQ(GetFileAttributesW(error == 0 ? target : TEXT("file")), after);
     }
     const TraceCapture trace;
     moveFileEx(TEXT("none"), nullptr, 0xAB, -1);

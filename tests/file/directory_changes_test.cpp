@@ -9,53 +9,46 @@ using namespace NS_FileUtils;
 
 TEST(DirectoryChanges, TakeFilesAndTheSubdirectoriesWithoutADot) {
     constexpr char kSource[] = "s/.dot=1 s/.hid/x=2 s/d/e/f=3 s/h=5 s/lf->h s/ld->d s/up->..";
-    const struct {
-        const char *planted;
-        int below, result;
-        const char *copied, *moved, *left;
-    } cases[] = {{kSource, 1, 1, ".dot=1 d/ d/e/ d/e/f=3 h=5 ld/ ld/e/ ld/e/f=3 lf=5 ",
-                  ".dot=1 d/ d/e/ d/e/f=3 h=5 ld->d lf->h up->.. ", "s/ s/.hid/ s/.hid/x=2 "},
-                 {kSource, 0, 1, ".dot=1 h=5 lf=5 ", ".dot=1 h=5 lf->h ",
-                  "s/ s/.hid/ s/.hid/x=2 s/d/ s/d/e/ s/d/e/f=3 s/ld->d s/up->.. "},
-                 // What fails below ends it before the files above are reached.
-                 {"s/d/f=1 s/g=2 t/d/f/", 1, 0, "d/ d/f/ ", "d/ d/f/ ", "s/ s/d/ s/d/f=1 s/g=2 "},
-                 {"s=file", 1, 1, "", "", "s=file "}};
-    for (const auto &c : cases) {
-        SCOPED_TRACE(testing::Message() << c.planted << ' ' << c.below);
+    const std::tuple<const char *, int, int, const char *, const char *, const char *> cases[] = {
+        {kSource, 1, 1, ".dot=1 d/ d/e/ d/e/f=3 h=5 ld/ ld/e/ ld/e/f=3 lf=5 ",
+         ".dot=1 d/ d/e/ d/e/f=3 h=5 ld->d lf->h up->.. ", "s/ s/.hid/ s/.hid/x=2 "},
+        {kSource, 0, 1, ".dot=1 h=5 lf=5 ", ".dot=1 h=5 lf->h ",
+         "s/ s/.hid/ s/.hid/x=2 s/d/ s/d/e/ s/d/e/f=3 s/ld->d s/up->.. "},
+        // What fails below ends it before the files above are reached.
+        {"s/d/f=1 s/g=2 t/d/f/", 1, 0, "d/ d/f/ ", "d/ d/f/ ", "s/ s/d/ s/d/f=1 s/g=2 "},
+        {"s=file", 1, 1, "", "", "s=file "}};
+    for (const auto &[planted, below, result, copied, moved, left] : cases) {
+        SCOPED_TRACE(PrintToString(std::tuple(planted, below)));
         for (const bool moves : {false, true}) {
-            const Planted dir(c.planted);
-            const int result = moves ? moveDirectory(TEXT("s"), TEXT("t"), c.below, 0)
-                                     : copyDirectory(TEXT("s"), TEXT("t"), c.below, 1, 1);
-            EXPECT_EQ(result, c.result);
-            EXPECT_EQ(tree("t"), moves ? c.moved : c.copied);
+            const Planted dir(planted);
+            EXPECT_EQ(moves ? moveDirectory(TEXT("s"), TEXT("t"), below, 0)
+                            : copyDirectory(TEXT("s"), TEXT("t"), below, 1, 1),
+                      result);
+            EXPECT_EQ(tree("t"), moves ? moved : copied);
             fs::remove_all("t");
-            EXPECT_TRUE(!moves || tree() == c.left) << tree();
+            EXPECT_TRUE(!moves || tree() == left) << tree();
         }
     }
 }
 
 TEST(DirectoryChanges, StopAtAFailureOrGoOn) {
     static constexpr WCHAR source[] = TEXT("s\\d"), target[] = TEXT("t\\d");
-    const struct {
-        const char *text;
-        int (*change)();
-        bool goesOn, moves;
-    } cases[] = {
+    const std::tuple<const char *, int (*)(), bool, bool> cases[] = {
         {CALL(copyDirectory(source, target, 0, 0, 0)), false, false},
         {CALL(copyDirectory(source, target, 0, 1, 0)), true, false},
         // A failure in a subdirectory does not end the copy, and no file there is moved aside.
         {CALL(copyDirectory(TEXT("s"), TEXT("t"), 1, 0, 1)), true, false},
         {CALL(moveDirectory(source, target, 1, 0)), false, true},
         {CALL(int{moveFiles(source, target, TEXT("f*"), 1, 0)}), false, true}};
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.text);
+    for (const auto &[text, change, goes_on, moves] : cases) {
+        SCOPED_TRACE(text);
         const Planted dir("s/d/f1= s/d/f2= s/d/f3= t/d/");
         std::vector<OS::x_wstring> files;  // in the order in which they come
         ASSERT_EQ(collectFiles(files, source, TEXT("*"), 0, nullptr, false, nullptr), 3);
         fs::create_directory(fs::path("t/d") / getFilename(files[1]).c_str());
-        EXPECT_EQ(c.change(), 0);
-        EXPECT_EQ(lines_of("t/d").size(), c.goesOn ? 3u : 2u);
-        EXPECT_EQ(lines_of("s/d").size(), c.moves ? 2u : 3u);
+        EXPECT_EQ(change(), 0);
+        EXPECT_EQ(lines_of("t/d").size(), goes_on ? 3u : 2u);
+        EXPECT_EQ(lines_of("s/d").size(), moves ? 2u : 3u);
     }
 }
 
@@ -95,12 +88,7 @@ void note(const WCHAR *path, int result, void *context) {
 }
 
 TEST(DirectoryChanges, DeleteTreeTellsEachFileAndEachDirectoryThatStays) {
-    const struct {
-        const WCHAR *dir;
-        int remove, below;
-        const WCHAR *spec;
-        const char *calls, *gone;
-    } cases[] = {
+    const std::tuple<const WCHAR *, int, int, const WCHAR *, const char *, const char *> cases[] = {
         {TEXT("s"), 1, 1, TEXT("*"), "s- s/busy- s/d/g+ s/f.tmp+ s/lf+ s/x.tmp/i.tmp+ s/x.tmp/j+ ",
          "s/d/ s/d/g=4 s/f.tmp=5 s/ld->../o s/lf->../o/f s/x.tmp/ s/x.tmp/i.tmp=6 s/x.tmp/j=7 "},
         {TEXT("s"), 1, 1, TEXT("*.tmp"), "s- s/f.tmp+ s/x.tmp- s/x.tmp/i.tmp+ ",
@@ -109,8 +97,8 @@ TEST(DirectoryChanges, DeleteTreeTellsEachFileAndEachDirectoryThatStays) {
         {TEXT("ls"), 1, 1, TEXT("*"), "", "ls->s "},
         {TEXT("ls\\"), 0, 1, TEXT("*"), "", ""},
         {TEXT("none"), 1, 1, TEXT("*"), "none- ", ""}};
-    for (const auto &c : cases) {
-        SCOPED_TRACE(PrintToString(std::tuple(c.dir, c.spec)));
+    for (const auto &[top, remove, below, spec, told, gone] : cases) {
+        SCOPED_TRACE(PrintToString(std::tuple(top, spec)));
         const Planted dir(
             "o/f=1 s/.hid/x=2 s/busy=3 s/d/g=4 s/f.tmp=5 s/x.tmp/i.tmp=6 s/x.tmp/j=7 "
             "s/ld->../o s/lf->../o/f ls->s");
@@ -119,18 +107,17 @@ TEST(DirectoryChanges, DeleteTreeTellsEachFileAndEachDirectoryThatStays) {
         const Opened busy(TEXT("s\\busy"), GENERIC_READ, FILE_SHARE_READ);
         const Lines before = lines_of();
         Lines calls;
-        deleteTree(c.dir, note, &calls, c.remove, c.below, c.spec);
-        EXPECT_EQ(text(calls), c.calls);
-        EXPECT_EQ(without(before, lines_of()), c.gone);
+        deleteTree(top, note, &calls, remove, below, spec);
+        EXPECT_EQ(text(calls), told);
+        EXPECT_EQ(without(before, lines_of()), gone);
     }
 }
 
 TEST(DirectoryChanges, OddNamesAreListedCopiedMovedAndDeletedUnlessTheyAreTooLong) {
     const TempDir dir;
     const std::string longest(200, 'n');
-    for (const std::string &name :
-         {std::string("\xFF"), std::string("a\\b"), std::string("end  "), std::string("dot."),
-          std::string("*?\xF0\x9F\x98\x80"), std::string("c:x"), longest}) {
+    for (const std::string &name : std::vector<std::string>{"\xFF", "a\\b", "end  ", "dot.",
+                                                            "*?\xF0\x9F\x98\x80", "c:x", longest}) {
         fs::create_directories("s/d" + name);
         std::ofstream("s/" + name) << name;
         std::ofstream("s/d" + name + "/f") << name;

@@ -61,22 +61,19 @@ TEST(ExchangedNames, NothingOutsideChanges) {
     constexpr char kTree[] =
         "s/d0/f0=x s/d1/f0=x s/d1/f1=x s/d1/f2=x s/d1/f3=x s/d1/f4=x s/d2/f=x ";
     constexpr char kTarget[] = "t/d0/f= t/d1/f0=y t/d1/f1=y t/d1/f4=y ";
-    const struct {
-        const char *text;
-        void (*change)();
-        const char *victim, *target;
-        const char *outside = "out";
-    } cases[] = {
-        {CALL(deleteTree(TEXT("s"), nullptr, nullptr, 1, 1, TEXT("*.*"))), "s/d1", ""},
-        {CALL(static_cast<void>(copyDirectory(TEXT("s"), TEXT("t"), 1, 1, 0))), "t/d1", kTarget},
-        {CALL(static_cast<void>(copyDirectory(TEXT("s"), TEXT("t"), 1, 1, 0))), "s/d1", ""},
-        {CALL(static_cast<void>(copyDirectory(TEXT("s"), TEXT("t"), 1, 1, 0))), "t/d1/f1", kTarget,
-         "out/f1"},
-        {CALL(static_cast<void>(moveDirectory(TEXT("s"), TEXT("t"), 1, 0))), "s/d1", ""},
-        {CALL(static_cast<void>(moveDirectory(TEXT("s"), TEXT("t"), 1, 0))), "t/d1", kTarget},
+    static constexpr auto copy = [] { copyDirectory(TEXT("s"), TEXT("t"), 1, 1, 0); };
+    static constexpr auto move = [] { moveDirectory(TEXT("s"), TEXT("t"), 1, 0); };
+    using Text = const char *;
+    const std::tuple<Text, void (*)(), Text, Text, Text> cases[] = {
+        {CALL(deleteTree(TEXT("s"), nullptr, nullptr, 1, 1, TEXT("*.*"))), "s/d1", "", "out"},
+        {CALL(copy()), "t/d1", kTarget, "out"},
+        {CALL(copy()), "s/d1", "", "out"},
+        {CALL(copy()), "t/d1/f1", kTarget, "out/f1"},
+        {CALL(move()), "s/d1", "", "out"},
+        {CALL(move()), "t/d1", kTarget, "out"},
         {CALL(set_often(TEXT("s\\d1\\f1"))), "s/d1/f1", "", "out/f1"}};
-    for (const auto &c : cases) {
-        SCOPED_TRACE(testing::Message() << c.text << ' ' << c.victim);
+    for (const auto &[text, change, victim, target, outside] : cases) {
+        SCOPED_TRACE(PrintToString(std::tuple(text, victim)));
         const Planted dir("out/f0=o out/f1=o out/f2=o out/f3=o out/f9=o");
         const std::string before = state_of("out");
         bool changed = false, mixed = false;
@@ -85,18 +82,18 @@ TEST(ExchangedNames, NothingOutsideChanges) {
             for (const char *name : {"s", "t", "evil"}) {
                 fs::remove_all(name);
             }
-            plant(std::string(kTree) + c.target);
-            fs::create_symlink(dir.Path() / c.outside, "evil");
-            ASSERT_EQ(renameat2(AT_FDCWD, c.victim, AT_FDCWD, "evil", RENAME_EXCHANGE), 0);
+            plant(std::string(kTree) + target);
+            fs::create_symlink(dir.Path() / outside, "evil");
+            ASSERT_EQ(renameat2(AT_FDCWD, victim, AT_FDCWD, "evil", RENAME_EXCHANGE), 0);
             {
-                const Exchange exchange(c.victim);
-                c.change();
+                const Exchange exchange(victim);
+                change();
             }
             changed = state_of("out") != before;
             // A directory is copied as it was found: all of what is outside, or none.
             const bool is_there = fs::is_directory(fs::symlink_status("t/d1"));
-            const std::string copy = is_there ? tree("t/d1") : "";
-            mixed = copy.find("=x") != copy.npos && copy.find("=o") != copy.npos;
+            const std::string copied = is_there ? tree("t/d1") : "";
+            mixed = copied.find("=x") != copied.npos && copied.find("=o") != copied.npos;
         } while (!changed && !mixed && std::chrono::steady_clock::now() < end);
         EXPECT_FALSE(changed) << state_of("out");
         EXPECT_FALSE(mixed) << tree("t");

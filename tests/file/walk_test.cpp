@@ -60,12 +60,8 @@ TEST(Walk, EntersSubdirectoriesByTheirNamesAndTakesWhatMatches) {
     const Planted dir(
         "t/f.log=1 t/X=22 t/.hid/x.log=333 t/.h/x=4444 t/h./x=55555 t/a/b/f.log=666666 "
         "t/a.log/x=7777777 t/a.log/y.log=88888888");
-    const struct {
-        Text spec;
-        bool recursive;
-        const char *browsed, *files, *directories;
-        DWORD size;
-    } cases[] = {
+    using Names = const char *;  // of what is browsed, of the files and of the directories
+    const std::tuple<Text, bool, Names, Names, Names, DWORD> cases[] = {
         {u"*", false, R"(\X \f.log )", R"(\X \f.log )", R"(\. \.. \.h \.hid \a \a.log \h. )", 3},
         {u"*.*", true, R"(\.hid\x.log \X \a.log\x \a.log\y.log \a\b\f.log \f.log )",
          R"(\X \a.log\x \a.log\y.log \a\b\f.log \f.log \h.\x )",
@@ -76,13 +72,12 @@ TEST(Walk, EntersSubdirectoriesByTheirNamesAndTakesWhatMatches) {
          R"(\a.log )", 9},
         {u"?", true, R"(\X )", R"(\X \a.log\x \h.\x )", R"(\. \a \a.log\. \a\. \a\b \a\b\. \h.\. )",
          2}};
-    for (const auto &c : cases) {
-        SCOPED_TRACE(testing::Message() << fs::path(c.spec) << c.recursive);
-        EXPECT_EQ(behind(u"t", browsed(u"t", c.recursive, c.spec)), c.browsed);
-        EXPECT_EQ(behind(u"t", collected(u"t", c.recursive, c.spec, 0x27)), c.files);
-        EXPECT_EQ(behind(u"t", collected(u"t", c.recursive, c.spec, 0x10)), c.directories);
-        EXPECT_EQ(calcFileSize(TEXT("t"), c.spec.c_str(), 0, nullptr, c.recursive, nullptr),
-                  c.size);
+    for (const auto &[spec, recursive, found, files, directories, size] : cases) {
+        SCOPED_TRACE(PrintToString(std::tuple(spec, recursive)));
+        EXPECT_EQ(behind(u"t", browsed(u"t", recursive, spec)), found);
+        EXPECT_EQ(behind(u"t", collected(u"t", recursive, spec, 0x27)), files);
+        EXPECT_EQ(behind(u"t", collected(u"t", recursive, spec, 0x10)), directories);
+        EXPECT_EQ(calcFileSize(TEXT("t"), spec.c_str(), 0, nullptr, recursive, nullptr), size);
     }
     for (const WCHAR *path : {TEXT("t"), TEXT("t\\"), TEXT("t/")}) {
         DWORD size = 77;
@@ -135,28 +130,26 @@ TEST(Walk, TakesLinksForTheirTargetsAndNeverTurnsInALoop) {
 }
 
 TEST(Walk, EntersTheTargetOfLinksOnceInAnyGraph) {
-    const struct {
-        const char *name;
-        int directories, links;  // each directory has links to so many that come next, in a circle
-        LONG files;              // one file for each directory, and once more through a link
-    } cases[] = {{"all to all", 4, 4, 8}, {"two each", 7, 2, 14}};
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.name);
+    // Each directory has links to so many that come next, in a circle. There is one file for each
+    // directory, and once more through a link.
+    for (const auto &[directories, links] : {std::pair(4, 4), {7, 2}}) {
+        SCOPED_TRACE(links);
         const TempDir dir;
-        for (int i = 0; i < c.directories; ++i) {
+        for (int i = 0; i < directories; ++i) {
             const std::string path = "t/" + std::to_string(i);
             plant(path + "/f=");
-            for (int link = 0; link < c.links; ++link) {
-                const int next = c.links == 2 ? i + 1 : i + link;
-                fs::create_symlink("../" + std::to_string(next % c.directories),
+            for (int link = 0; link < links; ++link) {
+                const int next = links == 2 ? i + 1 : i + link;
+                fs::create_symlink("../" + std::to_string(next % directories),
                                    path + "/l" + std::to_string(link));
             }
         }
-        EXPECT_EQ(browsed(u"t", true, u"*").size(), c.files);
-        EXPECT_EQ(collected(u"t", true, u"*", 0).size(), c.files);
-        EXPECT_EQ(collected(u"t", true, u"?", 0).size(), c.files);
+        const std::size_t files = 2u * static_cast<unsigned>(directories);
+        EXPECT_EQ(browsed(u"t", true, u"*").size(), files);
+        EXPECT_EQ(collected(u"t", true, u"*", 0).size(), files);
+        EXPECT_EQ(collected(u"t", true, u"?", 0).size(), files);
         EXPECT_EQ(copyDirectory(TEXT("t"), TEXT("u"), 1, 0, 0), 1);
-        EXPECT_EQ(collected(u"u", true, u"*", 0).size(), c.files);
+        EXPECT_EQ(collected(u"u", true, u"*", 0).size(), files);
     }
 }
 

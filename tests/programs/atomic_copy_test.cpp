@@ -1,16 +1,14 @@
 // What a copy leaves in the target's folder: nothing of its own, and all that belongs to others.
 
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
-#include <cstdarg>
 #include <thread>
 
+#include "support/child.h"
 #include "support/file_calls.h"
 
 static bool g_hasUnnamedFiles = true;
@@ -21,11 +19,7 @@ extern "C" int open(const char *path, int flags, ...) {
         errno = EOPNOTSUPP;
         return -1;
     }
-    std::va_list rest;
-    va_start(rest, flags);
-    const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(rest, mode_t) : 0;
-    va_end(rest);
-    return openat(AT_FDCWD, path, flags, mode);
+    return openat(AT_FDCWD, path, flags, 0600);
 }
 
 extern "C" time_t time(time_t *) {
@@ -44,17 +38,13 @@ BOOL copy(const WCHAR *target) {
 
 // Copies in a process that the host kills after 4 bytes.
 int signal_of_killed_copy() {
-    const pid_t child = fork();
-    if (child == 0) {
+    return -exit_of_child([] {
         const rlimit limit = {4, 4};
         setrlimit(RLIMIT_FSIZE, &limit);
         signal(SIGXFSZ, SIG_DFL);
         copy(TEXT("b"));
-        _exit(0);
-    }
-    int status = 0;
-    waitpid(child, &status, 0);
-    return WTERMSIG(status);
+        return 0;
+    });
 }
 
 TEST(AtomicCopy, RemovesWhatAKilledCopyHasLeft) {
@@ -74,27 +64,25 @@ TEST(AtomicCopy, RemovesWhatAKilledCopyHasLeft) {
 }
 
 TEST(AtomicCopy, RemovesOnlyWhatNobodyUses) {
-    struct Case {
+    const struct {
         const char *name;
         const char *planted;  // by the shell, at $NAME
         bool stays;
         time_t later = 0;
         bool locked = false;
         uid_t user = 0;  // who copies; only root can be another
-    };
-    const Case cases[] = {
-        {"a file", "echo >$NAME", false},
-        {"a read-only file", "echo >$NAME; chmod 400 $NAME", false},
-        {"a locked file", "echo >$NAME", true, 0, true},
-        {"another user's file", "echo >$NAME; chmod 666 $NAME", true, 0, false, 1},
-        {"a link", "ln -s victim $NAME", true},
-        {"an old link", "ln -s victim $NAME", false, 3700},
-        {"another user's link", "ln -s victim $NAME", true, 3700, false, 1},
-        {"a directory", "mkdir $NAME", true},
-        {"a FIFO", "mkfifo $NAME", true, 3700}};
+    } cases[] = {{"a file", "echo >$NAME", false},
+                 {"a read-only file", "echo >$NAME; chmod 400 $NAME", false},
+                 {"a locked file", "echo >$NAME", true, 0, true},
+                 {"another user's file", "echo >$NAME; chmod 666 $NAME", true, 0, false, 1},
+                 {"a link", "ln -s victim $NAME", true},
+                 {"an old link", "ln -s victim $NAME", false, 3700},
+                 {"another user's link", "ln -s victim $NAME", true, 3700, false, 1},
+                 {"a directory", "mkdir $NAME", true},
+                 {"a FIFO", "mkfifo $NAME", true, 3700}};
     setenv("NAME", kName, 1);
     for (const bool has_unnamed_files : {false, true}) {
-        for (const Case &row : cases) {
+        for (const auto &row : cases) {
             SCOPED_TRACE(std::string(row.name) + (has_unnamed_files ? ", replacing" : ""));
             if (row.user != 0 && geteuid() != 0) {
                 continue;

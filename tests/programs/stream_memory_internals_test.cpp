@@ -1,9 +1,7 @@
 // The first stream of a process when memory is short.
 
 #include <dlfcn.h>
-#include <sys/wait.h>
 #include <unicode/uclean.h>
-#include <unistd.h>
 
 #include <cerrno>
 
@@ -11,6 +9,7 @@
 #include "ostrel/platform/find.h"
 #include "ostrel/platform/handle.h"
 #include "ostrel/platform/stream.h"
+#include "support/child.h"
 #include "support/failing_memory.h"
 #include "support/temp_dir.h"
 #include "support/test.h"
@@ -78,36 +77,22 @@ Outcome first_calls_without_memory() {
     return right ? kComplete : kWrong;
 }
 
-// Returns the outcome in a new process, or minus the signal that ended it.
-template <class Act>
-int in_a_process(Act act) {
-    const pid_t child = fork();
-    if (child == 0) {
-        _exit(act());
-    }
-    int status = 0;
-    EXPECT_EQ(waitpid(child, &status, 0), child);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
-}
-
 TEST(StreamMemory, TheFirstStreamFailsWithENOMEM) {
-    const struct {
-        const char *locale;
-        const WCHAR *mode;
-        std::string_view content;
-    } rows[] = {{"C.UTF-8", TEXT("r"), "\xE3\x83\x86\n"},
-                {"C.UTF-8", TEXT("w"), ""},
-                {"ja_JP.SJIS", TEXT("r"), "\x83\x65\n"}};
+    const std::tuple<std::string, const WCHAR *, std::string_view> rows[] = {
+        {"C.UTF-8", TEXT("r"), "\xE3\x83\x86\n"},
+        {"C.UTF-8", TEXT("w"), ""},
+        {"ja_JP.SJIS", TEXT("r"), "\x83\x65\n"}};
     const TempDir dir;
-    for (const auto &row : rows) {
-        SCOPED_TRACE(std::string(row.locale) + static_cast<char>(*row.mode));
-        setenv("LC_ALL", row.locale, 1);
-        dir.Write("file", row.content);
+    for (const auto &[locale, mode, content] : rows) {
+        SCOPED_TRACE(PrintToString(std::tuple(locale, mode)));
+        setenv("LC_ALL", locale.c_str(), 1);
+        dir.Write("file", content);
         int left = 0;
         int outcome = kFailed;
         for (; outcome == kFailed; ++left) {
             for (const auto rest : {failing_memory::Rest::kNone, failing_memory::Rest::kAll}) {
-                outcome = in_a_process([&] { return first_stream(row.mode, left, rest); });
+                const WCHAR *const each = mode;
+                outcome = exit_of_child([&] { return first_stream(each, left, rest); });
                 EXPECT_TRUE(outcome == kFailed || outcome == kComplete) << left << ": " << outcome;
             }
         }
@@ -116,7 +101,7 @@ TEST(StreamMemory, TheFirstStreamFailsWithENOMEM) {
 }
 
 TEST(StreamMemory, CallsThatFindNothingNeedNone) {
-    EXPECT_EQ(in_a_process(first_calls_without_memory), kComplete);
+    EXPECT_EQ(exit_of_child(first_calls_without_memory), kComplete);
 }
 
 TEST(StreamMemory, AFailedOpenDoesNotTruncateTheFile) {

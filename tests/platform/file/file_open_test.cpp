@@ -3,9 +3,8 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
+#include "support/child.h"
 #include "support/file_calls.h"
 
 namespace {
@@ -119,12 +118,7 @@ TEST(FileOpen, DeletesAtTheCloseWhatTheHandleIsOpenOn) {
                   ERROR_SHARING_VIOLATION);
         EXPECT_TRUE(Opened(TEXT("file"), GENERIC_READ));
         EXPECT_EQ(error_of(DeleteFileW(TEXT("file"))), ERROR_SHARING_VIOLATION);
-        const pid_t child = fork();
-        if (child == 0) {
-            CloseHandle(file.handle);
-            _exit(0);
-        }
-        waitpid(child, nullptr, 0);
+        exit_of_child([&file] { return CloseHandle(file.handle); });
         EXPECT_EQ(tree(), "file=1 lost=4 new=2 other=3 ");
         EXPECT_EQ(error_of(MoveFileW(TEXT("file"), TEXT("moved"))), 0u);
         fs::rename("new", "file");
@@ -151,18 +145,15 @@ TEST(FileOpen, OpensALinkItself) {
     }
 }
 
-// The host's flags of the one descriptor that is open on a file.
-unsigned flags_of(const fs::path &path) {
-    unsigned flags = 0;
+// Whether the descriptor that is open on a file writes through.
+bool writes_through(const fs::path &path) {
     for (const auto &file : fs::directory_iterator("/proc/self/fd")) {
         std::error_code error;
         if (fs::read_symlink(file, error) == path) {
-            const std::string facts = content_of("/proc/self/fdinfo" / file.path().filename());
-            flags = static_cast<unsigned>(
-                std::stoul(facts.substr(facts.find("flags:") + 6), nullptr, 8));
+            return (fcntl(std::stoi(file.path().filename()), F_GETFL) & O_DSYNC) != 0;
         }
     }
-    return flags;
+    return false;
 }
 
 TEST(FileOpen, WritesThroughWhereItIsAsked) {
@@ -173,7 +164,7 @@ TEST(FileOpen, WritesThroughWhereItIsAsked) {
             for (const DWORD flag : {DWORD{0}, FILE_FLAG_WRITE_THROUGH}) {
                 creation == CREATE_NEW ? fs::remove(path) : false;
                 const Opened file(TEXT("file"), access, 0, creation, flag);
-                EXPECT_EQ((flags_of(path) & O_DSYNC) != 0, flag != 0) << access << ' ' << creation;
+                EXPECT_EQ(writes_through(path), flag != 0) << access << ' ' << creation;
             }
         }
     }

@@ -128,11 +128,15 @@ TEST(Find, TellsTheFactsOfEveryKindOfEntry) {
     EXPECT_EQ(runtime.time_access, 1'000'000'000);
 }
 
+void write_files(int count) {
+    for (int i = 0; i < count; ++i) {
+        plant("many/f" + std::to_string(i) + '=');
+    }
+}
+
 TEST(Find, KeepsUpWithADirectoryThatChanges) {
     const TempDir dir;
-    for (int i = 0; i < 3000; ++i) {  // several reads of the host
-        dir.Write("many/f" + std::to_string(i), "");
-    }
+    write_files(3000);  // several reads of the host
     EXPECT_EQ(found(TEXT("many\\f*")).size(), 3000u);
     WIN32_FIND_DATAW data;
     const HANDLE search = FindFirstFileW(TEXT("many\\f*"), &data);
@@ -144,15 +148,12 @@ TEST(Find, KeepsUpWithADirectoryThatChanges) {
 
 TEST(Find, GivesEachEntryToOneOfTheThreadsOfASearch) {
     const TempDir dir;
-    for (int i = 0; i < 500; ++i) {
-        dir.Write("file" + std::to_string(i), "");
-    }
+    write_files(500);
     WIN32_FIND_DATAW first;
-    const HANDLE search = FindFirstFileW(TEXT("file*"), &first);
+    const HANDLE search = FindFirstFileW(TEXT("many\\f*"), &first);
     std::atomic<int> found{1};
     const auto take = [&] {
-        WIN32_FIND_DATAW data;
-        while (FindNextFileW(search, &data)) {
+        for (WIN32_FIND_DATAW data; FindNextFileW(search, &data);) {
             ++found;
         }
     };

@@ -2,6 +2,8 @@
 
 #include "ostrel/platform/file/host_path.h"
 
+#include <cctype>
+
 #include "ostrel/platform/find.h"
 #include "ostrel/platform/volume.h"
 #include "support/file_calls.h"
@@ -15,6 +17,7 @@ std::string converted(const std::u16string &path) {
     return host ? *host : std::to_string(GetLastError());
 }
 
+// What "." and ".." do in short paths of any kind, fuzz/host_names_fuzz.cpp checks as well.
 TEST(HostPath, IsDecidedByTheText) {
     setenv("OSTREL_DRIVE_D", "/drive/./../of", 1);
     const struct {
@@ -24,26 +27,17 @@ TEST(HostPath, IsDecidedByTheText) {
     } cases[] = {
         {u"a/b\\..c\\d..", "a/b/..c/d.."},
         {u".hidden\\.\\x", ".hidden/x"},
-        {u"...\\.. \\x", ".../.. /x"},
-        {u"missing\\..\\file", "file"},
-        {u"a\\.", "a"},
         {u"a\\\\b\\\\..\\", "a/"},
         {u"a\\..", "."},
-        {u".\\", "./"},
-        {u"..\\..\\x", "../../x"},
         {u"a\\b\\..\\..\\..\\x\\..\\y", "../y"},
-        {u"a/../..", ".."},
         {u"\\a\\..\\..\\x", "/x"},
-        {u"/..", "/", true},
         {u"C:..", "/", true},
         {u"c:\\x\\..\\", "/", true},
         {u"D:\\..\\secret", "/drive/./../of/secret"},
-        {u"D:..\\x\\.\\..\\..\\y\\", "/drive/./../of/y/"},
         {u"d:a\\..", "/drive/./../of/", true},
         {u"D:\\a\\\xDC5C..\\..", "/drive/./../of/a"},
         {u"D:", "/drive/./../of/", true},
         {u"\\\\server\\share\\x", "53"},
-        {u"//server", "53"},
         {u"\\/", "53"},
         {u"\\\\?x\\y", "53"},
         {u"\\\\.\\COM1", "2"},
@@ -54,8 +48,6 @@ TEST(HostPath, IsDecidedByTheText) {
         {u"\\\\?\\C:x", "3"},
         {u"\\\\?\\E:\\x", "3"},
         {u"\\\\?\\D:\\a\\..\\..\\secret", "3"},
-        {u"\\\\?\\D:\\.", "3"},
-        {u"\\\\?\\D:\\a/b", "3"},
         {u"\\\\?\\unc\\server\\share", "53"},
         {u"\\\\?\\UNCLE\\x", "3"},
         {u"\\\\?\\x", "3"},
@@ -63,13 +55,11 @@ TEST(HostPath, IsDecidedByTheText) {
     for (const auto &c : cases) {
         SCOPED_TRACE(PrintToString(c.path));
         EXPECT_EQ(converted(c.path), c.host);
-        const bool is_taken = ostrel_platform::host_path(c.path).has_value();
-        EXPECT_EQ(is_taken && ostrel_platform::is_root(c.path), c.is_root);
+        EXPECT_EQ(!std::isdigit(*c.host) && ostrel_platform::is_root(c.path), c.is_root);
     }
-    const std::u16string verbatim = u"\\\\?\\C:\\";
-    EXPECT_EQ(converted(verbatim + std::u16string(32759, u'x')).size(), 32760u);
-    EXPECT_EQ(ostrel_platform::file_path((verbatim + std::u16string(32760, u'x')).c_str()),
-              std::nullopt);
+    const std::u16string longest = u"\\\\?\\C:\\" + std::u16string(32759, u'x');
+    EXPECT_EQ(converted(longest).size(), 32760u);
+    EXPECT_EQ(ostrel_platform::file_path((longest + u'x').c_str()), std::nullopt);
     EXPECT_EQ(GetLastError(), ERROR_FILENAME_EXCED_RANGE);
     unsetenv("OSTREL_DRIVE_D");
 }
@@ -92,12 +82,10 @@ std::set<std::string> codes(const WCHAR *path) {
     WIN32_FIND_DATAW data;
     add(FindFirstFileW(path, &data) != INVALID_HANDLE_VALUE);
     const auto add_errno = [&codes](bool fails) {
-        codes.insert(fails && errno == ENOENT ? "ENOENT" : "other");
+        codes.insert(fails && std::exchange(errno, 0) == ENOENT ? "ENOENT" : "other");
     };
-    for (const WCHAR *mode : {u"r", u"w"}) {
-        errno = 0;
-        add_errno(_wfopen(path, mode) == nullptr);
-    }
+    add_errno(_wfopen(path, u"r") == nullptr);
+    add_errno(_wfopen(path, u"w") == nullptr);
     add_errno(_wremove(path) != 0);
     add_errno(_waccess(path, 0) != 0);
     return codes;

@@ -26,11 +26,11 @@ TEST(PinnedDirectory, CallsWorkInTheDirectoryThatWasOpened) {
     const struct {
         const char *text;
         DWORD (*call)();
-        const char *away;
+        const char *away = "e/ f=1 ";
         DWORD error = ERROR_SUCCESS;
-    } cases[] = {{CALL(attribute_error(TEXT("d\\f"))), "e/ f=1 "},
-                 {CALL(found_error(TEXT("d\\f"))), "e/ f=1 "},
-                 {CALL(found_error(TEXT("d\\f*"))), "e/ f=1 "},
+    } cases[] = {{CALL(attribute_error(TEXT("d\\f")))},
+                 {CALL(found_error(TEXT("d\\f")))},
+                 {CALL(found_error(TEXT("d\\f*")))},
                  {CALL(error_of(Opened(TEXT("d\\g"), GENERIC_WRITE, 0, CREATE_NEW))), "e/ f=1 g= "},
                  {CALL(error_of(DeleteFileW(TEXT("d\\f")))), "e/ "},
                  {CALL(error_of(CreateDirectoryW(TEXT("d\\n"), nullptr))), "e/ f=1 n/ "},
@@ -38,7 +38,7 @@ TEST(PinnedDirectory, CallsWorkInTheDirectoryThatWasOpened) {
                  {CALL(error_of(MoveFileW(TEXT("d\\f"), TEXT("d\\e\\m")))), "e/ f=1 ",
                   ERROR_PATH_NOT_FOUND},  // e is not pinned
                  {CALL(error_of(MoveFileExW(TEXT("d\\f"), TEXT("d\\m"), 1))), "e/ m=1 "},
-                 {CALL(PinnedDirectory(TEXT("d\\e"), 0).IsPinned() ? 0u : 1u), "e/ f=1 "}};
+                 {CALL(DWORD{!PinnedDirectory(TEXT("d\\e"), 0).IsPinned()})}};
     for (const auto &c : cases) {
         SCOPED_TRACE(c.text);
         const Planted dir("d/f=1 d/e/ out/");
@@ -56,34 +56,32 @@ TEST(PinnedDirectory, TheTextOfThePathDecides) {
     const Planted dir("t/d/f=1 t/d/c:f=2");
     const std::u16string verbatim = u"\\\\?\\" + platform_path(dir.Path());
     setenv("OSTREL_DRIVE_Q", (dir.Path() / "t/d").c_str(), 1);
-    const struct {
-        std::u16string directory, path;
-        bool leads;
-    } cases[] = {{u"t\\d", u"t\\d\\f", true},
-                 {u"t\\d\\", u"t\\d\\\\f", true},
-                 {u"t\\d/", u"t\\d/f", true},
-                 {u"t\\d", u"t\\d\\c:f", true},
-                 {u"t\\d", u"t/d\\f", false},
-                 {u"t\\d", u".\\t\\d\\f", false},
-                 {u"t\\d", u"t\\d\\.\\f", false},
-                 {u"t\\d", u"t\\d\\f\\", false},
-                 {u"Q:", u"Q:\\f", true},
-                 {u"Q:\\", u"Q:/f", true},
-                 {u"Q:/", u"Q:f", false},
-                 {u"\\\\?\\Q:\\", u"\\\\?\\Q:\\f", true},
-                 {verbatim + u"\\t\\d", verbatim + u"\\t\\d\\f", true},
-                 {verbatim + u"\\t\\d", verbatim + u"\\t\\d/f", false},
-                 {u"", u"f", true},
-                 {u"", u".\\f", false},
-                 {u"", u"c:f", false}};
-    for (const auto &c : cases) {
-        SCOPED_TRACE(fs::path(c.directory + u" " + c.path));
-        fs::current_path(dir.Path() / (c.directory.empty() ? "t/d" : "."));
-        const PinnedDirectory pin(c.directory.c_str(), PinnedDirectory::kNone);
+    const std::tuple<std::u16string, std::u16string, bool> cases[] = {
+        {u"t\\d", u"t\\d\\f", true},
+        {u"t\\d\\", u"t\\d\\\\f", true},
+        {u"t\\d/", u"t\\d/f", true},
+        {u"t\\d", u"t\\d\\c:f", true},
+        {u"t\\d", u"t/d\\f", false},
+        {u"t\\d", u".\\t\\d\\f", false},
+        {u"t\\d", u"t\\d\\.\\f", false},
+        {u"t\\d", u"t\\d\\f\\", false},
+        {u"Q:", u"Q:\\f", true},
+        {u"Q:\\", u"Q:/f", true},
+        {u"Q:/", u"Q:f", false},
+        {u"\\\\?\\Q:\\", u"\\\\?\\Q:\\f", true},
+        {verbatim + u"\\t\\d", verbatim + u"\\t\\d\\f", true},
+        {verbatim + u"\\t\\d", verbatim + u"\\t\\d/f", false},
+        {u"", u"f", true},
+        {u"", u".\\f", false},
+        {u"", u"c:f", false}};
+    for (const auto &[directory, path, leads] : cases) {
+        SCOPED_TRACE(PrintToString(std::tuple(directory, path)));
+        fs::current_path(dir.Path() / (directory.empty() ? "t/d" : "."));
+        const PinnedDirectory pin(directory.c_str(), PinnedDirectory::kNone);
         fs::current_path(dir.Path());
         ASSERT_TRUE(pin.IsPinned());
         fs::rename("t/d", "t/away");
-        EXPECT_EQ(attribute_error(c.path.c_str()) == 0, c.leads);
+        EXPECT_EQ(attribute_error(path.c_str()) == 0, leads);
         fs::rename("t/away", "t/d");
     }
     unsetenv("OSTREL_DRIVE_Q");
@@ -91,34 +89,29 @@ TEST(PinnedDirectory, TheTextOfThePathDecides) {
 
 TEST(PinnedDirectory, OneThatCannotBeOpenedMakesCallsFailWithItsError) {
     const Planted dir("d/f=1 file=2 link->d none->missing");
-    const struct {
-        const WCHAR *directory;
-        unsigned flags;
-        DWORD error, of_search;
-        const WCHAR *path, *pattern;
-    } cases[] = {{TEXT("d"), PinnedDirectory::kNotALink, 0, 0, TEXT("d\\f"), TEXT("d\\*")},
-                 {TEXT("link"), PinnedDirectory::kNone, 0, 0, TEXT("link\\f"), TEXT("link\\*")},
-                 {TEXT("link\\"), PinnedDirectory::kNotALink, ERROR_PATH_NOT_FOUND, ERROR_DIRECTORY,
-                  TEXT("link\\f"), TEXT("link\\*")},
-                 {TEXT("file"), PinnedDirectory::kNone, ERROR_PATH_NOT_FOUND, ERROR_DIRECTORY,
-                  TEXT("file\\f"), TEXT("file\\*")},
-                 {TEXT("file\\d"), PinnedDirectory::kNone, ERROR_PATH_NOT_FOUND,
-                  ERROR_PATH_NOT_FOUND, TEXT("file\\d\\f"), TEXT("file\\d\\*")},
-                 {TEXT("none"), PinnedDirectory::kNone, ERROR_PATH_NOT_FOUND, ERROR_PATH_NOT_FOUND,
-                  TEXT("none\\f"), TEXT("none\\*")},
-                 {TEXT("missing"), PinnedDirectory::kNone, ERROR_PATH_NOT_FOUND,
-                  ERROR_PATH_NOT_FOUND, TEXT("missing\\f"), TEXT("missing\\*")}};
-    for (const auto &c : cases) {
-        SCOPED_TRACE(PrintToString(std::tuple(c.directory, c.flags)));
-        const PinnedDirectory pin(c.directory, c.flags);
-        EXPECT_EQ(pin.IsPinned(), c.error == 0);
-        EXPECT_EQ(attribute_error(c.path), c.error);
-        EXPECT_EQ(error_of(Opened(c.path, GENERIC_READ)), c.error);
-        EXPECT_EQ(found_error(c.pattern), c.of_search);
-        // What comes into its place afterwards is not reached either.
-        if (std::u16string_view(c.directory) == u"missing") {
+    constexpr unsigned kNone = PinnedDirectory::kNone, kNotALink = PinnedDirectory::kNotALink;
+    constexpr DWORD kNoPath = ERROR_PATH_NOT_FOUND;
+    const std::tuple<std::u16string, unsigned, DWORD, DWORD> cases[] = {
+        {u"d", kNotALink, 0, 0},
+        {u"link", kNone, 0, 0},
+        {u"link\\", kNotALink, kNoPath, ERROR_DIRECTORY},
+        {u"file", kNone, kNoPath, ERROR_DIRECTORY},
+        {u"file\\d", kNone, kNoPath, kNoPath},
+        {u"none", kNone, kNoPath, kNoPath},
+        {u"missing", kNone, kNoPath, kNoPath}};
+    for (const auto &[directory, flags, error, of_search] : cases) {
+        SCOPED_TRACE(PrintToString(std::tuple(directory, flags)));
+        const std::u16string path = directory + (directory.ends_with(u'\\') ? u"f" : u"\\f");
+        const std::u16string pattern = path + u'*';
+        const PinnedDirectory pin(directory.c_str(), flags);
+        EXPECT_EQ(pin.IsPinned(), error == 0);
+        EXPECT_EQ(attribute_error(path.c_str()), error);
+        EXPECT_EQ(error_of(Opened(path.c_str(), GENERIC_READ)), error);
+        EXPECT_EQ(found_error(pattern.c_str()), of_search);
+        if (directory == u"missing") {
+            // What comes into its place afterwards is not reached either.
             plant("missing/f=3");
-            EXPECT_EQ(error_of(DeleteFileW(c.path)), c.error);
+            EXPECT_EQ(error_of(DeleteFileW(path.c_str())), error);
         }
     }
     rlimit before;
@@ -133,7 +126,7 @@ TEST(PinnedDirectory, OneThatCannotBeOpenedMakesCallsFailWithItsError) {
 
 TEST(PinnedDirectory, RefusesToWriteThroughLinks) {
     for (const unsigned flags : {PinnedDirectory::kNone, PinnedDirectory::kNoLinksInIt}) {
-        const bool refuses = flags != 0;
+        const bool refuses = flags != PinnedDirectory::kNone;
         const Planted dir("d/l->../out/f d/none->../out/new out/f=1");
         const PinnedDirectory pin(TEXT("d"), flags);
         EXPECT_TRUE(Opened(TEXT("d\\l"), GENERIC_READ));
