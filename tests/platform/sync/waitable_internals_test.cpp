@@ -42,6 +42,7 @@ TEST(Waitable, GivesASignalToAThreadThatWaits) {
     EXPECT_EQ(test_each(own), "00");  // it is the other's, asleep or not
     EXPECT_EQ(one.Result(), 0u);
     Waiting any(own);
+    EXPECT_FALSE(ReleaseSemaphore(own[1], 10, nullptr));
     EXPECT_TRUE(ReleaseSemaphore(own[1], 2, nullptr));
     EXPECT_EQ(test_each({own[1], own[1]}), "10");
     EXPECT_EQ(any.Result(), 1u);
@@ -61,14 +62,15 @@ TEST(Waitable, GivesAWaitForAllItsSignalsAtTheLast) {
 }
 
 TEST(Waitable, EndsEveryWaitByAManualEvent) {
-    const Handles own{event(true), event(false)};
+    const Handles stop{event(true)};
     std::deque<Waiting> threads;
-    for (int i = 0; i < 40; ++i) {  // more than a signal wakes at once
-        threads.emplace_back(i % 2 == 0 ? std::vector{own[0]} : std::vector{own[1], own[0]});
+    for (int i = 0; i < 45; ++i) {  // more than a signal wakes at once
+        const Handles other{event(false)};
+        threads.emplace_back(i % 9 == 0 ? std::vector{stop[0]} : std::vector{other[0], stop[0]});
     }
-    SetEvent(own[0]);
+    SetEvent(stop[0]);
     for (std::size_t i = 0; i < threads.size(); ++i) {
-        EXPECT_EQ(threads[i].Result(), i % 2);
+        EXPECT_EQ(threads[i].Result(), i % 9 == 0 ? 0u : 1u);
     }
 }
 
@@ -115,6 +117,8 @@ TEST(Waitable, LosesNoSignalToThreadsThatAForkLeftBehind) {
     if (child == 0) {
         DWORD code = 1;
         const bool good = SetEvent(waited[0]) && test_each({waited[0], thread[0]}) == "11" &&
+                          WaitForSingleObject(waited[0], 1) == WAIT_TIMEOUT &&
+                          SetEvent(waited[0]) && test_each(waited) == "1" &&
                           GetExitCodeThread(thread[0], &code) && code == 0 &&
                           CloseHandle(waited[0]) && CloseHandle(thread[0]);
         _exit(good ? 0 : 1);
