@@ -39,7 +39,9 @@ TEST(CriticalSection, IgnoresWrongUse) {
     EXPECT_FALSE(other_tries());
     EnterCriticalSection(&section);
     DeleteCriticalSection(&section);  // leaves as often as it has entered
-    EXPECT_TRUE(other_tries());       // and that thread ends
+    EXPECT_TRUE(TryEnterCriticalSection(&section));
+    LeaveCriticalSection(&section);
+    EXPECT_TRUE(other_tries());  // and that thread ends
     EXPECT_FALSE(other_tries());
     EXPECT_FALSE(TryEnterCriticalSection(&section));
 }
