@@ -14,7 +14,6 @@ TEST(Error, TheLastOneBelongsToTheThread) {
 
 TEST(Error, FormatMessageGivesTheSystemsText) {
     const std::tuple<DWORD, DWORD, DWORD, DWORD, std::u16string> cases[] = {
-        {0x1100, 0, 0, 0, u"The operation completed successfully.\r\n"},
         {0x1100, 0x80070005, 0x400, 0, u"Access is denied.\r\n"},
         {0x1300, 193, 0x400, 0, u"%1 is not a valid Win32 application.\r\n"},
         {0x1100, 193, 0x400, ERROR_INVALID_PARAMETER, u""},

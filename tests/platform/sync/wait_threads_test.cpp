@@ -5,64 +5,31 @@
 #include <array>
 #include <atomic>
 #include <random>
-#include <thread>
-#include <vector>
 
 #include "ostrel/platform/error.h"
-#include "ostrel/platform/handle.h"
-#include "ostrel/platform/sync.h"
-#include "support/test.h"
+#include "support/signals.h"
 
 namespace {
 
-// Events or semaphores, closed with the object.
-struct Handles : std::vector<HANDLE> {
-    ~Handles() {
-        for (const HANDLE handle : *this) {
-            CloseHandle(handle);
-        }
-    }
-};
-
-HANDLE event(bool manual, bool initial = false) {
-    return CreateEventW(nullptr, manual, initial, nullptr);
-}
-
-// Runs body(0), body(1), ... on threads of their own, to their end.
-template <class Body>
-void on_threads(int count, Body body) {
-    std::vector<std::jthread> threads;
-    for (int i = 0; i < count; ++i) {
-        threads.emplace_back(body, i);
-    }
-}
-
 TEST(WaitThreads, PassATokenRoundWithoutLosingIt) {
-    constexpr int kThreads = 4;
     constexpr int kRounds = 3000;
-    Handles events;
-    for (int i = 0; i < kThreads; ++i) {
-        events.push_back(event(false, i == 0));
-    }
-    const HANDLE never = event(true);
+    const Handles events{event(false, true), event(false), event(false), event(false)};
+    const Handles never{event(true)};
     int turns = 0;  // of whoever has the token
-    on_threads(kThreads, [&](int own) {
-        const auto at = static_cast<std::size_t>(own);
+    on_threads(events.size(), [&](std::size_t at) {
         for (int round = 0; round < kRounds; ++round) {
-            const HANDLE pair[] = {never, events[at]};
             // With and without a time-out that is bound to pass now and then.
             DWORD result = WAIT_TIMEOUT;
             while (result == WAIT_TIMEOUT) {
-                result = round % 2 == 0 ? WaitForMultipleObjects(2, pair, FALSE, 1)
+                result = round % 2 == 0 ? wait_on({never[0], events[at]}, false, 1)
                                         : WaitForSingleObject(events[at], INFINITE) + 1;
             }
             ASSERT_EQ(result, 1u);
             ++turns;
-            SetEvent(events[(at + 1) % kThreads]);
+            SetEvent(events[(at + 1) % events.size()]);
         }
     });
-    EXPECT_EQ(turns, kThreads * kRounds);
-    CloseHandle(never);
+    EXPECT_EQ(turns, 4 * kRounds);
 }
 
 // Each thread eats with two forks that it takes in one wait. Were one taken before the other, all
@@ -72,148 +39,98 @@ TEST(WaitThreads, ForAllAreAtomicBesideThieves) {
     constexpr int kMeals = 1500;
     Handles forks;
     for (std::size_t i = 0; i < kForks; ++i) {
-        forks.push_back(i % 2 == 0 ? event(false, true) : CreateSemaphoreW(nullptr, 1, 1, nullptr));
+        forks.push_back(i % 2 == 0 ? event(false, true) : semaphore(1, 1));
     }
     std::array<int, kForks> uses{};
-    const auto put_back = [&](std::size_t fork) {
-        if (fork % 2 == 0) {
-            SetEvent(forks[fork]);
-        } else {
-            LONG previous = 9;
-            ASSERT_TRUE(ReleaseSemaphore(forks[fork], 1, &previous));
-            ASSERT_EQ(previous, 0);
-        }
+    const auto use = [&](std::size_t fork) {
+        ++uses[fork];
+        ASSERT_TRUE(fork % 2 == 0 ? SetEvent(forks[fork])
+                                  : ReleaseSemaphore(forks[fork], 1, nullptr));
     };
     std::atomic<int> eating{kForks};
-    on_threads(kForks + 2, [&](int i) {
-        if (i >= static_cast<int>(kForks)) {  // a thief
-            for (std::size_t fork = 0; eating > 0; fork = (fork + 1) % kForks) {
-                if (WaitForSingleObject(forks[fork], i == kForks ? 0 : 1) == WAIT_OBJECT_0) {
-                    ++uses[fork];
-                    put_back(fork);
-                }
+    on_threads(kForks + 2, [&](std::size_t left) {
+        for (std::size_t fork = 0; left >= kForks && eating > 0; fork = (fork + 1) % kForks) {
+            if (WaitForSingleObject(forks[fork], left == kForks ? 0 : 1) == WAIT_OBJECT_0) {
+                use(fork);
             }
-            return;
         }
-        const auto left = static_cast<std::size_t>(i);
         const std::size_t right = (left + 1) % kForks;
-        const HANDLE pair[] = {forks[left], forks[right]};
-        for (int meal = 0; meal < kMeals; ++meal) {
-            ASSERT_EQ(WaitForMultipleObjects(2, pair, TRUE, INFINITE), WAIT_OBJECT_0);
-            ++uses[left];
-            ++uses[right];
-            put_back(left);
-            put_back(right);
+        for (int meal = 0; left < kForks && meal < kMeals; ++meal) {
+            ASSERT_EQ(wait_on({forks[left], forks[right]}, true, INFINITE), WAIT_OBJECT_0);
+            use(left);
+            use(right);
         }
-        --eating;
+        eating -= left < kForks ? 1 : 0;
     });
-    for (const HANDLE fork : forks) {
-        EXPECT_EQ(WaitForSingleObject(fork, 0), WAIT_OBJECT_0);
-    }
+    EXPECT_EQ(test_each(forks), "11111");
     EXPECT_GE(*std::min_element(uses.begin(), uses.end()), 2 * kMeals);
 }
 
 TEST(WaitThreads, TakeEachReleaseOfOverlappingSetsOnce) {
-    constexpr int kThreads = 4;
-    constexpr int kReleases = 2000;  // of each producer
     Handles handles;
     for (int i = 0; i < 63; ++i) {
-        handles.push_back(CreateSemaphoreW(nullptr, 0, 2 * kReleases, nullptr));
+        handles.push_back(semaphore(0, 2));
     }
-    const HANDLE stop = event(true);
+    const Handles stop{event(true)};
+    std::atomic<int> released{0};
     std::atomic<int> taken{0};
     std::atomic<int> producers{2};
-    on_threads(kThreads + 2, [&](int i) {
+    on_threads(6, [&](std::size_t i) {
         std::mt19937 random(static_cast<unsigned>(i));
-        if (i >= kThreads) {
-            for (int release = 0; release < kReleases; ++release) {
-                ASSERT_TRUE(ReleaseSemaphore(handles[random() % handles.size()], 1, nullptr));
-            }
-            if (--producers == 0) {
-                SetEvent(stop);
-            }
-            return;
-        }
-        // Half or all of the semaphores in an order of this thread, and the end.
-        std::vector<HANDLE> own(handles);
-        std::shuffle(own.begin(), own.end(), random);
-        own.resize(i % 2 == 0 ? 63 : 31);
-        own.push_back(stop);
-        const auto count = static_cast<DWORD>(own.size());
-        for (;;) {
-            const DWORD result = WaitForMultipleObjects(count, own.data(), FALSE, INFINITE);
-            ASSERT_LT(result, count);
-            if (result == count - 1) {
-                return;  // the lowest index: nothing was left
-            }
-            ++taken;
-        }
-    });
-    EXPECT_EQ(taken, 2 * kReleases);
-    CloseHandle(stop);
-}
-
-TEST(WaitThreads, NeverReleaseASemaphoreAboveItsMaximum) {
-    const HANDLE semaphore = CreateSemaphoreW(nullptr, 0, 2, nullptr);
-    std::atomic<int> count{0};
-    std::atomic<int> producers{2};
-    on_threads(4, [&](int i) {
-        const LONG release = 1 + i / 2;
-        for (int round = 0; i % 2 == 0 && round < 5000; ++round) {
+        for (int round = 0; i < 2 && round < 3000; ++round) {
+            const LONG count = 1 + static_cast<LONG>(i);
             LONG previous = 0;
-            if (ReleaseSemaphore(semaphore, release, &previous)) {
-                ASSERT_LE(previous + release, 2);
-                count += release;
+            if (ReleaseSemaphore(handles[random() % handles.size()], count, &previous)) {
+                ASSERT_LE(previous + count, 2);
+                released += count;
             } else {
                 ASSERT_EQ(GetLastError(), ERROR_TOO_MANY_POSTS);
             }
         }
-        producers -= i % 2 == 0 ? 1 : 0;
-        while (i % 2 == 1 && producers > 0) {
-            if (WaitForSingleObject(semaphore, static_cast<DWORD>(i / 2)) == WAIT_OBJECT_0) {
-                --count;
+        if (i < 2) {
+            if (--producers == 0) {
+                SetEvent(stop[0]);
             }
+            return;
+        }
+        // Half or all of the semaphores in an order of this thread, and the end.
+        std::vector<HANDLE> own = handles;
+        std::shuffle(own.begin(), own.end(), random);
+        own.resize(i % 2 == 0 ? 63 : 31);
+        own.push_back(stop[0]);
+        // The end has the highest index: nothing is left then.
+        for (DWORD result = 0; (result = wait_on(own, false, INFINITE)) != own.size() - 1;
+             ++taken) {
+            ASSERT_LT(result, own.size());
         }
     });
-    int left = 0;
-    while (WaitForSingleObject(semaphore, 0) == WAIT_OBJECT_0) {
-        ++left;
-    }
-    EXPECT_EQ(left, count);
-    CloseHandle(semaphore);
+    EXPECT_EQ(taken, released);
 }
 
 TEST(WaitThreads, MeetHandlesThatOthersClose) {
-    constexpr std::size_t kHandles = 3;
-    std::array<std::atomic<HANDLE>, kHandles> handles;
-    for (auto &handle : handles) {
-        handle = event(false);
-    }
+    std::array<std::atomic<HANDLE>, 3> handles{event(false), event(false), event(false)};
     std::atomic<bool> ends{false};
-    on_threads(6, [&](int i) {
+    on_threads(6, [&](std::size_t i) {
         std::mt19937 random(static_cast<unsigned>(i));
         for (int round = 0; i < 2 ? round < 3000 : !ends; ++round) {
-            std::atomic<HANDLE> &handle = handles[random() % kHandles];
-            const HANDLE all[] = {handles[0], handles[1], handles[2]};
+            std::atomic<HANDLE> &handle = handles[random() % 3];
             if (i < 2) {
-                CloseHandle(handle.exchange(i == 0 ? event(false) : event(true)));
+                CloseHandle(handle.exchange(event(i == 1)));
             } else if (i == 2) {
                 SetEvent(handle);
                 ResetEvent(handle);
                 SetEvent(handle);
             } else {
-                const DWORD result = i == 3   ? WaitForSingleObject(handle, 1)
-                                     : i == 4 ? WaitForMultipleObjects(3, all, FALSE, 1)
-                                              : WaitForMultipleObjects(3, all, TRUE, 1);
+                const DWORD result = i == 3
+                                         ? WaitForSingleObject(handle, 1)
+                                         : wait_on({handles[0], handles[1], handles[2]}, i == 5, 1);
                 ASSERT_TRUE(result < 3 || result == WAIT_TIMEOUT ||
                             (result == WAIT_FAILED && GetLastError() == ERROR_INVALID_HANDLE));
             }
         }
         ends = ends || i < 2;
     });
-    for (const auto &handle : handles) {
-        EXPECT_TRUE(CloseHandle(handle));
-    }
+    const Handles closed{handles[0], handles[1], handles[2]};
 }
 
 }  // namespace
