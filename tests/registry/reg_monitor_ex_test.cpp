@@ -42,16 +42,16 @@ TEST_F(RegMonitorEx, TellsWhatOtherProcessesChange) {
 
 TEST_F(RegMonitorEx, HasAThousandUnits) {
     std::vector<TestKey> keys;
-    const auto name = [](int i) {
+    const auto name = [](std::size_t i) {
         OS::x_wstring text;
-        text.Format(TEXT("SOFTWARE\\Ex\\%d"), i);
+        text.Format(TEXT("SOFTWARE\\Ex\\%d"), static_cast<int>(i));
         return text;
     };
-    for (int i = 0; i < 1000; ++i) {
+    for (std::size_t i = 0; i < 1000; ++i) {
         keys.push_back(created(HKEY_LOCAL_MACHINE, name(i)));
         ASSERT_TRUE(monitor().RegisterRegNotify(name(i), false, callback<0>, false));
     }
-    for (int i = 0; i < 1000; ++i) {
+    for (std::size_t i = 0; i < 1000; ++i) {
         const std::string call = "\\" + std::to_string(i) + ' ';
         ChangeUntil(keys[i], [&] { return Calls::All().Take().find(call) != call.npos; });
         monitor().Unregister(name(i), false, callback<0>);
