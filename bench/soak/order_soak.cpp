@@ -96,8 +96,8 @@ void watch_on(std::size_t self, Progress *progress) {
     }
 }
 
-// Does one of the harms to the page that the database names now.
-bool harm_page(const RegistryFolder &folder, std::mt19937 *random) {
+// Does one of the harms, by `turn`, to the page that the database names now.
+bool harm_page(const RegistryFolder &folder, long turn, std::mt19937 *random) {
     std::string page = folder.Page("machine");
     page = page.empty() ? folder.Path("machine.page") : page;
     struct stat facts {};
@@ -108,7 +108,7 @@ bool harm_page(const RegistryFolder &folder, std::mt19937 *random) {
     for (char &byte : rubbish) {
         byte = static_cast<char>((*random)());
     }
-    switch ((*random)() % 4) {
+    switch (turn % 4) {
         case 0:
             return unlink(page.c_str()) == 0;
         case 1:
@@ -152,7 +152,7 @@ void prove(long seconds, bool harms) {
     while (watch.Seconds() < static_cast<double>(seconds)) {
         std::this_thread::sleep_for(std::chrono::milliseconds(200 + random() % 300));
         if (harms) {
-            count += harm_page(folder, &random);
+            count += harm_page(folder, count, &random);
             expect_success(started([&] { come_late(*progress); }));
         }
     }

@@ -29,23 +29,8 @@ T *shared_memory() {
         mmap(nullptr, sizeof(T), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
 }
 
-// Starts a child, which ends with 1 after a failure.
-template <class Body>
-pid_t started(Body body) {
-    std::fflush(nullptr);
-    const pid_t child = fork_child();
-    if (child == 0) {
-        body();
-        std::fflush(nullptr);
-        _exit(testing::Test::HasFailure() ? 1 : 0);
-    }
-    return child;
-}
-
 inline void expect_success(pid_t child) {
-    int status = 1;
-    waitpid(child, &status, 0);
-    EXPECT_EQ(status, 0);
+    EXPECT_TRUE(has_succeeded(child));
 }
 
 // Whether `ostrel-reg check` finds the stores of OSTREL_REGISTRY sound. Prints what it finds else.

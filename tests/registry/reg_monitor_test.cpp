@@ -9,31 +9,27 @@ using OS::CRegMonitor;
 
 class RegMonitor : public testing::Test {
 protected:
-    RegMonitor() {
-        RegistryFolder::OfProcess();
-        m_key = std::make_unique<TestKey>(created(HKEY_CURRENT_USER, u"Software\\Watched"));
-        m_monitor.RegisterMonitorKey(HKEY_CURRENT_USER, TEXT("Software\\Watched"), KEY_READ);
-    }
-    void Change() { EXPECT_EQ(set_number(*m_key, TEXT("n"), ++m_number), 0); }
+    RegMonitor() { m_monitor.RegisterMonitorKey(m_key, TEXT(""), KEY_READ); }
+    void Change() { EXPECT_EQ(set_number(m_key, TEXT("n"), ++m_number), 0); }
     DWORD Wait(DWORD milliseconds) {
         return WaitForSingleObject(m_monitor.GetNotifyEvent(), milliseconds);
     }
     // Whether the event is not signalled: a later change of another key has been told.
     bool IsQuiet() {
         CRegMonitor other;
-        other.RegisterMonitorKey(HKEY_CURRENT_USER, TEXT("Software\\Watched\\Sub"), KEY_READ);
-        set_number(created(*m_key, u"Sub"), TEXT("n"), 1);
+        other.RegisterMonitorKey(m_key, TEXT("Sub"), KEY_READ);
+        set_number(created(m_key, u"Sub"), TEXT("n"), 1);
         return WaitForSingleObject(other.GetNotifyEvent(), INFINITE) == WAIT_OBJECT_0 &&
                Wait(0) == WAIT_TIMEOUT;
     }
 
-    std::unique_ptr<TestKey> m_key;
+    const TestKey m_key = emptied(u"Software\\Watched");
     CRegMonitor m_monitor;
     DWORD m_number = 0;
 };
 
 TEST_F(RegMonitor, SignalsValuesOfTheKeyOncePerArming) {
-    created(*m_key, u"Sub");
+    created(m_key, u"Sub");
     EXPECT_TRUE(IsQuiet());  // subkeys and their values
     Change();
     EXPECT_EQ(Wait(INFINITE), WAIT_OBJECT_0);
@@ -48,14 +44,14 @@ TEST_F(RegMonitor, SignalsValuesOfTheKeyOncePerArming) {
 TEST_F(RegMonitor, HasNoEventWithoutAKey) {
     CRegMonitor none;
     EXPECT_EQ(none.GetNotifyEvent(), nullptr);
-    none.RegisterMonitorKey(HKEY_CURRENT_USER, TEXT("Software\\None"), KEY_READ);
+    none.RegisterMonitorKey(m_key, TEXT("None"), KEY_READ);
     EXPECT_EQ(none.GetNotifyEvent(), nullptr);
     void *const event = m_monitor.GetNotifyEvent();
-    m_monitor.RegisterMonitorKey(HKEY_CURRENT_USER, TEXT("Software\\None"), KEY_READ);
+    m_monitor.RegisterMonitorKey(m_key, TEXT("None"), KEY_READ);
     EXPECT_EQ(m_monitor.GetNotifyEvent(), event);  // goes on
     Change();
     EXPECT_EQ(Wait(INFINITE), WAIT_OBJECT_0);
-    m_monitor.RegisterMonitorKey(HKEY_CURRENT_USER, TEXT("Software\\Watched"), KEY_READ);
+    m_monitor.RegisterMonitorKey(m_key, TEXT(""), KEY_READ);
     EXPECT_FALSE(SetEvent(event));  // closed for the new one
     Change();
     EXPECT_EQ(Wait(INFINITE), WAIT_OBJECT_0);

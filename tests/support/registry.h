@@ -11,8 +11,8 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <optional>
+#include <sstream>
 #include <string>
 
 #include "ostrel/platform/error.h"
@@ -48,12 +48,7 @@ public:
     std::string Page(const std::string &store) const {
         std::string found;
         for (const char *end : {".db", ".db-wal"}) {
-            std::ifstream file(m_path + "/" + store + end, std::ios::binary);
-            const std::string bytes{std::istreambuf_iterator<char>(file), {}};
-            for (std::size_t at = 0; (at = bytes.find(" shm", at)) != bytes.npos; ++at) {
-                const std::size_t begin = bytes.rfind(' ', at - 1) + 1;
-                const std::string page =
-                    "/dev/shm/ostrel-registry-" + bytes.substr(begin, at - begin);
+            for (const std::string &page : PagesIn(Path(store + end))) {
                 found = std::filesystem::exists(page) ? page : found;
             }
         }
@@ -61,14 +56,28 @@ public:
     }
 
     void RemovePages() const {
-        for (const char *store : {"machine", "user"}) {
-            for (std::string page; !(page = Page(store)).empty();) {
+        std::error_code missing;
+        for (const auto &file : std::filesystem::recursive_directory_iterator(m_top, missing)) {
+            for (const std::string &page : PagesIn(file.path())) {
                 std::filesystem::remove(page);
             }
         }
     }
 
 private:
+    // The paths of the pages that a file names. Reads in blocks: databases may be large.
+    static std::vector<std::string> PagesIn(const std::string &path) {
+        std::ostringstream copy;
+        copy << std::ifstream(path, std::ios::binary).rdbuf();
+        const std::string bytes = copy.str();
+        std::vector<std::string> pages;
+        for (std::size_t end = 0; (end = bytes.find(" shm", end)) != bytes.npos; ++end) {
+            const std::size_t begin = bytes.rfind(' ', end - 1) + 1;
+            pages.push_back("/dev/shm/ostrel-registry-" + bytes.substr(begin, end - begin));
+        }
+        return pages;
+    }
+
     std::string m_top, m_path;
 };
 
@@ -81,20 +90,33 @@ inline pid_t fork_child() {
     return child;
 }
 
-// Runs `body` in a child process and returns whether neither the child nor this process has met a
-// failure.
+// Starts a child, which ends with 1 after a failure of its own or of this process.
 template <class Body>
-bool holds_in_child(Body body) {
+pid_t started(Body body) {
+    std::fflush(nullptr);
     const pid_t child = fork_child();
     if (child == 0) {
-        alarm(120);
         body();
         std::fflush(nullptr);
         _exit(testing::Test::HasFailure() ? 1 : 0);
     }
+    return child;
+}
+
+inline bool has_succeeded(pid_t child) {
     int status = 1;
     waitpid(child, &status, 0);
     return status == 0;
+}
+
+// Runs `body` in a child process and returns whether neither the child nor this process has met a
+// failure.
+template <class Body>
+bool holds_in_child(Body body) {
+    return has_succeeded(started([&] {
+        alarm(120);
+        body();
+    }));
 }
 
 // A handle that closes itself.
@@ -119,6 +141,13 @@ inline TestKey created(HKEY parent, const std::u16string &path, DWORD access = K
     return TestKey(key);
 }
 
+// A key of the current user that has no subkeys and no values, in the registry of the process.
+inline TestKey emptied(const std::u16string &path) {
+    RegistryFolder::OfProcess();
+    RegDeleteTreeW(HKEY_CURRENT_USER, path.c_str());
+    return created(HKEY_CURRENT_USER, path);
+}
+
 inline LSTATUS open_code(HKEY parent, const std::u16string &path, DWORD access = KEY_READ) {
     HKEY key = nullptr;
     const LSTATUS code = RegOpenKeyExW(parent, path.c_str(), 0, access, &key);
@@ -141,33 +170,37 @@ inline std::optional<DWORD> number(HKEY key, const WCHAR *name) {
     return code == 0 ? std::optional(value) : std::nullopt;
 }
 
+// The bytes of a value, read into `capacity` bytes.
+inline std::string bytes_of(HKEY key, const WCHAR *name, DWORD *type = nullptr,
+                            DWORD capacity = 1 << 20) {
+    std::string bytes(capacity, '?');
+    auto *const data = reinterpret_cast<BYTE *>(bytes.data());
+    EXPECT_EQ(RegQueryValueExW(key, name, nullptr, type, data, &capacity), 0);
+    return bytes.substr(0, capacity);
+}
+
 inline LSTATUS set_bytes(HKEY key, const WCHAR *name, DWORD type, const std::string &bytes) {
     return RegSetValueExW(key, name, 0, type, reinterpret_cast<const BYTE *>(bytes.data()),
                           static_cast<DWORD>(bytes.size()));
 }
 
-// The names of all subkeys, or values, each with a blank behind it.
-inline std::u16string subkeys(HKEY key) {
+// The names that RegEnumKeyExW, or RegEnumValueW, gives, each with a blank behind it.
+template <class Enumerate>
+std::u16string names_of(HKEY key, Enumerate enumerate) {
     std::u16string names;
-    for (DWORD index = 0;; ++index) {
-        WCHAR name[257];
-        DWORD count = 257;
-        if (RegEnumKeyExW(key, index, name, &count, nullptr, nullptr, nullptr, nullptr) != 0) {
-            return names;
-        }
-        names += std::u16string(name, count) + u' ';
+    WCHAR name[300];
+    DWORD count = 300;
+    for (DWORD i = 0; enumerate(key, i, name, &count, nullptr, nullptr, nullptr, nullptr) == 0;
+         ++i) {
+        names += std::u16string(name, std::exchange(count, 300)) + u' ';
     }
+    return names;
+}
+inline std::u16string subkeys(HKEY key) {
+    return names_of(key, RegEnumKeyExW);
 }
 inline std::u16string values(HKEY key) {
-    std::u16string names;
-    for (DWORD index = 0;; ++index) {
-        WCHAR name[257];
-        DWORD count = 257;
-        if (RegEnumValueW(key, index, name, &count, nullptr, nullptr, nullptr, nullptr) != 0) {
-            return names;
-        }
-        names += std::u16string(name, count) + u' ';
-    }
+    return names_of(key, RegEnumValueW);
 }
 
 #endif  // TESTS_SUPPORT_REGISTRY_H

@@ -1,7 +1,6 @@
 #include "ostrel/platform/registry/registration_text.h"
 
 #include <algorithm>
-#include <random>
 
 #include "ostrel/platform/registry/utf16_bytes.h"
 #include "ostrel/platform/text/charset.h"
@@ -17,7 +16,6 @@ using ostrel_platform::RegistrationOperation;
 using ostrel_platform::to_narrow;
 using ostrel_platform::to_wide;
 using Kind = RegistrationOperation::Kind;
-using Operations = std::vector<RegistrationOperation>;
 
 const std::string kHeader = "Windows Registry Editor Version 5.00\r\n";
 
@@ -27,13 +25,20 @@ std::string utf16(std::u16string_view text) {
     return bytes;
 }
 
-std::string written(const Operations &operations) {
+// The text of an operation, which is read as the same operation again.
+std::string written(const RegistrationOperation &operation) {
     std::string text;
     ostrel_platform::append_registration_begin(&text);
-    for (const RegistrationOperation &operation : operations) {
-        EXPECT_TRUE(append_registration(operation, &text)) << PrintToString(operation.name);
-    }
+    const bool is_key = operation.kind == Kind::kKey || operation.kind == Kind::kDeleteKey;
+    EXPECT_TRUE(is_key || append_registration({Kind::kKey, 0x80000003, u"", 0, {}}, &text));
+    EXPECT_TRUE(append_registration(operation, &text));
     ostrel_platform::append_registration_end(&text);
+    RegistrationOperation last;
+    EXPECT_FALSE(read_registration_text(text, [&last](const RegistrationOperation &again) {
+        last = again;
+        return true;
+    }));
+    EXPECT_TRUE(last == operation);
     return text;
 }
 
@@ -119,12 +124,9 @@ TEST(RegistrationText, RefusesTheWholeOfABadText) {
     const std::pair<std::string, std::string> cases[] = {
         {"", "1: the first line"},
         {"\xFE\xFF", "1: some bytes"},
-        {"REGEDIT\n", "1: the first line"},
-        {"\n" + kHeader, "1: the first line"},
         {"REGEDIT4x\n", "1: the first line"},
         {"\xFF\xFE" + utf16(u"REGEDIT4\n\n") + "x", "3: the file ends within"},
         {kHeader + users + "\n;\xC3\n", "4: some bytes"},
-        {"REGEDIT4\n" + users + "@=hex(7):\xFF\n", "3: some bytes"},
         {"REGEDIT4\n" + users + "@=hex(7):ff,\\\n00\n", "3: some bytes"},
         {kHeader + users + "x=1", "3: a line begins"},
         {kHeader + users + "\r\r\n", "3: a line begins"},
@@ -132,11 +134,9 @@ TEST(RegistrationText, RefusesTheWholeOfABadText) {
         {kHeader + "[-HKEY_USERS\\A]\n\n@=-", "4: a value stands under a deleted key"},
         {kHeader + "[HKEY_USERS\\A\n]", "2: a key's name has no ]"},
         {kHeader + "[HKCU\\A]", "2: a key's name does not begin"},
-        {kHeader + "[\\HKEY_USERS]", "2: a key's name does not begin"},
         {kHeader + "[]", "2: a key's name does not begin"},
         {kHeader + "[HKEY_USERS\\\\]", "2: a key's name has an empty part"},
         {kHeader + "[-HKEY_USERS\\]", "2: a root cannot be deleted"},
-        {kHeader + "[HKEY_USERS\\A\\\\B]", "2: a key's name has an empty part"},
         {kHeader + "[HKEY_USERS\\A\\\\]", "2: a key's name has an empty part"},
         {kHeader + "[HKEY_USERS\\A\\" + part + "]", "2: a part of a key's name"},
         {kHeader + "[HKEY_USERS\\A" + std::string(1, '\0') + "]", "2: a name contains a NUL"},
@@ -151,7 +151,6 @@ TEST(RegistrationText, RefusesTheWholeOfABadText) {
          "3: a quoted text contains a NUL"},
         {kHeader + users + "@=\"a\" b", "3: a value's data is damaged"},
         {kHeader + users + "@=", "3: a value's data begins"},
-        {kHeader + users + "@=qword:1", "3: a value's data begins"},
         {kHeader + users + "@=dword:", "3: a number has not one to eight"},
         {kHeader + users + "@=dword:123456789", "3: a number has not one to eight"},
         {kHeader + users + "@=dword:12g", "3: a value's data is damaged"},
@@ -187,6 +186,8 @@ TEST(RegistrationText, WritesWhatEditorsRead) {
         {"root", {Kind::kKey, 0x80000003, u"", 0, {}}, u"\r\n[HKEY_USERS]"},
         {"no key", {Kind::kDeleteKey, 0x80000000, u"a", 0, {}}, u"\r\n[-HKEY_CLASSES_ROOT\\a]"},
         {"no value", {Kind::kDeleteValue, 0, u"a", 0, {}}, u"\"a\"=-"},
+        {"a name of all units", value(u"a]\r\n;=\xDC00\xD83D\xFEFF", 0, ""),
+         u"\"a]\r\n;=\xDC00\xD83D\xFEFF\"=hex(0):"},
         {"quotes", value(u"a\"\\", 1, utf16(std::u16string(u"\\\"\0", 3))), uR"("a\"\\"="\\\"")"},
         {"unnamed", value(u"", 1, std::string(2, '\0')), u"@=\"\""},
         {"no end", value(u"", 1, utf16(u"a")), u"@=hex(1):61,00"},
@@ -199,11 +200,12 @@ TEST(RegistrationText, WritesWhatEditorsRead) {
         {"long number", value(u"", 4, "abcde"), u"@=hex(4):61,62,63,64,65"},
         {"binary", value(u"", 3, "a\xFF"), u"@=hex:61,ff"},
         {"large type", value(u"", 0xFFFF0001, "a"), u"@=hex(ffff0001):61"},
-        {"type 0", value(u"", 0, ""), u"@=hex(0):"},
     };
     for (const auto &[name, operation, line] : cases) {
-        const std::u16string header(kHeader.begin(), kHeader.end());
-        EXPECT_EQ(written({operation}), utf16(u"\uFEFF" + header + line + u"\r\n\r\n")) << name;
+        SCOPED_TRACE(name);
+        const std::u16string users = line.front() == u'\r' ? u"" : u"\r\n[HKEY_USERS]\r\n";
+        EXPECT_EQ(written(operation),
+                  utf16(u"\uFEFF" + wide(kHeader) + users + line + u"\r\n\r\n"));
     }
 }
 
@@ -211,7 +213,7 @@ TEST(RegistrationText, WritesWhatEditorsRead) {
 TEST(RegistrationText, FoldsLinesAt80Columns) {
     for (std::size_t length = 1; length < 90; ++length) {
         const std::string bytes =
-            written({value(std::u16string(length, u'n'), 3, std::string(60, 'a'))});
+            written(value(std::u16string(length, u'n'), 3, std::string(60, 'a')));
         const std::u16string text = ostrel_platform::utf16_of_bytes(bytes);
         std::size_t at = text.find(u"\"n");
         const std::size_t first = text.find(u"\r\n", at) - at;
@@ -232,52 +234,6 @@ TEST(RegistrationText, SaysWhatItCannotWrite) {
         std::string text = "before";
         EXPECT_FALSE(append_registration(operation, &text)) << name;
         EXPECT_EQ(text, "before") << name;
-    }
-}
-
-TEST(RegistrationText, ReadsAgainWhatItWrote) {
-    std::mt19937 random(1);
-    const auto below = [&random](std::size_t end) { return random() % end; };
-    const auto name = [&](std::u16string_view units, std::size_t least) {
-        std::u16string text;
-        for (std::size_t left = least + below(6); left > 0; --left) {
-            text += units[below(units.size())];
-        }
-        return text;
-    };
-    for (int round = 0; round < 2000; ++round) {
-        Operations operations;
-        for (std::size_t left = below(12); left > 0; --left) {
-            const bool is_under_key =
-                !operations.empty() && operations.back().kind != Kind::kDeleteKey;
-            RegistrationOperation &made = operations.emplace_back();
-            made.kind = static_cast<Kind>(below(is_under_key ? 4 : 2));
-            if (made.kind == Kind::kKey || made.kind == Kind::kDeleteKey) {
-                made.root = static_cast<DWORD>(0x80000000 + below(4));
-                for (std::size_t parts = 1 + below(3); parts > 0; --parts) {
-                    made.name += (made.name.empty() ? u"" : u"\\") + name(u"a]-[; \r\"\xD800é", 1);
-                }
-            } else {
-                made.name = name(u"a]\\\" \r\n;=\xDC00\xFEFF", 0);
-            }
-            if (made.kind == Kind::kValue) {
-                made.type = static_cast<DWORD>(below(5) == 0 ? random() : below(12));
-                for (std::size_t bytes = below(3) == 0 ? below(100) : 2 * below(4); bytes > 0;
-                     --bytes) {
-                    made.bytes += static_cast<char>(below(4) == 0 ? random() : below(3) * '"');
-                }
-                made.bytes += std::string(2 * below(2), '\0');
-            }
-        }
-        const std::string text = written(operations);
-        Operations again;
-        const auto fault = read_registration_text(text, [&again](const auto &operation) {
-            again.push_back(operation);
-            return true;
-        });
-        ASSERT_FALSE(fault) << round << ": line " << fault->line << ": " << fault->reason;
-        ASSERT_TRUE(again == operations) << round;
-        ASSERT_EQ(written(again), text) << round;
     }
 }
 

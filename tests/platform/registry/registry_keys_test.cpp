@@ -7,15 +7,7 @@ namespace {
 
 class RegistryKeys : public testing::Test {
 protected:
-    RegistryKeys() {
-        RegistryFolder::OfProcess();
-        RegDeleteTreeW(HKEY_CURRENT_USER, u"Software\\Keys");
-        m_key = std::make_unique<TestKey>(created(HKEY_CURRENT_USER, u"Software\\Keys"));
-    }
-    HKEY Key() const { return *m_key; }
-
-private:
-    std::unique_ptr<TestKey> m_key;
+    const TestKey m_key = emptied(u"Software\\Keys");
 };
 
 HKEY number_as_key(std::uintptr_t number) {
@@ -23,43 +15,37 @@ HKEY number_as_key(std::uintptr_t number) {
 }
 
 TEST_F(RegistryKeys, FindsPathsWithoutRegardToCase) {
-    created(Key(), u"One\\Two \xE9\\a/b//");
+    created(m_key, u"One\\Two \xE9\\a/b//");
     const struct {
         const char16_t *path;
         LSTATUS code;
-    } kRows[] = {
-        {u"One", 0},
-        {u"oNE", 0},
-        {u"one\\TWO \xC9", 0},
-        {u"One\\", 0},
-        {u"One\\Two \xE9\\A/B//", 0},
-        {u"", 0},
-        {u"Two", 2},
-        {u"One\\Three", 2},
-        {u"Missing\\Two", 2},
-        {u"\\One", 161},
-        {u"One\\\\Two", 161},
-        {u"\\", 161},
-        {u"One/Two", 2},
-    };
+    } kRows[] = {{u"One", 0},
+                 {u"one\\TWO \xC9", 0},
+                 {u"One\\", 0},
+                 {u"One\\Two \xE9\\A/B//", 0},
+                 {u"", 0},
+                 {u"Two", 2},
+                 {u"Missing\\Two", 2},
+                 {u"\\One", 161},
+                 {u"One\\\\Two", 161},
+                 {u"\\", 161},
+                 {u"One/Two", 2}};
     for (const auto &row : kRows) {
         for (int i = 0; i < 2; ++i) {  // the second answer comes from the cache
-            EXPECT_EQ(open_code(Key(), row.path), row.code) << PrintToString(row.path);
+            EXPECT_EQ(open_code(m_key, row.path), row.code) << PrintToString(row.path);
         }
     }
-    EXPECT_EQ(subkeys(Key()), u"One ");
+    EXPECT_EQ(subkeys(m_key), u"One ");
 }
 
 TEST_F(RegistryKeys, ChecksItsArguments) {
-    HKEY out = number_as_key(4);
-    DWORD disposition = 0;
+    HKEY out = nullptr;
     const auto open = [&](HKEY key, const WCHAR *path, DWORD options, DWORD access) {
         out = number_as_key(4);
         return RegOpenKeyExW(key, path, options, access, &out);
     };
-    const auto create = [&](const std::u16string &path, DWORD options, DWORD access) {
-        return RegCreateKeyExW(Key(), path.c_str(), 0, nullptr, options, access, nullptr, &out,
-                               &disposition);
+    const auto create = [&](HKEY key, const WCHAR *path) {
+        return RegCreateKeyExW(key, path, 0, nullptr, 0, KEY_READ, nullptr, &out, nullptr);
     };
     std::u16string deep;
     for (int i = 0; i < 33; ++i) {
@@ -73,32 +59,24 @@ TEST_F(RegistryKeys, ChecksItsArguments) {
         {"foreign handle", open(number_as_key(0x100000006), u"", 0, KEY_READ), 6},
         {"a root that is not here", open(number_as_key(0xFFFFFFFF80000004), u"", 0, KEY_READ), 6},
         {"32-bit root", open(number_as_key(0x80000001), u"Software", 0, KEY_READ), 0},
-        {"null path of a key", open(Key(), nullptr, 0, KEY_READ), 87},
+        {"null path of a key", open(m_key, nullptr, 0, KEY_READ), 87},
         {"null path of a root", open(HKEY_CURRENT_USER, nullptr, 0, KEY_READ), 0},
-        {"both views", open(Key(), u"", 0, KEY_READ | 0x300), 87},
-        {"one view", open(Key(), u"", 0, KEY_READ | 0x200), 0},
-        {"wrong option", open(Key(), u"", 1, KEY_READ), 87},
-        {"null result", RegOpenKeyExW(Key(), u"", 0, KEY_READ, nullptr), 87},
-        {"256 units", create(std::u16string(256, u'n'), 0, KEY_READ), 0},
-        {"257 units", create(std::u16string(257, u'n'), 0, KEY_READ), 87},
-        {"257 units to open", open(Key(), std::u16string(257, u'n').c_str(), 0, KEY_READ), 2},
-        {"33 new levels", create(deep, 0, KEY_READ), 87},
-        {"32 new levels", create(deep.substr(2), 0, KEY_READ), 0},
-        {"null path to create",
-         RegCreateKeyExW(Key(), nullptr, 0, nullptr, 0, KEY_READ, nullptr, &out, nullptr), 87},
-        {"below HKEY_LOCAL_MACHINE",
-         RegCreateKeyExW(HKEY_LOCAL_MACHINE, u"New", 0, nullptr, 0, KEY_READ, nullptr, &out,
-                         nullptr),
-         87},
-        {"below HKEY_USERS",
-         RegCreateKeyExW(HKEY_USERS, u"New", 0, nullptr, 0, KEY_READ, nullptr, &out, nullptr), 87},
+        {"both views", open(m_key, u"", 0, KEY_READ | 0x300), 87},
+        {"one view", open(m_key, u"", 0, KEY_READ | 0x200), 0},
+        {"wrong option", open(m_key, u"", 1, KEY_READ), 87},
+        {"null result", RegOpenKeyExW(m_key, u"", 0, KEY_READ, nullptr), 87},
+        {"33 new levels", create(m_key, deep.c_str()), 87},
+        {"32 new levels", create(m_key, deep.c_str() + 2), 0},
+        {"null path to create", create(m_key, nullptr), 87},
+        {"below HKEY_LOCAL_MACHINE", create(HKEY_LOCAL_MACHINE, u"New"), 87},
+        {"below HKEY_USERS", create(HKEY_USERS, u"New"), 87},
         {"missing in HKEY_CLASSES_ROOT", open(HKEY_CLASSES_ROOT, u"missing", 0, KEY_READ), 2},
-        {"closed to the other table", CloseHandle(Key()), FALSE},
+        {"closed to the other table", CloseHandle(m_key), FALSE},
     };
     for (const auto &row : kRows) {
         EXPECT_EQ(row.found, row.expected) << row.name;
     }
-    EXPECT_EQ(open(Key(), u"missing", 0, KEY_READ), 2);
+    EXPECT_EQ(open(m_key, u"missing", 0, KEY_READ), 2);
     EXPECT_EQ(out, nullptr);
 }
 
@@ -114,85 +92,67 @@ TEST_F(RegistryKeys, HasTheKeysOfANewStore) {
     EXPECT_EQ(open_code(HKEY_LOCAL_MACHINE, u"Software"), 0);
 }
 
-TEST_F(RegistryKeys, TellsWhatACreationDid) {
-    const auto create = [&](HKEY key, const char16_t *path, DWORD options) {
-        HKEY out = nullptr;
-        DWORD disposition = 0;
-        const LSTATUS code =
-            RegCreateKeyExW(key, path, 0, nullptr, options, KEY_READ, nullptr, &out, &disposition);
-        RegCloseKey(out);
-        return std::pair(code, disposition);
-    };
-    using Result = std::pair<LSTATUS, DWORD>;
-    EXPECT_EQ(create(Key(), u"a\\b", 0), Result(0, 1));
-    EXPECT_EQ(create(Key(), u"A\\B", 0), Result(0, 2));
-    EXPECT_EQ(create(Key(), u"v\\w", REG_OPTION_VOLATILE), Result(0, 1));
-    EXPECT_EQ(create(Key(), u"v\\w\\x", 0), Result(1021, 0));
-    EXPECT_EQ(create(Key(), u"v\\w", 0), Result(0, 2));
-    EXPECT_EQ(create(Key(), u"a\\b", REG_OPTION_VOLATILE), Result(0, 2));
-    // The rights of the handle do not matter.
+// What needs no right of the handle.
+TEST_F(RegistryKeys, CreatesAndDeletesByTheRightsOfTheUser) {
     const TestKey weak = created(HKEY_CURRENT_USER, u"Software\\Keys", KEY_QUERY_VALUE);
-    EXPECT_EQ(create(weak, u"c", 0), Result(0, 1));
-    EXPECT_EQ(RegDeleteKeyW(weak, u"c"), 0);
+    created(weak, u"v\\w", KEY_READ, REG_OPTION_VOLATILE);
+    EXPECT_EQ(RegDeleteKeyW(weak, u"v"), 5);
+    EXPECT_EQ(RegDeleteKeyW(weak, nullptr), 87);
+    EXPECT_EQ(RegDeleteKeyExW(weak, u"v\\w", 0x100 | KEY_SET_VALUE, 0), 0);
+    EXPECT_EQ(RegDeleteKeyW(weak, u"v"), 0);
+    EXPECT_EQ(RegDeleteKeyW(weak, u"v"), 2);
 }
 
-TEST_F(RegistryKeys, DeletesKeysWithoutSubkeysAlone) {
-    const TestKey inner = created(Key(), u"a\\b");
+TEST_F(RegistryKeys, RefusesHandlesOfADeletedKey) {
+    const TestKey inner = created(m_key, u"a\\b");
     set_number(inner, u"n", 1);
     EXPECT_EQ(number(inner, u"n"), 1u);
-    EXPECT_EQ(RegDeleteKeyW(Key(), u"a"), 5);
-    EXPECT_EQ(RegDeleteKeyW(Key(), nullptr), 87);
-    EXPECT_EQ(RegDeleteKeyW(Key(), u"x"), 2);
-    EXPECT_EQ(RegDeleteKeyExW(Key(), u"a\\b", 0x100 | KEY_SET_VALUE, 0), 0);
-    DWORD size = 0;
+    EXPECT_EQ(RegDeleteKeyW(m_key, u"a\\b"), 0);
     for (int i = 0; i < 2; ++i) {
-        EXPECT_EQ(RegQueryValueExW(inner, u"n", nullptr, nullptr, nullptr, &size), 1018);
+        EXPECT_EQ(RegQueryValueExW(inner, u"n", nullptr, nullptr, nullptr, nullptr), 1018);
         EXPECT_EQ(set_number(inner, u"n", 2), 1018);
         EXPECT_EQ(open_code(inner, u""), 1018);
         EXPECT_EQ(RegDeleteKeyW(inner, u"x"), 1018);
         WCHAR name[9];
         DWORD count = 9;
         EXPECT_EQ(RegEnumKeyExW(inner, 0, name, &count, nullptr, nullptr, nullptr, nullptr), 1018);
-        created(Key(), u"a\\b");  // another key with the name
+        created(m_key, u"a\\b");  // another key with the name
     }
-    EXPECT_EQ(RegDeleteTreeW(Key(), u"a"), 0);
-    EXPECT_EQ(open_code(Key(), u"a"), 2);
 }
 
 TEST_F(RegistryKeys, DeletesATreeByTheRightsOfTheHandle) {
-    created(Key(), u"a\\b\\c");
-    set_number(Key(), u"n", 1);
-    const struct {
-        DWORD access;
-        LSTATUS code;
-    } kRows[] = {{KEY_READ, 5}, {0x10000 | KEY_READ, 5}, {0x10000 | KEY_READ | KEY_SET_VALUE, 0}};
-    for (const auto &row : kRows) {
-        const TestKey key = created(HKEY_CURRENT_USER, u"Software\\Keys", row.access);
-        EXPECT_EQ(RegDeleteTreeW(key, nullptr), row.code) << row.access;
+    created(m_key, u"a\\b\\c");
+    set_number(m_key, u"n", 1);
+    for (const auto &[access, code] : {std::pair(KEY_READ, 5),
+                                       {0x10000 | KEY_READ, 5},
+                                       {0x10000 | KEY_READ | KEY_SET_VALUE, 0}}) {
+        const TestKey key = created(HKEY_CURRENT_USER, u"Software\\Keys", access);
+        EXPECT_EQ(RegDeleteTreeW(key, nullptr), code) << access;
     }
-    EXPECT_EQ(subkeys(Key()) + values(Key()), u"");
-    EXPECT_EQ(RegDeleteTreeW(Key(), u"missing"), 2);
+    EXPECT_EQ(subkeys(m_key) + values(m_key), u"");
+    EXPECT_EQ(RegDeleteTreeW(m_key, u"missing"), 2);
 }
 
 TEST_F(RegistryKeys, ListsSubkeysByTheirUpperCase) {
     for (const char16_t *name : {u"b", u"_", u"A", u"\xE4", u"a1", u"B\x9"}) {
-        created(Key(), name);
+        created(m_key, name);
     }
-    EXPECT_EQ(subkeys(Key()), u"A a1 b B\x9 _ \xE4 ");
-    WCHAR name[2] = u"x";
+    EXPECT_EQ(subkeys(m_key), u"A a1 b B\x9 _ \xE4 ");
+    WCHAR name[257] = u"x";
     DWORD count = 2;
-    EXPECT_EQ(RegEnumKeyExW(Key(), 1, name, &count, nullptr, nullptr, nullptr, nullptr), 234);
-    EXPECT_EQ(name[0] == u'x' && count == 2, true);
-    EXPECT_EQ(RegEnumKeyExW(Key(), 6, name, &count, nullptr, nullptr, nullptr, nullptr), 259);
+    const auto list = [&](DWORD index) {
+        return RegEnumKeyExW(m_key, index, name, &count, nullptr, nullptr, nullptr, nullptr);
+    };
+    EXPECT_EQ(list(1), 234);
+    EXPECT_TRUE(name[0] == u'x' && count == 2);
+    EXPECT_EQ(list(6), 259);
     // A name of 256 units does not fit 256 with its NUL.
-    created(Key(), std::u16string(256, u'a'));
-    WCHAR large[257];
+    created(m_key, std::u16string(256, u'a'));
     count = 256;
-    EXPECT_EQ(RegEnumKeyExW(Key(), 2, large, &count, nullptr, nullptr, nullptr, nullptr), 234);
+    EXPECT_EQ(list(2), 234);
     int found = 0;
-    for (; RegEnumKeyExW(Key(), 0, large, &(count = 257), nullptr, nullptr, nullptr, nullptr) == 0;
-         ++found) {
-        EXPECT_EQ(RegDeleteKeyW(Key(), large), 0);
+    for (; count = 257, list(0) == 0; ++found) {
+        EXPECT_EQ(RegDeleteKeyW(m_key, name), 0);
     }
     EXPECT_EQ(found, 7);
 }
@@ -200,7 +160,7 @@ TEST_F(RegistryKeys, ListsSubkeysByTheirUpperCase) {
 TEST_F(RegistryKeys, GivesTheFactsOfAKey) {
     WCHAR class_name[] = u"Class";
     HKEY out = nullptr;
-    RegCreateKeyExW(Key(), u"sub", 0, class_name, 0, KEY_ALL_ACCESS, nullptr, &out, nullptr);
+    RegCreateKeyExW(m_key, u"sub", 0, class_name, 0, KEY_ALL_ACCESS, nullptr, &out, nullptr);
     const TestKey sub(out);
     created(sub, u"four");
     set_bytes(sub, u"", REG_BINARY, "12345");
@@ -227,12 +187,12 @@ TEST_F(RegistryKeys, GivesTheFactsOfAKey) {
 
 TEST_F(RegistryKeys, RefusesClosedHandles) {
     HKEY key = nullptr;
-    ASSERT_EQ(RegOpenKeyExW(Key(), u"", 0, KEY_READ, &key), 0);
+    ASSERT_EQ(RegOpenKeyExW(m_key, u"", 0, KEY_READ, &key), 0);
     EXPECT_EQ(RegCloseKey(key), 0);
     EXPECT_EQ(RegCloseKey(key), 6);
     EXPECT_EQ(open_code(key, u""), 6);
     HKEY later = nullptr;
-    ASSERT_EQ(RegOpenKeyExW(Key(), u"", 0, KEY_READ, &later), 0);
+    ASSERT_EQ(RegOpenKeyExW(m_key, u"", 0, KEY_READ, &later), 0);
     EXPECT_NE(key, later);
     EXPECT_EQ(open_code(key, u""), 6);
     RegCloseKey(later);

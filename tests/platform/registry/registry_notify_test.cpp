@@ -10,13 +10,7 @@ namespace {
 
 class RegistryNotify : public testing::Test {
 protected:
-    RegistryNotify() {
-        RegistryFolder::OfProcess();
-        RegDeleteTreeW(HKEY_CURRENT_USER, u"Software\\Notify");
-        m_key = std::make_unique<TestKey>(created(HKEY_CURRENT_USER, u"Software\\Notify\\a"));
-    }
     ~RegistryNotify() override { CloseHandle(m_event); }
-    HKEY Key() const { return *m_key; }
     LSTATUS Arm(HKEY key, BOOL subtree = FALSE, DWORD filter = REG_NOTIFY_CHANGE_LAST_SET) const {
         return RegNotifyChangeKeyValue(key, subtree, filter, m_event, TRUE);
     }
@@ -25,11 +19,11 @@ protected:
     }
 
     const HANDLE m_event = CreateEventW(nullptr, FALSE, FALSE, nullptr);
-    std::unique_ptr<TestKey> m_key;
+    const TestKey m_above = emptied(u"Software\\Notify");
+    const TestKey m_key = created(m_above, u"a");
 };
 
 TEST_F(RegistryNotify, TellsOfTheChangesOfItsFilter) {
-    const auto open = [&] { return created(HKEY_CURRENT_USER, u"Software\\Notify\\a"); };
     const struct {
         const char *name;
         BOOL subtree;
@@ -52,14 +46,13 @@ TEST_F(RegistryNotify, TellsOfTheChangesOfItsFilter) {
     };
     for (const auto &row : kRows) {
         ResetEvent(m_event);  // which the end of the last row's handle may have set
-        const TestKey key = open();
+        const TestKey key = created(m_above, u"a");
         ASSERT_EQ(Arm(key, row.subtree, row.filter), 0) << row.name;
-        row.change(Key());
+        row.change(m_key);
         // A change of another watch shows that all before it have been looked at.
-        const TestKey other = created(HKEY_CURRENT_USER, u"Software\\Notify");
         const HANDLE seen = CreateEventW(nullptr, FALSE, FALSE, nullptr);
-        ASSERT_EQ(RegNotifyChangeKeyValue(other, FALSE, 4, seen, TRUE), 0);
-        set_number(other, u"x", 1);
+        ASSERT_EQ(RegNotifyChangeKeyValue(m_above, FALSE, 4, seen, TRUE), 0);
+        set_number(m_above, u"x", 1);
         EXPECT_EQ(WaitForSingleObject(seen, 5000), WAIT_OBJECT_0);
         CloseHandle(seen);
         EXPECT_EQ(IsTold(row.is_told ? 5000 : 0), row.is_told) << row.name;
@@ -68,24 +61,24 @@ TEST_F(RegistryNotify, TellsOfTheChangesOfItsFilter) {
 }
 
 TEST_F(RegistryNotify, TellsOnceForEachArmingAndKeepsWhatComesBetween) {
-    ASSERT_EQ(Arm(Key()), 0);
-    set_number(Key(), u"v", 1);
+    ASSERT_EQ(Arm(m_key), 0);
+    set_number(m_key, u"v", 1);
     EXPECT_TRUE(IsTold());
-    set_number(Key(), u"v", 2);
-    set_number(Key(), u"v", 3);
+    set_number(m_key, u"v", 2);
+    set_number(m_key, u"v", 3);
     EXPECT_FALSE(IsTold(0));
-    ASSERT_EQ(Arm(Key(), TRUE, 1), 0);  // other arguments have no effect
+    ASSERT_EQ(Arm(m_key, TRUE, 1), 0);  // other arguments have no effect
     EXPECT_TRUE(IsTold(0));
-    ASSERT_EQ(Arm(Key()), 0);
-    created(Key(), u"b");
+    ASSERT_EQ(Arm(m_key), 0);
+    created(m_key, u"b");
     EXPECT_FALSE(IsTold(0));
 }
 
 TEST_F(RegistryNotify, TellsOfTheEndOfKeyHandleAndThread) {
-    ASSERT_EQ(Arm(Key()), 0);
-    RegDeleteKeyW(HKEY_CURRENT_USER, u"Software\\Notify\\a");
+    ASSERT_EQ(Arm(m_key), 0);
+    RegDeleteKeyW(m_above, u"a");
     EXPECT_TRUE(IsTold());
-    EXPECT_EQ(Arm(Key()), 1018);
+    EXPECT_EQ(Arm(m_key), 1018);
 
     HKEY closed = nullptr;
     RegOpenKeyExW(HKEY_CURRENT_USER, u"Software", 0, KEY_READ, &closed);
@@ -94,21 +87,20 @@ TEST_F(RegistryNotify, TellsOfTheEndOfKeyHandleAndThread) {
     EXPECT_TRUE(IsTold(0));
     EXPECT_EQ(Arm(closed), 6);
 
-    const TestKey key = created(HKEY_CURRENT_USER, u"Software\\Notify");
-    std::thread([&] { EXPECT_EQ(Arm(key), 0); }).join();
+    std::thread([&] { EXPECT_EQ(Arm(m_above), 0); }).join();
     EXPECT_TRUE(IsTold(0));
-    std::thread([&] { EXPECT_EQ(Arm(key, FALSE, 4 | REG_NOTIFY_THREAD_AGNOSTIC), 0); }).join();
+    std::thread([&] { EXPECT_EQ(Arm(m_above, FALSE, 4 | REG_NOTIFY_THREAD_AGNOSTIC), 0); }).join();
     EXPECT_FALSE(IsTold(0));
 }
 
 TEST_F(RegistryNotify, BlocksWithoutAnEvent) {
     std::atomic<bool> returned{false};
     std::thread waiting([&] {
-        EXPECT_EQ(RegNotifyChangeKeyValue(Key(), FALSE, 4, nullptr, FALSE), 0);
+        EXPECT_EQ(RegNotifyChangeKeyValue(m_key, FALSE, 4, nullptr, FALSE), 0);
         returned = true;
     });
     for (DWORD i = 0; !returned; ++i) {
-        set_number(Key(), u"v", i);
+        set_number(m_key, u"v", i);
     }
     waiting.join();
 }
@@ -120,19 +112,19 @@ TEST_F(RegistryNotify, ChecksItsArguments) {
         LSTATUS found, expected;
     } kRows[] = {
         {"no right", Arm(weak), 5},
-        {"no filter", Arm(Key(), FALSE, 0), 87},
-        {"a wrong filter", Arm(Key(), FALSE, 0x40), 87},
-        {"no event", RegNotifyChangeKeyValue(Key(), FALSE, 4, nullptr, TRUE), 87},
-        {"no handle of an event", RegNotifyChangeKeyValue(Key(), FALSE, 4, Key(), TRUE), 6},
+        {"no filter", Arm(m_key, FALSE, 0), 87},
+        {"a wrong filter", Arm(m_key, FALSE, 0x40), 87},
+        {"no event", RegNotifyChangeKeyValue(m_key, FALSE, 4, nullptr, TRUE), 87},
+        {"no handle of an event", RegNotifyChangeKeyValue(m_key, FALSE, 4, m_key, TRUE), 6},
         {"no key", Arm(nullptr), 6},
     };
     for (const auto &row : kRows) {
         EXPECT_EQ(row.found, row.expected) << row.name;
     }
     for (int i = 0; i < 64; ++i) {
-        EXPECT_EQ(Arm(Key()), 0);
+        EXPECT_EQ(Arm(m_key), 0);
     }
-    EXPECT_EQ(Arm(Key()), 87);
+    EXPECT_EQ(Arm(m_key), 87);
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 // Reading, setting, deleting and listing values.
 
+#include "ostrel/platform/codepage.h"
 #include "support/bytes.h"
 #include "support/registry.h"
 
@@ -9,15 +10,7 @@ using namespace std::literals;
 
 class RegistryValues : public testing::Test {
 protected:
-    RegistryValues() {
-        RegistryFolder::OfProcess();
-        RegDeleteTreeW(HKEY_CURRENT_USER, u"Software\\Values");
-        m_key = std::make_unique<TestKey>(created(HKEY_CURRENT_USER, u"Software\\Values"));
-    }
-    HKEY Key() const { return *m_key; }
-
-private:
-    std::unique_ptr<TestKey> m_key;
+    const TestKey m_key = emptied(u"Software\\Values");
 };
 
 std::string utf16(std::u16string_view text) {
@@ -36,45 +29,39 @@ TEST_F(RegistryValues, KeepsBytesAsTheyAre) {
         {"three bytes of a number", REG_DWORD, "abc"},
         {"a list without end", REG_MULTI_SZ, utf16(u"a")},
         {"an unknown type", 0xFFFF1234, "x\0y"s},
-        {"64 KiB", REG_BINARY, std::string(65536, 'x')},
-        {"1 MiB", REG_BINARY, std::string(1 << 20, 'y')},
+        {"64 KiB and a byte", REG_BINARY, std::string(65537, 'x')},
+        {"64 MiB", REG_SZ, std::string(64 << 20, 'y')},
     };
     for (const auto &row : kRows) {
-        ASSERT_EQ(set_bytes(Key(), u"v", row.type, row.bytes), 0) << row.name;
+        SCOPED_TRACE(row.name);
+        ASSERT_EQ(set_bytes(m_key, u"v", row.type, row.bytes), 0);
         for (int i = 0; i < 2; ++i) {  // the second time from the cache
-            DWORD type = 0;
-            DWORD size = 0;
-            EXPECT_EQ(RegQueryValueExW(Key(), u"V", nullptr, &type, nullptr, &size), 0);
-            EXPECT_EQ(size, row.bytes.size()) << row.name;
-            std::string bytes(size, '?');
-            EXPECT_EQ(RegQueryValueExW(Key(), u"v", nullptr, &type,
-                                       reinterpret_cast<BYTE *>(bytes.data()), &size),
-                      0);
-            EXPECT_EQ(bytes, row.bytes) << row.name;
-            EXPECT_EQ(type, row.type) << row.name;
+            DWORD type = 0, size = 0;
+            EXPECT_EQ(RegQueryValueExW(m_key, u"V", nullptr, nullptr, nullptr, &size), 0);
+            EXPECT_EQ(size, row.bytes.size());
+            EXPECT_TRUE(bytes_of(m_key, u"v", &type, size) == row.bytes);
+            EXPECT_EQ(type, row.type);
         }
     }
 }
 
 TEST_F(RegistryValues, ChecksItsArguments) {
-    set_bytes(Key(), u"v", REG_BINARY, "12345");
+    set_bytes(m_key, u"v", REG_BINARY, "12345");
     const TestKey weak = created(HKEY_CURRENT_USER, u"Software\\Values", KEY_NOTIFY);
     BYTE data[5] = {'?'};
-    DWORD size = 4;
-    DWORD type = 0;
-    DWORD reserved = 0;
+    DWORD size = 4, type = 0, reserved = 0;
     const std::u16string longest(16383, u'n');
     const auto set = [&](const std::u16string &name, const BYTE *bytes, DWORD count) {
-        return RegSetValueExW(Key(), name.c_str(), 0, REG_BINARY, bytes, count);
+        return RegSetValueExW(m_key, name.c_str(), 0, REG_BINARY, bytes, count);
     };
     const struct {
         const char *name;
         LSTATUS found, expected;
     } kRows[] = {
-        {"too small", RegQueryValueExW(Key(), u"v", nullptr, &type, data, &size), 234},
-        {"missing", RegQueryValueExW(Key(), u"w", nullptr, nullptr, nullptr, nullptr), 2},
-        {"no size", RegQueryValueExW(Key(), u"v", nullptr, nullptr, data, nullptr), 87},
-        {"reserved", RegQueryValueExW(Key(), u"v", &reserved, nullptr, nullptr, nullptr), 87},
+        {"too small", RegQueryValueExW(m_key, u"v", nullptr, &type, data, &size), 234},
+        {"missing", RegQueryValueExW(m_key, u"w", nullptr, nullptr, nullptr, nullptr), 2},
+        {"no size", RegQueryValueExW(m_key, u"v", nullptr, nullptr, data, nullptr), 87},
+        {"reserved", RegQueryValueExW(m_key, u"v", &reserved, nullptr, nullptr, nullptr), 87},
         {"no right to read", RegQueryValueExW(weak, u"v", nullptr, nullptr, nullptr, nullptr), 5},
         {"no right to set", set_number(weak, u"v", 1), 5},
         {"no right to delete", RegDeleteValueW(weak, u"v"), 5},
@@ -83,8 +70,9 @@ TEST_F(RegistryValues, ChecksItsArguments) {
         {"a longer name", set(longest + u'n', data, 1), 87},
         {"null data", set(u"v", nullptr, 1), 87},
         {"no data", set(u"w", nullptr, 0), 0},
-        {"deleting", RegDeleteValueW(Key(), u"W"), 0},
-        {"deleting twice", RegDeleteValueW(Key(), u"w"), 2},
+        {"deleting", RegDeleteValueW(m_key, u"W"), 0},
+        {"deleting twice", RegDeleteValueW(m_key, u"w"), 2},
+        {"flushing none", RegFlushKey(nullptr), 6},
     };
     for (const auto &row : kRows) {
         EXPECT_EQ(row.found, row.expected) << row.name;
@@ -96,31 +84,23 @@ TEST_F(RegistryValues, ChecksItsArguments) {
 
 TEST_F(RegistryValues, ListsValuesInTheOrderOfTheirCreation) {
     for (const char16_t *name : {u"z", u"", u"a\\b", u"M"}) {
-        set_number(Key(), name, 1);
+        set_number(m_key, name, 1);
     }
-    set_number(Key(), u"Z", 2);
-    set_number(Key(), nullptr, 2);
-    EXPECT_EQ(values(Key()), u"z  a\\b M ");
-    RegDeleteValueW(Key(), u"z");
-    set_number(Key(), u"z", 3);
-    EXPECT_EQ(values(Key()), u" a\\b M z ");
+    set_number(m_key, nullptr, 2);
+    EXPECT_EQ(values(m_key), u"z  a\\b M ");
     WCHAR name[3];
-    DWORD count = 3;
-    DWORD size = 3;
+    DWORD count = 3, size = 3;
     BYTE data[4];
-    EXPECT_EQ(RegEnumValueW(Key(), 1, name, &count, nullptr, nullptr, data, &size), 234);
+    EXPECT_EQ(RegEnumValueW(m_key, 2, name, &count, nullptr, nullptr, data, &size), 234);
     EXPECT_EQ(count, 3u);
-    EXPECT_EQ(RegEnumValueW(Key(), 2, name, &count, nullptr, nullptr, data, &size), 234);
+    EXPECT_EQ(RegEnumValueW(m_key, 3, name, &count, nullptr, nullptr, data, &size), 234);
     EXPECT_EQ(size, 4u);
-    EXPECT_EQ(RegEnumValueW(Key(), 2, name, &count, nullptr, nullptr, data, &size), 0);
-    EXPECT_EQ(RegEnumValueW(Key(), 4, name, &count, nullptr, nullptr, nullptr, nullptr), 259);
+    EXPECT_EQ(RegEnumValueW(m_key, 3, name, &count, nullptr, nullptr, data, &size), 0);
+    EXPECT_EQ(RegEnumValueW(m_key, 4, name, &count, nullptr, nullptr, nullptr, nullptr), 259);
 }
 
 TEST_F(RegistryValues, ConvertsTextOfTheNarrowCallsByTheCodePage) {
-    const bool is_932 =
-        std::string(std::getenv("LC_ALL") != nullptr ? std::getenv("LC_ALL") : "").find("SJIS") !=
-        std::string::npos;
-    const std::string kana = is_932 ? "\x82\xA0" : "\xE3\x81\x82";  // U+3042
+    const std::string kana = GetACP() == 932 ? "\x82\xA0" : "\xE3\x81\x82";  // U+3042
     const struct {
         DWORD type;
         std::string narrow, stored;
@@ -130,38 +110,32 @@ TEST_F(RegistryValues, ConvertsTextOfTheNarrowCallsByTheCodePage) {
         {REG_BINARY, kana, kana},
     };
     for (const auto &row : kRows) {
-        ASSERT_EQ(RegSetValueExA(Key(), kana.c_str(), 0, row.type,
+        ASSERT_EQ(RegSetValueExA(m_key, kana.c_str(), 0, row.type,
                                  reinterpret_cast<const BYTE *>(row.narrow.data()),
                                  static_cast<DWORD>(row.narrow.size())),
                   0);
-        std::string bytes(20, '?');
-        DWORD size = 20;
-        EXPECT_EQ(RegQueryValueExW(Key(), u"\u3042", nullptr, nullptr,
-                                   reinterpret_cast<BYTE *>(bytes.data()), &size),
-                  0);
-        EXPECT_EQ(bytes.substr(0, size), row.stored);
+        EXPECT_EQ(bytes_of(m_key, u"\u3042"), row.stored);
         DWORD asked = 0;
-        EXPECT_EQ(RegQueryValueExA(Key(), kana.c_str(), nullptr, nullptr, nullptr, &asked), 0);
+        EXPECT_EQ(RegQueryValueExA(m_key, kana.c_str(), nullptr, nullptr, nullptr, &asked), 0);
         EXPECT_EQ(asked, row.narrow.size());
-        EXPECT_EQ(RegQueryValueExA(Key(), kana.c_str(), nullptr, nullptr,
+        std::string bytes(asked, '?');
+        EXPECT_EQ(RegQueryValueExA(m_key, kana.c_str(), nullptr, nullptr,
                                    reinterpret_cast<BYTE *>(bytes.data()), &asked),
                   0);
-        EXPECT_EQ(bytes.substr(0, asked), row.narrow);
+        EXPECT_EQ(bytes, row.narrow);
     }
 }
 
 TEST_F(RegistryValues, GetsValuesOfACertainType) {
     setenv("REGISTRY_VALUES", "here", 1);
-    created(Key(), u"sub");
-    const TestKey sub = created(Key(), u"sub");
+    const TestKey sub = created(m_key, u"sub");
     set_bytes(sub, u"text", REG_SZ, utf16(u"ab"));
     set_bytes(sub, u"list", REG_MULTI_SZ, utf16(u"a\0b"sv));
     set_bytes(sub, u"expands", REG_EXPAND_SZ, utf16(u"%%Registry_Values%x%no%"));
     set_number(sub, u"number", 7);
     const struct {
         const char16_t *name;
-        DWORD flags;
-        DWORD capacity;
+        DWORD flags, capacity;
         LSTATUS code;
         std::string bytes;
     } kRows[] = {
@@ -178,20 +152,14 @@ TEST_F(RegistryValues, GetsValuesOfACertainType) {
         {u"missing", RRF_RT_ANY, 4, 2, ""},
     };
     for (const auto &row : kRows) {
+        SCOPED_TRACE(PrintToString(row.name));
         std::string bytes(60, '?');
         DWORD size = row.capacity;
-        EXPECT_EQ(RegGetValueW(Key(), u"SUB", row.name, row.flags, nullptr, bytes.data(), &size),
-                  row.code)
-            << PrintToString(row.name);
-        EXPECT_EQ(row.code == 0 ? bytes.substr(0, size) : "", row.bytes) << PrintToString(row.name);
+        EXPECT_EQ(RegGetValueW(m_key, u"SUB", row.name, row.flags, nullptr, bytes.data(), &size),
+                  row.code);
+        EXPECT_EQ(row.code == 0 ? bytes.substr(0, size) : "", row.bytes);
     }
-    EXPECT_EQ(RegGetValueW(Key(), u"none", u"x", RRF_RT_ANY, nullptr, nullptr, nullptr), 2);
-}
-
-TEST_F(RegistryValues, FlushesToTheDisk) {
-    EXPECT_EQ(set_number(Key(), u"v", 1), 0);
-    EXPECT_EQ(RegFlushKey(Key()), 0);
-    EXPECT_EQ(RegFlushKey(nullptr), 6);
+    EXPECT_EQ(RegGetValueW(m_key, u"none", u"x", RRF_RT_ANY, nullptr, nullptr, nullptr), 2);
 }
 
 }  // namespace
