@@ -35,9 +35,7 @@ inline void expect_success(pid_t child) {
 
 // Whether `ostrel-reg check` finds the stores of OSTREL_REGISTRY sound. Prints what it finds else.
 inline void expect_sound() {
-    EXPECT_EQ(std::system(OSTREL_REG " check >/tmp/ostrel-soak.txt ||"
-                                     " { cat /tmp/ostrel-soak.txt; false; }"),
-              0);
+    EXPECT_EQ(std::system("said=$(" OSTREL_REG " check 2>&1) || { echo \"$said\"; false; }"), 0);
 }
 
 // The content that a value has by its number: from 8 to 30,000 bytes.

@@ -19,23 +19,13 @@ struct HostLimits : testing::Test {
     }
 };
 
-// Runs a part of a test as another user, or with another root.
-template <class Part>
-void in_a_child(Part part) {
-    const auto run = [&part] {
-        part();
-        return testing::Test::HasFailure() ? 1 : 0;
-    };
-    EXPECT_EQ(exit_of_child(run), 0);
-}
-
 TEST_F(HostLimits, AnOrdinaryUserIsToldWhatIsRefused) {
     const Planted dir("locked/f=1 open/f=2 mine/f=3");
     ASSERT_EQ(chmod("locked", 0700) | chmod(dir.Path().c_str(), 0755) | chmod("open/f", 0600) |
                   chown("mine", kNobody, kNobody),
               0);
     const Lines before = lines_of();
-    in_a_child([] {
+    EXPECT_TRUE(holds_in_child([] {
         EXPECT_EQ(setresuid(kNobody, kNobody, kNobody), 0);
         EXPECT_EQ(error_of(copyFileEx(TEXT("open\\f"), TEXT("mine\\g"), false)),
                   ERROR_ACCESS_DENIED);
@@ -51,7 +41,7 @@ TEST_F(HostLimits, AnOrdinaryUserIsToldWhatIsRefused) {
         };
         deleteTree(TEXT("open"), note, &outcomes, 1, 1, TEXT("*"));
         EXPECT_EQ(outcomes, "--");
-    });
+    }));
     EXPECT_EQ(lines_of(), before);
 }
 
@@ -64,14 +54,14 @@ TEST_F(HostLimits, AnOrdinaryUserUsesWhatIsAllowed) {
                   chmod("silent", 0111) | chmod("theirs", 0777) | chmod("theirs/locked", 0444) |
                   std::system("chown -R 65534 s"),
               0);
-    in_a_child([] {
+    EXPECT_TRUE(holds_in_child([] {
         EXPECT_EQ(setresuid(kNobody, kNobody, kNobody), 0);
         EXPECT_EQ(copyDirectory(TEXT("s"), TEXT("copied"), 1, 0, 0), 1);
         EXPECT_EQ(moveDirectory(TEXT("s"), TEXT("moved"), 1, 0), 1);
         EXPECT_EQ(calcFileSize(TEXT("silent"), TEXT("f"), 0, nullptr, false, nullptr), 5u);
         EXPECT_EQ(calcFileSize(TEXT("silent"), TEXT("*"), 0, nullptr, false, nullptr), 0u);
         deleteTree(TEXT("theirs"), nullptr, nullptr, 1, 1, TEXT("*"));
-    });
+    }));
     EXPECT_EQ(tree(),
               "copied/ copied/d/ copied/d/g=2 copied/f=1 moved/ moved/d/ moved/d/g=2 moved/f=1 s/ "
               "silent/ silent/f=12345 theirs/ theirs/locked=3 ");
@@ -79,10 +69,10 @@ TEST_F(HostLimits, AnOrdinaryUserUsesWhatIsAllowed) {
 
 TEST_F(HostLimits, DirectoriesMoveWithoutProc) {
     const Planted dir("s/f=1 s/d/g=2");
-    in_a_child([] {
+    EXPECT_TRUE(holds_in_child([] {
         EXPECT_EQ(chroot("."), 0);
         EXPECT_EQ(moveDirectory(TEXT("s"), TEXT("t"), 1, 0), 1);
-    });
+    }));
     EXPECT_EQ(tree(), "t/ t/d/ t/d/g=2 t/f=1 ");
 }
 

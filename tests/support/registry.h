@@ -3,12 +3,6 @@
 
 // Registries of tests: a folder of their own, and short forms of the calls.
 
-#include <sys/prctl.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <csignal>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <optional>
@@ -17,7 +11,7 @@
 
 #include "ostrel/platform/error.h"
 #include "ostrel/platform/registry.h"
-#include "support/test.h"
+#include "support/child.h"
 
 // A folder that OSTREL_REGISTRY names, removed with the pages of its stores at the end. A process
 // has one, from before its first call on: the layer asks for the folder once.
@@ -80,44 +74,6 @@ private:
 
     std::string m_top, m_path;
 };
-
-// Forks a child that does not outlive this process.
-inline pid_t fork_child() {
-    const pid_t child = fork();
-    if (child == 0) {
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
-    }
-    return child;
-}
-
-// Starts a child, which ends with 1 after a failure of its own or of this process.
-template <class Body>
-pid_t started(Body body) {
-    std::fflush(nullptr);
-    const pid_t child = fork_child();
-    if (child == 0) {
-        body();
-        std::fflush(nullptr);
-        _exit(testing::Test::HasFailure() ? 1 : 0);
-    }
-    return child;
-}
-
-inline bool has_succeeded(pid_t child) {
-    int status = 1;
-    waitpid(child, &status, 0);
-    return status == 0;
-}
-
-// Runs `body` in a child process and returns whether neither the child nor this process has met a
-// failure.
-template <class Body>
-bool holds_in_child(Body body) {
-    return has_succeeded(started([&] {
-        alarm(120);
-        body();
-    }));
-}
 
 // A handle that closes itself.
 class TestKey {
