@@ -41,9 +41,9 @@ public:
     CCriticalSection_local(const CCriticalSection_local &) = delete;
     CCriticalSection_local &operator=(const CCriticalSection_local &) = delete;
 
-    // Waits for the lock no longer than so many milliseconds; 0 only tries. Returns true when the
-    // calling thread owns the lock, which the thread then leaves by Leave. A thread that waits asks
-    // once a millisecond, so threads that wait in CHolder come first.
+    // Waits for the lock for about so many milliseconds at most; 0 only tries. Returns true when
+    // the calling thread owns the lock, which the thread then leaves by Leave. A thread that waits
+    // asks once a millisecond, so threads that wait in CHolder come first.
     bool TryEnter(DWORD milliseconds) noexcept;
     void Leave() noexcept;
 

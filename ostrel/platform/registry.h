@@ -13,12 +13,13 @@
 //   }
 //
 // Implemented with SQLite (one database for the machine, one for each user), a page of memory that
-// the processes share, and futexes.
+// the processes share, and futexes. The files are in /var/lib/ostrel/registry and in the user's
+// ~/.local/state/ostrel/registry, or both in the folder that OSTREL_REGISTRY names.
 //
 // Errors. Every call returns a code of error.h, ERROR_SUCCESS (0) for success, and leaves the last
 // error alone, unless its comment says otherwise. A call that reaches the store can also return:
 //   ERROR_INVALID_HANDLE     `key` is no open key and no root that exists here
-//   ERROR_KEY_DELETED        the key behind the handle has been deleted
+//   ERROR_KEY_DELETED        the key behind the handle has been deleted, or its store was removed
 //   ERROR_ACCESS_DENIED      the handle lacks the right that the call needs, or this user may not
 //                            read, or not write, the store's file
 //   ERROR_BADDB              the file is damaged, is no registry, or has a newer format; the call
@@ -161,8 +162,9 @@ OSTREL_PLATFORM_API LSTATUS RegOpenKeyExW(HKEY key, const WCHAR *subkey, DWORD o
 // Returns what RegOpenKeyExW returns, and stores REG_CREATED_NEW_KEY or REG_OPENED_EXISTING_KEY in
 // `disposition` on success; further codes:
 //   ERROR_INVALID_PARAMETER        a name of more than 256 units, more than 32 levels to create, a
-//                                  key directly below a root that holds stores (HKEY_LOCAL_MACHINE,
-//                                  HKEY_USERS), `subkey` is null, `reserved` or `options` is wrong
+//                                  key more than 512 levels below HKEY_LOCAL_MACHINE or HKEY_USERS,
+//                                  or directly below one of these, `subkey` is null, `reserved` or
+//                                  `options` is wrong
 //   ERROR_CHILD_MUST_BE_VOLATILE   a stable key below a volatile one
 OSTREL_PLATFORM_API LSTATUS RegCreateKeyExW(HKEY key, const WCHAR *subkey, DWORD reserved,
                                             WCHAR *class_name, DWORD options, REGSAM access,
@@ -208,10 +210,10 @@ OSTREL_PLATFORM_API LSTATUS RegSetValueExW(HKEY key, const WCHAR *name, DWORD re
 OSTREL_PLATFORM_API LSTATUS RegSetValueExA(HKEY key, const char *name, DWORD reserved, DWORD type,
                                            const BYTE *data, DWORD size) noexcept;
 
-// Delete a key without subkeys, and its values. `subkey` is a path below `key`. The name is free at
-// once; a handle that is still open gives ERROR_KEY_DELETED, also after a new key has the name.
-// RegDeleteKeyExW ignores `access`, apart from the check for both flags of a view. The rights of
-// the handle do not matter.
+// Delete a key without subkeys, and its values. `subkey` is a path below `key`; an empty path
+// deletes `key` itself. The name is free at once; a handle that is still open gives
+// ERROR_KEY_DELETED, also after a new key has the name. RegDeleteKeyExW ignores `access`, apart
+// from the check for both flags of a view. The rights of the handle do not matter.
 //
 // Return ERROR_SUCCESS. On failure return:
 //   ERROR_FILE_NOT_FOUND     there is no such key
@@ -256,7 +258,9 @@ OSTREL_PLATFORM_API LSTATUS RegEnumValueW(HKEY key, DWORD index, WCHAR *name, DW
                                           DWORD *size) noexcept;
 
 // Gives facts of a key. Needs KEY_QUERY_VALUE. Every pointer may be null. Lengths of names and
-// classes are in units without NUL, the longest data in bytes. `security_size` receives 0.
+// classes are in units without NUL, the longest data in bytes. `security_size` receives 0. The
+// call looks at each subkey, unless the three pointers for subkeys are null, and at each value,
+// unless the three for values are null.
 //
 // Returns ERROR_SUCCESS. On failure returns:
 //   ERROR_MORE_DATA          `class_name` is too small; `class_count` receives the units, and all
@@ -283,7 +287,7 @@ OSTREL_PLATFORM_API LSTATUS RegFlushKey(HKEY key) noexcept;
 //   ERROR_UNSUPPORTED_TYPE   the value has another type
 //   ERROR_MORE_DATA          `data` is too small; `size` receives a size that is sufficient
 //   ERROR_INVALID_PARAMETER  `flags` holds no type, both flags for a view, or RRF_RT_REG_EXPAND_SZ
-//                            without RRF_NOEXPAND as the only type beside none
+//                            as its only type without RRF_NOEXPAND
 OSTREL_PLATFORM_API LSTATUS RegGetValueW(HKEY key, const WCHAR *subkey, const WCHAR *name,
                                          DWORD flags, DWORD *type, void *data,
                                          DWORD *size) noexcept;

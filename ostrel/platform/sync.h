@@ -162,9 +162,9 @@ OSTREL_PLATFORM_API void Sleep(DWORD milliseconds) noexcept;
 // a signalled object ends the wait whatever the time. The object is an event, a semaphore or a
 // thread.
 //
-// Returns WAIT_OBJECT_0, or WAIT_TIMEOUT, which leaves the last error as it is. On failure returns
-// WAIT_FAILED and sets the last error to ERROR_INVALID_HANDLE (the handle is no such object's) or
-// ERROR_NOT_ENOUGH_MEMORY.
+// Returns WAIT_OBJECT_0, or WAIT_TIMEOUT, which leaves the last error as it is. On failure, when
+// the handle is no such object's, returns WAIT_FAILED and sets the last error to
+// ERROR_INVALID_HANDLE. A wait for these objects needs neither memory nor a descriptor of the host.
 OSTREL_PLATFORM_API DWORD WaitForSingleObject(HANDLE object, DWORD milliseconds) noexcept;
 
 // Waits for one of `count` objects (`all` FALSE) or for all of them at the same moment (`all`
@@ -178,7 +178,6 @@ OSTREL_PLATFORM_API DWORD WaitForSingleObject(HANDLE object, DWORD milliseconds)
 //   ERROR_INVALID_PARAMETER  `count` is 0 or above 64; `objects` is null; a wait for all names an
 //                            object twice
 //   ERROR_INVALID_HANDLE     a handle is no such object's
-//   ERROR_NOT_ENOUGH_MEMORY  memory is missing
 OSTREL_PLATFORM_API DWORD WaitForMultipleObjects(DWORD count, const HANDLE *objects, BOOL all,
                                                  DWORD milliseconds) noexcept;
 

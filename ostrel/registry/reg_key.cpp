@@ -1,7 +1,10 @@
 #include "ostrel/registry/reg_key.h"
 
+#include <algorithm>
+#include <limits>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "ostrel/core/acc_buffer.h"
@@ -41,9 +44,11 @@ LONG query_text(HKEY key, const Char *name, Text *text) {
     return status;
 }
 
+// The bytes of a text with its NUL. What a DWORD cannot hold is more than the platform takes.
 template <class Char>
-DWORD bytes_with_nul(const Char *text) noexcept {
-    return static_cast<DWORD>((std::char_traits<Char>::length(text) + 1) * sizeof(Char));
+DWORD bytes_with_nul(std::basic_string_view<Char> text) noexcept {
+    return static_cast<DWORD>(
+        std::min<std::size_t>((text.size() + 1) * sizeof(Char), std::numeric_limits<DWORD>::max()));
 }
 
 LONG write(HKEY key, const WCHAR *name, DWORD type, const void *bytes, DWORD size) noexcept {
@@ -187,12 +192,12 @@ LONG CRegKey::SetValue(DWORD value, const WCHAR *name) noexcept {
 LONG CRegKey::SetValue(const char *value, const char *name) noexcept {
     const char *const text = value != nullptr ? value : "";
     return RegSetValueExA(m_hKey, name, 0, REG_SZ, reinterpret_cast<const BYTE *>(text),
-                          bytes_with_nul(text));
+                          bytes_with_nul<char>(text));
 }
 
 LONG CRegKey::SetValue(const WCHAR *value, const WCHAR *name) noexcept {
     const WCHAR *const text = value != nullptr ? value : TEXT("");
-    return write(m_hKey, name, REG_SZ, text, bytes_with_nul(text));
+    return write(m_hKey, name, REG_SZ, text, bytes_with_nul<WCHAR>(text));
 }
 
 LONG CRegKey::SetValue(FILETIME value, const WCHAR *name) noexcept {
@@ -205,7 +210,7 @@ LONG CRegKey::SetValue(const std::set<x_wstring, XWSTRICMP> &values, const WCHAR
     for (const x_wstring &value : values) {
         if (!value.IsEmpty()) {
             bytes.Append(reinterpret_cast<const unsigned char *>(value.c_str()),
-                         static_cast<DWORD>((value.size() + 1) * sizeof kEnd));
+                         bytes_with_nul<WCHAR>(value));
         }
     }
     bytes.Append(reinterpret_cast<const unsigned char *>(&kEnd), sizeof kEnd);

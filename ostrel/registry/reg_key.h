@@ -71,11 +71,11 @@ public:
     LONG DeleteSubKey(const WCHAR *name) noexcept;
     LONG DeleteValue(const WCHAR *name) noexcept;
 
-    // Deletes the key `keyName` of this key with all that is below it, from the leaves up. A
-    // failure leaves what is not deleted yet. The call is recursive: each level takes about 700
-    // bytes of the stack and one handle. For an empty name, deletes everything below this key and
-    // returns what RegDeleteKeyW returns for an empty name. A subkey that another thread or process
-    // creates meanwhile is deleted too, or makes the call fail with ERROR_ACCESS_DENIED.
+    // Deletes the key `keyName` of this key with all that is below it, from the leaves up; an empty
+    // name deletes this key itself. A failure leaves what is not deleted yet. The call is
+    // recursive: each level, of which a registry has up to 512, takes about 700 bytes of the stack
+    // and one handle. A subkey that another thread or process creates meanwhile is deleted too, or
+    // makes the call fail with ERROR_ACCESS_DENIED, as does a subkey whose name has 256 units.
     LONG RecurseDeleteKey(const WCHAR *keyName) noexcept;
 
     // Writes the key with all that is below it to `file`, as RegSaveKeyW does. Deletes an existing
@@ -112,7 +112,8 @@ public:
     static LONG QueryDWORDValue(HKEY parent, const WCHAR *keyName, const WCHAR *name,
                                 DWORD *value) noexcept;
 
-    // Write the value `name`, and replace its type. A null text counts as empty.
+    // Write the value `name`, and replace its type. A null text counts as empty. A text that is
+    // longer than the platform takes (512 MiB) fails with ERROR_NO_SYSTEM_RESOURCES.
 
     LONG SetValue(DWORD value, const WCHAR *name) noexcept;  // REG_DWORD
     // REG_SZ, with its NUL. Value and name are in the system code page.

@@ -13,16 +13,17 @@
 // Each registration and each ContinueToMonitor arms one signal. A value that is set or deleted, by
 // any process, signals. So does the end of the watch: the key is deleted or closed, or the thread
 // that armed last ends (ostrel/platform/registry.h). Subkeys and their values do not signal. A
-// change between a signal and ContinueToMonitor signals at once.
+// change between a signal and ContinueToMonitor signals at once. After the key has been deleted,
+// ContinueToMonitor arms nothing, and the event stays silent.
 //
 // For callbacks and many keys see reg_monitor_ex.h.
 //
 // Ownership: the destructor closes event and key, which ends the watch. Copies have the same two
 // handles: only one of them may be destroyed while the handles are in use.
 // Threads: one thread at a time may use an object. Any thread may wait for the event. A thread that
-// waits when the destructor runs is not woken.
+// waits when the destructor runs is woken if a signal is armed, as by a change, and else never.
 // Errors: nothing is thrown or reported. GetNotifyEvent returns null after a first registration
-// that failed.
+// that failed. Without KEY_NOTIFY, or memory for it, there is an event that never signals.
 
 #include "ostrel/core/api.h"
 #include "ostrel/registry/reg_key.h"

@@ -21,8 +21,18 @@ constexpr DWORD kWatcherPatience = 5000;
 thread_local bool t_isDispatcher = false;
 
 // What other threads may ask when the object is gone.
-std::atomic<int> s_watchers{0};  // threads
-bool s_hasEnded = false;         // no thread can use the object any more; guarded by m_csRegInfo
+std::atomic<int> s_watchers{0};     // threads
+bool s_hasEnded = false;            // no thread can use the object any more; guarded by m_csRegInfo
+std::atomic<bool> s_isOver{false};  // the end has come, whoever uses the object still
+std::atomic<HANDLE> s_dispatcher{nullptr};  // signalled in the child of a fork too
+
+std::size_t s_uncounted = 0;  // items above the semaphore's maximum; guarded by m_csNotifyQueue
+
+// Whether calls have no effect any more. They must not wait for m_csRegInfo then: a callback that
+// never returns has the lock, or a thread that the child of a fork lacks.
+bool is_over() noexcept {
+    return s_isOver || WaitForSingleObject(s_dispatcher, 0) == WAIT_OBJECT_0;
+}
 
 // Repeats what memory is missing for.
 template <class Action>
@@ -85,6 +95,7 @@ CRegMonitorEx *CRegMonitorEx::Instance() {
         Owner() : monitor() {}
         ~Owner() {
             monitor.ExitMonitor();
+            s_isOver = true;
             if (s_hasEnded) {
                 monitor.~CRegMonitorEx();
             }
@@ -100,6 +111,7 @@ CRegMonitorEx::CRegMonitorEx() {
     m_hExitEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
     m_hNotifyThread =
         reinterpret_cast<HANDLE>(_beginthreadex(nullptr, 0, NotifyThread, this, 0, nullptr));
+    s_dispatcher = m_hNotifyThread;
 }
 
 CRegMonitorEx::~CRegMonitorEx() {
@@ -126,7 +138,7 @@ x_wstring CRegMonitorEx::ComposeKeyName(const x_wstring &keyName, bool subTree) 
 bool CRegMonitorEx::RegisterRegNotify(const x_wstring &keyName, bool subTree,
                                       int (*callback)(const x_wstring &), bool notifyNow) {
     const x_wstring name(keyName.c_str());  // a callback may end the life of `keyName`
-    if (name.IsEmpty() || callback == nullptr) {
+    if (name.IsEmpty() || callback == nullptr || is_over()) {
         return false;
     }
     const x_wstring composed = ComposeKeyName(name, subTree);
@@ -194,6 +206,9 @@ bool CRegMonitorEx::RegisterRegNotify(const x_wstring &keyName, bool subTree,
 void CRegMonitorEx::Unregister(const x_wstring &keyName, bool subTree,
                                int (*callback)(const x_wstring &)) {
     const x_wstring composed = ComposeKeyName(keyName, subTree);
+    if (is_over()) {
+        return;
+    }
     const CCriticalSection_local::CHolder held(m_csRegInfo);
     if (!s_hasEnded) {
         RemoveCallback(composed, callback);
@@ -244,7 +259,9 @@ DWORD CRegMonitorEx::ThreadProc(void *block) {
 void CRegMonitorEx::Enqueue(const _NotifyItem &item) {
     const CCriticalSection_local::CHolder held(m_csNotifyQueue);
     m_queueNotify.push_back(item);
-    ReleaseSemaphore(m_hQueueSemaphore, 1, nullptr);
+    if (ReleaseSemaphore(m_hQueueSemaphore, 1, nullptr) == FALSE) {
+        ++s_uncounted;
+    }
 }
 
 unsigned int CRegMonitorEx::NotifyThread(void *self) {
@@ -257,6 +274,10 @@ unsigned int CRegMonitorEx::NotifyThread(void *self) {
             const CCriticalSection_local::CHolder held(m_csNotifyQueue);
             item = monitor->m_queueNotify.front();
             monitor->m_queueNotify.pop_front();
+            if (s_uncounted != 0 &&
+                ReleaseSemaphore(monitor->m_hQueueSemaphore, 1, nullptr) != FALSE) {
+                --s_uncounted;
+            }
         }
         monitor->Notify(item.hEvent);
     }

@@ -22,12 +22,12 @@
 // after a change reads what the change wrote. Watching begins on the unit's own thread, shortly
 // after RegisterRegNotify returns; a change in between can pass without a call. A key that is
 // deleted calls the callbacks once; its unit is silent from then on, until it is unregistered. A
-// unit whose thread the host refuses is silent too.
+// unit whose thread the host refuses is silent too, and all units are when it refuses the
+// dispatcher.
 //
 // Callbacks run on one thread, the dispatcher, one after the other in the order of the signals. A
 // callback that takes long delays all others, and RegisterRegNotify and Unregister on other threads
-// too; the changes are counted meanwhile. (From 65,535 waiting signals on, the excess waits until
-// later signals come.)
+// too; the changes are counted meanwhile.
 //   - A callback may register and unregister callbacks, its own too. A callback that is registered
 //     or unregistered during the calls of its unit is called, or is not called, from then on. The
 //     name stays valid until the callback returns.
@@ -35,22 +35,24 @@
 //   - A callback must not end its thread, as pthread_exit does.
 //   - An exception that leaves a callback on the dispatcher is dropped; the other callbacks are
 //     called. An exception of the immediate call of RegisterRegNotify reaches the caller.
-//   - Unregister before you unload the library that holds a callback. On a thread other than the
-//     dispatcher, the callback is not running any more when Unregister returns. A callback that
-//     unloads its own library crashes.
+//   - Unregister before you unload the library that holds a callback. Outside of callbacks, the
+//     callback is not running any more when Unregister returns. A callback that unloads its own
+//     library crashes.
 //
 // The end. The first call of Instance keeps this library loaded until the process ends, as its
 // threads run in it: dlclose has no effect from then on. At the exit of the process, signals that
 // wait are dispatched for up to 500 ms; the rest is dropped. A callback that still runs then goes
 // on beside the exit, and the dispatcher stops once it has called the other callbacks of the unit.
 // The exit waits up to 1 s more for callbacks on any thread, and up to 5 s for watchers that are
-// inside a call of the platform, which takes microseconds unless the store hangs. So the exit takes
-// at most 6.5 s. What is still in use then is left to the system. A callback may call exit. Calls
-// after the end, from destructors of static objects, have no effect: RegisterRegNotify returns
-// false.
+// inside a call of the platform, which takes microseconds unless the store hangs. So the end takes
+// about 7 s at most. What is still in use then is left to the system. A callback may call exit.
+// Calls after the end, from destructors of static objects, have no effect: RegisterRegNotify
+// returns false. A static object that is made after the first call of Instance is destroyed before
+// the end, so its call waits for a callback that runs.
 //
-// Forks. The child of a fork has no dispatcher and no watchers: nothing is called there, and the
-// exit of the child waits for nobody.
+// Forks. The child of a fork has no dispatcher and no watchers: nothing is called there, calls have
+// no effect, as after the end, and the exit of the child waits for nobody. A callback that forks
+// has to end the child itself: its only thread is a dispatcher, which returns to its wait.
 //
 // Threads: any thread may call anything.
 // Errors: RegisterRegNotify returns false. Instance, RegisterRegNotify and Unregister throw

@@ -28,6 +28,7 @@ struct Platform {
     std::atomic<bool> has_no_time{false};         // Sleep returns at once
     std::atomic<int> sleeps{0};
     std::atomic<bool> is_terminated{false};
+    std::atomic<int> refused_counts{0};
     std::function<void()> at_section;
 };
 // Where the thread calls at_section next.
@@ -89,6 +90,13 @@ BOOL TerminateThread(HANDLE thread, DWORD code) noexcept {
     const BOOL result = next_call<BOOL (*)(HANDLE, DWORD)>("_Z15TerminateThreadPvj")(thread, code);
     platform().is_terminated = true;
     return result;
+}
+
+BOOL ReleaseSemaphore(HANDLE semaphore, LONG count, LONG *previous) noexcept {
+    static const auto next = next_call<BOOL (*)(HANDLE, LONG, LONG *)>("_Z16ReleaseSemaphorePviPi");
+    return platform().refused_counts > 0 && platform().refused_counts-- > 0
+               ? FALSE
+               : next(semaphore, count, previous);
 }
 
 void EnterCriticalSection(CRITICAL_SECTION *section) noexcept {
@@ -324,6 +332,21 @@ TEST_F(RegMonitorExRaces, WaitsForMemoryInItsThreads) {
     until_called(200);
 }
 
+// The semaphore has its maximum.
+TEST_F(RegMonitorExRaces, CallsForSignalsThatTheSemaphoreDoesNotCount) {
+    static std::atomic<bool> goes_on{false};
+    Calls::All().Set(0, [](const OS::x_wstring &) { until([] { return goes_on.load(); }); });
+    const Watched unit = watch(kFirst, callback<0>);
+    signal_change(unit);
+    until_called(1);
+    platform().refused_counts = 3;
+    for (int i = 0; i < 4; ++i) {
+        signal_change(unit);
+    }
+    goes_on = true;
+    until_called(5);
+}
+
 [[noreturn]] void leave() {
     std::exit(7);
 }
@@ -332,11 +355,22 @@ void at_exit_of_the_child(void (*handler)()) {
     std::atexit(handler);  // before the object exists, so after its end
 }
 
-[[noreturn]] void expect_exit_of_fork() {
+// What the destructors of static objects do.
+void expect_no_effect() {
+    monitor().Unregister(kFirst, false, callback<0>);
+    if (monitor().RegisterRegNotify(kFirst, false, callback<1>, true)) {
+        _exit(1);
+    }
+}
+
+[[noreturn]] void expect_exit_of_fork(bool has_dispatcher) {
     const pid_t child = fork();
     if (child == 0) {
         alarm(50);
         platform().sleeps = 0;
+        if (!has_dispatcher) {
+            expect_no_effect();
+        }
         leave();
     }
     int status = 0;
@@ -352,6 +386,7 @@ struct Exit {
 const Exit kExits[] = {
     {"a callback never returns",
      [] {
+         at_exit_of_the_child(expect_no_effect);
          Calls::All().Set(0, [](const OS::x_wstring &) { wait_for_ever(); });
          signal_change(watch(kFirst, callback<0>));
          until_called(1);
@@ -370,6 +405,7 @@ const Exit kExits[] = {
      }},
     {"a callback calls exit",
      [] {
+         at_exit_of_the_child(expect_no_effect);
          Calls::All().Set(0, [](const OS::x_wstring &) { leave(); });
          signal_change(watch(kFirst, callback<0>));
          wait_for_ever();
@@ -450,28 +486,25 @@ const Exit kExits[] = {
      }},
     {"later destructors call",
      [] {
-         at_exit_of_the_child([] {
-             monitor().Unregister(kFirst, false, callback<0>);
-             if (monitor().RegisterRegNotify(kFirst, false, callback<0>, true)) {
-                 _exit(1);
-             }
-         });
+         at_exit_of_the_child(expect_no_effect);
          watch(kFirst, callback<0>);
          leave();
      }},
 };
 
 const Exit kForks[] = {
-    {"the child of a fork",
+    {"the child of a fork during a callback",
      [] {
          at_exit_of_the_child([] { _exit(platform().sleeps == 0 ? 7 : 1); });
-         watch(kFirst, callback<0>);
-         expect_exit_of_fork();
+         Calls::All().Set(0, [](const OS::x_wstring &) { wait_for_ever(); });
+         signal_change(watch(kFirst, callback<0>));
+         until_called(1);
+         expect_exit_of_fork(false);
      }},
     {"the child of a fork by a callback",
      [] {
          at_exit_of_the_child([] { _exit(platform().sleeps == 0 ? 7 : 1); });
-         Calls::All().Set(0, [](const OS::x_wstring &) { expect_exit_of_fork(); });
+         Calls::All().Set(0, [](const OS::x_wstring &) { expect_exit_of_fork(true); });
          signal_change(watch(kFirst, callback<0>));
          wait_for_ever();
      }},

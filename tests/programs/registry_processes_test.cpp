@@ -236,6 +236,48 @@ TEST(RegistryProcesses, MakeFoldersThatOthersMayEnter) {
     }));
 }
 
+TEST(RegistryProcesses, GiveNoOldHandleAKeyOfANewStore) {
+    const RegistryFolder folder;
+    EXPECT_TRUE(holds_in_child([&] {
+        const TestKey old = created(HKEY_CURRENT_USER, u"Software\\Old");
+        const TestKey kept = created(HKEY_CURRENT_USER, u"Software");
+        EXPECT_EQ(set_number(old, u"v", 1), 0);
+        folder.RemovePages();
+        std::filesystem::remove_all(folder.Path());
+        while (open_code(HKEY_CURRENT_USER, u"Software\\Old") == 0) {
+        }
+        const TestKey key = created(HKEY_CURRENT_USER, u"Software\\New");
+        EXPECT_EQ(set_number(key, u"v", 2), 0);
+        DWORD size = 0;
+        EXPECT_EQ(RegQueryValueExW(old, u"v", nullptr, nullptr, nullptr, &size), 1018);
+        EXPECT_EQ(set_number(old, u"v", 3), 1018);
+        EXPECT_EQ(open_code(old, u""), 1018);
+        EXPECT_EQ(number(key, u"v"), 2u);
+        EXPECT_EQ(subkeys(kept), u"Classes New ");  // every store has the key
+    }));
+}
+
+TEST(RegistryProcesses, ReadACopyThatTakesThePlaceOfTheStore) {
+    const RegistryFolder folder("/store");
+    EXPECT_TRUE(holds_in_child([&] {
+        const auto store = std::filesystem::path(folder.Path()).parent_path();
+        const auto copy = store.parent_path() / "copy";
+        EXPECT_EQ(set_number(HKEY_CURRENT_USER, u"v", 1), 0);
+        std::filesystem::copy(store, copy);
+        const TestKey old = created(HKEY_CURRENT_USER, u"Software\\Old");
+        EXPECT_EQ(set_number(HKEY_CURRENT_USER, u"v", 2), 0);
+        EXPECT_EQ(number(HKEY_CURRENT_USER, u"v"), 2u);
+        folder.RemovePages();  // the file alone; this process has the page
+        std::filesystem::rename(store, store.parent_path() / "old");
+        std::filesystem::rename(copy, store);
+        while (number(HKEY_CURRENT_USER, u"v") == 2u) {
+        }
+        EXPECT_EQ(number(HKEY_CURRENT_USER, u"v"), 1u);
+        created(HKEY_CURRENT_USER, u"Software\\New");
+        EXPECT_EQ(open_code(old, u""), 1018);
+    }));
+}
+
 TEST(RegistryProcesses, MapAPageOnceHoweverOftenTheyFork) {
     const RegistryFolder folder;
     EXPECT_TRUE(holds_in_child([] {

@@ -1,5 +1,9 @@
 #include "ostrel/registry/reg_key.h"
 
+#include <sys/mman.h>
+
+#include <cstring>
+
 #include "support/registry.h"
 #include "support/temp_dir.h"
 #include "support/text.h"
@@ -85,6 +89,22 @@ TEST_F(RegKey, WritesTypesAndBytes) {
     OS::x_wstring text;
     EXPECT_EQ(sub.Open(m_key, TEXT("Sub\\New"), KEY_READ) | sub.QueryValue(TEXT("v"), text), 0);
     EXPECT_EQ(text, TEXT("x"));
+}
+
+TEST_F(RegKey, RefusesATextOfMoreThan4GiB) {
+    constexpr std::size_t kPart = 1 << 26, kParts = 64;
+    const int file = memfd_create("part", MFD_CLOEXEC);
+    EXPECT_EQ(write(file, std::string(kPart, 'x').data(), kPart), static_cast<ssize_t>(kPart));
+    // The same part again and again, and a NUL.
+    constexpr int kPrivate = MAP_PRIVATE | MAP_ANONYMOUS;
+    void *const text = mmap(nullptr, kPart * kParts + 9, PROT_READ, kPrivate, -1, 0);
+    for (std::size_t i = 0; i < kParts; ++i) {
+        mmap(static_cast<char *>(text) + i * kPart, kPart, PROT_READ, MAP_SHARED | MAP_FIXED, file,
+             0);
+    }
+    close(file);
+    EXPECT_EQ(m_key.SetValue(static_cast<const char *>(text), "s"), ERROR_NO_SYSTEM_RESOURCES);
+    munmap(text, kPart * kParts + 9);
 }
 
 TEST_F(RegKey, ReadsNumbersOfAnyType) {

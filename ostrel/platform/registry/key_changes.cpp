@@ -119,7 +119,8 @@ DWORD make_key(Database &database, const Key &base, std::u16string_view path, co
     }
     for (std::size_t levels = 1; !rest.empty(); ++levels) {
         const std::u16string_view name = take_name(&rest);
-        if (levels > kMaxNewLevels || name.size() > kMaxKeyName) {
+        const std::size_t depth = base.ancestors.size() + made->keys.size();
+        if (levels > kMaxNewLevels || depth > kMaxDepth || name.size() > kMaxKeyName) {
             return ERROR_INVALID_PARAMETER;
         }
         // Keys on the way have no class.

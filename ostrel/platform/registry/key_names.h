@@ -15,6 +15,7 @@ namespace ostrel_platform {
 inline constexpr std::size_t kMaxKeyName = 256;      // units
 inline constexpr std::size_t kMaxValueName = 16383;  // units
 inline constexpr std::size_t kMaxNewLevels = 32;
+inline constexpr std::size_t kMaxDepth = 512;  // of a key below the root of its store
 
 // Returns Unicode's simple upper case of a unit beyond ASCII. A unit whose upper case is no single
 // unit, a surrogate too, stays.

@@ -12,8 +12,8 @@
 
 namespace ostrel_platform {
 
-// A key of a store. Ids are never used again, and a key never gets another parent, so a Key is
-// right for as long as the key exists.
+// A key of a store. No id is used again (schema.h), and a key never gets another parent, so a Key
+// is right for as long as the key exists.
 struct Key {
     Store *store = nullptr;
     std::int64_t id = 0;

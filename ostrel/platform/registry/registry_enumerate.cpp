@@ -117,7 +117,8 @@ struct KeyFacts {
     std::int64_t values = 0, longest_value_name = 0, longest_value = 0;
 };
 
-DWORD read_facts(const KeyView &key, KeyFacts *facts) {
+// Subkeys and values are only counted where that is wanted: it takes time for each.
+DWORD read_facts(const KeyView &key, bool of_subkeys, bool of_values, KeyFacts *facts) {
     DWORD code = ERROR_SUCCESS;
     key.store->Read([&](Database &database) {
         Query query(database, Sql::kKeyFacts);
@@ -127,16 +128,20 @@ DWORD read_facts(const KeyView &key, KeyFacts *facts) {
         }
         facts->class_name = query.Bytes(0);
         facts->written = query.Number(1);
-        Query subkeys(database, Sql::kSubkeyFacts);
-        subkeys.Bind(key.id).Bind(host_boot()).Step();
-        facts->subkeys = subkeys.Number(0);
-        facts->longest_subkey = subkeys.Number(1) / 2;
-        facts->longest_class = subkeys.Number(2) / 2;
-        Query values(database, Sql::kValueFacts);
-        values.Bind(key.id).Step();
-        facts->values = values.Number(0);
-        facts->longest_value_name = values.Number(1) / 2;
-        facts->longest_value = values.Number(2);
+        if (of_subkeys) {
+            Query subkeys(database, Sql::kSubkeyFacts);
+            subkeys.Bind(key.id).Bind(host_boot()).Step();
+            facts->subkeys = subkeys.Number(0);
+            facts->longest_subkey = subkeys.Number(1) / 2;
+            facts->longest_class = subkeys.Number(2) / 2;
+        }
+        if (of_values) {
+            Query values(database, Sql::kValueFacts);
+            values.Bind(key.id).Step();
+            facts->values = values.Number(0);
+            facts->longest_value_name = values.Number(1) / 2;
+            facts->longest_value = values.Number(2);
+        }
     });
     return code;
 }
@@ -227,7 +232,11 @@ LSTATUS RegQueryInfoKeyW(HKEY key, WCHAR *class_name, DWORD *class_count, DWORD 
             return ERROR_INVALID_PARAMETER;
         }
         KeyFacts facts;
-        if (const DWORD code = read_facts(view, &facts)) {
+        const bool of_subkeys =
+            subkeys != nullptr || longest_subkey != nullptr || longest_class != nullptr;
+        const bool of_values =
+            values != nullptr || longest_value_name != nullptr || longest_value != nullptr;
+        if (const DWORD code = read_facts(view, of_subkeys, of_values, &facts)) {
             return code;
         }
         store_number(facts.subkeys, subkeys);

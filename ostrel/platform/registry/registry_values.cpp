@@ -126,7 +126,8 @@ LSTATUS RegSetValueExA(HKEY key, const char *name, DWORD reserved, DWORD type, c
                        DWORD size) noexcept {
     return registry_call([&] {
         const std::u16string wide = wide_name(name);
-        if (!is_text(type) || data == nullptr) {
+        // A narrow text of more than 1 GiB is too long in every code page.
+        if (!is_text(type) || data == nullptr || size > 2 * kMaxValue) {
             return set_by_handle(key, wide, reserved, type, data, size);
         }
         const std::u16string text = to_wide({reinterpret_cast<const char *>(data), size});

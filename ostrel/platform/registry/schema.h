@@ -6,7 +6,8 @@
 //
 // keys.written and the calls count 100 ns since 1601. keys.boot is null for a stable key, and the
 // host's boot id for a volatile one: rows of another boot count as missing. Ids of keys are never
-// used again, so that a handle cannot come to mean another key.
+// used again. They begin with a random number of 46 bits in each database, and those of a copy go
+// on with another one, so that a handle cannot come to mean another key.
 
 #include <cstdint>
 #include <string_view>

@@ -74,10 +74,11 @@ public:
     }
 
     // Returns a sound page with this number, or null.
-    SharedPage *Find(std::uint64_t number, bool may_write) {
+    SharedPage *Find(std::uint64_t number, const struct stat &database, bool may_write) {
         const std::lock_guard lock(m_mutex);
         for (SharedPage *const page : m_pages) {
-            if (page->Name().number == number && page->MayWrite() == may_write && page->IsSound()) {
+            if (page->Name().number == number && page->MayWrite() == may_write && page->IsSound() &&
+                page->IsOf(database)) {
                 return page;
             }
         }
@@ -158,6 +159,7 @@ SharedPage *SharedPage::Create(const struct stat &database, const std::string &p
         counter.store(next_number(&state) & ~std::uint64_t{1}, std::memory_order_relaxed);
     }
     memory->last_checkpoint.store(coarse_milliseconds(), std::memory_order_relaxed);
+    memory->database.store(database.st_ino, std::memory_order_relaxed);
     memory->number.store(name.number, std::memory_order_relaxed);
     memory->magic.store(kMagic, std::memory_order_release);
     return MappedPages::Instance().Add(
@@ -170,7 +172,7 @@ SharedPage *SharedPage::Map(const PageName &name, const struct stat &database,
     if (name.number == 0 || name.boot != host_boot()) {
         return nullptr;
     }
-    if (SharedPage *const mapped = MappedPages::Instance().Find(name.number, may_write)) {
+    if (SharedPage *const mapped = MappedPages::Instance().Find(name.number, database, may_write)) {
         return mapped;
     }
     // Another user may have put a FIFO in the place of a page that was lost.
@@ -191,7 +193,8 @@ SharedPage *SharedPage::Map(const PageName &name, const struct stat &database,
         return nullptr;
     }
     std::unique_ptr<SharedPage> page(new SharedPage(memory, name, may_write));
-    return page->IsSound() ? MappedPages::Instance().Add(std::move(page)) : nullptr;
+    return page->IsSound() && page->IsOf(database) ? MappedPages::Instance().Add(std::move(page))
+                                                   : nullptr;
 }
 
 void SharedPage::Discard(const std::string &path_beside) noexcept {

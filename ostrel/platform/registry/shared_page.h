@@ -12,7 +12,8 @@
 //
 // A page is a file on /dev/shm with a random name, which the database holds (table meta, 'page').
 // Without /dev/shm, and when a page was lost that the processes of this boot used, the file lies
-// beside the database. The header has the same random number: a page without it is not used.
+// beside the database. The header has the same random number, and the inode of the database: a page
+// without them is not used. So a copy of a database, which names the same page, has another one.
 //
 // Who may not write the database maps the page for reading alone.
 
@@ -77,6 +78,9 @@ public:
 
     const PageName &Name() const { return m_name; }
     bool MayWrite() const { return m_mayWrite; }
+    bool IsOf(const struct stat &database) const {
+        return m_memory->database.load(std::memory_order_relaxed) == database.st_ino;
+    }
     // Whether header and mapping are as they were made.
     bool IsSound() const {
         return m_memory->number.load(std::memory_order_acquire) == m_name.number &&
@@ -147,6 +151,7 @@ private:
     struct Memory {
         std::atomic<std::uint64_t> magic;
         std::atomic<std::uint64_t> number;
+        std::atomic<std::uint64_t> database;  // its inode
         alignas(64) std::atomic<std::uint32_t> writing;
         std::atomic<std::uint32_t> writes;
         alignas(64) std::atomic<std::uint32_t> change_word;

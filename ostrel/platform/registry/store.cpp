@@ -391,6 +391,10 @@ SharedPage *Store::ReplacePage(const PageName &lost) {
     const PageName none{host_boot(), 0, false};
     run(m_writer, Sql::kBeginWrite);
     set_meta(m_writer, kPage, (page != nullptr ? page->Name() : none).Text());
+    if (lost.number != 0) {
+        // This may be a copy. The ids of its new keys are not those of the original's new keys.
+        skip_key_ids(&m_writer, random_number() >> 28);
+    }
     run(m_writer, Sql::kCommit);
     if (is_in_use) {
         const timespec grace{0, kPageGrace * 1'000'000};

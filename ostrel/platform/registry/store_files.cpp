@@ -79,6 +79,8 @@ void add_first_keys(Database *database, StoreKind kind) {
             .Bind(registry_time())
             .Step();
     }
+    // No handle of a store that was removed means a key of the one in its place.
+    skip_key_ids(database, std::uint64_t{1} << 45 | random_number() >> 19);
 }
 
 void fill(Database *database, StoreKind kind) {
@@ -112,6 +114,12 @@ void upgrade_database(Database *database) {
         database->Run(kUpgrades[format]);
     }
     database->Run(("PRAGMA user_version = " + std::to_string(kFormat)).c_str());
+}
+
+void skip_key_ids(Database *database, std::uint64_t count) {
+    database->Run(
+        ("UPDATE sqlite_sequence SET seq = seq + " + std::to_string(count) + " WHERE name = 'keys'")
+            .c_str());
 }
 
 int create_database(const StorePlace &place, StoreKind kind) {

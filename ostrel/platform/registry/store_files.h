@@ -24,6 +24,9 @@ void open_in_memory(StoreKind kind, Database *database);
 void upgrade_database(Database *database);
 bool is_older_format(Database *database);
 
+// Leaves out the ids of the next keys, so many. Needs a transaction for writing.
+void skip_key_ids(Database *database, std::uint64_t count);
+
 // The time of now, in units of 100 ns since 1601.
 std::int64_t registry_time() noexcept;
 

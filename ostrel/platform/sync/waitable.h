@@ -79,7 +79,9 @@ bool clear_signal(SignalCell &cell, SignalTag tag) noexcept;
 // `stop`, which may be null, ends either wait when it is signalled, before all others.
 //
 // Returns the index of the object that ended the wait (0 for all), kStopped or kTimedOut. On
-// failure, when the host refuses a descriptor, returns kNotWaited and sets the last error.
+// failure returns kNotWaited and sets the last error: ERROR_TOO_MANY_OPEN_FILES when the host
+// refuses the descriptor, or ERROR_NOT_ENOUGH_MEMORY the memory, that an object with a descriptor
+// needs. The header that offers such an object lists both for its waits.
 inline constexpr std::uint32_t kStopped = 0x100;
 inline constexpr std::uint32_t kTimedOut = 0x101;
 inline constexpr std::uint32_t kNotWaited = 0x102;

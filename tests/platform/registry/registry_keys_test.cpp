@@ -133,6 +133,22 @@ TEST_F(RegistryKeys, DeletesATreeByTheRightsOfTheHandle) {
     EXPECT_EQ(RegDeleteTreeW(m_key, u"missing"), 2);
 }
 
+TEST_F(RegistryKeys, Has512Levels) {
+    std::u16string path, names;
+    for (int i = 0; i < 32; ++i) {
+        names += u"d\\";
+    }
+    // The key of the tests is at level 3.
+    for (; path.size() < 2 * 480; path += names) {
+        created(m_key, path + names);
+    }
+    const TestKey deep = created(m_key, path + names.substr(2 * 3));
+    HKEY out = nullptr;
+    EXPECT_EQ(RegCreateKeyExW(deep, u"d", 0, nullptr, 0, KEY_READ, nullptr, &out, nullptr), 87);
+    EXPECT_EQ(open_code(deep, u""), 0);
+    EXPECT_EQ(RegDeleteTreeW(m_key, u"d"), 0);
+}
+
 TEST_F(RegistryKeys, ListsSubkeysByTheirUpperCase) {
     for (const char16_t *name : {u"b", u"_", u"A", u"\xE4", u"a1", u"B\x9"}) {
         created(m_key, name);
@@ -177,6 +193,15 @@ TEST_F(RegistryKeys, GivesTheFactsOfAKey) {
     EXPECT_EQ(std::u16string(text, count), u"Class");
     EXPECT_EQ((std::vector<DWORD>(facts, facts + 7)), (std::vector<DWORD>{1, 4, 0, 2, 4, 5, 0}));
     EXPECT_GT(written.dwHighDateTime, 0x01D00000u);  // after 2014
+    for (std::size_t i = 0; i < 6; ++i) {
+        DWORD alone = 99;
+        DWORD *out_of[6] = {};
+        out_of[i] = &alone;
+        EXPECT_EQ(RegQueryInfoKeyW(sub, nullptr, nullptr, nullptr, out_of[0], out_of[1], out_of[2],
+                                   out_of[3], out_of[4], out_of[5], nullptr, nullptr),
+                  0);
+        EXPECT_EQ(alone, facts[i]) << i;
+    }
     count = 5;
     EXPECT_EQ(query(), 234);
     EXPECT_EQ(count, 5u);
