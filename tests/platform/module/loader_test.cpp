@@ -140,6 +140,7 @@ TEST(Loader, CountsTheLoadsOfAModule) {
     g_notes.clear();
     const HMODULE module = LoadLibraryExW(u".\\sample.so", nullptr, kOwnFolder);
     ASSERT_NE(module, nullptr) << message();
+    EXPECT_EQ(message(), "");  // not that of a load in the constructor
     EXPECT_EQ(LoadLibraryW(u"C:\\proc\\self\\cwd\\sample.so"), module);
     EXPECT_EQ(LoadLibraryW(u"sample.dll"), module);  // is loaded already
     EXPECT_EQ(file_of(module), "sample.so");
@@ -167,7 +168,7 @@ TEST(Loader, FreesNothingThatItHasNotLoaded) {
 
 TEST(Loader, MapsAFileForReadingAndRunsNothing) {
     const ModuleFolder dir;
-    plant("lone.dll=MZ");
+    plant("lone.dll=MZ sample/");
     g_notes.clear();
     const HMODULE module = LoadLibraryExW(u".\\sample", nullptr, kData);
     const HMODULE other = LoadLibraryExW(u".\\lone.dll", nullptr, kData);
