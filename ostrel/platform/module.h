@@ -3,13 +3,13 @@
 
 // Modules: programs and shared libraries, which a process begins with or loads while it runs.
 //
-//   const HMODULE module = LoadLibraryExW(TEXT("C:\\agent\\VEKA\\filter.dll"), nullptr,
-//                                         LOAD_WITH_ALTERED_SEARCH_PATH);
 //   using Filter = int (*)(const WCHAR *);
-//   if (const auto filter = reinterpret_cast<Filter>(GetProcAddress(module, "filter"))) {
-//       filter(TEXT("text"));
+//   if (const HMODULE module = LoadLibraryW(TEXT("C:\\agent\\filter.dll"))) {
+//       if (const auto filter = reinterpret_cast<Filter>(GetProcAddress(module, "filter"))) {
+//           filter(TEXT("text"));
+//       }
+//       FreeLibrary(module);
 //   }
-//   FreeLibrary(module);
 //
 // Implemented with dlopen, dlsym, dlclose, dladdr, mmap, /proc/self/maps and /proc/self/exe.
 //
@@ -20,12 +20,12 @@
 // Names. A name with a separator or a drive is a path (file.h); a relative one begins at the
 // current directory. Any other name is looked for, in this order:
 //
-//   1. among the modules that are loaded: by the name of the file for those that these calls have
-//      loaded, and by the name that the host's loader knows for all others
+//   1. unless the file is to be read: among the loaded modules, by the name of the file for those
+//      that these calls have loaded, and by the name that the host's loader knows for all others
 //   2. in the program's folder
 //   3. by the host's rules: DT_RPATH, LD_LIBRARY_PATH, DT_RUNPATH, the loader's cache and the
 //      default folders. For a file to be read, DT_RPATH and DT_RUNPATH are the program's.
-//   4. for a file to be read alone, which runs no code: in the current directory
+//   4. only for a file to be read, which runs no code: in the current directory
 //
 // Code never comes from the current directory by a name alone, because others may be able to write
 // there: for that, pass .\name. In a program that has rights which its caller lacks (AT_SECURE),
