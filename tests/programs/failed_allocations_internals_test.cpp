@@ -82,9 +82,9 @@ TEST(FailedAllocations, OfALoadedModuleLeaveNothingLoaded) {
             const HMODULE module = LoadLibraryExW(TEXT("lib\\sample.dll"), nullptr, flags);
             EXPECT_EQ(module != nullptr ? 8 : GetLastError(), ERROR_NOT_ENOUGH_MEMORY);
             EXPECT_EQ(FreeLibrary(module), module != nullptr);
-            EXPECT_EQ(content_of("/proc/self/maps").find("/lib/sample.so"), std::string::npos);
             return module != nullptr;
         });
+        EXPECT_EQ(content_of("/proc/self/maps").find("/lib/sample.so"), std::string::npos);
     }
 }
 
