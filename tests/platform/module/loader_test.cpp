@@ -213,9 +213,8 @@ TEST(Loader, GivesWhatTheModuleItselfExports) {
     EXPECT_TRUE(FreeLibrary(libc) && FreeLibrary(module));
 }
 
-TEST(Loader, ServesThreads) {
-    const ModuleFolder dir;
-    g_notesAreKept = false;
+// Loads and frees a module and a mapping on four threads. Returns how often that has failed.
+int failures_of_threads() {
     std::atomic<int> failures{0};
     std::thread threads[4];
     for (std::thread &thread : threads) {
@@ -233,8 +232,23 @@ TEST(Loader, ServesThreads) {
     for (std::thread &thread : threads) {
         thread.join();
     }
+    return failures;
+}
+
+// ThreadSanitizer does not see the lock of the host's loader, so it may see this test alone.
+TEST(Loader, CountsTheLoadsOfThreads) {
+    const ModuleFolder dir;
+    const HMODULE module = LoadLibraryExW(u".\\sample", nullptr, kOwnFolder);
+    EXPECT_EQ(failures_of_threads(), 0);
+    EXPECT_TRUE(FreeLibrary(module));
+    EXPECT_FALSE(FreeLibrary(module));
+}
+
+TEST(Loader, LoadsAndUnloadsOnThreads) {
+    const ModuleFolder dir;
+    g_notesAreKept = false;
+    EXPECT_EQ(failures_of_threads(), 0);
     g_notesAreKept = true;
-    EXPECT_EQ(failures, 0);
 }
 
 }  // namespace
