@@ -16,6 +16,7 @@
 #include "ostrel/core/x_string.h"
 #include "ostrel/file/Std_Utils_File.h"
 #include "ostrel/file/browse_directory.h"
+#include "ostrel/file/class.h"
 #include "ostrel/regex/validators.h"
 #include "ostrel/registry/reg_key.h"
 #include "ostrel/registry/reg_monitor.h"

@@ -17,8 +17,8 @@
 #include "ostrel/regex/regex_program.h"
 #include "ostrel/regex/validators.h"
 #include "support/failing_memory.h"
+#include "support/modules.h"
 #include "support/registry.h"
-#include "support/temp_dir.h"
 #include "support/test.h"
 
 namespace {
@@ -72,6 +72,20 @@ TEST(FailedAllocations, OfAMappingsCopiesLeaveSourceAndTarget) {
         *copy = two;
     });
     expect_ids(*copy, 5);
+}
+
+TEST(FailedAllocations, OfALoadedModuleLeaveNothingLoaded) {
+    const TempDir dir;
+    plant_module("needed_library", "lib/sample.so");
+    for (const DWORD flags : {LOAD_WITH_ALTERED_SEARCH_PATH, LOAD_LIBRARY_AS_DATAFILE}) {
+        fail_each_allocation([flags] {
+            const HMODULE module = LoadLibraryExW(TEXT("lib\\sample.dll"), nullptr, flags);
+            EXPECT_EQ(module != nullptr ? 8 : GetLastError(), ERROR_NOT_ENOUGH_MEMORY);
+            EXPECT_EQ(FreeLibrary(module), module != nullptr);
+            return module != nullptr;
+        });
+        EXPECT_EQ(content_of("/proc/self/maps").find("/lib/sample.so"), std::string::npos);
+    }
 }
 
 TEST(FailedAllocations, OfAnAddedItemLeaveTheTable) {

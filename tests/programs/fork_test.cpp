@@ -6,6 +6,7 @@
 #include <atomic>
 #include <thread>
 
+#include "ostrel/platform/module.h"
 #include "ostrel/platform/sync.h"
 #include "ostrel/platform/system.h"
 #include "ostrel/platform/time.h"
@@ -31,6 +32,7 @@ void use_everything(int turn) {
     EXPECT_EQ(WaitForSingleObject(event, INFINITE), WAIT_OBJECT_0);
     EXPECT_EQ(WaitForSingleObject(event, 1), WAIT_TIMEOUT);
     EXPECT_TRUE(CloseHandle(event));
+    EXPECT_TRUE(FreeLibrary(LoadLibraryExW(TEXT(".\\file"), nullptr, LOAD_LIBRARY_AS_DATAFILE)));
     DBG::DebugLogEx(nullptr, DBG::kLevelValue, TEXT(""), 1, TEXT("turn %d"), turn);
 }
 
@@ -38,6 +40,7 @@ void use_everything(int turn) {
 void take_locks() {
     WCHAR unit;
     CloseHandle(nullptr);
+    FreeLibrary(nullptr);
     static const HANDLE never = CreateEventW(nullptr, FALSE, FALSE, nullptr);
     const HANDLE pair[] = {never, never};
     WaitForMultipleObjects(2, pair, FALSE, 0);

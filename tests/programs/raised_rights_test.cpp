@@ -6,6 +6,7 @@
 
 #include "ostrel/file/Std_Utils_File.h"
 #include "ostrel/platform/error.h"
+#include "ostrel/platform/module.h"
 #include "ostrel/platform/system.h"
 #include "ostrel/platform/timezone.h"
 #include "support/file_calls.h"
@@ -61,11 +62,16 @@ TEST(RaisedRights, IgnoresThePlacesOfTheCaller) {
     EXPECT_EQ(_wgetenv(TEXT("Temp")), nullptr);
     EXPECT_EQ(std::u16string(NS_FileUtils::getTempPath()), u"C:\\tmp\\");
     EXPECT_EQ(std::u16string(NS_FileUtils::getTempFile(nullptr, TEXT("p"))).substr(0, 3), u".\\p");
+    plant("raised.so=x");
+    for (const WCHAR *module : {TEXT("raised"), TEXT("raised_rights_test.")}) {
+        EXPECT_EQ(LoadLibraryExW(module, nullptr, LOAD_LIBRARY_AS_DATAFILE), nullptr);
+        EXPECT_EQ(GetLastError(), ERROR_MOD_NOT_FOUND);
+    }
     EXPECT_EQ(seconds_west("Asia/Tokyo"), -9 * 3600);
     EXPECT_EQ(seconds_west("/usr/share/zoneinfo/Asia/Tokyo"), 0);
     EXPECT_EQ(seconds_west(":/usr/share/zoneinfo/Asia/Tokyo"), 0);
     EXPECT_EQ(seconds_west("Asia/../Asia/Tokyo"), 0);
-    EXPECT_EQ(tree("."), "drive/ ");
+    EXPECT_EQ(tree("."), "drive/ raised.so=x ");
 }
 
 }  // namespace

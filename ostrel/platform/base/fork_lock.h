@@ -15,6 +15,7 @@ enum class ForkOrder {
     kZones,
     kValues,
     kRegistry,
+    kModules,
     kHandles,
     kThreads,
     kSignals,

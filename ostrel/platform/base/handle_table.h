@@ -31,7 +31,6 @@ enum class HandleKind : std::uint8_t {
     kObject,   // CloseHandle
     kFind,     // FindClose
     kCrtFind,  // _findclose
-    kModule,   // FreeLibrary
     kService,  // CloseServiceHandle
 };
 

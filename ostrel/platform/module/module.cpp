@@ -1,6 +1,5 @@
 #include "ostrel/platform/module.h"
 
-#include <dlfcn.h>
 #include <linux/limits.h>
 #include <unistd.h>
 
@@ -13,18 +12,12 @@
 
 #include "ostrel/platform/base/call_result.h"
 #include "ostrel/platform/base/errno_code.h"
-#include "ostrel/platform/base/handle_table.h"
 #include "ostrel/platform/base/host_descriptor.h"
 #include "ostrel/platform/file/host_path.h"
+#include "ostrel/platform/module/loaded_modules.h"
 
 namespace ostrel_platform {
 namespace {
-
-// Whether a program or shared library is loaded at the address.
-bool is_load_address(const void *address) {
-    Dl_info info;
-    return address != nullptr && dladdr(address, &info) != 0 && info.dli_fbase == address;
-}
 
 // Removes " (deleted)", which the host appends to the path of a file that was removed or replaced,
 // unless a file has that whole name.
@@ -96,12 +89,16 @@ DWORD find_mapped(const void *address, std::string *path) {
     return ERROR_MOD_NOT_FOUND;
 }
 
+// Stores the path of the file behind a handle. Returns 0 or an error code.
+DWORD find_loaded(HMODULE module, std::string *path) {
+    const void *const address = is_file_handle(module) ? address_of_file(module) : module;
+    const bool is_known = is_file_handle(module) ? LoadedModules::Instance().HasFile(address)
+                                                 : is_load_address(address);
+    return is_known ? find_mapped(address, path) : ERROR_MOD_NOT_FOUND;
+}
+
 }  // namespace
 }  // namespace ostrel_platform
-
-BOOL FreeLibrary(HMODULE module) noexcept {
-    return ostrel_platform::close_handle(ostrel_platform::HandleKind::kModule, module);
-}
 
 BOOL DisableThreadLibraryCalls(HMODULE module) noexcept {
     if (ostrel_platform::is_load_address(module)) {
@@ -117,11 +114,8 @@ DWORD GetModuleFileNameW(HMODULE module, WCHAR *buffer, DWORD capacity) noexcept
         if (buffer == nullptr || capacity == 0) {
             return ERROR_INVALID_PARAMETER;
         }
-        if (module != nullptr && !ostrel_platform::is_load_address(module)) {
-            return ERROR_MOD_NOT_FOUND;
-        }
         std::string path;
-        const DWORD code = module != nullptr ? ostrel_platform::find_mapped(module, &path)
+        const DWORD code = module != nullptr ? ostrel_platform::find_loaded(module, &path)
                                              : ostrel_platform::find_program(&path);
         if (code != ERROR_SUCCESS) {
             return code;

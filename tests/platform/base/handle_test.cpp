@@ -13,11 +13,10 @@ namespace {
 TEST(Handle, ClosingRefusesWhatIsNoHandle) {
     for (const std::intptr_t value : {0, -1, 5, 0x12345678}) {
         SCOPED_TRACE(value);
-        const auto module = reinterpret_cast<HMODULE>(value);
-        EXPECT_FALSE(CloseHandle(reinterpret_cast<HANDLE>(value)) || FreeLibrary(module) ||
+        EXPECT_FALSE(CloseHandle(reinterpret_cast<HANDLE>(value)) ||
                      FindClose(reinterpret_cast<HANDLE>(value)) ||
                      CloseServiceHandle(reinterpret_cast<SC_HANDLE>(value)) ||
-                     DisableThreadLibraryCalls(module));
+                     DisableThreadLibraryCalls(reinterpret_cast<HMODULE>(value)));
         EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
         EXPECT_EQ(_findclose(value), -1);
         EXPECT_EQ(errno, EINVAL);

@@ -1,0 +1,31 @@
+// The module that the tests load. It tells the program when it begins and ends.
+
+#include "ostrel/platform/module.h"
+
+extern "C" {
+__attribute__((weak)) void note_of_module(const char *note);
+int needed_number();
+
+OSTREL_PLATFORM_API int sample_variable = 7;
+OSTREL_PLATFORM_API int sample_number() {
+    return needed_number() + sample_variable;
+}
+}
+
+namespace {
+
+void note(const char *text) {
+    if (note_of_module != nullptr) {
+        note_of_module(text);
+    }
+}
+
+struct Notes {
+    Notes() {
+        const HMODULE module = LoadLibraryW(TEXT("libc.so.6"));  // calls of the layer
+        note(LoadLibraryW(TEXT("none")) == nullptr && FreeLibrary(module) ? "+" : "?");
+    }
+    ~Notes() { note("-"); }
+} notes;
+
+}  // namespace
