@@ -24,7 +24,8 @@
 //      that these calls have loaded, and by the name that the host's loader knows for all others
 //   2. in the program's folder
 //   3. by the host's rules: DT_RPATH, LD_LIBRARY_PATH, DT_RUNPATH, the loader's cache and the
-//      default folders. For a file to be read, DT_RPATH and DT_RUNPATH are the program's.
+//      default folders. For a file to be read, DT_RPATH and DT_RUNPATH are the program's, and the
+//      cache is left out.
 //   4. only for a file to be read, which runs no code: in the current directory
 //
 // Code never comes from the current directory by a name alone, because others may be able to write

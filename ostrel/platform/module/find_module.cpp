@@ -20,7 +20,6 @@
 #include "ostrel/platform/file.h"
 #include "ostrel/platform/file/host_path.h"
 #include "ostrel/platform/module/host_object.h"
-#include "ostrel/platform/module/loader_cache.h"
 
 namespace ostrel_platform {
 namespace {
@@ -106,30 +105,6 @@ std::vector<std::string> host_folders() {
     return folders;
 }
 
-// Finds a file by the host's rules, in which the cache comes before the default folders.
-bool find_by_host(const std::vector<std::string> &folders, const std::string &file,
-                  std::string *path) {
-    const auto is_default = [](const std::string &folder) {
-        return folder.starts_with("/lib") || folder.starts_with("/usr/lib");
-    };
-    std::size_t defaults = folders.size();
-    while (defaults > 0 && is_default(folders[defaults - 1])) {
-        --defaults;
-    }
-    for (std::size_t i = 0; i <= folders.size(); ++i) {
-        if (i == defaults) {
-            const std::string cached = find_in_loader_cache(kLoaderCache, file);
-            if (!cached.empty() && find_in_folder({}, {cached}, path) == ERROR_SUCCESS) {
-                return true;
-            }
-        }
-        if (i < folders.size() && find_in_folder(folders[i], {file}, path) == ERROR_SUCCESS) {
-            return true;
-        }
-    }
-    return false;
-}
-
 }  // namespace
 
 DWORD code_of_module_path(int error) noexcept {
@@ -188,9 +163,8 @@ DWORD find_module(const WCHAR *name, std::string *path) {
     if (!own.empty() && find_in_folder(own, parsed.files, path) == ERROR_SUCCESS) {
         return ERROR_SUCCESS;
     }
-    const std::vector<std::string> folders = host_folders();
-    for (const std::string &file : parsed.files) {
-        if (find_by_host(folders, file, path)) {
+    for (const std::string &folder : host_folders()) {
+        if (find_in_folder(folder, parsed.files, path) == ERROR_SUCCESS) {
             return ERROR_SUCCESS;
         }
     }

@@ -3,7 +3,6 @@
 #include <sys/mman.h>
 
 #include "ostrel/platform/error.h"
-#include "ostrel/platform/module/loader_cache.h"
 #include "support/file_tree.h"
 #include "support/test.h"
 
