@@ -12,6 +12,7 @@
 #include "ostrel/platform/find.h"
 #include "ostrel/platform/module.h"
 #include "ostrel/platform/profile.h"
+#include "ostrel/platform/rpc_crypt.h"
 #include "ostrel/platform/system.h"
 #include "ostrel/platform/volume.h"
 #include "support/file_calls.h"
@@ -86,6 +87,15 @@ bool use_profile_module_and_volume() {
            GetDiskFreeSpaceW(nullptr, &sectors, &sectors, &sectors, &sectors) != FALSE;
 }
 
+bool draw_random_bytes() {
+    UUID uuid;
+    BYTE byte;
+    HCRYPTPROV provider = 0;
+    return UuidCreate(&uuid) == RPC_S_OK &&
+           CryptAcquireContextW(&provider, nullptr, nullptr, PROV_RSA_FULL, CRYPT_VERIFYCONTEXT) &&
+           CryptGenRandom(provider, 1, &byte) && CryptReleaseContext(provider, 0);
+}
+
 // A call that a cancelled thread makes.
 struct Row {
     const char *text;
@@ -110,13 +120,14 @@ TEST(Cancellation, WaitsForTheEndOfACall) {
     std::setlocale(LC_TIME, "");
     const Planted dir("file=x d/");
     dir.Write("profile", "[s]\nk=8\n");
-    for (Row row : {Row{CALL(bool{CopyFileW(TEXT("file"), TEXT("copy"), FALSE) != FALSE})},
-                    Row{CALL(read_and_write_streams())}, Row{CALL(read_bytes_of_a_stream())},
-                    Row{CALL(write_and_flush())}, Row{CALL(find_all())}, Row{CALL(walk())},
-                    Row{CALL(wait_for_a_conflict())}, Row{CALL(use_times())},
-                    Row{CALL(use_code_pages())}, Row{CALL(use_profile_module_and_volume())},
-                    Row{CALL(MoveFileExW(TEXT("copy"), TEXT("moved"), 8) != FALSE)},
-                    Row{CALL(DeleteFileW(TEXT("moved")) != FALSE)}}) {
+    for (Row row :
+         {Row{CALL(bool{CopyFileW(TEXT("file"), TEXT("copy"), FALSE) != FALSE})},
+          Row{CALL(read_and_write_streams())}, Row{CALL(read_bytes_of_a_stream())},
+          Row{CALL(write_and_flush())}, Row{CALL(find_all())}, Row{CALL(walk())},
+          Row{CALL(wait_for_a_conflict())}, Row{CALL(use_times())}, Row{CALL(use_code_pages())},
+          Row{CALL(use_profile_module_and_volume())}, Row{CALL(draw_random_bytes())},
+          Row{CALL(MoveFileExW(TEXT("copy"), TEXT("moved"), 8) != FALSE)},
+          Row{CALL(DeleteFileW(TEXT("moved")) != FALSE)}}) {
         SCOPED_TRACE(row.text);
         pthread_t thread;
         ASSERT_EQ(pthread_create(&thread, nullptr, cancelled_thread, &row), 0);

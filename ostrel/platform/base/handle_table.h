@@ -28,11 +28,12 @@ namespace ostrel_platform {
 
 // The call that closes a handle.
 enum class HandleKind : std::uint8_t {
-    kObject,   // CloseHandle
-    kFind,     // FindClose
-    kCrtFind,  // _findclose
-    kModule,   // FreeLibrary
-    kService,  // CloseServiceHandle
+    kObject,    // CloseHandle
+    kFind,      // FindClose
+    kCrtFind,   // _findclose
+    kModule,    // FreeLibrary
+    kService,   // CloseServiceHandle
+    kProvider,  // CryptReleaseContext
 };
 
 // An object that a handle stands for. Its destructor runs on the thread that closes the handle, or
