@@ -68,7 +68,12 @@ TEST(RandomFaults, EndCallsWithTheirCode) {
     ASSERT_TRUE(
         CryptAcquireContextW(&provider, nullptr, nullptr, PROV_RSA_FULL, CRYPT_VERIFYCONTEXT));
     BYTE byte;
-    UUID uuid = {7, 7, 7, {}};
+    UUID uuid;
+    EXPECT_EQ(UuidCreate(&uuid), RPC_S_OK);
+    host.error = EIO;
+    while (UuidCreate(&uuid) == RPC_S_OK) {  // from the bytes that the thread has left
+    }
+    uuid = {7, 7, 7, {}};
     for (const auto &[error, code] :
          {std::pair(ENOSYS, ERROR_CALL_NOT_IMPLEMENTED), std::pair(EPERM, ERROR_ACCESS_DENIED)}) {
         host.error = error;

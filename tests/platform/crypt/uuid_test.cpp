@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <csignal>
 #include <cstring>
+#include <latch>
 #include <memory>
 #include <set>
 #include <thread>
@@ -59,11 +60,15 @@ TEST(Uuid, IsRandomButForVersionAndVariant) {
 
 TEST(Uuid, IsUniqueInThreads) {
     constexpr int kThreads = 4;
+    constexpr std::size_t kEach = 5000;
     std::vector<Bytes> drawn[kThreads];
     std::vector<std::thread> threads;
+    std::latch start(kThreads);
     for (auto &own : drawn) {
-        threads.emplace_back([&own] {
-            for (int i = 0; i < 2000; ++i) {
+        own.reserve(kEach);
+        threads.emplace_back([&own, &start] {
+            start.arrive_and_wait();
+            while (own.size() < kEach) {
                 own.push_back(new_uuid());
             }
         });
@@ -73,7 +78,7 @@ TEST(Uuid, IsUniqueInThreads) {
         threads[i].join();
         all.insert(drawn[i].begin(), drawn[i].end());
     }
-    EXPECT_EQ(all.size(), kThreads * 2000u);
+    EXPECT_EQ(all.size(), kThreads * kEach);
 }
 
 void draw_to(int out) {
