@@ -12,7 +12,6 @@
 
 #include "ostrel/platform/error.h"
 #include "ostrel/platform/rpc_crypt.h"
-#include "support/bytes.h"
 #include "support/test.h"
 
 namespace {
@@ -41,20 +40,24 @@ RPC_STATUS read(const std::u16string &text, UUID *uuid) {
     return UuidFromStringW(block.get(), uuid);
 }
 
+const std::u16string kText = u"01234567-89ab-cdef-fedc-ba9876543210";
+
 TEST(Uuid, IsRandomButForVersionAndVariant) {
-    Bytes any(16, '\0'), all(16, '\xFF');
+    std::set<WCHAR> seen[36];
     for (int i = 0; i < 1000; ++i) {
-        const Bytes uuid = new_uuid();
-        std::transform(uuid.begin(), uuid.end(), any.begin(), any.begin(), std::bit_or<char>());
-        std::transform(uuid.begin(), uuid.end(), all.begin(), all.begin(), std::bit_and<char>());
+        UUID uuid;
+        EXPECT_EQ(UuidCreate(&uuid), RPC_S_OK);
+        const std::u16string text = text_of(uuid);
+        for (std::size_t at = 0; at < 36; ++at) {
+            seen[at].insert(text[at]);
+        }
     }
-    UUID never = {}, always = {0xFFFFFFFF, 0xFFFF, 0x4FFF, {}};
-    never.Data3 = 0x4000;
-    never.Data4[0] = 0x80;
-    std::fill(std::begin(always.Data4), std::end(always.Data4), BYTE{0xFF});
-    always.Data4[0] = 0xBF;
-    EXPECT_EQ(std::memcmp(all.data(), &never, 16), 0);
-    EXPECT_EQ(std::memcmp(any.data(), &always, 16), 0);
+    EXPECT_EQ(seen[14], std::set<WCHAR>{u'4'});
+    EXPECT_EQ(seen[19], (std::set<WCHAR>{u'8', u'9', u'a', u'b'}));
+    for (std::size_t at = 0; at < 36; ++at) {
+        const std::size_t count = kText[at] == u'-' ? 1 : 16;
+        EXPECT_TRUE(at == 14 || at == 19 || seen[at].size() == count) << at;
+    }
     EXPECT_EQ(UuidCreate(nullptr), RPC_S_INVALID_ARG);
 }
 
@@ -124,8 +127,6 @@ TEST(Uuid, IsUniqueAfterForks) {
         EXPECT_EQ(std::set<Bytes>(all.begin(), all.end()).size(), all.size());
     }
 }
-
-const std::u16string kText = u"01234567-89ab-cdef-fedc-ba9876543210";
 
 TEST(Uuid, HasATextInTheOrderOfItsFields) {
     const UUID fields = {
