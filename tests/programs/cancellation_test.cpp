@@ -10,6 +10,7 @@
 #include "ostrel/platform/find.h"
 #include "ostrel/platform/module.h"
 #include "ostrel/platform/profile.h"
+#include "ostrel/platform/rpc_crypt.h"
 #include "ostrel/platform/system.h"
 #include "ostrel/platform/volume.h"
 #include "support/file_calls.h"
@@ -63,6 +64,15 @@ bool use_modules() {
     return GetModuleFileNameW(static_cast<HMODULE>(module.dli_fbase), text, MAX_PATH) > 0;
 }
 
+bool draw_random_bytes() {
+    UUID uuid;
+    BYTE byte;
+    HCRYPTPROV provider = 0;
+    return UuidCreate(&uuid) == RPC_S_OK &&
+           CryptAcquireContextW(&provider, nullptr, nullptr, PROV_RSA_FULL, CRYPT_VERIFYCONTEXT) &&
+           CryptGenRandom(provider, 1, &byte) && CryptReleaseContext(provider, 0);
+}
+
 // A call that a cancelled thread makes.
 struct Row {
     const char *text;
@@ -88,7 +98,7 @@ TEST(Cancellation, WaitsForTheEndOfACall) {
           Row{CALL(wait_for_a_conflict())},
           Row{CALL(NS_FileUtils::copyDirectory(TEXT("d"), TEXT("e"), 1, 0, 0) == 1)},
           Row{CALL(use_times())}, Row{CALL(MultiByteToWideChar(932, 0, "x", 1, text, 1) == 1)},
-          Row{CALL(GetACP() != 0)}, Row{CALL(use_modules())},
+          Row{CALL(GetACP() != 0)}, Row{CALL(use_modules())}, Row{CALL(draw_random_bytes())},
           Row{CALL(GetPrivateProfileIntW(TEXT("s"), TEXT("k"), 7, TEXT("./profile")) == 8)},
           Row{CALL(GetDiskFreeSpaceW(nullptr, &number, &number, &number, &number) == TRUE)},
           Row{CALL(MoveFileExW(TEXT("copy"), TEXT("moved"), 8) == TRUE)},

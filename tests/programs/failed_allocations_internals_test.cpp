@@ -9,8 +9,11 @@
 #include <new>
 
 #include "ostrel/config/cm_IdMapping.h"
+#include "ostrel/core/cm_guid.h"
+#include "ostrel/core/crypt_random.h"
 #include "ostrel/core/exception.h"
 #include "ostrel/core/x_string.h"
+#include "ostrel/platform/error.h"
 #include "ostrel/platform/handle.h"
 #include "ostrel/platform/sync.h"
 #include "ostrel/regex/regex_matcher.h"
@@ -101,6 +104,22 @@ TEST(FailedAllocations, OfAnAddedItemLeaveTheTable) {
     EXPECT_EQ(table.GetID(u"second_name"), 2);
     fail_each_allocation([&] { table.AddItem(9, u"second_name", u""); });
     EXPECT_EQ(table.GetID(u"second_name"), 9);
+}
+
+TEST(FailedAllocations, OfGuidsAndProvidersGiveTheirCodes) {
+    CGUID guid;
+    fail_each_allocation([&] { guid = CGUID().GetGUID(); });
+    HCRYPTPROV provider = 0;
+    failing_memory::fail_after(0);
+    EXPECT_FALSE(CryptAcquireContextW(&provider, nullptr, nullptr, 1, CRYPT_VERIFYCONTEXT));
+    failing_memory::fail_after(-1);
+    EXPECT_EQ(GetLastError(), ERROR_NOT_ENOUGH_MEMORY);
+    EXPECT_EQ(provider, 0u);
+    fail_each_allocation([] {
+        const OS::CCryptRandom random;
+        char byte;
+        return random.Get(&byte, 1) != 0;
+    });
 }
 
 // The code page is asked for once in a program.

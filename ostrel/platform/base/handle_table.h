@@ -28,10 +28,11 @@ namespace ostrel_platform {
 
 // The call that closes a handle.
 enum class HandleKind : std::uint8_t {
-    kObject,   // CloseHandle
-    kFind,     // FindClose
-    kCrtFind,  // _findclose
-    kService,  // CloseServiceHandle
+    kObject,    // CloseHandle
+    kFind,      // FindClose
+    kCrtFind,   // _findclose
+    kService,   // CloseServiceHandle
+    kProvider,  // CryptReleaseContext
 };
 
 // An object that a handle stands for. Its destructor runs on the thread that closes the handle, or
