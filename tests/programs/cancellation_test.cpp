@@ -13,6 +13,7 @@
 #include "ostrel/platform/module.h"
 #include "ostrel/platform/profile.h"
 #include "ostrel/platform/system.h"
+#include "ostrel/platform/version.h"
 #include "ostrel/platform/volume.h"
 #include "support/file_calls.h"
 
@@ -115,6 +116,8 @@ TEST(Cancellation, WaitsForTheEndOfACall) {
                     Row{CALL(write_and_flush())}, Row{CALL(find_all())}, Row{CALL(walk())},
                     Row{CALL(wait_for_a_conflict())}, Row{CALL(use_times())},
                     Row{CALL(use_code_pages())}, Row{CALL(use_profile_module_and_volume())},
+                    Row{CALL(GetFileVersionInfoSizeW(TEXT("file"), nullptr) == 0 &&
+                             GetLastError() == ERROR_BAD_EXE_FORMAT)},
                     Row{CALL(MoveFileExW(TEXT("copy"), TEXT("moved"), 8) != FALSE)},
                     Row{CALL(DeleteFileW(TEXT("moved")) != FALSE)}}) {
         SCOPED_TRACE(row.text);
