@@ -155,20 +155,25 @@ inline std::string pe_version(const std::string &block, int bits = 64) {
     return pe_image(bits, pe_resources({{16, {{1, {{0x409, block}}}}}}));
 }
 
-// A 64-bit ELF file whose only segment holds notes: the content of each by its name.
-inline std::string elf_image(const std::vector<std::pair<std::string, std::string>> &notes) {
+using ElfNotes = std::vector<std::pair<std::string, std::string>>;  // names and contents
+
+// An ELF file of 32 or 64 bits whose only segment holds notes.
+inline std::string elf_image(const ElfNotes &notes, int bits = 64) {
     std::string content;
     for (const auto &[name, bytes] : notes) {
         content += number(name.size() + 1, 4) + number(bytes.size(), 4) + number(1, 4) +
                    padded(name + '\0') + padded(bytes);
     }
-    constexpr std::size_t kHeader = 64, kSegment = 56;
-    return std::string("\x7F") + "ELF" + std::string("\2\1\1") + std::string(9, '\0') +
-           number(3, 2) + number(62, 2) + number(1, 4) + number(0, 8) + number(kHeader, 8) +
-           number(0, 8) + number(0, 4) + number(kHeader, 2) + number(kSegment, 2) + number(1, 2) +
-           number(0, 6) + number(4, 4) + number(4, 4) + number(kHeader + kSegment, 8) +
-           number(0, 16) + number(content.size(), 8) + number(content.size(), 8) + number(4, 8) +
-           content;
+    const bool is_wide = bits == 64;
+    const std::size_t word = is_wide ? 8 : 4, header = is_wide ? 64 : 52;
+    const std::size_t segment = is_wide ? 56 : 32;
+    // In 32 bits the flags of a segment come later.
+    return std::string("\x7F") + "ELF" + (is_wide ? '\2' : '\1') + "\1\1" + std::string(9, '\0') +
+           number(3, 2) + number(62, 2) + number(1, 4) + number(0, word) + number(header, word) +
+           number(0, word) + number(0, 4) + number(header, 2) + number(segment, 2) + number(1, 2) +
+           number(0, 6) + number(4, is_wide ? 8 : 4) + number(header + segment, word) +
+           number(0, 2 * word) + number(content.size(), word) + number(content.size(), word) +
+           number(0, is_wide ? 0 : 4) + number(4, word) + content;
 }
 
 #endif  // TESTS_SUPPORT_VERSION_IMAGE_H

@@ -1,5 +1,8 @@
 #include "ostrel/platform/version.h"
 
+#include <sys/inotify.h>
+#include <unistd.h>
+
 #include <cstring>
 #include <memory>
 
@@ -110,6 +113,8 @@ TEST(Version, ReadsBlocksAsFilesHaveThem) {
          "4:5.1"},
         {"a note", elf_image({{"GNU", "id"}, {"Ostrel", kBlock}}), "52:5 1 2600 1106 ",
          "4:1104b004", "4:5.1"},
+        {"a note of 32 bits", elf_image({{"GNU", "id"}, {"Ostrel", kBlock}}, 32),
+         "52:5 1 2600 1106 ", "4:1104b004", "4:5.1"},
     };
     for (const auto &row : cases) {
         SCOPED_TRACE(row.name);
@@ -270,7 +275,9 @@ TEST(Version, DamageOfAnElfFileHasACode) {
         EXPECT_EQ(block_of(u"module").empty(), row.code != 0);
         EXPECT_EQ(GetLastError(), row.code);
     }
-    dir.Write("module", elf_image(std::vector<std::pair<std::string, std::string>>(5000)));
+    ElfNotes many(5000);
+    many.emplace_back("Ostrel", kBlock);
+    dir.Write("module", elf_image(many));
     EXPECT_EQ(block_of(u"module"), "");
     EXPECT_EQ(GetLastError(), ERROR_RESOURCE_DATA_NOT_FOUND);
 }
@@ -314,6 +321,8 @@ TEST(Version, AShortBufferHoldsTheBeginning) {
 TEST(Version, SaysWhyAFileIsNotRead) {
     const Planted dir("empty= text=MZ... folder/");
     ASSERT_EQ(mkfifo("fifo", 0600), 0);
+    const int opens = inotify_init1(IN_NONBLOCK);
+    ASSERT_GE(inotify_add_watch(opens, "fifo", IN_OPEN), 0);
     const std::pair<const WCHAR *, DWORD> cases[] = {
         {nullptr, 87},     {u"", 87},      {u"none", 2},     {u"none\\none", 3},
         {u"W:\\x.dll", 3}, {u"folder", 5}, {u"fifo", 5},     {u"/dev/zero", 5},
@@ -323,6 +332,9 @@ TEST(Version, SaysWhyAFileIsNotRead) {
         EXPECT_EQ(block_of(path), "");
         EXPECT_EQ(GetLastError(), code);
     }
+    char event[100];
+    EXPECT_EQ(read(opens, event, sizeof event), -1);  // a writer would have noticed
+    close(opens);
     EXPECT_EQ(error_of(GetFileVersionInfoW(u"none", 0, 100, nullptr)), ERROR_INVALID_PARAMETER);
 }
 
