@@ -69,7 +69,8 @@ OSTREL_PLATFORM_API DWORD GetFileVersionInfoSizeW(const WCHAR *path, DWORD *igno
 
 // Stores the version block of a file in `block`, for VerQueryValueW. `capacity` is the size of
 // `block` in bytes; `reserved` is ignored. The stored block is that of the file with two
-// exceptions: its length never exceeds what is stored, and a text that lacks its NUL gets one.
+// exceptions: its length never exceeds what is stored, and a text that lacks its NUL gets one,
+// unless the block would exceed 65535 bytes.
 //
 // Returns TRUE, also when the block is longer than `capacity`: then the call stores the first
 // `capacity` bytes, and VerQueryValueW finds the values in them. On failure returns FALSE, leaves
