@@ -1,5 +1,5 @@
 # Installs the three libraries with their public headers, a CMake package, pkg-config files and the
-# suppressions for valgrind.
+# suppressions for valgrind. The package defines ostrel_version_resource.
 include(CMakePackageConfigHelpers)
 
 set(ostrel_cmake_dir "${CMAKE_INSTALL_LIBDIR}/cmake/Ostrel")
@@ -10,12 +10,14 @@ install(TARGETS ostrel wexlog ostrel_platform EXPORT OstrelTargets
 install(EXPORT OstrelTargets NAMESPACE Ostrel:: DESTINATION "${ostrel_cmake_dir}")
 
 file(WRITE "${PROJECT_BINARY_DIR}/OstrelConfig.cmake"
-  "include(\"\${CMAKE_CURRENT_LIST_DIR}/OstrelTargets.cmake\")\n")
+  "include(\"\${CMAKE_CURRENT_LIST_DIR}/OstrelTargets.cmake\")
+include(\"\${CMAKE_CURRENT_LIST_DIR}/OstrelVersionResource.cmake\")\n")
 write_basic_package_version_file("${PROJECT_BINARY_DIR}/OstrelConfigVersion.cmake"
   COMPATIBILITY SameMinorVersion)
 install(FILES
   "${PROJECT_BINARY_DIR}/OstrelConfig.cmake"
   "${PROJECT_BINARY_DIR}/OstrelConfigVersion.cmake"
+  "${PROJECT_SOURCE_DIR}/cmake/OstrelVersionResource.cmake"
   DESTINATION "${ostrel_cmake_dir}")
 
 # For users of valgrind (docs/porting.md).

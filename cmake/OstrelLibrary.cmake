@@ -49,4 +49,6 @@ function(ostrel_library name)
     EXPORT_NAME ${arg_EXPORT_NAME}
     VERSION ${PROJECT_VERSION}
     SOVERSION ${PROJECT_VERSION_MAJOR})
+  ostrel_version_resource(${name} FILE_VERSION ${PROJECT_VERSION}
+    STRINGS FileDescription "${PROJECT_DESCRIPTION}" ProductName "${PROJECT_NAME}")
 endfunction()

@@ -1,8 +1,8 @@
 #ifndef OSTREL_FILE_STD_UTILS_FILE_H
 #define OSTREL_FILE_STD_UTILS_FILE_H
 
-// Free functions for files: pieces of paths, facts about files and drives, listing and adding up
-// directories, copying, moving and deleting files and trees.
+// Free functions for files: pieces of paths, facts about files and drives, versions of modules,
+// listing and adding up directories, copying, moving and deleting files and trees.
 //
 //   NS_FileUtils::createDirectory(TEXT("c:\\data\\new"), false, false, false);
 //   std::vector<OS::x_wstring> logs;
@@ -57,6 +57,21 @@ OSTREL_API OS::x_wstring getAppFullPathName(HINSTANCE module);     // c:\bin\too
 OSTREL_API OS::x_wstring getAppPath(HINSTANCE module);             // c:\bin\ .
 OSTREL_API OS::x_wstring getAppFilename(HINSTANCE module);         // tool
 OSTREL_API OS::x_wstring getAppFilenameWithExt(HINSTANCE module);  // tool.exe
+
+// Read the version block of a module, a PE or an ELF file (ostrel/platform/version.h). Load and run
+// nothing. The first stores the first three of the four numbers of the file's version. The second
+// copies the text FileVersion with its NUL, as its author wrote the text; the block's first
+// translation names the text's language and code page. When the block has no text for them, the
+// function takes the text of US English in code page 1252 (040904E4), if there is one.
+//
+// Numbers and text may differ. The size of `version` is not passed: a text has up to 32767
+// characters with its NUL, whoever wrote the file.
+//
+// Return 1. On failure return 0, store nothing and leave the last error of the platform's calls:
+// the file cannot be read, has no version block, or the block has no numbers, no translation or no
+// text. Throw nothing; missing memory is a failure too.
+OSTREL_API int getModuleVersion(const WCHAR *path, DWORD &major, DWORD &minor, DWORD &build);
+OSTREL_API int getModuleVersion(const WCHAR *path, WCHAR *version);
 
 // Return pieces of a path, split as _wsplitpath does; both '\' and '/' separate. Do not access the
 // disk. Return the empty string when the directory, the name or the extension has more than 255

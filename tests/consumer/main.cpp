@@ -76,6 +76,12 @@ int main() {
     DBG::RemoveSink(sink);
     good = good && held == nullptr && found == INVALID_HANDLE_VALUE;
 
+#ifdef CONSUMER_VERSION  // by CMake alone
+    WCHAR version[100] = {};
+    good = good && NS_FileUtils::getModuleVersion(TEXT(CONSUMER_VERSION), version) == 1 &&
+           OS::x_wstring(version) == TEXT("1.2.3");
+#endif
+
     std::puts(good ? "0 failures" : "fails");
     return good ? 0 : 1;
 }

@@ -12,6 +12,7 @@
 #include "ostrel/platform/profile.h"
 #include "ostrel/platform/rpc_crypt.h"
 #include "ostrel/platform/system.h"
+#include "ostrel/platform/version.h"
 #include "ostrel/platform/volume.h"
 #include "support/file_calls.h"
 
@@ -101,6 +102,8 @@ TEST(Cancellation, WaitsForTheEndOfACall) {
           Row{CALL(GetACP() != 0)}, Row{CALL(use_modules())}, Row{CALL(draw_random_bytes())},
           Row{CALL(GetPrivateProfileIntW(TEXT("s"), TEXT("k"), 7, TEXT("./profile")) == 8)},
           Row{CALL(GetDiskFreeSpaceW(nullptr, &number, &number, &number, &number) == TRUE)},
+          Row{CALL(GetFileVersionInfoSizeW(TEXT("file"), nullptr) == 0 &&
+                   GetLastError() == ERROR_BAD_EXE_FORMAT)},
           Row{CALL(MoveFileExW(TEXT("copy"), TEXT("moved"), 8) == TRUE)},
           Row{CALL(DeleteFileW(TEXT("moved")) == TRUE)}}) {
         SCOPED_TRACE(row.text);

@@ -13,9 +13,11 @@
 #include "ostrel/core/crypt_random.h"
 #include "ostrel/core/exception.h"
 #include "ostrel/core/x_string.h"
+#include "ostrel/file/Std_Utils_File.h"
 #include "ostrel/platform/error.h"
 #include "ostrel/platform/handle.h"
 #include "ostrel/platform/sync.h"
+#include "ostrel/platform/version.h"
 #include "ostrel/regex/regex_matcher.h"
 #include "ostrel/regex/regex_program.h"
 #include "ostrel/regex/validators.h"
@@ -23,6 +25,7 @@
 #include "support/modules.h"
 #include "support/registry.h"
 #include "support/test.h"
+#include "support/version_image.h"
 
 namespace {
 
@@ -215,6 +218,22 @@ TEST(FailedAllocations, OfALongAddressGiveFalseAndOrdinaryTextsNeedNone) {
     EXPECT_TRUE(CheckPathFormat(TEXT("C:\\Program Files\\a\\"), 19));
     EXPECT_FALSE(failing_memory::has_failed());
     failing_memory::fail_after(-1);
+}
+
+TEST(FailedAllocations, OfAVersionEndTheCallWithItsCode) {
+    const TempDir dir;
+    const std::string texts = version_texts(u"040904E4", {version_text(u"FileVersion", u"5.1")});
+    dir.Write("module", pe_version(version_block({version_translations({1}), texts})));
+    char block[1000];
+    fail_each_allocation([&block] {
+        const bool is_read = GetFileVersionInfoW(u"module", 0, sizeof block, block) != FALSE;
+        EXPECT_TRUE(is_read || GetLastError() == 8) << GetLastError();
+        return is_read;
+    });
+    fail_each_allocation([] {
+        WCHAR text[10];
+        return NS_FileUtils::getModuleVersion(u"module", text) == 1;
+    });
 }
 
 // SQLite's memory, which fails together with that of C++.
