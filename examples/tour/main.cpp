@@ -23,6 +23,7 @@ constexpr Station kStations[] = {
     {"Time: the current time, text, differences, an hour that occurs twice", time_station},
     {"Files: creates, walks, copies and deletes a directory tree", file_station},
     {"Registry: settings that a second process changes, and a callback", registry_station},
+    {"Modules: versions of files, and a module loaded by two roads", modules_station},
 };
 
 int show_all() {

@@ -11,6 +11,7 @@ void validators_station();
 void time_station();
 void file_station();
 void registry_station();
+void modules_station();  // uses the registry that registry_station has chosen
 
 // What the second process of the registry's station does. Returns a code of the platform.
 int change_settings();
