@@ -113,6 +113,7 @@ bool read_whole() {
 
 template <bool (*kRead)()>
 void Warm(benchmark::State &state) {
+    Module::Instance();  // writes the file
     for (auto _ : state) {
         if (!kRead()) {
             state.SkipWithError("no version");
