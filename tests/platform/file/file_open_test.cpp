@@ -154,11 +154,13 @@ bool writes_through(const fs::path &path) {
 
 TEST(FileOpen, WritesThroughWhereItIsAsked) {
     const Planted dir("file=");
-    for (const DWORD creation : {OPEN_EXISTING, CREATE_ALWAYS}) {
-        for (const DWORD flag : {DWORD{0}, FILE_FLAG_WRITE_THROUGH}) {
+    const fs::path path = fs::canonical("file");
+    for (const DWORD flag : {DWORD{0}, FILE_FLAG_WRITE_THROUGH}) {
+        for (const DWORD creation : {OPEN_EXISTING, CREATE_ALWAYS}) {
             const Opened file(TEXT("file"), GENERIC_WRITE, 0, creation, flag);
             EXPECT_EQ(writes_through(path), flag != 0) << creation;
         }
     }
+}
 
 }  // namespace
