@@ -6,6 +6,7 @@
 
 #include "ostrel/file/Std_Utils_File.h"
 #include "ostrel/platform/codepage.h"
+#include "ostrel/platform/find.h"
 #include "ostrel/platform/rpc_crypt.h"
 #include "ostrel/platform/system.h"
 #include "support/file_calls.h"
@@ -15,12 +16,22 @@ namespace {
 WCHAR text[MAX_PATH];
 DWORD number;
 
+bool find_all() {
+    WIN32_FIND_DATAW data;
+    const HANDLE search = FindFirstFileW(TEXT("*"), &data);
+    while (FindNextFileW(search, &data)) {
+    }
+    return GetLastError() == ERROR_NO_MORE_FILES && FindClose(search);
+}
+
 bool read_and_write_streams() {
     std::FILE *const reader = _wfopen(TEXT("file"), TEXT("r"));
     std::FILE *const writer = _wfopen(TEXT("written"), TEXT("w"));
+    std::FILE *const bytes = _wfopen(TEXT("file"), TEXT("rb"));
     std::fputs(" ", stdout);  // which _flushall writes
-    return fgetws(text, 9, reader) != nullptr && std::fputs("x", writer) >= 0 && _flushall() == 5 &&
-           std::fclose(reader) == 0 && std::fclose(writer) == 0;
+    return fgetws(text, 9, reader) != nullptr && std::fputs("x", writer) >= 0 && _flushall() == 6 &&
+           std::fgetc(bytes) == 'x' && std::fclose(bytes) == 0 && std::fclose(reader) == 0 &&
+           std::fclose(writer) == 0;
 }
 
 bool read_and_write_a_file() {
@@ -69,7 +80,7 @@ TEST(Cancellation, WaitsForTheEndOfACall) {
     for (Row row :
          {Row{CALL(CopyFileW(TEXT("file"), TEXT("copy"), FALSE) == TRUE)},
           Row{CALL(read_and_write_streams())}, Row{CALL(read_and_write_a_file())},
-          Row{CALL(wait_for_a_conflict())},
+          Row{CALL(find_all())}, Row{CALL(wait_for_a_conflict())},
           Row{CALL(NS_FileUtils::copyDirectory(TEXT("d"), TEXT("e"), 1, 0, 0) == 1)},
           Row{CALL(use_times())}, Row{CALL(MultiByteToWideChar(932, 0, "x", 1, text, 1) == 1)},
           Row{CALL(GetACP() != 0)}, Row{CALL(draw_random_bytes())},

@@ -124,7 +124,6 @@ TEST(Printf, BuffersAndFaults) {
     const std::string run(300, 'x');
     expect_both(run + run, run + "%hs", run.c_str());
     EXPECT_EQ(print<char>(nullptr, 0, "ab%2147483645d", 1), std::pair(-1, 2147483647));
-    EXPECT_EQ(printed(static_cast<const char *>(nullptr))[2], EINVAL);
 }
 
 }  // namespace

@@ -21,8 +21,7 @@ TEST(SystemTime, EndsWhereItsRangeEnds) {
         EXPECT_FALSE(SystemTimeToTzSpecificLocalTime(nullptr, &fields, &back)) << text(fields);
     }
     const auto beyond = std::bit_cast<FILETIME>(std::uint64_t{1} << 63);
-    EXPECT_FALSE(FileTimeToSystemTime(&beyond, &back) || FileTimeToSystemTime(nullptr, &back) ||
-                 FileTimeToSystemTime(&to, nullptr) || SystemTimeToFileTime(nullptr, &to));
+    EXPECT_FALSE(FileTimeToSystemTime(&beyond, &back));
     constexpr std::uint64_t kEnd = 9'223'149'888'000'000'000;  // of the year 30827
     const auto last = std::bit_cast<FILETIME>(kEnd - 1);
     EXPECT_TRUE(FileTimeToSystemTime(&last, &back));
