@@ -41,7 +41,6 @@ TEST(MimeWords, Decodes) {
     for (const auto &[text, jis] : kCases) {
         EXPECT_EQ(call(DecodeMimeWords, text), jis) << PrintToString(text);
     }
-    EXPECT_TRUE(DecodeMimeWords(nullptr) == nullptr && EncodeMimeWords(nullptr) == nullptr);
 }
 
 TEST(MimeWords, Encodes) {

@@ -44,22 +44,4 @@ TEST(LineTokens, FillTheFields) {
     }
 }
 
-TEST(LineTokens, CutTheLineThroughTheirVirtualOperations) {
-    class Semicolons : public CLineReaderTokenCallbackEx {
-    public:
-        using CLineReaderTokenCallbackEx::CLineReaderTokenCallbackEx;
-        bool IsComment(const WCHAR *token, const WCHAR *) const override {
-            return CLineReaderTokenCallbackEx::IsComment(token, TEXT(";!"));
-        }
-        const WCHAR *GetDelimiter() const override { return TEXT("|\u3000"); }
-    };
-    std::u16string lines[] = {u"#a|b c\u3000d", u"!x|y"};
-    for (const WCHAR *const expected : {u"#a|b c|d ||", u"#a|| ||"}) {  // cut by the first time
-        Semicolons fields(lines[0].c_str(), TEXT(" ")), comment(lines[1].c_str(), TEXT(" "));
-        Walker().Enumerate(fields);
-        Walker().Enumerate(comment);
-        EXPECT_EQ(fields_of(fields) + u' ' + fields_of(comment), expected);
-    }
-}
-
 }  // namespace

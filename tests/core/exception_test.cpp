@@ -38,16 +38,4 @@ TEST(Exception, PutsCodeAndPositionIntoItsText) {
     EXPECT_EQ(CSystemException::GetLastError() + CSystemExceptionImp::GetLastError(), 2 * 1223);
 }
 
-TEST(Exception, CopiesOutliveEachOther) {
-    CSystemException later(3, TEXT("b.cpp"), 2);
-    try {
-        throw CSystemException(2, TEXT("a.cpp"), 1);
-    } catch (const CException &caught) {
-        later = dynamic_cast<const CSystemException &>(caught);
-    }
-    EXPECT_EQ(later.GetErrorMsg(), CSystemExceptionImp(2, TEXT("a.cpp"), 1).GetErrorMsg());
-    EXPECT_EQ(later.GetErrorMsgEx(), later.GetErrorMsg());
-    EXPECT_EQ(later.GetErrorCode(), 2);
-}
-
 }  // namespace

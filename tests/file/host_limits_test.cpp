@@ -67,13 +67,4 @@ TEST_F(HostLimits, AnOrdinaryUserUsesWhatIsAllowed) {
               "silent/ silent/f=12345 theirs/ theirs/locked=3 ");
 }
 
-TEST_F(HostLimits, DirectoriesMoveWithoutProc) {
-    const Planted dir("s/f=1 s/d/g=2");
-    EXPECT_TRUE(holds_in_child([] {
-        EXPECT_EQ(chroot("."), 0);
-        EXPECT_EQ(moveDirectory(TEXT("s"), TEXT("t"), 1, 0), 1);
-    }));
-    EXPECT_EQ(tree(), "t/ t/d/ t/d/g=2 t/f=1 ");
-}
-
 }  // namespace

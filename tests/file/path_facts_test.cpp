@@ -34,7 +34,6 @@ TEST(PathFacts, PiecesAreCutAtTheLastSeparatorAndTheLastDot) {
         }
         EXPECT_EQ(pieces, expected);
     }
-    EXPECT_EQ(getFilePath(nullptr) + getParentDirectory(nullptr, true), TEXT(""));
 }
 
 TEST(PathFacts, APathOfAModuleIsThatOfTheProgramOrOfALibrary) {
@@ -84,6 +83,8 @@ TEST(PathFacts, AreThoseOfTheFileOrOfTheFirstMatch) {
         EXPECT_EQ(getFileTime(path, nullptr, nullptr, nullptr), is_found);
     }
     EXPECT_EQ(calcFileSize(TEXT("d"), TEXT("*"), 0, nullptr, false, nullptr), 5u);
+    EXPECT_TRUE(isDiskExist(TEXT("C:\\x")) && !isDiskExist(TEXT("X:\\x")));
+    EXPECT_TRUE(isEnoughFreeDiskSpace(u'C', 1) && !isEnoughFreeDiskSpace(u'X', 0));
 }
 
 TEST(PathFacts, TimesAreReadAndSetOneByOne) {

@@ -3,16 +3,13 @@
 #include <map>
 
 #include "ostrel/file/Std_Utils_File.h"
-#include "ostrel/platform/module.h"
-#include "ostrel/platform/system.h"
-#include "ostrel/platform/volume.h"
 #include "support/file_calls.h"
 
 namespace {
 
 std::string g_notes;
 std::map<std::string, DWORD> g_errors;  // of the calls that fail
-DWORD g_platform, g_drive, g_left, g_written, g_sectors, g_bytes, g_free;
+DWORD g_left, g_written;
 
 std::string told(const WCHAR *text) {
     return text != nullptr ? fs::path(text).string() : "null";
@@ -65,22 +62,6 @@ BOOL WriteFile(HANDLE, LPCVOID, DWORD count, DWORD *done, LPVOID) noexcept {
     EXPECT_FALSE(Opened(TEXT("t"), GENERIC_READ));
     return note("WriteFile", count);
 }
-BOOL GetVersionExW(OSVERSIONINFOW *version) noexcept {
-    version->dwPlatformId = version->dwOSVersionInfoSize == 276 ? g_platform : 0;
-    return TRUE;
-}
-DWORD GetDriveTypeW(const WCHAR *root) noexcept {
-    return told(root) == "d:\\" ? g_drive : DRIVE_NO_ROOT_DIR;
-}
-BOOL GetDiskFreeSpaceW(const WCHAR *root, DWORD *sectors, DWORD *bytes, DWORD *free,
-                       DWORD *) noexcept {
-    std::tie(*sectors, *bytes, *free) = std::tie(g_sectors, g_bytes, g_free);
-    return told(root) == "z:\\";
-}
-DWORD GetModuleFileNameW(HMODULE, WCHAR *buffer, DWORD room) noexcept {
-    *std::fill_n(buffer, room - 1, u'x') = 0;
-    return room;
-}
 
 namespace {
 
@@ -124,38 +105,11 @@ TEST(FileCallsReplaced, MoveAsideOnceAndForgiveWhatNobodyAsksFor) {
     g_errors = {{"RemoveDirectoryW", ERROR_DIR_NOT_EMPTY}};
     EXPECT_FALSE(copyFileEx(TEXT("s\\f"), TEXT("t\\f.x.dll"), true));
     EXPECT_EQ(notes(), "MoveFileW t\\f.x.dll t\\f.x-1.dll\n");
-    std::u16string roundabout = u"t\\";
-    while (roundabout.size() < 256) {
-        roundabout += u".\\";  // too long to be cut into pieces, not too long to be opened
-    }
-    EXPECT_FALSE(copyFileEx(TEXT("s\\f"), (roundabout + u"..").c_str(), true));
-    EXPECT_EQ(notes(), "");
     EXPECT_EQ(moveDirectory(TEXT("s"), TEXT("t"), 1, 0), 1);
     EXPECT_EQ(notes(), "MoveFileExW s\\f t\\f 3\nRemoveDirectoryW s\n");
     g_errors = {{"MoveFileExW", ERROR_ACCESS_DENIED}};
-    g_platform = 1;
-    deleteFilesUntilReboot({TEXT("a"), TEXT("b")});
-    g_platform = 2;
     deleteFilesUntilReboot({TEXT("c"), TEXT("d")});
     EXPECT_EQ(notes(), "MoveFileExW c null 4\nMoveFileExW d null 4\n");
-}
-
-TEST(FileCallsReplaced, TellDrivesRoomAndPrograms) {
-    for (g_drive = DRIVE_UNKNOWN; g_drive <= DRIVE_RAMDISK; ++g_drive) {
-        const bool none = g_drive == DRIVE_NO_ROOT_DIR || g_drive == DRIVE_CDROM;
-        EXPECT_EQ(isDiskExist(TEXT("d:\\x")), !none) << g_drive;
-    }
-    constexpr DWORD kMax = 4'294'967'295;
-    const std::tuple<DWORD, DWORD, DWORD, DWORD, bool> cases[] = {{3, 100, 2, 599, true},
-                                                                  {3, 100, 2, 600, false},
-                                                                  {1, 0, 7, 0, false},
-                                                                  {kMax, kMax, 1, kMax, true}};
-    for (const auto &[sectors, bytes, free, required, result] : cases) {
-        std::tie(g_sectors, g_bytes, g_free) = std::tie(sectors, bytes, free);
-        EXPECT_EQ(isEnoughFreeDiskSpace(u'z', required), result) << required;
-    }
-    EXPECT_FALSE(isEnoughFreeDiskSpace(u'y', 0));
-    EXPECT_EQ(getAppFullPathName(nullptr), TEXT(""));  // too long, never cut
 }
 
 }  // namespace

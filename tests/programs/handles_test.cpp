@@ -40,11 +40,6 @@ int _wremove(const WCHAR *path) noexcept {
 
 namespace {
 
-template <class Class>
-constexpr bool kCopies = std::is_copy_constructible_v<Class> || std::is_copy_assignable_v<Class>;
-static_assert(!kCopies<CHandle> && !kCopies<CFindHandle> && !kCopies<CSCHandle> &&
-              !kCopies<CAutoCloseLibrary> && !kCopies<CAutoFindClose> && !kCopies<CAutoDeleteFile>);
-
 // The calls that the end of an object's scope makes.
 template <class Class, class... Value>
 std::string calls_at_end(Value... value) {

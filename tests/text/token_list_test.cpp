@@ -66,15 +66,6 @@ TEST(TokenList, CombinesBehindWhatIsThereWithTheFirstOfAKeyInASet) {
     EXPECT_EQ(wide_text, u"B;a;c, ");
 }
 
-TEST(TokenList, RefusesNullAndChangesNothing) {
-    Narrow tokens = {"kept"};
-    EXPECT_FALSE(SplitStringToTokensA(&tokens, "a", nullptr));
-    EXPECT_FALSE(SplitStringToTokensW(static_cast<Wide *>(nullptr), u"a", u","));
-    EXPECT_FALSE(CombineTokensToStringA(tokens, &tokens[0], nullptr));
-    EXPECT_FALSE(CombineTokensToStringA(tokens, nullptr, ";"));
-    EXPECT_EQ(tokens, Narrow{"kept"});
-}
-
 TEST(TokenList, TakesArgumentsFromItsTarget) {
     Narrow tokens = {",;", "a long text that owns memory,b;c"};
     EXPECT_TRUE(SplitStringToTokensA(&tokens, tokens[1], tokens[0]));

@@ -35,9 +35,6 @@ TEST(FileAttributes, AreSetByModeAndByStoredText) {
         EXPECT_EQ(stored_text(name.c_str()), stored);
     }
     EXPECT_EQ(fs::last_write_time("file"), written);
-    // Lost in silence on a file system without them.
-    set(TEXT("/proc/self/oom_score_adj"), kHidden);
-    EXPECT_EQ(GetFileAttributesW(TEXT("/proc/self/oom_score_adj")), kNormal);
 }
 
 TEST(FileAttributes, TakeTheTextThatFileServersStore) {

@@ -5,7 +5,6 @@
 #include <cctype>
 
 #include "ostrel/platform/find.h"
-#include "ostrel/platform/volume.h"
 #include "support/file_calls.h"
 
 namespace {
@@ -64,42 +63,6 @@ TEST(HostPath, IsDecidedByTheText) {
     unsetenv("OSTREL_DRIVE_D");
 }
 
-// The calls by path, with one that names nothing for them. Returns the codes that they give.
-std::set<std::string> codes(const WCHAR *path) {
-    std::set<std::string> codes;
-    const auto add = [&codes](BOOL result) { codes.insert(std::to_string(error_of(result))); };
-    add(static_cast<bool>(Opened(path, GENERIC_WRITE, kShareAll, CREATE_ALWAYS)));
-    add(GetFileAttributesW(path) != INVALID_FILE_ATTRIBUTES);
-    add(SetFileAttributesW(path, kNormal));
-    add(CreateDirectoryW(path, nullptr));
-    add(RemoveDirectoryW(path));
-    add(DeleteFileW(path));
-    add(CopyFileW(path, u"new", FALSE));
-    add(CopyFileW(u"file", path, FALSE));
-    add(MoveFileW(path, u"new"));
-    add(MoveFileW(u"file", path));
-    add(GetDiskFreeSpaceW(path, nullptr, nullptr, nullptr, nullptr));
-    WIN32_FIND_DATAW data;
-    add(FindFirstFileW(path, &data) != INVALID_HANDLE_VALUE);
-    const auto add_errno = [&codes](bool fails) {
-        codes.insert(fails && std::exchange(errno, 0) == ENOENT ? "ENOENT" : "other");
-    };
-    add_errno(_wfopen(path, u"r") == nullptr);
-    add_errno(_wfopen(path, u"w") == nullptr);
-    add_errno(_wremove(path) != 0);
-    add_errno(_waccess(path, 0) != 0);
-    return codes;
-}
-
-TEST(HostPath, IsRefusedByEveryCall) {
-    const Planted dir("file=kept");
-    using Codes = std::set<std::string>;
-    EXPECT_EQ(codes(u"//server/share/"), (Codes{"53", "ENOENT"}));
-    EXPECT_EQ(codes(u"\\\\.\\file\\"), (Codes{"2", "ENOENT"}));
-    EXPECT_EQ(codes(u"\\\\?\\C:\\..\\"), (Codes{"3", "ENOENT"}));
-    EXPECT_EQ(tree(), "file=kept ");
-}
-
 TEST(HostPath, LeadsToNothingAboveTheDrive) {
     const Planted dir("secret=kept sub/file= sub/secret= sub/link->../far far/");
     setenv("OSTREL_DRIVE_D", (dir.Path() / "sub").c_str(), 1);
@@ -113,28 +76,6 @@ TEST(HostPath, LeadsToNothingAboveTheDrive) {
     EXPECT_TRUE(FindClose(search));
     unsetenv("OSTREL_DRIVE_D");
     EXPECT_EQ(tree(), "far/ secret=kept sub/ sub/link->../far ");
-}
-
-TEST(HostPath, ReachesDeepFilesBehindThePrefix) {
-    const TempDir dir;
-    std::u16string deep = u"\\\\?\\" + platform_path(dir.Path());
-    for (int level = 0; level < 3; ++level) {
-        deep += u'\\' + std::u16string(200, u'd');
-        EXPECT_EQ(error_of(CreateDirectoryW(deep.c_str(), nullptr)), 0u);
-    }
-    const std::u16string file = deep + u"\\file", moved = deep + u"\\moved";
-    std::fclose(_wfopen(file.c_str(), u"w"));
-    EXPECT_EQ(GetFileAttributesW(file.c_str()), kNormal);
-    EXPECT_EQ(error_of(MoveFileW(file.c_str(), moved.c_str())), 0u);
-    WIN32_FIND_DATAW data;
-    const HANDLE search = FindFirstFileW((deep + u"\\m*").c_str(), &data);
-    EXPECT_EQ(std::u16string(data.cFileName), u"moved");
-    EXPECT_TRUE(FindClose(search));
-    EXPECT_EQ(error_of(DeleteFileW(moved.substr(4).c_str())), ERROR_FILENAME_EXCED_RANGE);
-    EXPECT_EQ(error_of(DeleteFileW(moved.c_str())), 0u);
-    EXPECT_EQ(error_of(RemoveDirectoryW(deep.c_str())), 0u);
-    const std::u16string name(4090, u'x');  // longer than a path of the host
-    EXPECT_EQ(error_of(DeleteFileW((u"\\\\?\\C:\\" + name).c_str())), ERROR_FILENAME_EXCED_RANGE);
 }
 
 }  // namespace

@@ -1,4 +1,3 @@
-#include <cstdint>
 #include <map>
 
 #include "support/file_calls.h"
@@ -58,19 +57,6 @@ TEST(TemporaryNames, AreFreeAndInTheRightFolder) {
         EXPECT_TRUE(error != 0 || numbers.insert(text.substr(begin.size())).second);
     }
     set({{"TMP", nullptr}});
-}
-
-TEST(TemporaryNames, DoNotFollowFromOneAnother) {
-    const TempDir dir;
-    std::set<std::uint64_t> ranges;  // of a thousandth of all numbers
-    for (int i = 0; i < 100; ++i) {
-        WCHAR *const name = _wtempnam(nullptr, TEXT("p"));
-        const std::string number = fs::path(name).string().substr(3);  // behind ".\p"
-        ranges.insert(std::stoull(number) / (UINT64_MAX / 1000));
-        EXPECT_EQ(number.find_first_not_of("0123456789"), number.npos);
-        std::free(name);
-    }
-    EXPECT_GT(ranges.size(), 50u);
 }
 
 }  // namespace

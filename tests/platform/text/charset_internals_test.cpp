@@ -1,14 +1,10 @@
 #include "ostrel/platform/text/charset.h"
 
-#include "ostrel/platform/text/best_fit_table.h"
 #include "ostrel/platform/text/utf8.h"
 #include "support/test.h"
 
 namespace {
 
-using ostrel_platform::BestFit;
-using ostrel_platform::kBestFitPages;
-using ostrel_platform::kBestFits;
 using ostrel_platform::to_narrow;
 using ostrel_platform::to_wide;
 
@@ -30,18 +26,6 @@ TEST(Charset, ReplacesWhatIsBrokenButNoControlCharacters) {
     for (const unsigned code_page : {932u, 51932u, 51949u}) {
         EXPECT_EQ(to_wide("\x1A\x1C\x7F\xE0 z", code_page), u"\x1A\x1C\x7F\uFFFD z") << code_page;
         EXPECT_EQ(to_narrow(u"\x1A\x1C\x7F", code_page), "\x1A\x1C\x7F") << code_page;
-    }
-}
-
-TEST(Charset, EachBestFitIsACharacterOfItsCodePages) {
-    for (const BestFit &row : kBestFits) {
-        for (std::size_t i = 0; i < std::size(kBestFitPages); ++i) {
-            if ((row.pages >> i & 1) != 0) {
-                const std::string bytes = to_narrow({&row.character, 1}, kBestFitPages[i]);
-                EXPECT_EQ(to_wide(bytes, kBestFitPages[i]), std::u16string(1, row.fit))
-                    << static_cast<int>(row.character) << ' ' << kBestFitPages[i];
-            }
-        }
     }
 }
 

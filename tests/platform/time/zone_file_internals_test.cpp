@@ -1,8 +1,5 @@
 // Zone files that no database has.
 
-#include <fstream>
-#include <iterator>
-
 #include "ostrel/platform/time/zone_file.h"
 #include "support/test.h"
 
@@ -51,19 +48,6 @@ TEST(ZoneFile, IsRefusedWhenItIsBroken) {
     }
     for (std::size_t size = 0; size < kFile.size(); ++size) {
         EXPECT_EQ(clock_at(kFile.substr(0, size), kMay), "none") << size;
-    }
-}
-
-// Daylight time stopped for a month in the summer of 2015: what counts is the change in force.
-TEST(ZoneFile, TellsTheChangesThatHoldInAYearOfMany) {
-    std::ifstream stream("/usr/share/zoneinfo/Africa/Casablanca", std::ios::binary);
-    const auto zone =
-        ostrel_platform::read_zone_file(std::string(std::istreambuf_iterator<char>(stream), {}));
-    constexpr std::int64_t kMarch = 1427594400, kJune = 1434247200, kJuly = 1437271200;
-    for (const auto &[change, daylight] : {std::pair(kJune, kMarch), {kJuly, kJuly}}) {
-        const ostrel_platform::ZoneYear year = ostrel_platform::year_of_zone(*zone, change + 86400);
-        EXPECT_EQ(year.daylight_begins, daylight) << change;
-        EXPECT_EQ(year.standard_begins, kJune) << change;
     }
 }
 
