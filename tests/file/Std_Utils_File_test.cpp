@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "support/file_calls.h"
+#include "support/trace_capture.h"
 
 namespace {
 
@@ -146,6 +147,14 @@ TEST(StdUtilsFile, MoveFileExClearsAttributesWhenAskedTo) {
         EXPECT_EQ(error_of(moveFileEx(TEXT("file"), target, 0, ignore)), error);
         EXPECT_EQ(GetFileAttributesW(error == 0 ? target : TEXT("file")), after);
     }
+    const TraceCapture trace;
+    moveFileEx(TEXT("none"), nullptr, 0xAB, -1);
+    copyFileEx(TEXT("none"), TEXT("x"), true);
+    EXPECT_EQ(trace.Lines(),
+              R"(272 .\Std_Utils_File.cpp NS_FileUtils::moveFileEx(pszExistingFile = none, )"
+              R"(pszNewFile = (null), dwFlag = AB, fIgnoreAttribute = -1)
+272 .\Std_Utils_File.cpp NS_FileUtils::copyFileEx(const TCHAR* pszExisting = none, )"
+              "const TCHAR* pszNew = x)\n");
 }
 
 }  // namespace
