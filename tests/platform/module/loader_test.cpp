@@ -120,6 +120,13 @@ TEST(Loader, TellsWhyAModuleCannotBeLoaded) {
     EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
 }
 
+TEST(Loader, TellsWhyAlsoBehindALongPath) {
+    const TempDir dir;
+    const std::u16string folder(80, u'\u4E2D');  // 240 bytes
+    plant_module("unbound_module", fs::path(folder) / folder / "unbound.so");
+    EXPECT_EQ(loaded_file(u".\\" + folder + u'\\' + folder + u"\\unbound.so"), "127");
+}
+
 TEST(Loader, KeepsTheTextOfTheHostsLoader) {
     const TempDir dir;
     plant_module("unbound_module", "unbound.so");
