@@ -64,7 +64,9 @@ inline constexpr DWORD LOAD_WITH_ALTERED_SEARCH_PATH = 0x8;
 //
 //   LOAD_WITH_ALTERED_SEARCH_PATH  The libraries that the module needs, and those that they need,
 //                                  come from the module's folder where it has them, before the
-//                                  host's rules; libraries that are loaded stay as they are.
+//                                  host's rules; libraries that are loaded stay as they are. A
+//                                  library is known by its DT_SONAME (-Wl,-soname, which CMake
+//                                  sets): without one the host's rules alone find it.
 //                                  Without the flag the host's rules alone find them. Has no effect
 //                                  for a name that the host's rules find.
 //   LOAD_LIBRARY_AS_DATAFILE       Maps the whole file, of any kind, privately and read-only, and
