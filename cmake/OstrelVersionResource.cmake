@@ -166,6 +166,13 @@ function(ostrel_version_resource target)
     endif()
     math(EXPR i "${i} + 2")
   endwhile()
+  foreach(name IN ITEMS LANGUAGE CODE_PAGE)
+    if(NOT "${${name}}" MATCHES "^(0x0*[0-9A-Fa-f]?[0-9A-Fa-f]?[0-9A-Fa-f]?[0-9A-Fa-f]|[0-9]+)$"
+        OR "${${name}}" GREATER 65535)
+      message(FATAL_ERROR
+        "ostrel_version_resource: ${name} is no number up to 65535: \"${${name}}\"")
+    endif()
+  endforeach()
   if(PRODUCT_VERSION STREQUAL "")
     set(PRODUCT_VERSION "${FILE_VERSION}")
   endif()
