@@ -32,8 +32,9 @@ DWORD code_of_message(std::string_view text) noexcept {
     if (has("undefined symbol") || has(": version `")) {
         return ERROR_PROC_NOT_FOUND;
     }
-    return has("cannot allocate") || has("out of memory") ? ERROR_NOT_ENOUGH_MEMORY
-                                                          : ERROR_BAD_EXE_FORMAT;
+    // Short of memory, the loader also leaves out the object's name and the errno.
+    return has("cannot allocate") || has("out of memory") || !has(": ") ? ERROR_NOT_ENOUGH_MEMORY
+                                                                        : ERROR_BAD_EXE_FORMAT;
 }
 
 // Keeps the loader's last text, untranslated whatever locale the program has set. Returns the code
