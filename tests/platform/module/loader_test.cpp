@@ -51,7 +51,7 @@ TEST(Loader, FindsTheFileOfAName) {
         {"sample.so", u".\\sample.so.1", kOwnFolder, "126"},
         {"libsample.so.1", u".\\libsample.so.1", kOwnFolder, "libsample.so.1"},
         {"Sample.so", u".\\sample.so", kOwnFolder, "126"},
-        {"sample.so", u"sample.dll", kOwnFolder, "126"},  // no code of the current directory
+        {"sample.so", u"needed_library.dll", 0, "126"},  // no code of the current directory
         {"sample.so", u"sample.dll", kData, "sample.so"},
         {"sample.so", u"sample.dll", kData | kOwnFolder, "sample.so"},
         {"sub/sample.so", u"sub\\sample", kOwnFolder, "sample.so"},
