@@ -9,9 +9,10 @@
 #
 #   FILE_VERSION     one to four numbers up to 65535; those that are missing are 0
 #   PRODUCT_VERSION  the same for the product; FILE_VERSION by default
-#   LANGUAGE         the language of the texts, decimal or 0x...; 0x0409 (US English) by default
-#   CODE_PAGE        their code page in the block; 1200 (UTF-16) by default, in which they are stored
-#                    whatever the number is
+#   LANGUAGE         the language of the texts, decimal or 0x..., up to 65535; US English (0x0409)
+#                    by default
+#   CODE_PAGE        the code page of the texts in their block's name, likewise; UTF-16 (1200) by
+#                    default, in which they are stored whatever the number is
 #   STRINGS          names and texts in UTF-8. FileVersion and ProductVersion are the versions as they
 #                    are written, unless a text is given here.
 #
@@ -166,6 +167,13 @@ function(ostrel_version_resource target)
     endif()
     math(EXPR i "${i} + 2")
   endwhile()
+  foreach(name IN ITEMS LANGUAGE CODE_PAGE)
+    if(NOT "${${name}}" MATCHES "^(0x0*[0-9A-Fa-f]?[0-9A-Fa-f]?[0-9A-Fa-f]?[0-9A-Fa-f]|[0-9]+)$"
+        OR "${${name}}" GREATER 65535)
+      message(FATAL_ERROR
+        "ostrel_version_resource: ${name} is no number up to 65535: \"${${name}}\"")
+    endif()
+  endforeach()
   if(PRODUCT_VERSION STREQUAL "")
     set(PRODUCT_VERSION "${FILE_VERSION}")
   endif()

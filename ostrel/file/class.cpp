@@ -36,13 +36,14 @@ int last_error() {
     return static_cast<int>(GetLastError());
 }
 
-// Copies a text to `out` from index `begin` on, as far as there is room, and adds a NUL. `size` is
-// at least 1. Returns the index of the NUL.
+// Copies a text to `out` from index `begin` on, as far as there is room, and adds a NUL, and one at
+// the end of `out`. `size` is at least 1. Returns the index of the first.
 std::size_t append(WCHAR *out, std::size_t size, std::size_t begin, const WCHAR *text) {
     const std::size_t room = size - 1 - begin;
     const std::size_t count = text != nullptr ? wcsnlen(text, room) : 0;
     std::copy_n(text, count, out + begin);
     out[begin + count] = 0;
+    out[size - 1] = 0;
     return begin + count;
 }
 
@@ -117,9 +118,10 @@ void CUtilZorv::GenVekaModFilenameInZorv(WCHAR *out, int size, WCHAR *file,
 
 HINSTANCE CUtilZorv::LoadLibEx(WCHAR *file, WCHAR *folder, WCHAR *out, int size) noexcept {
     GenVekaModFilenameInZorv(out, size, file, folder);
-    const HINSTANCE module = LoadLibraryExW(out, nullptr, LOAD_WITH_ALTERED_SEARCH_PATH);
+    const WCHAR *const name = size >= 1 ? out : nullptr;  // what `out` holds is no name otherwise
+    const HINSTANCE module = LoadLibraryExW(name, nullptr, LOAD_WITH_ALTERED_SEARCH_PATH);
     if (module == nullptr) {
-        OSTREL_TRACE(DBG::kLevelFailure, TEXT("LoadLib EX fail: '%s'. (err:%d)"), out,
+        OSTREL_TRACE(DBG::kLevelFailure, TEXT("LoadLib EX fail: '%s'. (err:%d)"), name,
                      last_error());
     }
     return module;

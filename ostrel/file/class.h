@@ -12,8 +12,9 @@
 //   }
 //
 // Texts are in buffers of the caller, whose sizes count characters with the NUL. No call writes
-// beyond a size, and each result ends with a NUL. A null `file` or `folder` that a call only reads
-// counts as empty. The class has no data, so assignment has no effect.
+// beyond a size; each result ends with a NUL, and the last character of the buffer is one too. A
+// null `file` or `folder` that a call only reads counts as empty. The class has no data, so
+// assignment has no effect.
 //
 // Ownership: the caller releases a module with FreeLibrary.
 // Threads: every call may run on any thread.
@@ -44,7 +45,7 @@ public:
 
     // Loads the module `file` of `folder`, whose dependencies come from its own folder first
     // (LOAD_WITH_ALTERED_SEARCH_PATH). Stores the full name in `out`, as above, also on failure.
-    // Returns the module, or null with a trace line.
+    // Returns the module, or null with a trace line, also for a null `out` or a `size` below 1.
     static HINSTANCE LoadLibEx(WCHAR *file, WCHAR *folder, WCHAR *out, int size) noexcept;
 
     // Loads the module `file`: by that name as it is, wherever LoadLibraryExW finds it, and when

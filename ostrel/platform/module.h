@@ -24,13 +24,15 @@
 //      that these calls have loaded, and by the name that the host's loader knows for all others
 //   2. in the program's folder
 //   3. by the host's rules: DT_RPATH, LD_LIBRARY_PATH, DT_RUNPATH, the loader's cache and the
-//      default folders. For a file to be read, DT_RPATH and DT_RUNPATH are the program's, and the
-//      cache is left out.
+//      default folders. DT_RPATH and DT_RUNPATH are those of the library that holds these calls,
+//      its own folder as it is installed, and not the program's. For a file to be read they are the
+//      program's, and the cache is left out.
 //   4. only for a file to be read, which runs no code: in the current directory
 //
 // Code never comes from the current directory by a name alone, because others may be able to write
-// there: for that, pass .\name. In a program that has rights which its caller lacks (AT_SECURE),
-// the caller may have chosen the program's folder by a link, so the call looks by 1 and 3 alone.
+// there: for that, pass .\name. Only an empty folder in LD_LIBRARY_PATH means that directory. In a
+// program that has rights which its caller lacks (AT_SECURE), the caller may have chosen the
+// program's folder by a link, so the call looks by 1 and 3 alone.
 //
 // At each place the call looks for these files, a folder of that name counting as missing:
 //
@@ -64,7 +66,9 @@ inline constexpr DWORD LOAD_WITH_ALTERED_SEARCH_PATH = 0x8;
 //
 //   LOAD_WITH_ALTERED_SEARCH_PATH  The libraries that the module needs, and those that they need,
 //                                  come from the module's folder where it has them, before the
-//                                  host's rules; libraries that are loaded stay as they are.
+//                                  host's rules; libraries that are loaded stay as they are. A
+//                                  library is known by its DT_SONAME (-Wl,-soname, which CMake
+//                                  sets): without one the host's rules alone find it.
 //                                  Without the flag the host's rules alone find them. Has no effect
 //                                  for a name that the host's rules find.
 //   LOAD_LIBRARY_AS_DATAFILE       Maps the whole file, of any kind, privately and read-only, and

@@ -12,9 +12,11 @@
 //
 //   HCRYPTPROV provider = 0;
 //   BYTE key[32];
-//   if (CryptAcquireContextW(&provider, nullptr, nullptr, PROV_RSA_FULL, CRYPT_VERIFYCONTEXT) &&
-//       CryptGenRandom(provider, sizeof key, key) && CryptReleaseContext(provider, 0)) {
-//       use(key);
+//   if (CryptAcquireContextW(&provider, nullptr, nullptr, PROV_RSA_FULL, CRYPT_VERIFYCONTEXT)) {
+//       if (CryptGenRandom(provider, sizeof key, key)) {
+//           use(key);
+//       }
+//       CryptReleaseContext(provider, 0);
 //   }
 //
 // The calls of UUIDs return their error code, from error.h, and leave the last error as it is. The

@@ -131,6 +131,7 @@ TEST(ClassCallsReplaced, EndsTheFolderWithinItsBuffer) {
         std::fill_n(folder.get(), size, u'y');
         EXPECT_EQ(CUtilZorv::GetAbsVekaFolderInZorv(folder.get(), size), 1);
         EXPECT_EQ(narrow(folder.get()), expected) << name;
+        EXPECT_EQ(folder[static_cast<std::size_t>(size) - 1], u'\0');
     }
 }
 
@@ -203,6 +204,9 @@ TEST(ClassCallsReplaced, LoadsAFileOfAFolder) {
             capture.Lines(),
             failing != 0 ? "4097 .\\class.cpp LoadLib EX fail: 'D:\\x\\a.'. (err:125)\n" : "");
     }
+    g_platform = platform();
+    EXPECT_NE(CUtilZorv::LoadLibEx(file, folder, out, 0), nullptr);
+    EXPECT_EQ(g_platform.notes, "load null 1 8 ");  // not what `out` holds
 }
 
 }  // namespace

@@ -63,6 +63,24 @@ TEST(VersionReads, CostOfALargeFileIsThatOfTheBlock) {
     EXPECT_LE(g_pages.size(), pages_of_block + 2);
 }
 
+TEST(VersionReads, EntriesInManySectionsCostNoMore) {
+    const TempDir dir;
+    constexpr std::size_t kSections = 1000, kOptional = kPeHeader + 24;
+    std::string image = pe_image(64, number(0, 14) + number(2 * kSections, 2));
+    patch(&image, kPeHeader + 6, kSections, 2);
+    patch(&image, kPeHeader + 20, image.size() - kOptional, 2);
+    for (std::size_t i = kSections; i-- > 0;) {  // the header of the table, or two empty entries
+        image += number(0, 12) + number(kPeResourceAddress + 16 * i, 4) + number(16, 4) +
+                 number(kPeResources + (i == 0 ? 0 : 16), 4) + number(0, 16);
+    }
+    dir.Write("module", image);
+    int reads = 0;
+    g_at_read = [&reads](int) { return ++reads, 0; };
+    EXPECT_EQ(read_version(u"module"), ERROR_BAD_FORMAT);
+    g_at_read = nullptr;
+    EXPECT_LT(reads, 20);
+}
+
 TEST(VersionReads, GoOnAfterInterruptionsAndShortReads) {
     const TempDir dir;
     dir.Write("module", pe_version(kBlock));

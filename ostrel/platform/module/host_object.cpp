@@ -18,19 +18,6 @@ namespace {
 
 constinit thread_local char t_message[kLoaderMessageSize] = {};
 
-// Keeps the loader's last text, untranslated whatever locale the program has set.
-void keep_message() noexcept {
-    static const locale_t plain = newlocale(LC_ALL_MASK, "C", nullptr);
-    const locale_t before = plain != nullptr ? uselocale(plain) : nullptr;
-    const char *const text = dlerror();
-    const std::size_t size = text != nullptr ? strnlen(text, sizeof t_message - 1) : 0;
-    std::copy_n(text, size, t_message);
-    t_message[size] = '\0';
-    if (before != nullptr) {
-        uselocale(before);
-    }
-}
-
 // Returns the code of a text of the loader. The loader gives no number, but its texts end with the
 // host's text of the errno where there is one.
 DWORD code_of_message(std::string_view text) noexcept {
@@ -45,8 +32,24 @@ DWORD code_of_message(std::string_view text) noexcept {
     if (has("undefined symbol") || has(": version `")) {
         return ERROR_PROC_NOT_FOUND;
     }
-    return has("cannot allocate") || has("out of memory") ? ERROR_NOT_ENOUGH_MEMORY
-                                                          : ERROR_BAD_EXE_FORMAT;
+    // Short of memory, the loader also leaves out the object's name and the errno.
+    return has("cannot allocate") || has("out of memory") || !has(": ") ? ERROR_NOT_ENOUGH_MEMORY
+                                                                        : ERROR_BAD_EXE_FORMAT;
+}
+
+// Keeps the loader's last text, untranslated whatever locale the program has set. Returns the code
+// of the whole text, also where only a part is kept.
+DWORD keep_message() noexcept {
+    static const locale_t plain = newlocale(LC_ALL_MASK, "C", nullptr);
+    const locale_t before = plain != nullptr ? uselocale(plain) : nullptr;
+    const char *const text = dlerror();
+    const std::string_view whole = text != nullptr ? text : "";
+    const DWORD code = code_of_message(whole);
+    t_message[whole.copy(t_message, sizeof t_message - 1)] = '\0';
+    if (before != nullptr) {
+        uselocale(before);
+    }
+    return code;
 }
 
 }  // namespace
@@ -60,8 +63,7 @@ DWORD open_host_object(const char *name, int mode, HostObject *object) noexcept 
     if (*object) {
         return ERROR_SUCCESS;
     }
-    keep_message();
-    return code_of_message(t_message);
+    return keep_message();
 }
 
 HostObject find_host_object(const char *name) noexcept {

@@ -81,6 +81,9 @@ public:
 
     DWORD FindBlock(Extent *block) {
         DWORD code = ReadHeaders();
+        if (code == ERROR_SUCCESS) {
+            code = FindSection(m_resources.address);
+        }
         DWORD offset = 0;  // in the resources
         for (const Level &level : kLevels) {
             if (code == ERROR_SUCCESS) {
@@ -90,6 +93,9 @@ public:
         ResourceData data;
         if (code == ERROR_SUCCESS) {
             code = ReadResources(offset, &data);
+        }
+        if (code == ERROR_SUCCESS) {
+            code = FindSection(data.address);
         }
         if (code != ERROR_SUCCESS) {
             return code;
@@ -174,6 +180,8 @@ private:
         return is_table == level.leads_to_table ? ERROR_SUCCESS : ERROR_BAD_FORMAT;
     }
 
+    // The tree lies in the section in which it begins: a search for the section of each entry
+    // would take hours in a file that is made for it.
     template <class Value>
     DWORD ReadResources(std::uint64_t offset, Value *value) {
         std::uint64_t place = 0;
@@ -181,9 +189,8 @@ private:
         return code == ERROR_SUCCESS ? Read(place, value) : code;
     }
 
-    // Finds the place in the file of what lies at an address of the loaded image, all of it in one
-    // section's part of the file. Returns 0 or an error code.
-    DWORD Locate(std::uint64_t address, std::uint64_t size, std::uint64_t *place) {
+    // Reads the section whose part of the file holds an address of the loaded image.
+    DWORD FindSection(std::uint64_t address) {
         for (DWORD i = 0; !IsIn(m_section, address); ++i) {
             if (i == m_sectionCount) {
                 return ERROR_BAD_FORMAT;
@@ -192,9 +199,16 @@ private:
                 return code;
             }
         }
+        return ERROR_SUCCESS;
+    }
+
+    // Stores the place in the file of what lies at an address, all of it in the section that
+    // FindSection has read. Returns 0 or an error code.
+    DWORD Locate(std::uint64_t address, std::uint64_t size, std::uint64_t *place) const {
         const std::uint64_t begin = address - m_section.address;
         *place = m_section.raw_offset + begin;
-        return size <= m_section.raw_size - begin ? ERROR_SUCCESS : ERROR_BAD_FORMAT;
+        return IsIn(m_section, address) && size <= m_section.raw_size - begin ? ERROR_SUCCESS
+                                                                              : ERROR_BAD_FORMAT;
     }
 
     static bool IsIn(const Section &section, std::uint64_t address) {
@@ -205,7 +219,7 @@ private:
     std::uint64_t m_sectionTable = 0;
     WORD m_sectionCount = 0;
     DataDirectory m_resources = {};
-    Section m_section = {};  // the last one in which something was located
+    Section m_section = {};  // the last one that was read
 };
 
 }  // namespace

@@ -122,15 +122,21 @@ std::u16string_view take_name(std::u16string_view *path) {
     return name;
 }
 
+// Where the text of a node begins, at an even offset: the value of a node that ends before is at
+// its end, which may be odd.
+std::size_t text_of(const Node &node) {
+    return node.value / kUnit * kUnit;
+}
+
 // The text of a node. Its NUL may lie in the padding behind the node. The length that the node
 // tells is not used: linkers write it in characters or bytes, with the NUL or without.
 DWORD find_text(std::string_view block, const Node &node, VersionValue *value) {
-    const Range range = {node.value, std::min(aligned(node.end), block.size())};
+    const Range range = {text_of(node), std::min(aligned(node.end), block.size())};
     const std::size_t nul = find_nul(block, range);
     if (nul >= range.end) {
         return ERROR_BAD_FORMAT;
     }
-    *value = {node.value, (nul - node.value) / kUnit + 1};
+    *value = {range.begin, (nul - range.begin) / kUnit + 1};
     return ERROR_SUCCESS;
 }
 
@@ -147,8 +153,8 @@ std::vector<UnendedText> find_unended_texts(std::string_view block) {
     const auto look_at_text = [&](const Node &info, const Node &table, const Node &text) {
         VersionValue ignored;
         if (text.value_length > 0 && find_text(block, text, &ignored) != ERROR_SUCCESS) {
-            const std::size_t length = (text.end - text.value) / kUnit * kUnit;
-            texts.push_back({text.value + length, {text.begin, table.begin, info.begin}});
+            const std::size_t nul = std::max(text_of(text), text.end / kUnit * kUnit);
+            texts.push_back({nul, {text.begin, table.begin, info.begin}});
         }
         return true;
     };

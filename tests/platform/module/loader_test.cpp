@@ -51,7 +51,7 @@ TEST(Loader, FindsTheFileOfAName) {
         {"sample.so", u".\\sample.so.1", kOwnFolder, "126"},
         {"libsample.so.1", u".\\libsample.so.1", kOwnFolder, "libsample.so.1"},
         {"Sample.so", u".\\sample.so", kOwnFolder, "126"},
-        {"sample.so", u"sample.dll", kOwnFolder, "126"},  // no code of the current directory
+        {"sample.so", u"needed_library.dll", 0, "126"},  // no code of the current directory
         {"sample.so", u"sample.dll", kData, "sample.so"},
         {"sample.so", u"sample.dll", kData | kOwnFolder, "sample.so"},
         {"sub/sample.so", u"sub\\sample", kOwnFolder, "sample.so"},
@@ -118,6 +118,13 @@ TEST(Loader, TellsWhyAModuleCannotBeLoaded) {
     EXPECT_EQ(loaded_file(std::u16string(260, u'x')), "206");
     EXPECT_EQ(LoadLibraryExW(u"x", INVALID_HANDLE_VALUE, 0), nullptr);
     EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
+}
+
+TEST(Loader, TellsWhyAlsoBehindALongPath) {
+    const TempDir dir;
+    const std::u16string folder(80, u'\u4E2D');  // 240 bytes
+    plant_module("unbound_module", fs::path(folder) / folder / "unbound.so");
+    EXPECT_EQ(loaded_file(u".\\" + folder + u'\\' + folder + u"\\unbound.so"), "127");
 }
 
 TEST(Loader, KeepsTheTextOfTheHostsLoader) {

@@ -68,6 +68,8 @@ TEST(Version, ReadsBlocksAsFilesHaveThem) {
     patch(&bytes_counted, 2, 8, 2);
     const std::string no_nul = version_node(u"FileVersion", 1, utf16(u"5.1x"), 4);
     const std::string odd_no_nul = version_node(u"FileVersion", 1, utf16(u"5.1"), 3);
+    std::string odd_node = version_node(u"A", 1, "", 5) + 'x';
+    patch(&odd_node, 0, odd_node.size(), 2);
     std::string lying_tables = version_texts(u"041104B0", {kText});
     patch(&lying_tables, 0, 0xFFFF, 2);
     const struct {
@@ -107,6 +109,9 @@ TEST(Version, ReadsBlocksAsFilesHaveThem) {
          "52:5 1 2600 1106 ", "4:1104b004", "5:5.1x"},
         {"an odd text without NUL at the end",
          pe_version(version_block({kTranslation, version_texts(u"041104B0", {odd_no_nul})})),
+         "52:5 1 2600 1106 ", "4:1104b004", "4:5.1"},
+        {"a text that ends before it begins, at an odd offset",
+         pe_version(version_block({version_texts(u"041104B0", {odd_node, kText}), kTranslation})),
          "52:5 1 2600 1106 ", "4:1104b004", "4:5.1"},
         {"a table that is longer than the block",
          pe_version(version_block({kTranslation, lying_tables})), "52:5 1 2600 1106 ", "4:1104b004",
