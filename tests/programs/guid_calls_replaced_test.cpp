@@ -12,108 +12,77 @@
 
 namespace {
 
-// What a call returns, and what all have been asked for.
-struct {
-    RPC_STATUS create = 0, from_string = 0, to_string = 0, free = 0, compare = 0;
-    int order = 0;
-    BOOL acquires = TRUE;
-    int texts = 0, acquired = 0, released = 0;
-    std::string random;
-} calls;
-
-RPC_STATUS failed(RPC_STATUS status) {
-    if (status != 0) {
-        SetLastError(55);
-    }
-    return status;
-}
+// What each call returns, and what has been asked for.
+RPC_STATUS g_create, g_from_string, g_to_string, g_free, g_compare;
+BOOL g_acquires = TRUE;
+int g_texts, g_acquired, g_released;
+std::string g_random;
 
 }  // namespace
 
 RPC_STATUS UuidCreate(UUID *uuid) noexcept {
     *uuid = {};
-    return failed(calls.create);
+    return g_create;
 }
 RPC_STATUS UuidFromStringW(RPC_WSTR text, UUID *) noexcept {
     *text = 0;  // in a copy
-    return failed(calls.from_string);
+    return g_from_string;
 }
 RPC_STATUS UuidToStringW(const UUID *, RPC_WSTR *text) noexcept {
     static WCHAR written[] = TEXT("text");
-    if (calls.to_string == 0) {
-        *text = written;
-        ++calls.texts;
-    }
-    return failed(calls.to_string);
+    *text = g_to_string == 0 ? written : *text;
+    g_texts += g_to_string == 0 ? 1 : 0;
+    return g_to_string;
 }
 RPC_STATUS RpcStringFreeW(RPC_WSTR *) noexcept {
-    --calls.texts;
-    return failed(calls.free);
+    --g_texts;
+    return g_free;
 }
 int UuidCompare(UUID *, UUID *, RPC_STATUS *status) noexcept {
-    *status = failed(calls.compare);
-    return calls.order;
+    *status = g_compare;
+    return -1;
 }
 BOOL CryptAcquireContextW(HCRYPTPROV *provider, const WCHAR *container, const WCHAR *name,
                           DWORD type, DWORD flags) noexcept {
     EXPECT_TRUE(container == nullptr && name == nullptr && type == 1 && flags == 0xF0000000);
-    calls.acquired += calls.acquires;
-    *provider = calls.acquires ? static_cast<HCRYPTPROV>(calls.acquired) : 0;
-    return calls.acquires;
+    *provider = static_cast<HCRYPTPROV>(g_acquired += g_acquires);
+    return g_acquires;
 }
 BOOL CryptGenRandom(HCRYPTPROV provider, DWORD count, BYTE *) noexcept {
-    calls.random += std::to_string(provider) + ':' + std::to_string(count) + ' ';
+    g_random += std::to_string(provider) + ':' + std::to_string(count) + ' ';
     return static_cast<BOOL>(count);
 }
-BOOL CryptReleaseContext(HCRYPTPROV, DWORD flags) noexcept {
-    EXPECT_EQ(flags, 0u);
-    ++calls.released;
-    return TRUE;
+BOOL CryptReleaseContext(HCRYPTPROV, DWORD) noexcept {
+    return ++g_released;
 }
 
 namespace {
 
 TEST(GuidCallsReplaced, ThatFailThrowTheLastErrorOnOnePath) {
-    const CGUID guid;
-    const struct {
-        const char *name;
-        RPC_STATUS *status;
-        std::function<void()> act;
-    } kRows[] = {
-        {"create", &calls.create, [] { CGUID made; }},
-        {"from string", &calls.from_string, [] { CGUID(OS::x_wstring(TEXT("text"))); }},
-        {"to string", &calls.to_string, [] { CGUID(_GUID{}); }},
-        {"to string of a new one", &calls.to_string, [] { CGUID made; }},
-        {"free", &calls.free, [] { CGUID(_GUID{}); }},
-        {"compare", &calls.compare, [&guid] { EXPECT_EQ(guid == _GUID{}, 2); }},
-    };
-    for (const auto &row : kRows) {
-        for (const RPC_STATUS status : {1824, -1}) {
-            SCOPED_TRACE(row.name);
-            const TraceCapture trace;
-            *row.status = status;
-            try {
-                row.act();
-                ADD_FAILURE();
-            } catch (const OS::CSystemException &failure) {
-                EXPECT_EQ(failure.GetErrorCode(), 55);
-            }
-            *row.status = 0;
-            EXPECT_EQ(trace.Lines(), "4097 .\\cm_guid.cpp RPC_STATUS status = " +
-                                         std::to_string(status) + ", last error = 55\n");
-            EXPECT_EQ(calls.texts, 0);
-        }
-    }
-}
-
-TEST(GuidCallsReplaced, DecideWhatIsEqualAndTakeACopyOfTheText) {
     const OS::x_wstring text(TEXT("any"));
     const CGUID guid(text);
     EXPECT_EQ(guid.GetString(), text);
-    EXPECT_EQ(CGUID(_GUID{}).GetString(), TEXT("text"));
-    for (const int order : {-1, 0, 1}) {
-        calls.order = order;
-        EXPECT_EQ(guid == _GUID{}, order == 0 ? 1 : 0);
+    EXPECT_EQ(guid == _GUID{}, 0);
+    const std::pair<RPC_STATUS *, std::function<void()>> cases[] = {
+        {&g_create, [] { CGUID made; }},
+        {&g_from_string, [&text] { CGUID made(text); }},
+        {&g_to_string, [] { CGUID made; }},
+        {&g_free, [] { CGUID made; }},
+        {&g_compare, [&guid] { EXPECT_EQ(guid == _GUID{}, 2); }},
+    };
+    for (const auto &[status, act] : cases) {
+        const TraceCapture trace;
+        *status = 1824;
+        SetLastError(55);
+        try {
+            act();
+            ADD_FAILURE();
+        } catch (const OS::CSystemException &failure) {
+            EXPECT_EQ(failure.GetErrorCode(), 55);
+        }
+        *status = 0;
+        EXPECT_EQ(trace.Lines(), "4097 .\\cm_guid.cpp RPC_STATUS status = 1824, last error = 55\n");
+        EXPECT_EQ(g_texts, 0);
     }
 }
 
@@ -121,31 +90,21 @@ TEST(GuidCallsReplaced, ReleaseAProviderWithItsLastUser) {
     auto first = std::make_unique<OS::CCryptRandom>();
     auto second = std::make_unique<OS::CCryptRandom>(*first);
     OS::CCryptRandom third;
-    EXPECT_EQ(calls.acquired, 2);
-    EXPECT_EQ(second->Get(nullptr, 7), 7);
     EXPECT_EQ(third.Get(nullptr, 0), 0);
     third = *second;
-    EXPECT_EQ(calls.released, 1);
+    EXPECT_EQ(g_released, 1);
     first.reset();
+    EXPECT_EQ(second->Get(nullptr, 7) + third.Get(nullptr, 9), 16);
+    EXPECT_EQ(g_random, "2:0 1:7 1:9 ");
     second.reset();
-    EXPECT_EQ(third.Get(nullptr, 9), 9);
-    EXPECT_EQ(calls.random, "1:7 2:0 1:9 ");
-    EXPECT_EQ(calls.released, 1);
-    third = OS::CCryptRandom();
-    EXPECT_EQ(calls.released, 2);
-}
-
-TEST(GuidCallsReplaced, WithoutAProviderGiveNothingAndTraceNothing) {
-    const TraceCapture trace;
-    const int released = calls.released;
-    calls.acquires = FALSE;
+    EXPECT_EQ(g_released, 1);
+    g_acquires = FALSE;
     {
-        const OS::CCryptRandom random, copy(random);
-        EXPECT_EQ(random.Get(nullptr, 7), 0);
-        EXPECT_EQ(copy.Get(nullptr, 7), 0);
+        const OS::CCryptRandom none, copy(none);
+        EXPECT_EQ(none.Get(nullptr, 7) + copy.Get(nullptr, 7), 0);
+        third = none;
     }
-    EXPECT_EQ(calls.released, released);
-    EXPECT_EQ(trace.Lines(), "");
+    EXPECT_EQ(g_released, 2);
 }
 
 }  // namespace
