@@ -1,9 +1,6 @@
 // CUtilZorv against calls of the platform that take notes and give what a test asks for.
 
 #include <algorithm>
-#include <cstring>
-#include <memory>
-#include <sstream>
 
 #include "ostrel/file/class.h"
 #include "ostrel/platform/error.h"
@@ -14,12 +11,11 @@
 
 namespace {
 
-struct Platform {
+struct {
     LSTATUS open = 0, query = 0;
     DWORD type = REG_SZ;
-    std::u16string value;
-    DWORD bytes = 0;       // of the value, when not all of it
-    int failingLoads = 0;  // before the one that succeeds
+    std::string value;      // bytes
+    int failing_loads = 0;  // before the one that succeeds
     std::string notes;
 } g_platform;
 
@@ -27,11 +23,8 @@ std::string narrow(std::u16string_view text) {
     return {text.begin(), text.end()};
 }
 
-template <class... Values>
-void note(const Values &...values) {
-    std::ostringstream line;
-    ((line << values << ' '), ...);
-    g_platform.notes += line.str();
+std::string bytes_of(std::u16string_view text) {
+    return {reinterpret_cast<const char *>(text.data()), 2 * text.size()};
 }
 
 HINSTANCE const kModule = reinterpret_cast<HINSTANCE>(std::intptr_t{0x1000});
@@ -39,169 +32,112 @@ HINSTANCE const kModule = reinterpret_cast<HINSTANCE>(std::intptr_t{0x1000});
 }  // namespace
 
 HMODULE LoadLibraryExW(const WCHAR *name, HANDLE file, DWORD flags) noexcept {
-    note("load", name != nullptr ? narrow(name) : "null", file == nullptr, flags);
-    SetLastError(g_platform.failingLoads > 0 ? 126 - static_cast<DWORD>(g_platform.failingLoads)
-                                             : GetLastError());
-    return g_platform.failingLoads-- > 0 ? nullptr : kModule;
+    EXPECT_EQ(file, nullptr);
+    g_platform.notes += "load " + narrow(name) + ' ' + std::to_string(flags) + ' ';
+    SetLastError(g_platform.failing_loads > 0 ? 126 - static_cast<DWORD>(g_platform.failing_loads)
+                                              : GetLastError());
+    return g_platform.failing_loads-- > 0 ? nullptr : kModule;
 }
-LSTATUS RegOpenKeyExW(HKEY key, const WCHAR *path, DWORD options, REGSAM access,
-                      HKEY *result) noexcept {
-    note("open", key == HKEY_LOCAL_MACHINE, narrow(path), options, access);
+LSTATUS RegOpenKeyExW(HKEY key, const WCHAR *path, DWORD, REGSAM access, HKEY *result) noexcept {
+    EXPECT_TRUE(key == HKEY_LOCAL_MACHINE && access == KEY_QUERY_VALUE);
+    EXPECT_EQ(narrow(path), "SOFTWARE\\Nimbara\\Larkspur\\service\\Information");
     *result = g_platform.open == 0 ? HKEY_USERS : nullptr;
     return g_platform.open;
 }
-LSTATUS RegQueryValueExW(HKEY key, const WCHAR *name, DWORD *reserved, DWORD *type, BYTE *data,
+LSTATUS RegQueryValueExW(HKEY, const WCHAR *name, DWORD *, DWORD *type, BYTE *data,
                          DWORD *size) noexcept {
-    note("query", key == HKEY_USERS, narrow(name), reserved == nullptr, *size);
+    g_platform.notes += "query " + narrow(name) + ' ' + std::to_string(*size) + ' ';
     *type = g_platform.type;
-    const std::size_t bytes =
-        g_platform.bytes != 0 ? g_platform.bytes - 1 : 2 * g_platform.value.size();
-    if (g_platform.query == 0 && bytes <= *size) {
-        std::memcpy(data, g_platform.value.data(), bytes);
-    }
-    *size = static_cast<DWORD>(bytes);
+    std::copy_n(g_platform.value.data(), std::min<std::size_t>(*size, g_platform.value.size()),
+                data);
+    *size = static_cast<DWORD>(g_platform.value.size());
     return g_platform.query;
 }
 LSTATUS RegCloseKey(HKEY key) noexcept {
-    note("close", key == HKEY_USERS);
+    g_platform.notes += key == HKEY_USERS ? "close " : "";
     return 0;
 }
 
 namespace {
 
-const std::string kOpen = "open 1 SOFTWARE\\Nimbara\\Larkspur\\service\\Information 0 1 ";
-const std::string kQuery = "query 1 Local_Path 1 ";
-
-Platform platform(LSTATUS open = 0, LSTATUS query = 0, DWORD type = REG_SZ) {
-    Platform made;
-    made.value = std::u16string(TEXT("D:\\agent\\")) + u'\0';
-    made.open = open;
-    made.query = query;
-    made.type = type;
-    return made;
-}
-
-TEST(ClassCallsReplaced, ReadsTheFolder) {
-    const std::string read = kOpen + kQuery + "520 close 1 ";
-    const std::string mismatch =
-        "258 .\\class.cpp Fail query reg of ZORV main folder, or dtype mismatch, err=77\n";
-    const std::tuple<const char *, Platform, int, std::string, std::string> cases[] = {
-        {"read", platform(), 1, read,
-         "258 .\\class.cpp VEKA folder under KORL is 'D:\\agent\\VEKA\\'\n"},
-        {"no key", platform(2), 0, kOpen,
-         "258 .\\class.cpp Fail open reg of ZORV main folder, err=77\n"},
-        {"no value", platform(0, 234), 0, read, mismatch},
-        {"wrong type", platform(0, 0, REG_EXPAND_SZ), 0, read, mismatch},
-    };
-    for (const auto &[name, given, result, notes, lines] : cases) {
-        SCOPED_TRACE(name);
-        g_platform = given;
-        const TraceCapture capture;
-        WCHAR folder[260] = {};
-        SetLastError(77);
-        EXPECT_EQ(CUtilZorv::GetAbsVekaFolderInZorv(folder, 260), result);
-        EXPECT_EQ(GetLastError(), 77u);
-        EXPECT_EQ(g_platform.notes, notes);
-        EXPECT_EQ(capture.Lines(), lines);
-    }
-    const TraceCapture capture;
-    WCHAR folder[1] = {u'x'};
-    EXPECT_EQ(CUtilZorv::GetAbsVekaFolderInZorv(nullptr, 260) +
-                  CUtilZorv::GetAbsVekaFolderInZorv(folder, 0),
-              0);
-    EXPECT_EQ(capture.Lines() + narrow({folder, 1}), "x");
-}
-
 TEST(ClassCallsReplaced, EndsTheFolderWithinItsBuffer) {
-    const std::tuple<const char *, std::u16string, DWORD, int, std::string> cases[] = {
-        {"no separator", u"D:\\agent|", 0, 260, "D:\\agentVEKA\\"},
-        {"a NUL within", std::u16string(u"D:\\\0x|", 6), 0, 260, "D:\\VEKA\\"},
-        {"nothing", u"", 0, 260, "VEKA\\"},
-        {"an odd byte", u"xx", 1 + 1, 260, "VEKA\\"},
-        {"an odd last byte", u"D:\\ab", 1 + 7, 260, "D:VEKA\\"},
-        {"all of the buffer", u"D:\\a|", 0, 5, "D:\\a"},
-        {"one too few", u"D:\\a|", 0, 8, "D:\\aVEK"},
-        {"a single unit", u"|", 0, 1, ""},
+    const std::tuple<std::string, std::size_t, std::string> cases[] = {
+        {bytes_of(u"D:\\agent|"), 260, "D:\\agentVEKA\\"},
+        {"", 260, "VEKA\\"},
+        {"x", 260, "VEKA\\"},
+        {bytes_of(u"D:\\") + 'a', 260, "D:VEKA\\"},
+        {bytes_of(u"D:\\a|"), 5, "D:\\a"},
+        {bytes_of(u"D:\\a|"), 8, "D:\\aVEK"},
+        {bytes_of(u"|"), 1, ""},
     };
-    for (const auto &[name, value, bytes, size, expected] : cases) {
-        g_platform = platform();
-        g_platform.value = value;
-        g_platform.bytes = bytes;
-        const std::unique_ptr<WCHAR[]> folder(new WCHAR[static_cast<std::size_t>(size)]);
-        std::fill_n(folder.get(), size, u'y');
-        EXPECT_EQ(CUtilZorv::GetAbsVekaFolderInZorv(folder.get(), size), 1);
-        EXPECT_EQ(narrow(folder.get()), expected) << name;
+    for (const auto &[value, size, expected] : cases) {
+        g_platform = {0, 0, REG_SZ, value, 0, ""};
+        std::vector<WCHAR> folder(size, u'y');
+        EXPECT_EQ(CUtilZorv::GetAbsVekaFolderInZorv(folder.data(), static_cast<int>(size)), 1);
+        EXPECT_EQ(narrow(folder.data()), expected);
     }
+    EXPECT_EQ(CUtilZorv::GetAbsVekaFolderInZorv(nullptr, 260), 0);
 }
 
-TEST(ClassCallsReplaced, JoinsFolderAndFile) {
-    const std::tuple<const WCHAR *, const WCHAR *, int, std::string> cases[] = {
-        {u"D:\\x\\", u"a.dll", 260, "D:\\x\\a.dll"}, {u"D:\\x\\", u"a.dll", 5, "D:\\x"},
-        {u"D:\\x\\", u"a.dll", 8, "D:\\x\\a."},      {u"D:\\x\\", u"a.dll", 1, ""},
-        {nullptr, u"a.dll", 260, "a.dll"},           {u"D:\\x\\", nullptr, 260, "D:\\x\\"},
-    };
-    for (const auto &[folder, file, size, expected] : cases) {
-        const std::unique_ptr<WCHAR[]> out(new WCHAR[static_cast<std::size_t>(size)]);
-        CUtilZorv::GenVekaModFilenameInZorv(out.get(), size, const_cast<WCHAR *>(file),
-                                            const_cast<WCHAR *>(folder));
-        EXPECT_EQ(narrow(out.get()), expected);
+TEST(ClassCallsReplaced, LoadsAFileOfAFolder) {
+    WCHAR folder[] = u"D:\\x\\", file[] = u"a.dll";
+    const std::tuple<WCHAR *, int, int, std::string> cases[] = {{folder, 260, 0, "D:\\x\\a.dll"},
+                                                                {folder, 5, 0, "D:\\x"},
+                                                                {folder, 8, 1, "D:\\x\\a."},
+                                                                {folder, 1, 0, ""},
+                                                                {nullptr, 260, 0, "a.dll"}};
+    for (const auto &[path, size, failing, expected] : cases) {
+        g_platform = {0, 0, 0, "", failing, ""};
+        const TraceCapture capture;
+        std::vector<WCHAR> out(static_cast<std::size_t>(size));
+        EXPECT_EQ(CUtilZorv::LoadLibEx(file, path, out.data(), size),
+                  failing != 0 ? nullptr : kModule);
+        EXPECT_EQ(g_platform.notes, "load " + expected + " 8 ");
+        EXPECT_EQ(
+            capture.Lines(),
+            failing == 0 ? "" : "4097 .\\class.cpp LoadLib EX fail: 'D:\\x\\a.'. (err:125)\n");
     }
-    WCHAR kept[] = u"kept";
-    CUtilZorv::GenVekaModFilenameInZorv(kept, 0, kept, kept);
-    CUtilZorv::GenVekaModFilenameInZorv(nullptr, 4, kept, kept);
-    EXPECT_EQ(narrow(kept), "kept");
+    CUtilZorv::GenVekaModFilenameInZorv(file, 0, folder, folder);
+    EXPECT_EQ(narrow(file), "a.dll");
 }
 
 TEST(ClassCallsReplaced, LoadsByNameAndThenByFolder) {
     using Load = HINSTANCE (*)(WCHAR *);
-    const std::string zorv = "CUtilZorv::LoadLibExPlim ";
-    for (const auto &[load, flag] : {std::pair<Load, char>(CUtilZorv::LoadLibExPlim, '8'),
-                                     std::pair<Load, char>(CUtilZorv::LoadLibExAsDataPlim, '2')}) {
-        const std::string first = std::string("load a.dll 1 ") + flag + ' ';
-        const std::string second = std::string("load D:\\agent\\VEKA\\a.dll 1 ") + flag + ' ';
-        const std::string read = kOpen + kQuery + "520 close 1 ";
-        const std::string flags = std::string(", flag=0000000") + flag + ". ";
+    const std::string trace = "258 .\\class.cpp ", zorv = "CUtilZorv::LoadLibExPlim ";
+    for (const auto &[load, flag] :
+         {std::pair<Load, std::string>(CUtilZorv::LoadLibExPlim, "8"),
+          std::pair<Load, std::string>(CUtilZorv::LoadLibExAsDataPlim, "2")}) {
+        const std::string first = "load a.dll " + flag + ' ';
+        const std::string read = first + "query Local_Path 520 close ";
+        const std::string both = read + "load D:\\agent\\VEKA\\a.dll " + flag + ' ';
+        const std::string flags = "', flag=0000000" + flag + ". ";
         const std::string failed =
-            "258 .\\class.cpp " + zorv + "'a.dll'" + flags + "fail, try abs path of ZORV.\n";
-        const std::string folder =
-            "258 .\\class.cpp VEKA folder under KORL is 'D:\\agent\\VEKA\\'\n";
-        const std::string full = "'D:\\agent\\VEKA\\a.dll'" + flags;
-        const std::tuple<const char *, int, LSTATUS, std::string, std::string> cases[] = {
-            {"at once", 0, 0, first, "258 .\\class.cpp " + zorv + "'a.dll'" + flags + "done.\n"},
-            {"by folder", 1, 0, first + read + second,
-             failed + folder + "258 .\\class.cpp " + zorv + full + "loaded under zorv path.\n"},
-            {"no folder", 1, 2, first + kOpen,
-             failed + "258 .\\class.cpp Fail open reg of ZORV main folder, err=125\n" +
-                 "4097 .\\class.cpp " + zorv + "by LoadLibrary: 'a.dll' fail of find abs path.\n"},
-            {"not at all", 2, 0, first + read + second,
-             failed + folder + "4097 .\\class.cpp " + zorv + "fail of loadlib: " + full +
-                 "(err:125)\n"},
+            trace + zorv + "'a.dll" + flags + "fail, try abs path of ZORV.\n" + trace;
+        const std::string folder = failed + "VEKA folder under KORL is 'D:\\agent\\VEKA\\'\n";
+        const std::string full = "'D:\\agent\\VEKA\\a.dll" + flags;
+        const std::string end =
+            "4097 .\\class.cpp " + zorv + "by LoadLibrary: 'a.dll' fail of find abs path.\n";
+        const std::string mismatch =
+            failed + "Fail query reg of ZORV main folder, or dtype mismatch, err=125\n" + end;
+        const std::tuple<int, LSTATUS, LSTATUS, DWORD, std::string, std::string> cases[] = {
+            {0, 0, 0, 1, first, trace + zorv + "'a.dll" + flags + "done.\n"},
+            {1, 0, 0, 1, both, folder + trace + zorv + full + "loaded under zorv path.\n"},
+            {1, 2, 0, 1, first, failed + "Fail open reg of ZORV main folder, err=125\n" + end},
+            {1, 0, 234, 1, read, mismatch},
+            {1, 0, 0, REG_EXPAND_SZ, read, mismatch},
+            {2, 0, 0, 1, both,
+             folder + "4097 .\\class.cpp " + zorv + "fail of loadlib: " + full + "(err:125)\n"},
         };
-        for (const auto &[name, failing, open, notes, lines] : cases) {
-            SCOPED_TRACE(name);
-            g_platform = platform(open);
-            g_platform.failingLoads = failing;
+        for (const auto &[failing, open, query, type, notes, lines] : cases) {
+            g_platform = {open,    query, type, bytes_of(std::u16string_view(u"D:\\agent\\", 10)),
+                          failing, ""};
             const TraceCapture capture;
             WCHAR file[] = u"a.dll";
-            EXPECT_EQ(load(file), failing == 2 || open != 0 ? nullptr : kModule);
+            const bool is_loaded = failing == 0 || (failing == 1 && notes == both);
+            EXPECT_EQ(load(file), is_loaded ? kModule : nullptr);
             EXPECT_EQ(g_platform.notes, notes);
             EXPECT_EQ(capture.Lines(), lines);
         }
-    }
-}
-
-TEST(ClassCallsReplaced, LoadsAFileOfAFolder) {
-    WCHAR file[] = u"a.dll", folder[] = u"D:\\x\\", out[8];
-    for (const int failing : {0, 1}) {
-        g_platform = platform();
-        g_platform.failingLoads = failing;
-        const TraceCapture capture;
-        EXPECT_EQ(CUtilZorv::LoadLibEx(file, folder, out, 8), failing != 0 ? nullptr : kModule);
-        EXPECT_EQ(g_platform.notes, "load D:\\x\\a. 1 8 ");
-        EXPECT_EQ(narrow(out), "D:\\x\\a.");
-        EXPECT_EQ(
-            capture.Lines(),
-            failing != 0 ? "4097 .\\class.cpp LoadLib EX fail: 'D:\\x\\a.'. (err:125)\n" : "");
     }
 }
 
