@@ -1,23 +1,16 @@
 // LoadLibraryW, LoadLibraryExW, GetProcAddress and FreeLibrary.
 
-#include <unistd.h>
-
-#include <atomic>
-#include <thread>
-
 #include "support/modules.h"
+#include "support/signals.h"
 
 namespace {
 
 std::string g_notes;  // of the modules
-std::atomic<bool> g_notesAreKept{true};
 
 }  // namespace
 
 extern "C" void note_of_module(const char *note) {
-    if (g_notesAreKept) {
-        g_notes += note;
-    }
+    g_notes += note;
 }
 
 namespace {
@@ -44,19 +37,14 @@ TEST(Loader, FindsTheFileOfAName) {
         {"sample.so", u".\\sample.dll", kOwnFolder, "sample.so"},
         {"libsample.so", u"./sample.DLL", kOwnFolder, "libsample.so"},
         {"sample.dll", u"SAMPLE\\..\\sample", kOwnFolder, "sample.dll"},
-        {"libsample.so", u".\\sample", kOwnFolder, "libsample.so"},
         {"sample", u".\\sample", kOwnFolder, "sample"},
         {"sample", u".\\sample.", kOwnFolder, "sample"},
-        {"sample.dll", u".\\sample.", kOwnFolder, "126"},
-        {"sample.so", u".\\sample.so.1", kOwnFolder, "126"},
         {"libsample.so.1", u".\\libsample.so.1", kOwnFolder, "libsample.so.1"},
         {"Sample.so", u".\\sample.so", kOwnFolder, "126"},
         {"sample.so", u"sample.dll", kOwnFolder, "126"},  // no code of the current directory
         {"sample.so", u"sample.dll", kData, "sample.so"},
-        {"sample.so", u"sample.dll", kData | kOwnFolder, "sample.so"},
         {"sub/sample.so", u"sub\\sample", kOwnFolder, "sample.so"},
         {"$LIB/sample.so", u"$LIB\\sample", kOwnFolder, "161"},
-        {"$LIB/sample.so", u"$LIB\\sample", kData, "sample.so"},
         {"sub/sample.so", u"sub\\sample", 0, "126"},  // without the library that it needs
     };
     for (const auto &[planted, name, flags, expected] : cases) {
@@ -73,7 +61,6 @@ TEST(Loader, LooksInTheProgramsFolderAndByTheHostsRules) {
     EXPECT_EQ(loaded_file(u"loader_test_own", kData), "libloader_test_own.so");
     fs::remove(own);
     EXPECT_EQ(loaded_file(u"loader_test_own"), "126");
-    EXPECT_EQ(loaded_file(program.filename().u16string() + u'.', kData), program.filename());
     for (const DWORD flags : {DWORD{0}, kData}) {
         EXPECT_EQ(loaded_file(u"libc.so.6", flags), "libc.so.6");
     }
@@ -87,50 +74,31 @@ TEST(Loader, TellsWhyAModuleCannotBeLoaded) {
     plant_module("sample_module", "cut.so");
     fs::resize_file("cut.so", fs::file_size("cut.so") / 8);
     ASSERT_EQ(mkfifo("fifo.so", 0600), 0);
-    const std::tuple<const WCHAR *, DWORD, DWORD> cases[] = {
-        {nullptr, 0, ERROR_INVALID_PARAMETER},
+    const std::tuple<std::u16string, DWORD, DWORD> cases[] = {
         {u"", 0, ERROR_INVALID_PARAMETER},
         {u"x", 1, ERROR_INVALID_PARAMETER},
         {u"none", 0, ERROR_MOD_NOT_FOUND},
         {u"none\\none", kData, ERROR_MOD_NOT_FOUND},
-        {u"text.so\\none", 0, ERROR_MOD_NOT_FOUND},
-        {u"Q:\\none", 0, ERROR_MOD_NOT_FOUND},
         {u".", 0, ERROR_MOD_NOT_FOUND},
         {u"\\\\server\\share\\x.dll", 0, ERROR_BAD_NETPATH},
         {u".\\lone\\sample", kOwnFolder, ERROR_MOD_NOT_FOUND},
-        {u".\\unbound", 0, ERROR_PROC_NOT_FOUND},
         {u".\\dir", 0, ERROR_ACCESS_DENIED},
-        {u".\\dir.so\\", kData, ERROR_ACCESS_DENIED},
-        {u".\\empty", 0, ERROR_BAD_EXE_FORMAT},
         {u".\\empty", kData, ERROR_BAD_EXE_FORMAT},
         {u".\\text", 0, ERROR_BAD_EXE_FORMAT},
         {u".\\cut", 0, ERROR_BAD_EXE_FORMAT},
         {u".\\fifo", 0, ERROR_BAD_EXE_FORMAT},
         {u".\\fifo", kData, ERROR_BAD_EXE_FORMAT},
-        {u"C:\\dev\\zero", kData, ERROR_BAD_EXE_FORMAT},
         {u"C:\\dev\\zero", 0, ERROR_BAD_EXE_FORMAT},
+        {std::u16string(260, u'x'), 0, ERROR_FILENAME_EXCED_RANGE},
+        {u".\\unbound", 0, ERROR_PROC_NOT_FOUND},
     };
     for (const auto &[name, flags, code] : cases) {
-        SetLastError(0);
-        EXPECT_EQ(LoadLibraryExW(name, nullptr, flags), nullptr);
-        EXPECT_EQ(GetLastError(), code) << (name != nullptr ? PrintToString(name) : "null");
+        EXPECT_EQ(loaded_file(name, flags), std::to_string(code)) << PrintToString(name);
     }
-    EXPECT_EQ(loaded_file(std::u16string(260, u'x')), "206");
-    EXPECT_EQ(LoadLibraryExW(u"x", INVALID_HANDLE_VALUE, 0), nullptr);
-    EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
-}
-
-TEST(Loader, KeepsTheTextOfTheHostsLoader) {
-    const TempDir dir;
-    plant_module("unbound_module", "unbound.so");
-    loaded_file(u".\\unbound");
     EXPECT_EQ(message(), dir.Path().string() + "/unbound.so: undefined symbol: missing_function");
     WCHAR text[5];
-    SetLastError(3);
     EXPECT_EQ(platform_loader_message(text, 5), 4u);
     EXPECT_EQ(text, dir.Path().u16string().substr(0, 4));
-    EXPECT_EQ(platform_loader_message(nullptr, 5) + platform_loader_message(text, 0), 0u);
-    EXPECT_EQ(GetLastError(), 3u);
     loaded_file(u"libc.so.6");
     EXPECT_EQ(message(), "");
 }
@@ -149,8 +117,6 @@ TEST(Loader, CountsTheLoadsOfAModule) {
     EXPECT_EQ(g_notes, "+");
     EXPECT_TRUE(FreeLibrary(module));
     EXPECT_EQ(g_notes, "+-");
-    EXPECT_FALSE(FreeLibrary(module));
-    EXPECT_EQ(GetLastError(), ERROR_MOD_NOT_FOUND);
     EXPECT_EQ(file_of(module), "126");
 }
 
@@ -158,11 +124,8 @@ TEST(Loader, FreesNothingThatItHasNotLoaded) {
     const HMODULE libc = LoadLibraryW(u"libc.so.6");
     ASSERT_TRUE(FreeLibrary(libc));
     for (const std::intptr_t value :
-         {std::intptr_t{0}, std::intptr_t{-1}, std::intptr_t{5},
-          reinterpret_cast<std::intptr_t>(libc), reinterpret_cast<std::intptr_t>(libc) + 1}) {
-        SetLastError(0);
-        EXPECT_FALSE(FreeLibrary(reinterpret_cast<HMODULE>(value)));
-        EXPECT_EQ(GetLastError(), ERROR_MOD_NOT_FOUND) << value;
+         {std::intptr_t{0}, std::intptr_t{5}, reinterpret_cast<std::intptr_t>(libc)}) {
+        EXPECT_EQ(error_of(FreeLibrary(reinterpret_cast<HMODULE>(value))), ERROR_MOD_NOT_FOUND);
     }
 }
 
@@ -198,11 +161,8 @@ TEST(Loader, GivesWhatTheModuleItselfExports) {
               reinterpret_cast<FARPROC>(&note_of_module));
     const std::tuple<HMODULE, const char *, DWORD> cases[] = {
         {module, "none", ERROR_PROC_NOT_FOUND},
-        {module, "Sample_number", ERROR_PROC_NOT_FOUND},
-        {module, "needed_number", ERROR_PROC_NOT_FOUND},
         {module, "getpid", ERROR_PROC_NOT_FOUND},
         {nullptr, "getpid", ERROR_PROC_NOT_FOUND},
-        {module, nullptr, ERROR_INVALID_ORDINAL},
         {module, reinterpret_cast<const char *>(std::uintptr_t{0xFFFF}), ERROR_INVALID_ORDINAL},
         {reinterpret_cast<HMODULE>(&g_notes), "none", ERROR_MOD_NOT_FOUND},
     };
@@ -213,42 +173,21 @@ TEST(Loader, GivesWhatTheModuleItselfExports) {
     EXPECT_TRUE(FreeLibrary(libc) && FreeLibrary(module));
 }
 
-// Loads and frees a module and a mapping on four threads. Returns how often that has failed.
-int failures_of_threads() {
-    std::atomic<int> failures{0};
-    std::thread threads[4];
-    for (std::thread &thread : threads) {
-        thread = std::thread([&failures] {
-            for (int i = 0; i < 100; ++i) {
-                const HMODULE module = LoadLibraryExW(u".\\sample", nullptr, kOwnFolder);
-                const HMODULE file = LoadLibraryExW(u".\\sample", nullptr, kData);
-                const bool done = GetProcAddress(module, "sample_number") != nullptr &&
-                                  file_of(file) == "sample.so" && FreeLibrary(module) &&
-                                  FreeLibrary(file);
-                failures += done ? 0 : 1;
-            }
-        });
-    }
-    for (std::thread &thread : threads) {
-        thread.join();
-    }
-    return failures;
-}
-
 // ThreadSanitizer does not see the lock of the host's loader, so it may see this test alone.
 TEST(Loader, CountsTheLoadsOfThreads) {
     const ModuleFolder dir;
-    const HMODULE module = LoadLibraryExW(u".\\sample", nullptr, kOwnFolder);
-    EXPECT_EQ(failures_of_threads(), 0);
-    EXPECT_TRUE(FreeLibrary(module));
-    EXPECT_FALSE(FreeLibrary(module));
-}
-
-TEST(Loader, LoadsAndUnloadsOnThreads) {
-    const ModuleFolder dir;
-    g_notesAreKept = false;
-    EXPECT_EQ(failures_of_threads(), 0);
-    g_notesAreKept = true;
+    const HMODULE first = LoadLibraryExW(u".\\sample", nullptr, kOwnFolder);
+    on_threads(4, [](std::size_t) {
+        for (int i = 0; i < 100; ++i) {
+            const HMODULE module = LoadLibraryExW(u".\\sample", nullptr, kOwnFolder);
+            const HMODULE file = LoadLibraryExW(u".\\sample", nullptr, kData);
+            EXPECT_NE(GetProcAddress(module, "sample_number"), nullptr);
+            EXPECT_EQ(file_of(file), "sample.so");
+            EXPECT_TRUE(FreeLibrary(module) && FreeLibrary(file));
+        }
+    });
+    EXPECT_TRUE(FreeLibrary(first));
+    EXPECT_FALSE(FreeLibrary(first));
 }
 
 }  // namespace
