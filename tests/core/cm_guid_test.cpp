@@ -1,7 +1,5 @@
 #include "ostrel/core/cm_guid.h"
 
-#include <cstring>
-
 #include "ostrel/core/exception.h"
 #include "ostrel/platform/error.h"
 #include "support/text.h"
@@ -18,10 +16,8 @@ TEST(CmGuid, KeepsTheFormThatItCameIn) {
     EXPECT_EQ(copy.GetString(), kUpper);
     EXPECT_EQ(binary.GetString(), kLower);
     EXPECT_EQ(upper.GetStringBraced(), TEXT("{") + kUpper + TEXT("}"));
-    EXPECT_EQ(made.GetString().find_first_not_of(TEXT("0123456789abcdef-")), OS::x_wstring::npos);
     EXPECT_EQ(CGUID(made.GetString()) == made.GetGUID(), 1);
     for (const CGUID *guid : {&lower, &upper, &binary, &copy}) {
-        EXPECT_EQ(std::memcmp(&guid->GetGUID(), &kValue, sizeof kValue), 0);
         EXPECT_EQ(*guid == kValue, 1);
     }
     EXPECT_EQ((made == other) + (made == kValue) + (lower == upper) + (upper == kLower), 0);

@@ -30,7 +30,6 @@ TEST(ModuleVersion, IsThatOfTheNumbersAndOfTheFirstTranslation) {
          "5.1.2600|5, 1, \u65E5"},
         {version_block({version_translations({0x040704B0}), english}), "5.1.2600|5.1 e"},
         {version_block({version_translations({0x040704B0, 0x041104B0}), japanese}), "5.1.2600|-"},
-        {version_block({english}), "5.1.2600|-"},
         {version_block(
              {english, version_node(u"VarFileInfo", 1, "", 0,
                                     {version_node(u"Translation", 0, number(0x409, 2), 2)})}),
