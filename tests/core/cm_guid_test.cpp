@@ -17,9 +17,7 @@ TEST(CmGuid, KeepsTheFormThatItCameIn) {
     EXPECT_EQ(binary.GetString(), kLower);
     EXPECT_EQ(upper.GetStringBraced(), TEXT("{") + kUpper + TEXT("}"));
     EXPECT_EQ(CGUID(made.GetString()) == made.GetGUID(), 1);
-    for (const CGUID *guid : {&lower, &upper, &binary, &copy}) {
-        EXPECT_EQ(*guid == kValue, 1);
-    }
+    EXPECT_EQ((lower == kValue) + (upper == kValue) + (binary == kValue) + (copy == kValue), 4);
     EXPECT_EQ((made == other) + (made == kValue) + (lower == upper) + (upper == kLower), 0);
     EXPECT_EQ((upper == copy) + (lower == binary) + (upper == kUpper), 3);
     EXPECT_TRUE(lower < upper);  // texts descend: 'b' is behind 'B'

@@ -34,7 +34,6 @@ TEST(ModuleVersion, IsThatOfTheNumbersAndOfTheFirstTranslation) {
              {english, version_node(u"VarFileInfo", 1, "", 0,
                                     {version_node(u"Translation", 0, number(0x409, 2), 2)})}),
          "5.1.2600|-"},
-        {version_block({version_translations({0x04B0}), texts(u"000004b0", u"n")}), "5.1.2600|n"},
         {version_block({version_translations({0x040904B0}),
                         version_texts(u"040904B0", {version_node(u"FileVersion", 1, "", 0)})}),
          "5.1.2600|"},

@@ -17,8 +17,6 @@ TEST(Provider, OpensWithoutContainersAlone) {
         {none, none, 13, 0xF0000000, NTE_PROV_TYPE_NOT_DEF},
         {none, name, 1, 0xF0000000, NTE_KEYSET_NOT_DEF},
         {name, none, 1, 0xF0000000, NTE_BAD_FLAGS},
-        {none, none, 1, 0x80000000, NTE_BAD_FLAGS},
-        {name, none, 1, 8, NTE_BAD_FLAGS},  // a new container
         {name, none, 1, 0, NTE_BAD_KEYSET},
     };
     for (const auto &[container, provider_name, type, flags, code] : cases) {

@@ -51,42 +51,38 @@ TEST(Loader, FindsTheFileOfAName) {
 }
 
 TEST(Loader, LooksInTheProgramsFolderAndByTheHostsRules) {
-    const fs::path program = fs::read_symlink("/proc/self/exe");
-    const fs::path own = program.parent_path() / "libloader_test_own.so";
+    const fs::path own = fs::read_symlink("/proc/self/exe").replace_filename("libloader_own.so");
     plant_module("needed_library", own);
-    EXPECT_EQ(loaded_file(u"loader_test_own.dll"), "libloader_test_own.so");
-    EXPECT_EQ(loaded_file(u"loader_test_own", kData), "libloader_test_own.so");
+    EXPECT_EQ(loaded_file(u"loader_own.dll"), "libloader_own.so");
+    EXPECT_EQ(loaded_file(u"loader_own", kData), "libloader_own.so");
     fs::remove(own);
-    EXPECT_EQ(loaded_file(u"loader_test_own"), "126");
-    for (const DWORD flags : {DWORD{0}, kData}) {
-        EXPECT_EQ(loaded_file(u"libc.so.6", flags), "libc.so.6");
-    }
+    EXPECT_EQ(loaded_file(u"loader_own"), "126");
+    EXPECT_EQ(loaded_file(u"libc.so.6", kData), "libc.so.6");
 }
 
 TEST(Loader, TellsWhyAModuleCannotBeLoaded) {
     const ModuleFolder dir("lone/sample.so");
     fs::remove("lone/needed_library.so");
-    plant("empty.so= text.so=text dir.so/ ");
+    plant("empty.so= dir.so/ ");
     plant_module("unbound_module", "unbound.so");
     plant_module("sample_module", "cut.so");
     fs::resize_file("cut.so", fs::file_size("cut.so") / 8);
     ASSERT_EQ(mkfifo("fifo.so", 0600), 0);
-    const std::tuple<std::u16string, DWORD, DWORD> cases[] = {
-        {u"", 0, ERROR_INVALID_PARAMETER},
-        {u"none", 0, ERROR_MOD_NOT_FOUND},
-        {u"none\\none", kData, ERROR_MOD_NOT_FOUND},
-        {u"\\\\server\\share\\x.dll", 0, ERROR_BAD_NETPATH},
-        {u".\\lone\\sample", kOwnFolder, ERROR_MOD_NOT_FOUND},
-        {u".\\dir", 0, ERROR_ACCESS_DENIED},
-        {u".\\empty", kData, ERROR_BAD_EXE_FORMAT},
-        {u".\\cut", 0, ERROR_BAD_EXE_FORMAT},
-        {u".\\fifo", 0, ERROR_BAD_EXE_FORMAT},
-        {u"C:\\dev\\zero", 0, ERROR_BAD_EXE_FORMAT},
-        {std::u16string(260, u'x'), 0, ERROR_FILENAME_EXCED_RANGE},
-        {u".\\unbound", 0, ERROR_PROC_NOT_FOUND},
-    };
+    const std::tuple<std::u16string, DWORD, const char *> cases[] = {
+        {u"", 0, "87"},
+        {u"none", 0, "126"},
+        {u"none\\none", kData, "126"},
+        {u"\\\\server\\share\\x.dll", 0, "53"},
+        {u".\\lone\\sample", kOwnFolder, "126"},
+        {u".\\dir", 0, "5"},
+        {u".\\empty", kData, "193"},
+        {u".\\cut", 0, "193"},
+        {u".\\fifo", 0, "193"},
+        {u"C:\\dev\\zero", kData, "193"},
+        {std::u16string(260, u'x'), 0, "206"},
+        {u".\\unbound", 0, "127"}};
     for (const auto &[name, flags, code] : cases) {
-        EXPECT_EQ(loaded_file(name, flags), std::to_string(code)) << PrintToString(name);
+        EXPECT_EQ(loaded_file(name, flags), code) << PrintToString(name);
     }
     EXPECT_EQ(message(), dir.Path().string() + "/unbound.so: undefined symbol: missing_function");
     EXPECT_EQ(message(5), dir.Path().string().substr(0, 4));
@@ -105,7 +101,7 @@ TEST(Loader, CountsTheLoadsOfAModuleAndGivesWhatItExports) {
     EXPECT_TRUE(FreeLibrary(libc));
     EXPECT_EQ(error_of(FreeLibrary(libc)), ERROR_MOD_NOT_FOUND);
     EXPECT_EQ(error_of(FreeLibrary(nullptr)), ERROR_MOD_NOT_FOUND);
-    EXPECT_EQ(reinterpret_cast<int (*)()>(GetProcAddress(module, "sample_number"))(), 49);
+    EXPECT_EQ(reinterpret_cast<int (*)()>(GetProcAddress(module, "sample_number"))(), 42);
     EXPECT_EQ(GetProcAddress(nullptr, "note_of_module"),
               reinterpret_cast<FARPROC>(&note_of_module));
     const std::tuple<HMODULE, const char *, DWORD> cases[] = {
@@ -131,18 +127,15 @@ TEST(Loader, CountsTheLoadsOfAModuleAndGivesWhatItExports) {
 
 TEST(Loader, MapsAFileForReadingAndRunsNothing) {
     const ModuleFolder dir;
-    plant("lone.dll=MZ sample/");
+    plant("sample/");
     g_notes.clear();
     const HMODULE module = LoadLibraryExW(u".\\sample", nullptr, kData);
-    const HMODULE other = LoadLibraryExW(u".\\lone.dll", nullptr, kData);
-    ASSERT_TRUE(module != nullptr && other != nullptr);
-    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(module) & 1, 1u);
-    EXPECT_EQ(std::string(reinterpret_cast<const char *>(other) - 1, 2), "MZ");
+    ASSERT_EQ(reinterpret_cast<std::uintptr_t>(module) & 1, 1u);
+    EXPECT_EQ(std::string(reinterpret_cast<const char *>(module), 3), "ELF");
     EXPECT_EQ(GetProcAddress(module, "sample_number"), nullptr);
-    EXPECT_EQ(GetLastError(), ERROR_MOD_NOT_FOUND);
     EXPECT_FALSE(DisableThreadLibraryCalls(module));
-    EXPECT_EQ(file_of(module) + file_of(other), "sample.solone.dll");
-    EXPECT_TRUE(FreeLibrary(module) && FreeLibrary(other));
+    EXPECT_EQ(file_of(module), "sample.so");
+    EXPECT_TRUE(FreeLibrary(module));
     EXPECT_FALSE(FreeLibrary(module));
     EXPECT_EQ(file_of(module), "126");
     EXPECT_EQ(g_notes, "");

@@ -97,17 +97,12 @@ TEST(Version, FindsValuesByTheirPaths) {
     const std::string block = version_block(
         {version_texts(u"041104B0", {version_text(u"Name", u"value"), version_text(u"Empty", u""),
                                      version_node(u"None", 1, "", 0)})});
-    const std::pair<std::u16string, std::string> cases[] = {
-        {u"\\StringFileInfo\\041104B0\\Name", "6:value"},
-        {u"stringfileinfo\\041104b0\\NAME", "6:value"},
-        {u"\\StringFileInfo\\041104B0\\Empty", "1:"},
-        {u"\\StringFileInfo\\041104B0\\None", "0:"},
-        {u"\\StringFileInfo\\041104B0\\Nam", "e1813"},
-        {u"\\StringFileInfo\\041104B0\\Name\\x", "e1813"},
-        {u"\\None\\x", "e1813"}};
-    for (const auto &[path, value] : cases) {
-        EXPECT_EQ(value_of(block, path), value) << fs::path(path);
+    std::string found;
+    for (const WCHAR *const name : {u"Name", u"NAME", u"Empty", u"None", u"Nam", u"Name\\x"}) {
+        found += value_of(block, std::u16string(u"stringfileinfo\\041104b0\\") + name) + ' ';
     }
+    EXPECT_EQ(found, "6:value 6:value 1: 0: e1813 e1813 ");
+    EXPECT_EQ(value_of(block, u"\\None\\x"), "e1813");
     EXPECT_EQ(value_of(std::string("\0\0", 2), u"\\"), "e11");
     EXPECT_EQ(value_of(std::string("\7\0\0\0\0\0A", 7), u"\\"), "e11");
 }
