@@ -49,34 +49,34 @@ TEST(Class, LoadsByNameAndThenByFolder) {
     const std::u16string folder = platform_path(dir.Path() / "");
     const std::string veka = fs::path(folder).string() + "VEKA\\",
                       load = "CUtilZorv::LoadLibExPlim ";
-    for (const std::string flag : {"8", "2"}) {
-        const auto traced = [&](WCHAR *name, const std::string &file) {
-            const TraceCapture capture;
-            const HINSTANCE module =
-                flag == "8" ? CUtilZorv::LoadLibExPlim(name) : CUtilZorv::LoadLibExAsDataPlim(name);
-            EXPECT_EQ(module != nullptr ? file_of(module) : "", file);
-            EXPECT_EQ(FreeLibrary(module), !file.empty());
-            return capture.Lines();
-        };
-        set_folder(folder + u'|');
-        const std::string flags = "', flag=0000000" + flag + ". ";
-        WCHAR host[] = u"libc.so.6", own[] = u"class_sample.dll", none[] = u"none";
-        EXPECT_EQ(traced(host, "libc.so.6"), kTrace + load + "'libc.so.6" + flags + "done.\n");
-        const std::string fails = flags + "fail, try abs path of ZORV.\n" + kTrace,
-                          in = "VEKA folder under KORL is '" + veka + "'\n";
-        EXPECT_EQ(traced(own, "libclass_sample.so"),
-                  kTrace + load + "'class_sample.dll" + fails + in + kTrace + load + "'" + veka +
-                      "class_sample.dll" + flags + "loaded under zorv path.\n");
-        const std::string none_fails = kTrace + load + "'none" + fails;
-        EXPECT_EQ(traced(none, ""), none_fails + in + kFailure + load + "fail of loadlib: '" +
-                                        veka + "none" + flags + "(err:126)\n");
-        const std::string end =
-            "126\n" + kFailure + load + "by LoadLibrary: 'none' fail of find abs path.\n";
-        set_folder(folder + u'|', REG_BINARY);
-        EXPECT_EQ(traced(none, ""), none_fails + kMismatch.substr(kTrace.size()) + end);
-        EXPECT_EQ(RegDeleteTreeW(HKEY_LOCAL_MACHINE, kKey), 0);
-        EXPECT_EQ(traced(none, ""), none_fails + "Fail open reg of ZORV main folder, err=" + end);
-    }
+    const auto traced = [](std::u16string name, const std::string &file) {
+        const TraceCapture capture;
+        const HINSTANCE module = CUtilZorv::LoadLibExPlim(name.data());
+        EXPECT_EQ(module != nullptr ? file_of(module) : "", file);
+        EXPECT_EQ(FreeLibrary(module), !file.empty());
+        return capture.Lines();
+    };
+    set_folder(folder + u'|');
+    const std::string flags = "', flag=00000008. ",
+                      in = "VEKA folder under KORL is '" + veka + "'\n";
+    const std::string fails = flags + "fail, try abs path of ZORV.\n" + kTrace;
+    EXPECT_EQ(traced(u"libc.so.6", "libc.so.6"), kTrace + load + "'libc.so.6" + flags + "done.\n");
+    EXPECT_EQ(traced(u"class_sample", "libclass_sample.so"),
+              kTrace + load + "'class_sample" + fails + in + kTrace + load + "'" + veka +
+                  "class_sample" + flags + "loaded under zorv path.\n");
+    const std::string none_fails = kTrace + load + "'none" + fails;
+    EXPECT_EQ(traced(u"none", ""), none_fails + in + kFailure + load + "fail of loadlib: '" + veka +
+                                       "none" + flags + "(err:126)\n");
+    WCHAR sample[] = u"class_sample.dll";
+    const HINSTANCE data = CUtilZorv::LoadLibExAsDataPlim(sample);
+    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(data) & 1, 1u);
+    EXPECT_TRUE(FreeLibrary(data));
+    const std::string end =
+        "126\n" + kFailure + load + "by LoadLibrary: 'none' fail of find abs path.\n";
+    set_folder(folder + u'|', REG_BINARY);
+    EXPECT_EQ(traced(u"none", ""), none_fails + kMismatch.substr(kTrace.size()) + end);
+    EXPECT_EQ(RegDeleteTreeW(HKEY_LOCAL_MACHINE, kKey), 0);
+    EXPECT_EQ(traced(u"none", ""), none_fails + "Fail open reg of ZORV main folder, err=" + end);
 }
 
 TEST(Class, LoadsAFileOfAFolder) {

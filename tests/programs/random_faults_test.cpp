@@ -8,6 +8,8 @@
 #include <cerrno>
 #include <functional>
 
+#include "ostrel/core/cm_guid.h"
+#include "ostrel/core/exception.h"
 #include "ostrel/platform/error.h"
 #include "ostrel/platform/rpc_crypt.h"
 #include "support/test.h"
@@ -50,6 +52,7 @@ TEST(RandomFaults, OfAHostThatGivesPiecesOrNothing) {
         SetLastError(0);
         EXPECT_EQ(UuidCreate(&uuid), static_cast<RPC_STATUS>(code));
         EXPECT_EQ(uuid.Data1 + GetLastError(), 7u);
+        EXPECT_THROW(CGUID(), OS::CSystemException);
         error = ENOSYS;
     }
     g_getrandom = nullptr;

@@ -1,7 +1,5 @@
 #include <sys/mman.h>
 
-#include <algorithm>
-
 #include "ostrel/platform/rpc_crypt.h"
 #include "support/file_calls.h"
 #include "support/signals.h"
@@ -26,21 +24,6 @@ TEST(Provider, OpensWithoutContainersAlone) {
                   code);
         EXPECT_EQ(error_of(CryptReleaseContext(provider, 0)), code == 0 ? 0 : ERROR_INVALID_HANDLE);
     }
-}
-
-TEST(Provider, FillsBuffersOfAnySize) {
-    HCRYPTPROV provider = 0;
-    ASSERT_TRUE(CryptAcquireContextW(&provider, nullptr, nullptr, 1, CRYPT_VERIFYCONTEXT));
-    for (const DWORD size : {0u, 1u, 16u, 40u << 20}) {  // more than the host fills at once
-        std::vector<BYTE> bytes(size + 1, BYTE{0x55});
-        std::fill_n(bytes.begin(), size, BYTE{0});
-        ASSERT_TRUE(CryptGenRandom(provider, size, bytes.data()));
-        EXPECT_EQ(bytes[size], 0x55) << size;
-        for (std::size_t at = 0; at + 16 <= size; at += 16 + size / 1000) {
-            EXPECT_NE(std::count(&bytes[at], &bytes[at] + 16, 0), 16) << size << ' ' << at;
-        }
-    }
-    EXPECT_TRUE(CryptReleaseContext(provider, 0));
 }
 
 TEST(Provider, RefusesWrongHandlesAndBuffers) {

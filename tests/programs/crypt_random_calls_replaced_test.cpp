@@ -1,29 +1,19 @@
-// CGUID and CCryptRandom when the platform's calls fail.
+// CCryptRandom when the platform's calls fail.
 
 #include <memory>
 
-#include "ostrel/core/cm_guid.h"
 #include "ostrel/core/crypt_random.h"
-#include "ostrel/core/exception.h"
-#include "ostrel/platform/error.h"
+#include "ostrel/platform/rpc_crypt.h"
 #include "support/test.h"
-#include "support/trace_capture.h"
 
 namespace {
 
-RPC_STATUS g_create;
 BOOL g_acquires = TRUE;
 int g_acquired, g_released;
 std::string g_random;
 
 }  // namespace
 
-RPC_STATUS UuidCreate(UUID *) noexcept {
-    return g_create;
-}
-RPC_STATUS UuidToStringW(const UUID *, RPC_WSTR *) noexcept {
-    return RPC_S_OUT_OF_MEMORY;
-}
 BOOL CryptAcquireContextW(HCRYPTPROV *provider, const WCHAR *container, const WCHAR *name,
                           DWORD type, DWORD flags) noexcept {
     EXPECT_TRUE(container == nullptr && name == nullptr && type == 1 && flags == 0xF0000000);
@@ -40,23 +30,7 @@ BOOL CryptReleaseContext(HCRYPTPROV, DWORD) noexcept {
 
 namespace {
 
-TEST(GuidCallsReplaced, ThatFailThrowTheLastErrorOnOnePath) {
-    for (const RPC_STATUS status : {RPC_STATUS{1824}, RPC_S_OUT_OF_MEMORY}) {
-        const TraceCapture trace;
-        g_create = status == 1824 ? status : RPC_S_OK;
-        SetLastError(55);
-        try {
-            CGUID();
-            ADD_FAILURE();
-        } catch (const OS::CSystemException &failure) {
-            EXPECT_EQ(failure.GetErrorCode(), 55);
-        }
-        EXPECT_EQ(trace.Lines(), "4097 .\\cm_guid.cpp RPC_STATUS status = " +
-                                     std::to_string(status) + ", last error = 55\n");
-    }
-}
-
-TEST(GuidCallsReplaced, ReleaseAProviderWithItsLastUser) {
+TEST(CryptRandomCallsReplaced, ReleaseAProviderWithItsLastUser) {
     auto first = std::make_unique<OS::CCryptRandom>();
     auto second = std::make_unique<OS::CCryptRandom>(*first);
     OS::CCryptRandom third;
