@@ -34,9 +34,6 @@ TEST(ModuleVersion, IsThatOfTheNumbersAndOfTheFirstTranslation) {
              {english, version_node(u"VarFileInfo", 1, "", 0,
                                     {version_node(u"Translation", 0, number(0x409, 2), 2)})}),
          "5.1.2600|-"},
-        {version_block({version_translations({0x040904B0}),
-                        version_texts(u"040904B0", {version_node(u"FileVersion", 1, "", 0)})}),
-         "5.1.2600|"},
         {version_block({english, version_translations({1})}, ""), "7.7.7|5.1 e"}};
     const TempDir dir;
     for (const auto &[block, version] : cases) {
