@@ -6,38 +6,99 @@
 
 namespace {
 
-TEST(Class, LoadsAModuleOfTheFolderThatTheRegistryNames) {
+constexpr WCHAR kKey[] = u"SOFTWARE\\Nimbara\\Larkspur\\service\\Information";
+const std::string kTrace = "258 .\\class.cpp ", kFailure = "4097 .\\class.cpp ";
+const std::string kMismatch =
+    kTrace + "Fail query reg of ZORV main folder, or dtype mismatch, err=";
+
+// Stores text of Latin letters, and a last byte on its own, as the folder.
+void set_folder(const std::u16string &text, DWORD type = REG_SZ, const std::string &rest = "") {
     RegistryFolder::OfProcess();
+    const TestKey key = created(HKEY_LOCAL_MACHINE, kKey);
+    const std::string bytes(reinterpret_cast<const char *>(text.data()), 2 * text.size());
+    EXPECT_EQ(set_bytes(key, u"Local_Path", type, bytes + rest), 0);
+}
+
+TEST(Class, ReadsTheFolderWithinItsBuffer) {
+    const std::tuple<std::u16string, std::string, DWORD, std::size_t, std::string> cases[] = {
+        {u"D:\\agent\\|", "", REG_SZ, 260, "D:\\agent\\VEKA\\"},
+        {u"", "x", REG_SZ, 260, "VEKA\\"},
+        {u"D:\\", "a", REG_SZ, 260, "D:VEKA\\"},
+        {u"D:\\a|", "", REG_SZ, 5, "D:\\a"},
+        {u"D:\\a|", "", REG_SZ, 8, "D:\\aVEK"},
+        {u"|", "", REG_SZ, 1, ""},
+        {u"D:\\a|", "", REG_SZ, 4, kMismatch + "77\n"},
+        {u"D:\\a|", "", REG_BINARY, 260, kMismatch + "77\n"},
+    };
+    for (const auto &[text, rest, type, size, expected] : cases) {
+        set_folder(text, type, rest);
+        const TraceCapture capture;
+        std::vector<WCHAR> folder(size, u'y');
+        SetLastError(77);
+        const int result = CUtilZorv::GetAbsVekaFolderInZorv(folder.data(), static_cast<int>(size));
+        EXPECT_EQ(result, expected.starts_with(kMismatch) ? 0 : 1);
+        EXPECT_EQ(result == 0 ? capture.Lines() : fs::path(folder.data()).string(), expected);
+        EXPECT_TRUE(result == 0 || folder.back() == 0);
+    }
+    EXPECT_EQ(CUtilZorv::GetAbsVekaFolderInZorv(nullptr, 260), 0);
+}
+
+TEST(Class, LoadsByNameAndThenByFolder) {
     const TempDir dir;
     plant_module("sample_module", "VEKA/libclass_sample.so");
     plant_module("needed_library", "VEKA/needed_library.so");
-    const std::u16string folder = platform_path(dir.Path()) + u'\\';
-    const TestKey key =
-        created(HKEY_LOCAL_MACHINE, u"SOFTWARE\\Nimbara\\Larkspur\\service\\Information");
-    const auto set_folder = [&key](const std::u16string &text) {
-        return RegSetValueExW(key, u"Local_Path", 0, REG_SZ,
-                              reinterpret_cast<const BYTE *>(text.c_str()),
-                              static_cast<DWORD>(2 * text.size() + 2));
+    const std::u16string folder = platform_path(dir.Path() / "");
+    const std::string veka = fs::path(folder).string() + "VEKA\\",
+                      load = "CUtilZorv::LoadLibExPlim ";
+    const auto traced = [](std::u16string name, const std::string &file) {
+        const TraceCapture capture;
+        const HINSTANCE module = CUtilZorv::LoadLibExPlim(name.data());
+        EXPECT_EQ(module != nullptr ? file_of(module) : "", file);
+        EXPECT_EQ(FreeLibrary(module), !file.empty());
+        return capture.Lines();
     };
-    ASSERT_EQ(set_folder(folder), 0);
-    WCHAR name[] = u"class_sample.dll";
-    for (const auto load : {CUtilZorv::LoadLibExPlim, CUtilZorv::LoadLibExAsDataPlim}) {
-        const HINSTANCE module = load(name);
-        ASSERT_NE(module, nullptr);
-        EXPECT_EQ(file_of(module), "libclass_sample.so");
-        EXPECT_TRUE(FreeLibrary(module));
-    }
-    std::u16string whole = folder + u"VEKA\\class_sample";
-    EXPECT_TRUE(FreeLibrary(CUtilZorv::LoadLibExPlim(whole.data())));
+    set_folder(folder + u'|');
+    const std::string flags = "', flag=00000008. ",
+                      in = "VEKA folder under KORL is '" + veka + "'\n";
+    const std::string fails = flags + "fail, try abs path of ZORV.\n" + kTrace;
+    EXPECT_EQ(traced(u"libc.so.6", "libc.so.6"), kTrace + load + "'libc.so.6" + flags + "done.\n");
+    EXPECT_EQ(traced(u"class_sample", "libclass_sample.so"),
+              kTrace + load + "'class_sample" + fails + in + kTrace + load + "'" + veka +
+                  "class_sample" + flags + "loaded under zorv path.\n");
+    const std::string none_fails = kTrace + load + "'none" + fails;
+    EXPECT_EQ(traced(u"none", ""), none_fails + in + kFailure + load + "fail of loadlib: '" + veka +
+                                       "none" + flags + "(err:126)\n");
+    WCHAR sample[] = u"class_sample.dll";
+    const HINSTANCE data = CUtilZorv::LoadLibExAsDataPlim(sample);
+    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(data) & 1, 1u);
+    EXPECT_TRUE(FreeLibrary(data));
+    const std::string end =
+        "126\n" + kFailure + load + "by LoadLibrary: 'none' fail of find abs path.\n";
+    set_folder(folder + u'|', REG_BINARY);
+    EXPECT_EQ(traced(u"none", ""), none_fails + kMismatch.substr(kTrace.size()) + end);
+    EXPECT_EQ(RegDeleteTreeW(HKEY_LOCAL_MACHINE, kKey), 0);
+    EXPECT_EQ(traced(u"none", ""), none_fails + "Fail open reg of ZORV main folder, err=" + end);
+}
 
-    WCHAR none[] = u"none.dll";
-    const TraceCapture capture;
-    EXPECT_EQ(CUtilZorv::LoadLibExPlim(none), nullptr);
-    EXPECT_NE(capture.Lines().find("VEKA\\none.dll', flag=00000008. (err:126)"), std::string::npos);
-    ASSERT_EQ(set_folder(std::u16string(10'000, u'x')), 0);
-    EXPECT_EQ(CUtilZorv::LoadLibExPlim(none), nullptr);
-    EXPECT_NE(capture.Lines().find("or dtype mismatch, err=126"), std::string::npos);
-    EXPECT_EQ(RegDeleteValueW(key, u"Local_Path"), 0);
+TEST(Class, LoadsAFileOfAFolder) {
+    WCHAR folder[] = u"D:\\x\\", file[] = u"libc.so.6";
+    const std::tuple<WCHAR *, int, std::string> cases[] = {{nullptr, 10, "libc.so.6"},
+                                                           {folder, 260, "D:\\x\\libc.so.6"},
+                                                           {folder, 8, "D:\\x\\li"},
+                                                           {folder, 2, "D"}};
+    for (const auto &[path, size, expected] : cases) {
+        const TraceCapture capture;
+        std::vector<WCHAR> out(static_cast<std::size_t>(size));
+        const HINSTANCE module = CUtilZorv::LoadLibEx(file, path, out.data(), size);
+        EXPECT_EQ(FreeLibrary(module), path == nullptr);
+        EXPECT_EQ(fs::path(out.data()), expected);
+        EXPECT_EQ(
+            capture.Lines(),
+            path == nullptr ? "" : kFailure + "LoadLib EX fail: '" + expected + "'. (err:126)\n");
+    }
+    EXPECT_EQ(CUtilZorv::LoadLibEx(file, nullptr, file, 0), nullptr);  // not what `out` holds
+    CUtilZorv::GenVekaModFilenameInZorv(file, 0, folder, folder);
+    EXPECT_EQ(*file, u'l');
 }
 
 }  // namespace

@@ -15,10 +15,9 @@ inline void plant_module(const std::string &module, const fs::path &path) {
 // The name of a module's file without its folder, or the error.
 inline std::string file_of(HMODULE module) {
     WCHAR path[MAX_PATH];
-    return GetModuleFileNameW(module, path, MAX_PATH) != 0
-               ? fs::path(std::u16string(path).substr(std::u16string(path).rfind(u'\\') + 1))
-                     .string()
-               : std::to_string(GetLastError());
+    const bool is_known = GetModuleFileNameW(module, path, MAX_PATH) != 0;
+    const std::string text = is_known ? fs::path(path).string() : std::to_string(GetLastError());
+    return text.substr(text.rfind('\\') + 1);
 }
 
 // Loads a module, names its file and frees it; or the error.

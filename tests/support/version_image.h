@@ -12,19 +12,17 @@
 
 // A number of so many bytes, low ones first.
 inline std::string number(std::uint64_t value, std::size_t bytes) {
-    std::string text;
-    for (; bytes > 0; --bytes, value >>= 8) {
-        text += static_cast<char>(value & 0xFF);
-    }
+    std::string text(reinterpret_cast<const char *>(&value), sizeof value);
+    text.resize(bytes);
     return text;
 }
 
+inline std::string words(const std::vector<DWORD> &values) {
+    return {reinterpret_cast<const char *>(values.data()), 4 * values.size()};
+}
+
 inline std::string utf16(std::u16string_view text) {
-    std::string bytes;
-    for (const WCHAR unit : text) {
-        bytes += number(unit, 2);
-    }
-    return bytes;
+    return {reinterpret_cast<const char *>(text.data()), 2 * text.size()};
 }
 
 inline std::string padded(std::string bytes, std::size_t unit = 4) {
@@ -40,11 +38,8 @@ inline void patch(std::string *bytes, std::size_t offset, std::uint64_t value, s
 inline std::string version_node(std::u16string_view name, WORD type, const std::string &value,
                                 std::size_t value_length,
                                 const std::vector<std::string> &children = {}) {
-    std::string node = number(0, 2) + number(value_length, 2) + number(type, 2) + utf16(name);
-    node += number(0, 2);
-    if (!value.empty()) {
-        node = padded(node) + value;
-    }
+    std::string node = number(value_length << 16, 4) + number(type, 2) + utf16(name) + number(0, 2);
+    node = value.empty() ? node : padded(node) + value;
     for (const std::string &child : children) {
         node = padded(node) + child;
     }
@@ -74,8 +69,7 @@ inline std::string version_translations(const std::vector<DWORD> &pairs) {
 
 // The numbers, with the file version 5.1.2600.1106.
 inline std::string version_numbers(DWORD ms = 0x00050001, DWORD ls = 0x0A280452) {
-    return number(0xFEEF04BD, 4) + number(0x10000, 4) + number(ms, 4) + number(ls, 4) +
-           number(ms, 4) + number(0, 4) + number(0x3F, 4) + std::string(24, '\0');
+    return words({0xFEEF04BD, 0x10000, ms, ls, 0, 0, 0, 0, 0, 0, 0, 0, 0});
 }
 
 inline std::string version_block(const std::vector<std::string> &children,
@@ -83,76 +77,45 @@ inline std::string version_block(const std::vector<std::string> &children,
     return version_node(u"VS_VERSION_INFO", 0, numbers, numbers.size(), children);
 }
 
-// Where parts of a PE file of pe_image are.
-inline constexpr std::size_t kPeHeader = 0x80, kPeResources = 0x400, kPeResourceAddress = 0x3000;
+// Where parts of a PE file are.
+inline constexpr DWORD kPeHeader = 0x80, kPeResources = 0x400, kPeResourceAddress = 0x3000;
 
-using PeLanguages = std::map<DWORD, std::string>;                   // the data by its language
-using PeResources = std::map<DWORD, std::map<DWORD, PeLanguages>>;  // by type and name
+using PeBlocks = std::map<DWORD, std::string>;  // by their languages
 
-// The tree of resources as a section's content.
-inline std::string pe_resources(const PeResources &resources) {
-    const auto table = [](std::size_t count) { return std::string(14, '\0') + number(count, 2); };
-    std::string tables[3], entries, content;
-    std::size_t sizes[3] = {16 + 8 * resources.size(), 0, 0}, count = 0;
-    for (const auto &[type, names] : resources) {
-        sizes[1] += 16 + 8 * names.size();
-        for (const auto &[name, languages] : names) {
-            sizes[2] += 16 + 8 * languages.size();
-            count += languages.size();
-        }
+// The tree of resources with version blocks, as a section's content.
+inline std::string pe_resources(const PeBlocks &blocks) {
+    const auto count = static_cast<DWORD>(blocks.size());
+    std::string tables = words(
+        {0, 0, 0, 1 << 16, 16, 0x80000018, 0, 0, 0, 1 << 16, 1, 0x80000030, 0, 0, 0, count << 16});
+    const std::size_t first_entry = tables.size() + 8 * blocks.size();
+    const std::size_t first_data = first_entry + 16 * blocks.size();
+    std::string entries, content;
+    for (const auto &[language, block] : blocks) {
+        tables += number(language, 4) + number(first_entry + entries.size(), 4);
+        entries += number(kPeResourceAddress + first_data + content.size(), 4) +
+                   number(block.size(), 4) + number(0, 8);
+        content += padded(block);
     }
-    const std::size_t first_entry = sizes[0] + sizes[1] + sizes[2];
-    const std::size_t first_data = first_entry + 16 * count;
-    constexpr std::uint64_t kTable = 0x80000000;
-    tables[0] = table(resources.size());
-    for (const auto &[type, names] : resources) {
-        tables[0] += number(type, 4) + number(kTable | (sizes[0] + tables[1].size()), 4);
-        tables[1] += table(names.size());
-        for (const auto &[name, languages] : names) {
-            tables[1] +=
-                number(name, 4) + number(kTable | (sizes[0] + sizes[1] + tables[2].size()), 4);
-            tables[2] += table(languages.size());
-            for (const auto &[language, bytes] : languages) {
-                tables[2] += number(language, 4) + number(first_entry + entries.size(), 4);
-                entries += number(kPeResourceAddress + first_data + content.size(), 4) +
-                           number(bytes.size(), 4) + number(0, 8);
-                content += padded(bytes);
-            }
-        }
-    }
-    return tables[0] + tables[1] + tables[2] + entries + content;
+    return tables + entries + content;
 }
 
-// A PE file of 32 or 64 bits with a section of code and one with `resources`.
-inline std::string pe_image(int bits, const std::string &resources) {
-    const bool is_wide = bits == 64;
-    const std::size_t optional_size = is_wide ? 240 : 224;
-    const std::string raw = padded(resources, 0x200);
-    std::string optional = number(is_wide ? 0x20B : 0x10B, 2);
-    optional.resize(optional_size - 16 * 8 - 4);
-    optional += number(16, 4) + std::string(16, '\0') + number(kPeResourceAddress, 4) +
-                number(resources.size(), 4);
-    optional.resize(optional_size);
-    const auto section = [](const char *name, std::size_t size, std::size_t address,
-                            std::size_t raw_size, std::size_t offset) {
-        return padded(name, 8) + number(size, 4) + number(address, 4) + number(raw_size, 4) +
-               number(offset, 4) + std::string(16, '\0');
-    };
-    std::string image = "MZ";
-    image.resize(0x3C);
-    image += number(kPeHeader, 4);
-    image.resize(kPeHeader);
-    image += std::string("PE\0\0", 4) + number(is_wide ? 0x8664 : 0x14C, 2) + number(2, 2) +
-             std::string(12, '\0') + number(optional_size, 2) + number(2, 2) + optional +
-             section(".text", 0x10, 0x1000, 0x200, 0x200) +
-             section(".rsrc", resources.size(), kPeResourceAddress, raw.size(), kPeResources);
-    image.resize(kPeResources);
-    return image + raw;
+// A PE file of 32 or 64 bits with a section of code and one with version blocks.
+inline std::string pe_version(const PeBlocks &blocks, int bits = 64) {
+    const std::string content = padded(pe_resources(blocks), 0x200);
+    const DWORD size = static_cast<DWORD>(content.size()), optional_size = bits == 64 ? 240 : 224;
+    std::string image =
+        padded(padded("MZ", 0x3C) + words({kPeHeader}), kPeHeader) +
+        words({0x4550, 2 << 16, 0, 0, 0, optional_size, bits == 64 ? 0x20Bu : 0x10B});
+    image.resize(kPeHeader + 24 + optional_size - 16 * 8 - 4);
+    image += words({16, 0, 0, 0, 0, kPeResourceAddress});
+    image.resize(kPeHeader + 24 + optional_size);
+    image += words({0, 0, 0, 0x1000, 0x200, 0x200, 0, 0, 0, 0, 0, 0, 0, kPeResourceAddress, size,
+                    kPeResources});
+    return padded(image, kPeResources) + content;
 }
 
-// A PE file with one version block.
 inline std::string pe_version(const std::string &block, int bits = 64) {
-    return pe_image(bits, pe_resources({{16, {{1, {{0x409, block}}}}}}));
+    return pe_version(PeBlocks{{0x409, block}}, bits);
 }
 
 using ElfNotes = std::vector<std::pair<std::string, std::string>>;  // names and contents
@@ -164,16 +127,12 @@ inline std::string elf_image(const ElfNotes &notes, int bits = 64) {
         content += number(name.size() + 1, 4) + number(bytes.size(), 4) + number(1, 4) +
                    padded(name + '\0') + padded(bytes);
     }
-    const bool is_wide = bits == 64;
-    const std::size_t word = is_wide ? 8 : 4, header = is_wide ? 64 : 52;
-    const std::size_t segment = is_wide ? 56 : 32;
-    // In 32 bits the flags of a segment come later.
-    return std::string("\x7F") + "ELF" + (is_wide ? '\2' : '\1') + "\1\1" + std::string(9, '\0') +
-           number(3, 2) + number(62, 2) + number(1, 4) + number(0, word) + number(header, word) +
-           number(0, word) + number(0, 4) + number(header, 2) + number(segment, 2) + number(1, 2) +
-           number(0, 6) + number(4, is_wide ? 8 : 4) + number(header + segment, word) +
-           number(0, 2 * word) + number(content.size(), word) + number(content.size(), word) +
-           number(0, is_wide ? 0 : 4) + number(4, word) + content;
+    const std::size_t word = bits == 64 ? 8 : 4, header = bits == 64 ? 64 : 52;
+    const std::size_t segment = bits == 64 ? 56 : 32;
+    return padded(std::string("\x7F") + "ELF" + (bits == 64 ? '\2' : '\1') + "\1\1", 16) +
+           number(3, 8 + word) + number(header, 2 * word + 4) + number(header | segment << 16, 4) +
+           number(1, 8) + number(4, word) + number(header + segment, 3 * word) +
+           number(content.size(), segment - 4 * word) + content;
 }
 
 #endif  // TESTS_SUPPORT_VERSION_IMAGE_H

@@ -6,26 +6,20 @@ extern "C" {
 __attribute__((weak)) void note_of_module(const char *note);
 int needed_number();
 
-OSTREL_PLATFORM_API int sample_variable = 7;
 OSTREL_PLATFORM_API int sample_number() {
-    return needed_number() + sample_variable;
+    return needed_number();
 }
 }
 
 namespace {
 
-void note(const char *text) {
-    if (note_of_module != nullptr) {
-        note_of_module(text);
-    }
-}
-
 struct Notes {
     Notes() {
         const HMODULE module = LoadLibraryW(TEXT("libc.so.6"));  // calls of the layer
-        note(LoadLibraryW(TEXT("none")) == nullptr && FreeLibrary(module) ? "+" : "?");
+        const bool is_done = LoadLibraryW(TEXT("none")) == nullptr && FreeLibrary(module);
+        note_of_module != nullptr ? note_of_module(is_done ? "+" : "?") : void();
     }
-    ~Notes() { note("-"); }
+    ~Notes() { note_of_module != nullptr ? note_of_module("-") : void(); }
 } notes;
 
 }  // namespace
