@@ -95,7 +95,6 @@ TEST_F(OstrelReg, Searches) {
         {"reg query HKCU/A /s /f green", found(0)},
         {"reg query HKCU/A /s /v bluex", b + n + found(1)},
         {"reg query HKCU/A /s /t REG_DWORD,REG_QWORD", b + n + found(1)},
-        {"reg query HKCU/A /ve", a + "    (Default)    REG_SZ    (value not set)\n"},
         {"reg query HKCU/A /k", "ERROR: /k, /d, /c and /e need /f.\nexit 1"},
     });
 }
@@ -170,7 +169,6 @@ TEST_F(OstrelReg, CompactsTheStores) {
         {"reg compact | sed -n 's/.*user.db    //p' | while read -r before _ _ now _; do "
          "[ \"$before\" -ge 50000 ] && [ \"$now\" -lt 50000 ] && echo smaller; done",
          "smaller\n"},
-        {"wc -c <\"$OSTREL_REGISTRY/user.db-wal\"", "0\n"},
         {"reg query HKCU/A && reg add HKCU/A /v n /d 2 /f && reg check | grep -c sound",
          "\nHKEY_CURRENT_USER\\A\n    n    REG_SZ    1\n" + kDone + "1\n"},
     });

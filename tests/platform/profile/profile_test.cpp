@@ -69,7 +69,6 @@ TEST(Profile, CutsWhatIsTooLong) {
     EXPECT_EQ(asked(u"s", u"ab", 6), u"value|5");
     EXPECT_EQ(asked(u"s", u"none", 100, u" a \t"), u" a|2");
     EXPECT_EQ(asked(u"s", u"none", 100, nullptr), u"|0");
-    EXPECT_EQ(asked(u"s", u"none", 3, u"abc"), u"ab|2 e234");
 }
 
 TEST(Profile, ReadsNumbers) {
