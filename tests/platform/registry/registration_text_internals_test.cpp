@@ -122,6 +122,7 @@ TEST(RegistrationText, RefusesTheWholeOfABadText) {
     const std::string users = "[HKEY_USERS\\A]\n";
     const std::string part(257, 'k');
     const std::pair<std::string, std::string> cases[] = {
+        {"REGEDIT4x\n", "1: the first line"},
         {"\xFF\xFE" + utf16(u"REGEDIT4\n\n") + "x", "3: the file ends within"},
         {kHeader + users + "\n;\xC3\n", "4: some bytes"},
         {kHeader + "@=-", "2: a value stands above any key"},
