@@ -46,6 +46,11 @@ TEST(Waitable, GivesASignalToAThreadThatWaits) {
     EXPECT_TRUE(ReleaseSemaphore(own[1], 2, nullptr));
     EXPECT_EQ(test_each({own[1], own[1]}), "10");
     EXPECT_EQ(any.Result(), 1u);
+    Waiting ended(own);
+    SetEvent(own[0]);
+    EXPECT_TRUE(ReleaseSemaphore(own[1], 1, nullptr));  // which the wait no longer takes
+    EXPECT_EQ(ended.Result(), 0u);
+    EXPECT_EQ(test_each(own), "01");
 }
 
 TEST(Waitable, GivesAWaitForAllItsSignalsAtTheLast) {
