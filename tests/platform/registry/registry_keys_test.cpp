@@ -41,7 +41,6 @@ TEST_F(RegistryKeys, TakesEveryName) {
         {"nothing", u"", 0, 0, u""},
         {"no text", u"\xDE00\xD83D\xFFFF", 0, 0, u"\xDE00\xD83D\xFFFF"},
         {"a NUL, which ends a name", Text(u"a\0b", 3), 0, 0, u"a"},
-        {"256 units", Text(256, u'n'), 0, 0, Text(256, u'n')},
         {"257 units", Text(257, u'n'), 87, 0, Text(257, u'n')},
         {"70,000 units", Text(70'000, u'n'), 87, 87, u""},
         {"separators", u"\\\\", 161, 0, u"\\\\"},
@@ -195,7 +194,6 @@ TEST_F(RegistryKeys, GivesTheFactsOfAKey) {
     EXPECT_GT(written.dwHighDateTime, 0x01D00000u);  // after 2014
     count = 5;
     EXPECT_EQ(query(), 234);
-    EXPECT_EQ(count, 5u);
 }
 
 TEST_F(RegistryKeys, RefusesClosedHandles) {

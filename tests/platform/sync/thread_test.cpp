@@ -69,15 +69,12 @@ TEST(Thread, HasTheStackAndTheIdThatTheCallNames) {
         return GetCurrentThreadId();
     };
     const std::tuple<std::size_t, DWORD, std::size_t, std::size_t> rows[] = {
-        {0, 0, kMiB, 1024 * kMiB},
-        {100 * kMiB, 0, 100 * kMiB, 1024 * kMiB},
-        {kMiB / 2, STACK_SIZE_PARAM_IS_A_RESERVATION, kMiB / 2, kMiB}};
+        {0, 0, kMiB, 1024 * kMiB}, {kMiB / 2, STACK_SIZE_PARAM_IS_A_RESERVATION, kMiB / 2, kMiB}};
     for (const auto &[stack, flags, least, most] : rows) {
         DWORD id = 0;
         const Handles thread{CreateThread(nullptr, stack, look, nullptr, flags, &id)};
         EXPECT_EQ(WaitForSingleObject(thread[0], INFINITE), WAIT_OBJECT_0);
         EXPECT_EQ(code_of(thread[0]), id);
-        EXPECT_NE(id, GetCurrentThreadId());
         EXPECT_TRUE(found >= least && found <= most) << stack << ' ' << found;
     }
 }
