@@ -1,16 +1,13 @@
 // A child that a program with busy threads forks can go on.
 
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <atomic>
-#include <thread>
 
 #include "ostrel/platform/module.h"
-#include "ostrel/platform/sync.h"
 #include "ostrel/platform/system.h"
 #include "ostrel/platform/time.h"
+#include "support/child.h"
 #include "support/file_calls.h"
+#include "support/signals.h"
 #include "wexlog/wexlog.h"
 
 namespace {
@@ -25,13 +22,10 @@ void use_everything(int turn) {
     std::FILE *const stream = _wfopen(TEXT("file"), TEXT("r"));
     EXPECT_NE(stream, nullptr);
     std::fclose(stream);
-    const HANDLE file =
-        CreateFileW(TEXT("file"), GENERIC_READ, kShareAll, nullptr, OPEN_EXISTING, 0, nullptr);
-    EXPECT_TRUE(CloseHandle(file));
-    const HANDLE event = CreateEventW(nullptr, FALSE, TRUE, nullptr);
-    EXPECT_EQ(WaitForSingleObject(event, INFINITE), WAIT_OBJECT_0);
-    EXPECT_EQ(WaitForSingleObject(event, 1), WAIT_TIMEOUT);
-    EXPECT_TRUE(CloseHandle(event));
+    EXPECT_TRUE(Opened(TEXT("file"), GENERIC_READ));
+    const Handles signalled{event(false, true)};
+    EXPECT_EQ(test_each(signalled), "1");
+    EXPECT_EQ(WaitForSingleObject(signalled[0], 1), WAIT_TIMEOUT);
     EXPECT_TRUE(FreeLibrary(LoadLibraryExW(TEXT(".\\file"), nullptr, LOAD_LIBRARY_AS_DATAFILE)));
     DBG::DebugLogEx(nullptr, DBG::kLevelValue, TEXT(""), 1, TEXT("turn %d"), turn);
 }
@@ -41,7 +35,7 @@ void take_locks() {
     WCHAR unit;
     CloseHandle(nullptr);
     FreeLibrary(nullptr);
-    static const HANDLE never = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+    static const HANDLE never = event(false);
     const HANDLE pair[] = {never, never};
     WaitForMultipleObjects(2, pair, FALSE, 0);
     _putenv_s("NONE", "");
@@ -53,30 +47,26 @@ TEST(Fork, LeavesTheChildEveryLock) {
     const Planted dir("file=x");
     DBG::AddSink([](const DBG::Line &) {});
     std::atomic<bool> ends{false};
-    std::thread others[6];  // more than cores, so that some are interrupted while they hold a lock
-    for (std::thread &other : others) {
-        other = std::thread([&ends] {
+    // More than cores, so that some are interrupted while they hold a lock.
+    std::thread others([&ends] {
+        on_threads(6, [&ends](std::size_t) {
             while (!ends) {
                 take_locks();
             }
         });
-    }
-    int status = 0;
-    for (int i = 0; i < 40 && status == 0; ++i) {
+    });
+    int code = 0;
+    for (int i = 0; i < 40 && code == 0; ++i) {
         use_everything(i);
-        const pid_t child = fork();
-        if (child == 0) {
+        code = exit_of_child([i] {
             alarm(10);  // ends a child that waits for a lock
             use_everything(i);
-            _exit(testing::Test::HasFailure() ? 1 : 0);
-        }
-        EXPECT_EQ(waitpid(child, &status, 0), child);
+            return testing::Test::HasFailure() ? 1 : 0;
+        });
     }
     ends = true;
-    for (std::thread &other : others) {
-        other.join();
-    }
-    EXPECT_EQ(status, 0);
+    others.join();
+    EXPECT_EQ(code, 0);
 }
 
 }  // namespace

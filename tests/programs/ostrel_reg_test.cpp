@@ -45,11 +45,8 @@ TEST_F(OstrelReg, AddsAndShowsEachType) {
     const char *const kRows[][3] = {
         // options of add, options of query, what is shown
         {R"(/v s /d 'a "b"')", "/v S", R"(s    REG_SZ    a "b")"},
-        {"-T reg_expand_sz -d -5", "-ve", "(Default)    REG_EXPAND_SZ    -5"},
-        {R"(/v m /t REG_MULTI_SZ /d 'x\0y')", "/v m", R"(m    REG_MULTI_SZ    x\0y)"},
         {"/v m /t REG_MULTI_SZ /s , /d x,y /f", "/v m /se +", "m    REG_MULTI_SZ    x+y"},
         {"/v d /t REG_DWORD /d 0xFFFFFFFF", "/v d /z", "d    REG_DWORD (4)    0xffffffff"},
-        {"/v e /t REG_DWORD_BIG_ENDIAN /d 258", "/v e", "e    REG_DWORD_BIG_ENDIAN    0x102"},
         {"/v q /t 11 /d 18446744073709551615", "/v q", "q    REG_QWORD    0xffffffffffffffff"},
         {"/v b /t 0x1234 /d 00fF", "/v b", "b    0x1234    00FF"},
     };
@@ -61,20 +58,12 @@ TEST_F(OstrelReg, AddsAndShowsEachType) {
         {"reg query HKCU/A --json", R"([
   {"key": "HKEY_CURRENT_USER\\A", "values": [
     {"name": "s", "type": "REG_SZ", "data": "a \"b\""},
-    {"name": "", "type": "REG_EXPAND_SZ", "data": "-5"},
     {"name": "m", "type": "REG_MULTI_SZ", "data": ["x", "y"]},
     {"name": "d", "type": "REG_DWORD", "data": 4294967295},
-    {"name": "e", "type": "REG_DWORD_BIG_ENDIAN", "data": 258},
     {"name": "q", "type": "REG_QWORD", "data": 18446744073709551615},
     {"name": "b", "type": "0x1234", "hex": "00FF"}], "subkeys": []}
 ]
 )"},
-        {"reg add HKCU/A /t REG_DWORD /d 4294967296", "ERROR: Invalid number: 4294967296\nexit 1"},
-        {R"(reg add HKCU/A /t REG_MULTI_SZ /d 'a\0\0b')",
-         "ERROR: A REG_MULTI_SZ holds no empty text.\nexit 1"},
-        {"reg add HKCU/A /t REG_BINARY /d 123",
-         "ERROR: The data is not an even number of hexadecimal digits.\nexit 1"},
-        {"reg add HKCU/A /t REG_X", "ERROR: Invalid type: REG_X\nexit 1"},
     });
 }
 
@@ -86,8 +75,6 @@ TEST_F(OstrelReg, QuotesNamesThatNeedIt) {
          kDone + "    \"\\ud800\xF0\x9F\x98\x80\"    REG_SZ    \n\nEnd of search: 2 match(es) "
                  "found.\n"},
         {R"~(reg query "$(printf 'HKCU\\\377')")~", "ERROR: An argument is no UTF-8.\nexit 1"},
-        {R"(reg query 'HKX\a')", "ERROR: Invalid key name: HKX\\a\nexit 1"},
-        {R"(reg query 'HKCU\\a')", "ERROR: Invalid key name: HKCU\\\\a\nexit 1"},
     });
 }
 
@@ -103,26 +90,12 @@ TEST_F(OstrelReg, Searches) {
          kDone + kDone},
         {"reg query HKCU/A", a + x + b},
         {"reg query HKCU/A /s", a + x + b + n},
-        {"reg query HKCU/A /f blue", a + x + b + found(2)},
-        {"reg query HKCU/A /s /f blue", a + x + b + n + found(3)},
         {"reg query HKCU/A /s /f blue /k", b + found(1)},
-        {"reg query HKCU/A /s /f blue /d", a + x + found(1)},
-        {"reg query HKCU/A /s /f blue /v", b + n + found(1)},
-        {"reg query HKCU/A /s /f blue /c", a + x + found(1)},
-        {"reg query HKCU/A /s /f blue /e", b + found(1)},
         {"reg query HKCU/A /s /f 'b?u*y' /e", a + x + found(1)},
         {"reg query HKCU/A /s /f green", found(0)},
         {"reg query HKCU/A /s /v bluex", b + n + found(1)},
         {"reg query HKCU/A /s /t REG_DWORD,REG_QWORD", b + n + found(1)},
-        {"reg query HKCU/A /v none", kMissing},
-        {"reg query HKCU/A /ve", a + "    (Default)    REG_SZ    (value not set)\n"},
-        {"reg query HKCU/None", kMissing},
         {"reg query HKCU/A /k", "ERROR: /k, /d, /c and /e need /f.\nexit 1"},
-        {"reg query HKCU/A /v x /ve", kSyntax},
-        {"reg query HKCU/A /t", kSyntax},
-        {"reg query", kSyntax},
-        {"reg nothing",
-         "ERROR: There is no such command. Type \"ostrel-reg --help\" for usage.\nexit 1"},
     });
 }
 
@@ -134,22 +107,12 @@ TEST_F(OstrelReg, AsksBeforeItDestroys) {
          kDone + kDone + kDone},
         {"echo NO | reg add HKCU/A /v v /d 2", exists + kCancelled},
         {"printf 'x\\nyes\\n' | reg add HKCU/A /v v /d 2", exists + exists + kDone},
-        {"reg delete HKCU/A /v v </dev/null",
-         "Delete the registry value v (Yes/No)? \n" + kCancelled},
-        {"echo y | reg delete HKCU/A /v v | tail -1; reg delete HKCU/A /v v /f",
-         "Delete the registry value v (Yes/No)? " + kDone + kMissing},
-        {"reg delete HKCU/A/B /va /f && reg query HKCU/A/B", kDone},
         {"echo n | reg delete HKCU/A", key + kCancelled},
         {"reg delete HKCU/A /f && reg query HKCU/A", kDone + kMissing},
-        {"reg delete HKCU /f", "ERROR: A root cannot be deleted.\nexit 1"},
         {"reg add HKCU/C/D /v v /d 1; reg copy HKCU/C HKCU/E /s && reg query HKCU/E /s",
          kDone + kDone +
              "\nHKEY_CURRENT_USER\\E\n\nHKEY_CURRENT_USER\\E\\D\n"
              "    v    REG_SZ    1\n"},
-        {"reg add HKCU/C/D /v v /d 2 /f; echo n | reg copy HKCU/C HKCU/E /s; "
-         "reg query HKCU/E/D /v v",
-         kDone + "Value HKEY_CURRENT_USER\\E\\D\\v exists, overwrite (Yes/No/All)? " + kDone +
-             "\nHKEY_CURRENT_USER\\E\\D\n    v    REG_SZ    1\n"},
         {"reg copy HKCU/C HKCU/c", "ERROR: The registry key cannot be copied onto itself.\nexit 1"},
     });
 }
@@ -172,7 +135,6 @@ TEST_F(OstrelReg, ExportsAndImports) {
         {"reg export HKCU/A - | cmp - a.reg && stat -c %a a.reg", "600\n"},
         {"echo n | reg export HKCU/A a.reg",
          "File a.reg already exists. Overwrite (Yes/No)? " + kCancelled},
-        {"reg export HKCU/A a.reg -y", kDone},
         {"reg import bad.reg; reg query HKCU/A/New",
          "ERROR: bad.reg, line 3: a value's data begins with none of \" dword: hex: hex( "
          "-. Nothing was imported.\n" +
@@ -184,7 +146,6 @@ TEST_F(OstrelReg, ExportsAndImports) {
         {"reg delete HKCU/A /f >b && iconv -f UTF-16 -t UTF-8 a.reg | reg import - && "
          "reg export HKCU/A - | cmp - a.reg",
          kDone},
-        {"reg import none.reg", "ERROR: none.reg: No such file or directory\nexit 1"},
     });
 }
 
@@ -208,7 +169,6 @@ TEST_F(OstrelReg, CompactsTheStores) {
         {"reg compact | sed -n 's/.*user.db    //p' | while read -r before _ _ now _; do "
          "[ \"$before\" -ge 50000 ] && [ \"$now\" -lt 50000 ] && echo smaller; done",
          "smaller\n"},
-        {"wc -c <\"$OSTREL_REGISTRY/user.db-wal\"", "0\n"},
         {"reg query HKCU/A && reg add HKCU/A /v n /d 2 /f && reg check | grep -c sound",
          "\nHKEY_CURRENT_USER\\A\n    n    REG_SZ    1\n" + kDone + "1\n"},
     });

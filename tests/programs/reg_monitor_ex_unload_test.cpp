@@ -42,19 +42,13 @@ int wait_in_callback(const std::u16string &) {
     return 0;
 }
 
-template <class Call>
-Call call_of(void *library, const char *name) {
-    void *const address = dlsym(library, name);
-    EXPECT_NE(address, nullptr) << name;
-    return reinterpret_cast<Call>(address);
-}
-
 TEST(RegMonitorExUnload, LeavesTheLibraryLoaded) {
     void *const library = dlopen(OSTREL_LIBRARY, RTLD_NOW);
     ASSERT_NE(library, nullptr) << dlerror();
-    void *const monitor = call_of<Instance>(library, "_ZN2OS13CRegMonitorEx8InstanceEv")();
-    const auto add = call_of<Register>(
-        library, "_ZN2OS13CRegMonitorEx17RegisterRegNotifyERKNS_9x_wstringEbPFiS3_Eb");
+    void *const monitor =
+        reinterpret_cast<Instance>(dlsym(library, "_ZN2OS13CRegMonitorEx8InstanceEv"))();
+    const auto add = reinterpret_cast<Register>(
+        dlsym(library, "_ZN2OS13CRegMonitorEx17RegisterRegNotifyERKNS_9x_wstringEbPFiS3_Eb"));
     ASSERT_TRUE(add(monitor, u"SOFTWARE", false, wait_in_callback, false));
     for (int calls = 1; calls <= 2; ++calls) {
         while (g_event == nullptr) {

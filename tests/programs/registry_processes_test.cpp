@@ -8,39 +8,19 @@
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
-#include <iterator>
-#include <thread>
 
-#include "ostrel/platform/handle.h"
-#include "ostrel/platform/sync.h"
+#include "support/file_tree.h"
 #include "support/registry.h"
+#include "support/signals.h"
 
 namespace {
 
 constexpr char16_t kPath[] = u"SOFTWARE\\Processes";
 
-// A pipe on which two processes pass the turn.
-class Turns {
-public:
-    Turns() { EXPECT_EQ(pipe2(m_ends, O_CLOEXEC), 0); }
-    ~Turns() {
-        close(m_ends[0]);
-        close(m_ends[1]);
-    }
-    Turns &operator=(Turns &&) = delete;  // nor copied
-    void Give() const { EXPECT_EQ(write(m_ends[1], "x", 1), 1); }
-    void Take() const {
-        char turn;
-        EXPECT_EQ(read(m_ends[0], &turn, 1), 1);
-    }
-
-private:
-    int m_ends[2];
-};
-
-std::string content_of(const std::string &path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
+// Waits until a child has stopped itself.
+void await_stop(pid_t child) {
+    int status = 0;
+    EXPECT_TRUE(waitpid(child, &status, WUNTRACED) == child && WIFSTOPPED(status));
 }
 
 TEST(RegistryProcesses, LeaveAForeignOrDamagedFileAsItIs) {
@@ -80,22 +60,45 @@ void lock_bytes(const RegistryFolder &folder, off_t start, off_t length) {
     EXPECT_EQ(fcntl(open(folder.Path("machine.db-shm").c_str(), O_RDONLY), F_SETLK, &lock), 0);
 }
 
+TEST(RegistryProcesses, FindWhateverTheFolderIs) {
+    const struct {
+        const char *command;  // run in the folder
+        const char *path;     // of the registry, in the folder
+        LSTATUS code;
+        bool is_weak = false;
+    } kRows[] = {
+        {"touch file", "file", 3},        {"mkdir real; ln -s real link", "link", 0},
+        {"ln -s loop loop", "loop", 161}, {"mkdir user.db", "", 1009},
+        {"mkdir user.lock", "", 5},       {"chmod 0 .", "", 5, true},
+    };
+    for (const auto &row : kRows) {
+        const RegistryFolder folder;
+        EXPECT_EQ(std::system(("cd \"$OSTREL_REGISTRY\"; " + std::string(row.command)).c_str()), 0);
+        setenv("OSTREL_REGISTRY", folder.Path(row.path).c_str(), 1);
+        EXPECT_TRUE(holds_in_child([&] {
+            if (row.is_weak && geteuid() == 0) {  // root has every permission
+                become_nobody();
+            }
+            EXPECT_EQ(set_number(HKEY_CURRENT_USER, u"v", 1), row.code);
+        })) << row.command;
+        chmod(folder.Path().c_str(), 0700);
+    }
+}
+
 TEST(RegistryProcesses, LetAnotherUserReadWhatRootOwnsAndNoMore) {
     if (geteuid() != 0) {
         GTEST_SKIP() << "needs a second user";
     }
     const RegistryFolder folder;
     chmod(folder.Path().c_str(), 0755);
-    const Turns to_child, to_parent;
     EXPECT_TRUE(holds_in_child([&] {
         const pid_t other = started([&] {
-            to_child.Take();
             become_nobody();
+            raise(SIGSTOP);
             const TestKey key = created(HKEY_LOCAL_MACHINE, kPath, KEY_READ);
             for (DWORD i = 1; i < 3; ++i) {
                 EXPECT_EQ(number(key, u"v"), i);
-                to_parent.Give();
-                to_child.Take();
+                raise(SIGSTOP);
             }
             EXPECT_EQ(open_code(HKEY_LOCAL_MACHINE, kPath, KEY_ALL_ACCESS), 5);
             EXPECT_EQ(set_number(HKEY_LOCAL_MACHINE, u"v", 1), 5);
@@ -103,22 +106,22 @@ TEST(RegistryProcesses, LetAnotherUserReadWhatRootOwnsAndNoMore) {
             EXPECT_LT(open(folder.Path("machine.lock").c_str(), O_RDONLY), 0);
             EXPECT_LT(open(folder.Page("machine").c_str(), O_RDWR), 0);
             lock_bytes(folder, 120, 9);  // which does not stop a writer
-            to_parent.Give();
-            to_child.Take();
+            raise(SIGSTOP);
             EXPECT_EQ(number(key, u"v"), 3u);
         });
         const TestKey key = created(HKEY_LOCAL_MACHINE, kPath);
         for (DWORD i = 1; i < 3; ++i) {
+            await_stop(other);
             EXPECT_EQ(set_number(key, u"v", i), 0);
-            to_child.Give();
-            to_parent.Take();
+            kill(other, SIGCONT);
         }
-        to_child.Give();
-        to_parent.Take();
+        await_stop(other);  // after its second look
+        kill(other, SIGCONT);
+        await_stop(other);  // with its locks
         const auto begin = std::chrono::steady_clock::now();
         EXPECT_EQ(set_number(key, u"v", 3), 0);
         EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(5));
-        to_child.Give();
+        kill(other, SIGCONT);
         EXPECT_TRUE(has_succeeded(other));
     }));
 }
@@ -164,11 +167,10 @@ TEST(RegistryProcesses, GoOnInTheChildOfAProgramWithThreads) {
     const RegistryFolder folder;
     EXPECT_TRUE(holds_in_child([] {
         const TestKey key = created(HKEY_LOCAL_MACHINE, kPath);
-        const HANDLE event = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+        const HANDLE event = ::event(false);
         std::atomic<bool> ends{false};
-        std::thread others[4];
-        for (std::thread &other : others) {
-            other = std::thread([&] {
+        std::thread others([&] {
+            on_threads(4, [&](std::size_t) {
                 for (DWORD i = 0; !ends; ++i) {
                     set_number(key, u"other", i);
                     number(key, u"other");
@@ -176,7 +178,7 @@ TEST(RegistryProcesses, GoOnInTheChildOfAProgramWithThreads) {
                     RegNotifyChangeKeyValue(key, TRUE, 4, event, TRUE);
                 }
             });
-        }
+        });
         for (DWORD i = 0; i < 20; ++i) {
             EXPECT_TRUE(holds_in_child([&] {
                 alarm(20);
@@ -190,9 +192,7 @@ TEST(RegistryProcesses, GoOnInTheChildOfAProgramWithThreads) {
             EXPECT_EQ(number(key, u"v"), i);
         }
         ends = true;
-        for (std::thread &other : others) {
-            other.join();
-        }
+        others.join();
     }));
 }
 
@@ -205,20 +205,18 @@ TEST(RegistryProcesses, StartAlthoughAReaderHoldsLocks) {
     EXPECT_TRUE(holds_in_child([] { set_number(created(HKEY_LOCAL_MACHINE, kPath), u"v", 1); }));
     // SQLite's locks of writer, checkpoint and recovery, and all bytes.
     for (const auto &[start, length] : {std::pair(120, 1), {121, 1}, {122, 1}, {120, 8}, {0, 0}}) {
-        const Turns locked, done;
         const pid_t other = started([&, start = start, length = length] {
             become_nobody();
             lock_bytes(folder, start, length);
-            locked.Give();
-            done.Take();
+            raise(SIGSTOP);
         });
-        locked.Take();
+        await_stop(other);
         EXPECT_EQ(truncate(folder.Path("machine.db-shm").c_str(), 0), 0);  // a crash of the host
         EXPECT_TRUE(holds_in_child([] {
             EXPECT_EQ(open_code(HKEY_LOCAL_MACHINE, kPath), 0);
             EXPECT_EQ(set_number(created(HKEY_LOCAL_MACHINE, kPath), u"v", 1), 0);
         })) << start;
-        done.Give();
+        kill(other, SIGCONT);
         EXPECT_TRUE(has_succeeded(other));
     }
 }
@@ -233,27 +231,6 @@ TEST(RegistryProcesses, MakeFoldersThatOthersMayEnter) {
             stat(folder.Path(path).c_str(), &facts);
             EXPECT_EQ(facts.st_mode & 0777, S_ISDIR(facts.st_mode) ? 0755u : 0644u) << path;
         }
-    }));
-}
-
-TEST(RegistryProcesses, GiveNoOldHandleAKeyOfANewStore) {
-    const RegistryFolder folder;
-    EXPECT_TRUE(holds_in_child([&] {
-        const TestKey old = created(HKEY_CURRENT_USER, u"Software\\Old");
-        const TestKey kept = created(HKEY_CURRENT_USER, u"Software");
-        EXPECT_EQ(set_number(old, u"v", 1), 0);
-        folder.RemovePages();
-        std::filesystem::remove_all(folder.Path());
-        while (open_code(HKEY_CURRENT_USER, u"Software\\Old") == 0) {
-        }
-        const TestKey key = created(HKEY_CURRENT_USER, u"Software\\New");
-        EXPECT_EQ(set_number(key, u"v", 2), 0);
-        DWORD size = 0;
-        EXPECT_EQ(RegQueryValueExW(old, u"v", nullptr, nullptr, nullptr, &size), 1018);
-        EXPECT_EQ(set_number(old, u"v", 3), 1018);
-        EXPECT_EQ(open_code(old, u""), 1018);
-        EXPECT_EQ(number(key, u"v"), 2u);
-        EXPECT_EQ(subkeys(kept), u"Classes New ");  // every store has the key
     }));
 }
 
@@ -274,6 +251,12 @@ TEST(RegistryProcesses, ReadACopyThatTakesThePlaceOfTheStore) {
         }
         EXPECT_EQ(number(HKEY_CURRENT_USER, u"v"), 1u);
         created(HKEY_CURRENT_USER, u"Software\\New");
+        EXPECT_EQ(open_code(old, u""), 1018);  // though the new key may have its number
+        folder.RemovePages();
+        std::filesystem::remove_all(store);
+        while (number(HKEY_CURRENT_USER, u"v") == 1u) {
+        }
+        created(HKEY_CURRENT_USER, u"Software\\New");  // in a new store
         EXPECT_EQ(open_code(old, u""), 1018);
     }));
 }

@@ -3,6 +3,7 @@
 #include "ostrel/registry/reg_monitor_ex.h"
 
 #include "support/notifier.h"
+#include "support/signals.h"
 
 namespace {
 
@@ -62,20 +63,19 @@ TEST_F(RegMonitorEx, RegistersAndUnregistersWhileChangesCome) {
     static std::atomic<bool> is_registered{false};
     Calls::All().Set(0, [](const OS::x_wstring &) { EXPECT_TRUE(is_registered); });
     std::atomic<bool> ends{false};
-    std::vector<std::thread> threads;
-    threads.emplace_back([&] {
-        for (DWORD i = 0; !ends; ++i) {
-            set_number(m_key, TEXT("n"), i);
-        }
-    });
-    for (const Callback other : {callback<1>, callback<2>}) {
-        threads.emplace_back([&ends, other] {
-            while (!ends) {
-                monitor().RegisterRegNotify(TEXT("SOFTWARE\\Ex"), false, other, true);
-                monitor().Unregister(TEXT("SOFTWARE\\Ex"), false, other);
+    std::thread others([&] {
+        on_threads(3, [&](std::size_t number) {
+            const Callback other = number == 1 ? callback<1> : callback<2>;
+            for (DWORD i = 0; !ends; ++i) {
+                if (number == 0) {
+                    set_number(m_key, TEXT("n"), i);
+                } else {
+                    monitor().RegisterRegNotify(TEXT("SOFTWARE\\Ex"), false, other, true);
+                    monitor().Unregister(TEXT("SOFTWARE\\Ex"), false, other);
+                }
             }
         });
-    }
+    });
     for (int i = 0; i < 300; ++i) {
         is_registered = true;
         EXPECT_TRUE(monitor().RegisterRegNotify(TEXT("SOFTWARE\\Ex"), false, callback<0>, false));
@@ -84,9 +84,7 @@ TEST_F(RegMonitorEx, RegistersAndUnregistersWhileChangesCome) {
         is_registered = false;  // no call runs any more
     }
     ends = true;
-    for (std::thread &thread : threads) {
-        thread.join();
-    }
+    others.join();
 }
 
 }  // namespace

@@ -3,15 +3,12 @@
 
 // Registries of tests: a folder of their own, and short forms of the calls.
 
-#include <filesystem>
-#include <fstream>
 #include <optional>
-#include <sstream>
-#include <string>
 
 #include "ostrel/platform/error.h"
 #include "ostrel/platform/registry.h"
 #include "support/child.h"
+#include "support/file_tree.h"
 
 // A folder that OSTREL_REGISTRY names, removed with the pages of its stores at the end. A process
 // has one, from before its first call on: the layer asks for the folder once.
@@ -61,9 +58,7 @@ public:
 private:
     // The paths of the pages that a file names. Reads in blocks: databases may be large.
     static std::vector<std::string> PagesIn(const std::string &path) {
-        std::ostringstream copy;
-        copy << std::ifstream(path, std::ios::binary).rdbuf();
-        const std::string bytes = copy.str();
+        const std::string bytes = content_of(path);
         std::vector<std::string> pages;
         for (std::size_t end = 0; (end = bytes.find(" shm", end)) != bytes.npos; ++end) {
             const std::size_t begin = bytes.rfind(' ', end - 1) + 1;

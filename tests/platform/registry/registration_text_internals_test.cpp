@@ -120,60 +120,28 @@ TEST(RegistrationText, CodePageOfTheOlderForm) {
 
 TEST(RegistrationText, RefusesTheWholeOfABadText) {
     const std::string users = "[HKEY_USERS\\A]\n";
-    const std::string part(257, 'k'), name(16384, 'v');
+    const std::string part(257, 'k');
     const std::pair<std::string, std::string> cases[] = {
-        {"", "1: the first line"},
-        {"\xFE\xFF", "1: some bytes"},
         {"REGEDIT4x\n", "1: the first line"},
         {"\xFF\xFE" + utf16(u"REGEDIT4\n\n") + "x", "3: the file ends within"},
         {kHeader + users + "\n;\xC3\n", "4: some bytes"},
-        {"REGEDIT4\n" + users + "@=hex(7):ff,\\\n00\n", "3: some bytes"},
-        {kHeader + users + "x=1", "3: a line begins"},
-        {kHeader + users + "\r\r\n", "3: a line begins"},
         {kHeader + "@=-", "2: a value stands above any key"},
         {kHeader + "[-HKEY_USERS\\A]\n\n@=-", "4: a value stands under a deleted key"},
-        {kHeader + "[HKEY_USERS\\A\n]", "2: a key's name has no ]"},
-        {kHeader + "[HKCU\\A]", "2: a key's name does not begin"},
-        {kHeader + "[]", "2: a key's name does not begin"},
-        {kHeader + "[HKEY_USERS\\\\]", "2: a key's name has an empty part"},
         {kHeader + "[-HKEY_USERS\\]", "2: a root cannot be deleted"},
         {kHeader + "[HKEY_USERS\\A\\\\]", "2: a key's name has an empty part"},
         {kHeader + "[HKEY_USERS\\A\\" + part + "]", "2: a part of a key's name"},
         {kHeader + "[HKEY_USERS\\A" + std::string(1, '\0') + "]", "2: a name contains a NUL"},
-        {kHeader + users + "[HKEY_USERS] x", "3: something other"},
-        {kHeader + users + "\"" + name + "\"=-", "3: a value's name has more"},
-        {kHeader + users + "\"a\" -", "3: no = follows"},
+        {kHeader + "[HKCU\\A]", "2: a key's name does not begin"},
         {kHeader + users + "\"a\nb", "3: a quoted text has no end"},
-        {kHeader + users + "\"a\nb\"", "4: no = follows"},
         {kHeader + users + "@=\"a\\n\"", "3: a backslash in a quoted text"},
-        {kHeader + users + "@=\"a\\", "3: a backslash in a quoted text"},
-        {kHeader + users + "@=\"a" + std::string(1, '\0') + "\"",
-         "3: a quoted text contains a NUL"},
         {kHeader + users + "@=\"a\" b", "3: a value's data is damaged"},
-        {kHeader + users + "@=", "3: a value's data begins"},
-        {kHeader + users + "@=dword:", "3: a number has not one to eight"},
         {kHeader + users + "@=dword:123456789", "3: a number has not one to eight"},
-        {kHeader + users + "@=dword:12g", "3: a value's data is damaged"},
-        {kHeader + users + "@=hex():1", "3: a number has not one to eight"},
-        {kHeader + users + "@=hex(1:1", "3: no ) follows"},
-        {kHeader + users + "@=hex(1)1", "3: no : follows"},
         {kHeader + users + "@=hex:123", "3: a value's data is damaged"},
-        {kHeader + users + "@=hex:1,", "3: no byte follows a comma"},
-        {kHeader + users + "@=hex:1,\\\n,2", "4: no byte follows a comma"},
-        {kHeader + users + "@=hex:1\\\n,2", "3: a value's data is damaged"},
-        {kHeader + users + "@=hex:1,\\ x\n2", "3: something other"},
         {kHeader + users + "@=hex:1,\\\n", "4: the file ends in a line"},
     };
     for (const auto &[text, fault] : cases) {
         EXPECT_EQ(read(text).substr(0, fault.size()), fault) << text;
     }
-}
-
-TEST(RegistrationText, StopsWhenTheCallerIsDone) {
-    int taken = 0;
-    const auto fault = read_registration_text(kHeader + "[HKEY_USERS]\n@=-\n@=-",
-                                              [&taken](const auto &) { return ++taken < 2; });
-    EXPECT_TRUE(!fault && taken == 2);
 }
 
 RegistrationOperation value(std::u16string name, DWORD type, std::string bytes) {
@@ -183,23 +151,13 @@ RegistrationOperation value(std::u16string name, DWORD type, std::string bytes) 
 TEST(RegistrationText, WritesWhatEditorsRead) {
     const std::tuple<const char *, RegistrationOperation, std::u16string> cases[] = {
         {"key", {Kind::kKey, 0x80000001, u"a]\\b", 0, {}}, u"\r\n[HKEY_CURRENT_USER\\a]\\b]"},
-        {"root", {Kind::kKey, 0x80000003, u"", 0, {}}, u"\r\n[HKEY_USERS]"},
-        {"no key", {Kind::kDeleteKey, 0x80000000, u"a", 0, {}}, u"\r\n[-HKEY_CLASSES_ROOT\\a]"},
-        {"no value", {Kind::kDeleteValue, 0, u"a", 0, {}}, u"\"a\"=-"},
         {"a name of all units", value(u"a]\r\n;=\xDC00\xD83D\xFEFF", 0, ""),
          u"\"a]\r\n;=\xDC00\xD83D\xFEFF\"=hex(0):"},
         {"quotes", value(u"a\"\\", 1, utf16(std::u16string(u"\\\"\0", 3))), uR"("a\"\\"="\\\"")"},
         {"unnamed", value(u"", 1, std::string(2, '\0')), u"@=\"\""},
-        {"no end", value(u"", 1, utf16(u"a")), u"@=hex(1):61,00"},
-        {"odd", value(u"", 1, std::string(3, '\0')), u"@=hex(1):00,00,00"},
-        {"empty", value(u"", 1, ""), u"@=hex(1):"},
-        {"two NULs", value(u"", 1, std::string(4, '\0')), u"@=hex(1):00,00,00,00"},
         {"CR", value(u"", 1, utf16(std::u16string(u"\r\0", 2))), u"@=hex(1):0d,00,00,00"},
-        {"LF", value(u"", 1, utf16(std::u16string(u"\n\0", 2))), u"@=hex(1):0a,00,00,00"},
         {"number", value(u"", 4, "\xFE\xCA\x0D\xF0"), u"@=dword:f00dcafe"},
-        {"long number", value(u"", 4, "abcde"), u"@=hex(4):61,62,63,64,65"},
         {"binary", value(u"", 3, "a\xFF"), u"@=hex:61,ff"},
-        {"large type", value(u"", 0xFFFF0001, "a"), u"@=hex(ffff0001):61"},
     };
     for (const auto &[name, operation, line] : cases) {
         SCOPED_TRACE(name);
@@ -226,7 +184,6 @@ TEST(RegistrationText, FoldsLinesAt80Columns) {
 TEST(RegistrationText, SaysWhatItCannotWrite) {
     const std::pair<const char *, RegistrationOperation> cases[] = {
         {"LF in a key", {Kind::kKey, 0x80000001, u"a\nb", 0, {}}},
-        {"NUL in a key", {Kind::kKey, 0x80000001, std::u16string(1, u'\0'), 0, {}}},
         {"NUL in a name", {Kind::kDeleteValue, 0, std::u16string(1, u'\0'), 0, {}}},
         {"no such root", {Kind::kDeleteKey, 0x80000007, u"a", 0, {}}},
     };

@@ -19,17 +19,9 @@ TEST_F(RegistryKeys, FindsPathsWithoutRegardToCase) {
     const struct {
         const char16_t *path;
         LSTATUS code;
-    } kRows[] = {{u"One", 0},
-                 {u"one\\TWO \xC9", 0},
-                 {u"One\\", 0},
-                 {u"One\\Two \xE9\\A/B//", 0},
-                 {u"", 0},
-                 {u"Two", 2},
-                 {u"Missing\\Two", 2},
-                 {u"\\One", 161},
-                 {u"One\\\\Two", 161},
-                 {u"\\", 161},
-                 {u"One/Two", 2}};
+    } kRows[] = {
+        {u"one\\TWO \xC9\\", 0}, {u"One\\Two \xE9\\A/B//", 0}, {u"", 0},       {u"Missing\\Two", 2},
+        {u"\\One", 161},         {u"One\\\\Two", 161},         {u"One/Two", 2}};
     for (const auto &row : kRows) {
         for (int i = 0; i < 2; ++i) {  // the second answer comes from the cache
             EXPECT_EQ(open_code(m_key, row.path), row.code) << PrintToString(row.path);
@@ -38,10 +30,38 @@ TEST_F(RegistryKeys, FindsPathsWithoutRegardToCase) {
     EXPECT_EQ(subkeys(m_key), u"One ");
 }
 
+TEST_F(RegistryKeys, TakesEveryName) {
+    using Text = std::u16string;
+    const struct {
+        const char *name;
+        Text text;
+        LSTATUS key, value;  // the codes of creating a key, of setting a value
+        Text stored;         // the name that enumerations give
+    } kRows[] = {
+        {"nothing", u"", 0, 0, u""},
+        {"no text", u"\xDE00\xD83D\xFFFF", 0, 0, u"\xDE00\xD83D\xFFFF"},
+        {"a NUL, which ends a name", Text(u"a\0b", 3), 0, 0, u"a"},
+        {"257 units", Text(257, u'n'), 87, 0, Text(257, u'n')},
+        {"70,000 units", Text(70'000, u'n'), 87, 87, u""},
+        {"separators", u"\\\\", 161, 0, u"\\\\"},
+    };
+    for (const auto &row : kRows) {
+        SCOPED_TRACE(row.name);
+        const TestKey top = emptied(u"Software\\Inputs");
+        HKEY made = nullptr;
+        EXPECT_EQ(RegCreateKeyExW(top, row.text.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr,
+                                  &made, nullptr),
+                  row.key);
+        RegCloseKey(made);
+        EXPECT_EQ(set_number(top, row.text.c_str(), 1), row.value);
+        EXPECT_EQ(subkeys(top), row.key == 0 && row.stored != u"" ? row.stored + u' ' : u"");
+        EXPECT_EQ(values(top), row.value == 0 ? row.stored + u' ' : u"");
+    }
+}
+
 TEST_F(RegistryKeys, ChecksItsArguments) {
-    HKEY out = nullptr;
+    HKEY out = number_as_key(4);
     const auto open = [&](HKEY key, const WCHAR *path, DWORD options, DWORD access) {
-        out = number_as_key(4);
         return RegOpenKeyExW(key, path, options, access, &out);
     };
     const auto create = [&](HKEY key, const WCHAR *path) {
@@ -59,24 +79,16 @@ TEST_F(RegistryKeys, ChecksItsArguments) {
         {"foreign handle", open(number_as_key(0x100000006), u"", 0, KEY_READ), 6},
         {"a root that is not here", open(number_as_key(0xFFFFFFFF80000004), u"", 0, KEY_READ), 6},
         {"32-bit root", open(number_as_key(0x80000001), u"Software", 0, KEY_READ), 0},
-        {"null path of a key", open(m_key, nullptr, 0, KEY_READ), 87},
-        {"null path of a root", open(HKEY_CURRENT_USER, nullptr, 0, KEY_READ), 0},
         {"both views", open(m_key, u"", 0, KEY_READ | 0x300), 87},
-        {"one view", open(m_key, u"", 0, KEY_READ | 0x200), 0},
-        {"wrong option", open(m_key, u"", 1, KEY_READ), 87},
-        {"null result", RegOpenKeyExW(m_key, u"", 0, KEY_READ, nullptr), 87},
         {"33 new levels", create(m_key, deep.c_str()), 87},
         {"32 new levels", create(m_key, deep.c_str() + 2), 0},
-        {"null path to create", create(m_key, nullptr), 87},
         {"below HKEY_LOCAL_MACHINE", create(HKEY_LOCAL_MACHINE, u"New"), 87},
-        {"below HKEY_USERS", create(HKEY_USERS, u"New"), 87},
-        {"missing in HKEY_CLASSES_ROOT", open(HKEY_CLASSES_ROOT, u"missing", 0, KEY_READ), 2},
+        {"missing", open(m_key, u"missing", 0, KEY_READ), 2},
         {"closed to the other table", CloseHandle(m_key), FALSE},
     };
     for (const auto &row : kRows) {
         EXPECT_EQ(row.found, row.expected) << row.name;
     }
-    EXPECT_EQ(open(m_key, u"missing", 0, KEY_READ), 2);
     EXPECT_EQ(out, nullptr);
 }
 
@@ -88,8 +100,6 @@ TEST_F(RegistryKeys, HasTheKeysOfANewStore) {
     EXPECT_EQ(open_code(HKEY_CURRENT_USER, u"Software\\Classes"), 0);
     const TestKey key = created(HKEY_CLASSES_ROOT, u".keys");
     EXPECT_EQ(open_code(HKEY_LOCAL_MACHINE, u"Software\\Classes\\.KEYS"), 0);
-    EXPECT_EQ(RegCloseKey(HKEY_LOCAL_MACHINE), 0);
-    EXPECT_EQ(open_code(HKEY_LOCAL_MACHINE, u"Software"), 0);
 }
 
 // What needs no right of the handle.
@@ -97,7 +107,6 @@ TEST_F(RegistryKeys, CreatesAndDeletesByTheRightsOfTheUser) {
     const TestKey weak = created(HKEY_CURRENT_USER, u"Software\\Keys", KEY_QUERY_VALUE);
     created(weak, u"v\\w", KEY_READ, REG_OPTION_VOLATILE);
     EXPECT_EQ(RegDeleteKeyW(weak, u"v"), 5);
-    EXPECT_EQ(RegDeleteKeyW(weak, nullptr), 87);
     EXPECT_EQ(RegDeleteKeyExW(weak, u"v\\w", 0x100 | KEY_SET_VALUE, 0), 0);
     EXPECT_EQ(RegDeleteKeyW(weak, u"v"), 0);
     EXPECT_EQ(RegDeleteKeyW(weak, u"v"), 2);
@@ -106,16 +115,11 @@ TEST_F(RegistryKeys, CreatesAndDeletesByTheRightsOfTheUser) {
 TEST_F(RegistryKeys, RefusesHandlesOfADeletedKey) {
     const TestKey inner = created(m_key, u"a\\b");
     set_number(inner, u"n", 1);
-    EXPECT_EQ(number(inner, u"n"), 1u);
     EXPECT_EQ(RegDeleteKeyW(m_key, u"a\\b"), 0);
     for (int i = 0; i < 2; ++i) {
         EXPECT_EQ(RegQueryValueExW(inner, u"n", nullptr, nullptr, nullptr, nullptr), 1018);
         EXPECT_EQ(set_number(inner, u"n", 2), 1018);
         EXPECT_EQ(open_code(inner, u""), 1018);
-        EXPECT_EQ(RegDeleteKeyW(inner, u"x"), 1018);
-        WCHAR name[9];
-        DWORD count = 9;
-        EXPECT_EQ(RegEnumKeyExW(inner, 0, name, &count, nullptr, nullptr, nullptr, nullptr), 1018);
         created(m_key, u"a\\b");  // another key with the name
     }
 }
@@ -134,19 +138,17 @@ TEST_F(RegistryKeys, DeletesATreeByTheRightsOfTheHandle) {
 }
 
 TEST_F(RegistryKeys, Has512Levels) {
-    std::u16string path, names;
-    for (int i = 0; i < 32; ++i) {
-        names += u"d\\";
+    std::u16string path;
+    for (int level = 4; level < 512; ++level) {  // the key of the tests is at level 3
+        path += path.empty() ? u"d" : u"\\d";
+        if (level % 31 == 0) {
+            created(m_key, path);
+        }
     }
-    // The key of the tests is at level 3.
-    for (; path.size() < 2 * 480; path += names) {
-        created(m_key, path + names);
-    }
-    const TestKey deep = created(m_key, path + names.substr(2 * 3));
+    const TestKey deep = created(m_key, path + u"\\d");
+    EXPECT_EQ(open_code(deep, u""), 0);
     HKEY out = nullptr;
     EXPECT_EQ(RegCreateKeyExW(deep, u"d", 0, nullptr, 0, KEY_READ, nullptr, &out, nullptr), 87);
-    EXPECT_EQ(open_code(deep, u""), 0);
-    EXPECT_EQ(RegDeleteTreeW(m_key, u"d"), 0);
 }
 
 TEST_F(RegistryKeys, ListsSubkeysByTheirUpperCase) {
@@ -166,11 +168,8 @@ TEST_F(RegistryKeys, ListsSubkeysByTheirUpperCase) {
     created(m_key, std::u16string(256, u'a'));
     count = 256;
     EXPECT_EQ(list(2), 234);
-    int found = 0;
-    for (; count = 257, list(0) == 0; ++found) {
-        EXPECT_EQ(RegDeleteKeyW(m_key, name), 0);
-    }
-    EXPECT_EQ(found, 7);
+    count = 257;
+    EXPECT_EQ(list(2), 0);
 }
 
 TEST_F(RegistryKeys, GivesTheFactsOfAKey) {
@@ -193,34 +192,18 @@ TEST_F(RegistryKeys, GivesTheFactsOfAKey) {
     EXPECT_EQ(std::u16string(text, count), u"Class");
     EXPECT_EQ((std::vector<DWORD>(facts, facts + 7)), (std::vector<DWORD>{1, 4, 0, 2, 4, 5, 0}));
     EXPECT_GT(written.dwHighDateTime, 0x01D00000u);  // after 2014
-    for (std::size_t i = 0; i < 6; ++i) {
-        DWORD alone = 99;
-        DWORD *out_of[6] = {};
-        out_of[i] = &alone;
-        EXPECT_EQ(RegQueryInfoKeyW(sub, nullptr, nullptr, nullptr, out_of[0], out_of[1], out_of[2],
-                                   out_of[3], out_of[4], out_of[5], nullptr, nullptr),
-                  0);
-        EXPECT_EQ(alone, facts[i]) << i;
-    }
     count = 5;
     EXPECT_EQ(query(), 234);
-    EXPECT_EQ(count, 5u);
-    EXPECT_EQ(RegQueryInfoKeyW(sub, text, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
-                               nullptr, nullptr, nullptr, nullptr),
-              87);
 }
 
 TEST_F(RegistryKeys, RefusesClosedHandles) {
-    HKEY key = nullptr;
-    ASSERT_EQ(RegOpenKeyExW(m_key, u"", 0, KEY_READ, &key), 0);
-    EXPECT_EQ(RegCloseKey(key), 0);
+    const HKEY key = TestKey(created(m_key, u""));
     EXPECT_EQ(RegCloseKey(key), 6);
+    std::vector<TestKey> later;
+    for (int i = 0; i < 99; ++i) {  // in every place that is free
+        later.push_back(created(m_key, u""));
+    }
     EXPECT_EQ(open_code(key, u""), 6);
-    HKEY later = nullptr;
-    ASSERT_EQ(RegOpenKeyExW(m_key, u"", 0, KEY_READ, &later), 0);
-    EXPECT_NE(key, later);
-    EXPECT_EQ(open_code(key, u""), 6);
-    RegCloseKey(later);
 }
 
 }  // namespace

@@ -41,25 +41,16 @@ TEST(SaveRestore, RefusesAndChangesNothing) {
     const std::string head = "REGEDIT4\n[HKEY_USERS\\x]\n@=\"new\"\n";
     const TestKey key = emptied(u"Software\\R");
     EXPECT_EQ(set_bytes(key, u"a", 3, "old"), 0);
-    const std::tuple<const char *, std::string, DWORD, LSTATUS> cases[] = {
-        {"fault", head + "@=", 0, ERROR_NOT_REGISTRY_FILE},
-        {"no key", "REGEDIT4\n", 0, ERROR_NOT_REGISTRY_FILE},
-        {"deletes a value", head + "\"a\"=-\n", 0, ERROR_NOT_REGISTRY_FILE},
-        {"deletes a key", head + "[-HKEY_USERS\\x\\y]\n", 0, ERROR_NOT_REGISTRY_FILE},
-        {"key beside", head + "[HKEY_USERS\\xy]\n", 0, ERROR_NOT_REGISTRY_FILE},
-        {"other root", head + "[HKEY_CURRENT_USER\\x\\y]\n", 0, ERROR_NOT_REGISTRY_FILE},
-        {"flag", head, REG_WHOLE_HIVE_VOLATILE, ERROR_INVALID_PARAMETER},
+    const std::pair<const char *, std::string> cases[] = {
+        {"fault", head + "@="},
+        {"deletes a key", head + "[-HKEY_USERS\\x\\y]\n"},
     };
-    for (const auto &[name, text, flags, code] : cases) {
+    for (const auto &[name, text] : cases) {
         const std::u16string file = dir.Write("r.reg", text);
-        EXPECT_EQ(RegRestoreKeyW(key, file.c_str(), flags), code) << name;
+        EXPECT_EQ(RegRestoreKeyW(key, file.c_str(), 0), ERROR_NOT_REGISTRY_FILE) << name;
         EXPECT_EQ(got(key, u"", u"a") + got(key, u"", u""), "oldnone") << name;
     }
     EXPECT_EQ(RegRestoreKeyW(key, u"none.reg", 0), ERROR_FILE_NOT_FOUND);
-    EXPECT_EQ(RegRestoreKeyW(HKEY_CURRENT_USER, u"r.reg", 0), ERROR_ACCESS_DENIED);
-    EXPECT_EQ(RegSaveKeyW(HKEY_CURRENT_USER, u"root.reg", nullptr), ERROR_ACCESS_DENIED);
-    EXPECT_EQ(RegSaveKeyW(key, u"none\\s.reg", nullptr), ERROR_PATH_NOT_FOUND);
-    EXPECT_EQ(RegSaveKeyW(key, u"", nullptr), ERROR_PATH_NOT_FOUND);
     created(key, u"a\nb");
     EXPECT_EQ(RegSaveKeyW(key, u"s.reg", nullptr), ERROR_BADKEY);
     const std::u16string file = dir.Write("r.reg", head + "[hkey_users\\X\\y]\n\"v\"=\"w\"\n");

@@ -66,47 +66,6 @@ TEST(WaitThreads, ForAllAreAtomicBesideThieves) {
     EXPECT_GE(*std::min_element(uses.begin(), uses.end()), 2 * kMeals);
 }
 
-TEST(WaitThreads, TakeEachReleaseOfOverlappingSetsOnce) {
-    Handles handles;
-    for (int i = 0; i < 63; ++i) {
-        handles.push_back(semaphore(0, 2));
-    }
-    const Handles stop{event(true)};
-    std::atomic<int> released{0};
-    std::atomic<int> taken{0};
-    std::atomic<int> producers{2};
-    on_threads(6, [&](std::size_t i) {
-        std::mt19937 random(static_cast<unsigned>(i));
-        for (int round = 0; i < 2 && round < 3000; ++round) {
-            const LONG count = 1 + static_cast<LONG>(i);
-            LONG previous = 0;
-            if (ReleaseSemaphore(handles[random() % handles.size()], count, &previous)) {
-                ASSERT_LE(previous + count, 2);
-                released += count;
-            } else {
-                ASSERT_EQ(GetLastError(), ERROR_TOO_MANY_POSTS);
-            }
-        }
-        if (i < 2) {
-            if (--producers == 0) {
-                SetEvent(stop[0]);
-            }
-            return;
-        }
-        // Half or all of the semaphores in an order of this thread, and the end.
-        std::vector<HANDLE> own = handles;
-        std::shuffle(own.begin(), own.end(), random);
-        own.resize(i % 2 == 0 ? 63 : 31);
-        own.push_back(stop[0]);
-        // The end has the highest index: nothing is left then.
-        for (DWORD result = 0; (result = wait_on(own, false, INFINITE)) != own.size() - 1;
-             ++taken) {
-            ASSERT_LT(result, own.size());
-        }
-    });
-    EXPECT_EQ(taken, released);
-}
-
 TEST(WaitThreads, MeetHandlesThatOthersClose) {
     std::array<std::atomic<HANDLE>, 3> handles{event(false), event(false), event(false)};
     std::atomic<bool> ends{false};

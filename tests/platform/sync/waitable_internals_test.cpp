@@ -1,12 +1,12 @@
 #include "ostrel/platform/sync/waitable.h"
 
 #include <sys/eventfd.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <deque>
 
 #include "ostrel/platform/error.h"
+#include "support/child.h"
 #include "support/signals.h"
 
 namespace {
@@ -46,6 +46,11 @@ TEST(Waitable, GivesASignalToAThreadThatWaits) {
     EXPECT_TRUE(ReleaseSemaphore(own[1], 2, nullptr));
     EXPECT_EQ(test_each({own[1], own[1]}), "10");
     EXPECT_EQ(any.Result(), 1u);
+    Waiting ended(own);
+    SetEvent(own[0]);
+    EXPECT_TRUE(ReleaseSemaphore(own[1], 1, nullptr));  // which the wait no longer takes
+    EXPECT_EQ(ended.Result(), 0u);
+    EXPECT_EQ(test_each(own), "01");
 }
 
 TEST(Waitable, GivesAWaitForAllItsSignalsAtTheLast) {
@@ -113,19 +118,13 @@ TEST(Waitable, LosesNoSignalToThreadsThatAForkLeftBehind) {
     const auto waits = [](LPVOID handle) -> DWORD { return WaitForSingleObject(handle, INFINITE); };
     const Handles thread{CreateThread(nullptr, 0, waits, waited[0], 0, nullptr)};
     Waiting other(waited);
-    const pid_t child = fork();
-    if (child == 0) {
+    const pid_t child = started([&] {
         DWORD code = 1;
-        const bool good = SetEvent(waited[0]) && test_each({waited[0], thread[0]}) == "11" &&
-                          WaitForSingleObject(waited[0], 1) == WAIT_TIMEOUT &&
-                          SetEvent(waited[0]) && test_each(waited) == "1" &&
-                          GetExitCodeThread(thread[0], &code) && code == 0 &&
-                          CloseHandle(waited[0]) && CloseHandle(thread[0]);
-        _exit(good ? 0 : 1);
-    }
-    int status = -1;
-    waitpid(child, &status, 0);
-    EXPECT_EQ(status, 0);
+        EXPECT_TRUE(SetEvent(waited[0]) && test_each({waited[0], thread[0]}) == "11" &&
+                    WaitForSingleObject(waited[0], 1) == WAIT_TIMEOUT && SetEvent(waited[0]) &&
+                    test_each(waited) == "1" && GetExitCodeThread(thread[0], &code) && code == 0);
+    });
+    EXPECT_TRUE(has_succeeded(child));
     EXPECT_EQ(test_each(thread), "0");  // the parent's lives
     while (WaitForSingleObject(thread[0], 1) == WAIT_TIMEOUT) {
         SetEvent(waited[0]);
@@ -147,47 +146,18 @@ private:
 };
 
 TEST(Waitable, TakesDescriptorsAndEventsTogether) {
-    struct Row {
-        const char *name;
-        bool all;
-        std::vector<std::size_t> signals;  // indexes; 3 is a manual event's
-        DWORD result;                      // of each of the threads
-    };
-    for (const Row &row : {Row{"one ends", false, {1}, 1}, Row{"an event", false, {3}, 3},
-                           Row{"all end, then the event", true, {0, 1, 2, 3}, 0},
-                           Row{"all but the event", true, {0, 1, 2}, WAIT_TIMEOUT},
-                           Row{"nothing happens", false, {}, WAIT_TIMEOUT}}) {
-        SCOPED_TRACE(row.name);
-        const std::array objects{std::make_shared<Hosted>(), std::make_shared<Hosted>(),
-                                 std::make_shared<Hosted>()};
-        const Handles handles{open_handle(objects[0]), open_handle(objects[1]),
-                              open_handle(objects[2]), event(true)};
-        EXPECT_EQ(wait_on(handles, row.all, 0), WAIT_TIMEOUT);
-        std::deque<Waiting> threads;
-        for (int i = 0; i < 3; ++i) {
-            threads.emplace_back(handles, row.all, row.result == WAIT_TIMEOUT ? 30 : INFINITE);
-        }
-        for (const std::size_t index : row.signals) {
-            if (index < 3) {
-                objects[index]->End();
-            } else {
-                SetEvent(handles[3]);
-            }
-        }
-        for (Waiting &thread : threads) {
-            EXPECT_EQ(thread.Result(), row.result);
-        }
-    }
-}
-
-TEST(Waitable, SeesAnEndThatNobodyWaitedFor) {
-    const auto object = std::make_shared<Hosted>();
-    const Handles own{open_handle(object)};
-    EXPECT_EQ(test_each(own), "0");
-    object->End();
-    EXPECT_EQ(test_each(own), "1");
-    EXPECT_EQ(WaitForSingleObject(own[0], INFINITE), WAIT_OBJECT_0);
-    EXPECT_FALSE(SetEvent(own[0]));
+    const auto first = std::make_shared<Hosted>(), second = std::make_shared<Hosted>();
+    const Handles own{open_handle(first), open_handle(second), event(false)};
+    EXPECT_EQ(wait_on(own, false, 0), WAIT_TIMEOUT);
+    Waiting any(own), another(own), all(own, true);
+    second->End();
+    EXPECT_EQ(any.Result(), 1u);
+    EXPECT_EQ(another.Result(), 1u);
+    first->End();
+    EXPECT_EQ(wait_on(own, true, 30), WAIT_TIMEOUT);
+    SetEvent(own[2]);
+    EXPECT_EQ(all.Result(), 0u);
+    EXPECT_EQ(test_each(own), "110");
 }
 
 }  // namespace

@@ -10,19 +10,17 @@ TEST(System, TellsItsVersion) {
     OSVERSIONINFOW version;
     version.dwOSVersionInfoSize = 276;
     EXPECT_EQ(GetVersionExW(&version) ? version.dwMajorVersion : 0, 6u);
-    version.dwOSVersionInfoSize = 284;
-    EXPECT_EQ(error_of(GetVersionExW(&version)), ERROR_INSUFFICIENT_BUFFER);
 }
 
 TEST(System, ComparesNamesOfVariablesWithoutRegardToCase) {
     setenv("Ostrel_Test_A", "first", 1);
     setenv("ostrel_test_a", "sp\xC3\xA4ter", 1);
     setenv("OSTREL_TEST_\xC3\x84", "umlaut", 1);
-    setenv("OSTREL_TEST_B", "", 1);
-    const std::map<std::u16string, std::u16string> values = {
-        {u"ostrel_test_a", u"sp\u00E4ter"}, {u"Ostrel_Test_A", u"first"},
-        {u"ostrel_test_\u00C4", u"umlaut"}, {u"ostrel_test_\u00E4", u"-"},
-        {u"OSTREL_TEST_B", u"-"},           {u"Ostrel_Test_A=first", u"-"}};
+    const std::map<std::u16string, std::u16string> values = {{u"ostrel_test_a", u"sp\u00E4ter"},
+                                                             {u"Ostrel_Test_A", u"first"},
+                                                             {u"ostrel_test_\u00C4", u"umlaut"},
+                                                             {u"ostrel_test_\u00E4", u"-"},
+                                                             {u"Ostrel_Test_A=first", u"-"}};
     for (const auto &[name, value] : values) {
         const WCHAR *const found = _wgetenv(name.c_str());
         EXPECT_EQ(found != nullptr ? found : u"-", value) << fs::path(name);
