@@ -80,8 +80,7 @@ TEST(Uuid, HasATextInTheOrderOfItsFields) {
         }
     }
     for (const std::u16string &text : wrong_texts) {
-        std::vector<WCHAR> copy(text.c_str(),
-                                text.c_str() + text.size() + 1);  // an overrun is seen
+        std::vector<WCHAR> copy(&text[0], &text[text.size()] + 1);  // an overrun is seen
         EXPECT_EQ(UuidFromStringW(copy.data(), &uuid), RPC_STATUS{RPC_S_INVALID_STRING_UUID})
             << PrintToString(text);
     }
