@@ -108,10 +108,8 @@ TEST(Loader, CountsTheLoadsOfAModuleAndGivesWhatItExports) {
     EXPECT_EQ(LoadLibraryW(u"sample.dll"), module);  // is loaded already
     EXPECT_EQ(file_of(module), "sample.so");
     EXPECT_TRUE(DisableThreadLibraryCalls(module));
-    EXPECT_TRUE(FreeLibrary(module) && FreeLibrary(module));
-    EXPECT_EQ(g_notes, "+");
-    EXPECT_TRUE(FreeLibrary(module));
-    EXPECT_EQ(g_notes, "+-");
+    EXPECT_TRUE(FreeLibrary(module) && FreeLibrary(module) && g_notes == "+");
+    EXPECT_TRUE(FreeLibrary(module) && g_notes == "+-") << g_notes;
     EXPECT_EQ(file_of(module), "126");
 }
 
@@ -125,8 +123,7 @@ TEST(Loader, MapsAFileForReadingAndRunsNothing) {
     EXPECT_EQ(GetProcAddress(module, "sample_number"), nullptr);
     EXPECT_FALSE(DisableThreadLibraryCalls(module));
     EXPECT_EQ(file_of(module), "sample.so");
-    EXPECT_TRUE(FreeLibrary(module));
-    EXPECT_FALSE(FreeLibrary(module));
+    EXPECT_TRUE(FreeLibrary(module) && !FreeLibrary(module));
     EXPECT_EQ(file_of(module) + g_notes, "126");
 }
 
@@ -143,8 +140,7 @@ TEST(Loader, CountsTheLoadsOfThreads) {
             EXPECT_TRUE(FreeLibrary(module) && FreeLibrary(file));
         }
     });
-    EXPECT_TRUE(FreeLibrary(first));
-    EXPECT_FALSE(FreeLibrary(first));
+    EXPECT_TRUE(FreeLibrary(first) && !FreeLibrary(first));
 }
 
 }  // namespace
