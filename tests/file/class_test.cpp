@@ -89,9 +89,8 @@ TEST(Class, LoadsAFileOfAFolder) {
         const HINSTANCE module = CUtilZorv::LoadLibEx(file, path, out.data(), size);
         EXPECT_EQ(FreeLibrary(module), path == nullptr);
         EXPECT_EQ(fs::path(out.data()), expected);
-        EXPECT_EQ(
-            capture.Lines(),
-            path == nullptr ? "" : kFailure + "LoadLib EX fail: '" + expected + "'. (err:126)\n");
+        const std::string line = kFailure + "LoadLib EX fail: '" + expected + "'. (err:126)\n";
+        EXPECT_EQ(capture.Lines(), path == nullptr ? "" : line);
     }
     CUtilZorv::GenVekaModFilenameInZorv(file, 0, folder, folder);
     EXPECT_EQ(*file, u'l');

@@ -103,7 +103,7 @@ TEST(Uuid, ComparesAsUnsignedFieldsInOrder) {
         for (UUID &b : sorted) {
             RPC_STATUS status = 1;
             EXPECT_EQ(UuidCompare(&a, &b, &status), &a < &b ? -1 : &a > &b)
-                << PrintToString(text_of(a)) << PrintToString(text_of(b));
+                << status << PrintToString(text_of(a)) << PrintToString(text_of(b));
             EXPECT_EQ(status, RPC_S_OK);
         }
     }
