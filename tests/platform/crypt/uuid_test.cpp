@@ -80,8 +80,7 @@ TEST(Uuid, HasATextInTheOrderOfItsFields) {
         }
     }
     for (const std::u16string &text : wrong_texts) {
-        std::vector<WCHAR> copy(text.c_str(),
-                                text.c_str() + text.size() + 1);  // an overrun is seen
+        std::vector<WCHAR> copy(&text[0], &text[text.size()] + 1);  // an overrun is seen
         EXPECT_EQ(UuidFromStringW(copy.data(), &uuid), RPC_STATUS{RPC_S_INVALID_STRING_UUID})
             << PrintToString(text);
     }
@@ -104,7 +103,7 @@ TEST(Uuid, ComparesAsUnsignedFieldsInOrder) {
         for (UUID &b : sorted) {
             RPC_STATUS status = 1;
             EXPECT_EQ(UuidCompare(&a, &b, &status), &a < &b ? -1 : &a > &b)
-                << PrintToString(text_of(a)) << PrintToString(text_of(b));
+                << status << PrintToString(text_of(a)) << PrintToString(text_of(b));
             EXPECT_EQ(status, RPC_S_OK);
         }
     }
