@@ -78,7 +78,7 @@ TEST(Version, ReadsBlocksAsFilesHaveThem) {
 TEST(Version, TakesOneOfSeveralLanguages) {
     const TempDir dir;
     PeBlocks blocks;
-    for (const DWORD language : {0x407, 0x411, 0x809, 0x409, 0x7F, 0}) {
+    for (const DWORD language : {0x407u, 0x411u, 0x809u, 0x409u, 0x7Fu, 0u}) {
         blocks[language] = version_block({}, version_numbers(language, 0));
         dir.Write("module", pe_version(blocks));
         const DWORD taken = language == 0x411 ? 0x407 : language;  // the first of other languages
