@@ -27,10 +27,10 @@
 
 #ifndef _WIN32
 
-// Closes a handle of CreateFileW, CreateEventW, CreateSemaphoreW, CreateThread, _beginthreadex or
-// OpenProcess. A call that already uses the handle on another thread completes normally, and the
-// host's file is closed after it; sync.h says what becomes of a wait. An error of the host's close
-// is not reported.
+// Closes a handle of CreateFileW, CreateEventW, CreateSemaphoreW, CreateThread, _beginthreadex,
+// CreateProcessW or OpenProcess. A call that already uses the handle on another thread completes
+// normally, and the host's file is closed after it; sync.h says what becomes of a wait. An error of
+// the host's close is not reported.
 //
 // Returns TRUE. For any other value, such as null, INVALID_HANDLE_VALUE, a closed handle or a
 // handle of another family, has no effect, returns FALSE and sets the last error to

@@ -14,6 +14,7 @@ namespace {
 
 constexpr DWORD kMaxProcesses = 1024;
 constexpr DWORD kMaxName = 260;
+constexpr DWORD kModuleSize = sizeof(void *);
 
 [[noreturn]] void raise_last_error() {
     OSTREL_RAISE_SYSTEM(CSystemException::GetLastError());
@@ -55,7 +56,7 @@ void CEnumProcess::EnumProcess(CEnumProcessCallback &callback) {
         const CHandle process(
             OpenProcess(PROCESS_QUERY_INFORMATION | PROCESS_VM_READ, FALSE, ids[i]));
         HMODULE module = nullptr;
-        if (process == nullptr || !list_modules(process, &module, sizeof module, &needed)) {
+        if (process == nullptr || !list_modules(process, &module, kModuleSize, &needed)) {
             continue;
         }
         std::copy(std::begin(kUnknown), std::end(kUnknown), name);  // not that of the one before

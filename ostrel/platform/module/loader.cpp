@@ -12,6 +12,7 @@
 
 #include "ostrel/platform/base/call_result.h"
 #include "ostrel/platform/base/errno_code.h"
+#include "ostrel/platform/base/program_folder.h"
 #include "ostrel/platform/file/host_path.h"
 #include "ostrel/platform/module.h"
 #include "ostrel/platform/module/built_in_module.h"

@@ -20,6 +20,7 @@ extern "C" {  // which older hosts leave out
 namespace ostrel_platform {
 namespace {
 
+constexpr DWORD kModuleSize = sizeof(void *);
 constexpr DWORD kLook = PROCESS_QUERY_INFORMATION | PROCESS_VM_READ;
 
 // The one module that EnumProcessModules knows; no address of this process.
@@ -45,7 +46,7 @@ DWORD open_process(DWORD access, DWORD id, HANDLE *handle) {
         pidfd_send_signal(descriptor.Get(), 0, nullptr, 0) != 0) {
         return errno == ESRCH ? ERROR_INVALID_PARAMETER : code_of_errno(errno);
     }
-    auto process = std::make_shared<HostProcess>(host_id, std::move(descriptor));
+    auto process = HostProcess::Of(host_id, std::move(descriptor));
     *handle = open_handle(std::make_shared<Process>(std::move(process), access));
     return ERROR_SUCCESS;
 }
@@ -89,17 +90,17 @@ HANDLE OpenProcess(DWORD access, BOOL /*inherit*/, DWORD id) noexcept {
 
 BOOL EnumProcessModules(HANDLE process, HMODULE *modules, DWORD size, DWORD *needed) noexcept {
     return ostrel_platform::call_result([=]() -> DWORD {
-        if (needed == nullptr || (modules == nullptr && size >= sizeof(HMODULE))) {
+        if (needed == nullptr || (modules == nullptr && size >= ostrel_platform::kModuleSize)) {
             return ERROR_NOACCESS;
         }
         std::string name;
         if (const DWORD code = ostrel_platform::read_name(process, &name)) {
             return code;
         }
-        if (size >= sizeof(HMODULE)) {
+        if (size >= ostrel_platform::kModuleSize) {
             *modules = ostrel_platform::program_module();
         }
-        *needed = sizeof(HMODULE);
+        *needed = ostrel_platform::kModuleSize;
         return ERROR_SUCCESS;
     });
 }

@@ -11,10 +11,10 @@ std::u16string name_of(HANDLE process) {
     WCHAR name[MAX_PATH];
     HMODULE module = nullptr;
     DWORD needed = 0;
-    if (!EnumProcessModules(process, &module, sizeof module, &needed)) {
+    if (!EnumProcessModules(process, &module, 8, &needed)) {
         return fs::path(std::to_string(GetLastError())).u16string();
     }
-    EXPECT_EQ(needed, sizeof module);
+    EXPECT_EQ(needed, 8u);
     const DWORD size = GetModuleBaseNameW(process, module, name, MAX_PATH);
     EXPECT_EQ(size, std::u16string(name).size());
     return name;
