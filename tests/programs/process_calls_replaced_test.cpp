@@ -1,19 +1,23 @@
-// CEnumProcess when the calls of the platform fail, and which of them it makes: the file defines
-// some of them itself.
+// CEnumProcess and KillProcess when the calls of the platform fail, and which of them they make:
+// the file defines some of them itself.
 
 #include "ostrel/core/exception.h"
 #include "ostrel/platform/error.h"
 #include "ostrel/platform/handle.h"
 #include "ostrel/platform/module.h"
 #include "ostrel/platform/process.h"
+#include "ostrel/platform/sync.h"
 #include "ostrel/service/ProcessUtility.h"
+#include "ostrel/service/ServiceManager.h"
 #include "support/text.h"
+#include "support/trace_capture.h"
 
 namespace {
 
 std::string g_missing;  // the function that the library lacks, or the library
 std::string g_calls;
 int g_loads;
+int g_exit;
 
 // Gives null, or `result` when a call is not to fail.
 template <class Result>
@@ -137,6 +141,62 @@ TEST(ProcessCallsReplaced, WalksTheProcessesAndReleasesWhatItOpens) {
     Callback all(5000);
     OS::CEnumProcess().EnumProcess(all);
     EXPECT_EQ(g_calls.substr(g_calls.size() - 7), " 1023x ");
+}
+
+}  // namespace
+
+BOOL CreateProcessW(const WCHAR *application, WCHAR *line, SECURITY_ATTRIBUTES *,
+                    SECURITY_ATTRIBUTES *, BOOL inherit, DWORD flags, LPVOID environment,
+                    const WCHAR *directory, STARTUPINFOW *startup,
+                    PROCESS_INFORMATION *information) noexcept {
+    EXPECT_EQ(std::u16string(line), u"CMD.exe /C \"taskkill /im \"x\" /F \"");
+    EXPECT_TRUE(application == nullptr && environment == nullptr && directory == nullptr);
+    EXPECT_EQ(std::tuple(inherit, flags, startup->cb, startup->dwFlags, startup->wShowWindow),
+              std::tuple(TRUE, 0u, 104u, 1u, 0u));
+    g_loads += g_missing == "CreateProcessW" || g_missing == "silently" ? 0 : 2;
+    *information = {reinterpret_cast<HANDLE>(1), reinterpret_cast<HANDLE>(2), 3, 4};
+    return g_missing == "silently" ? unless_missing("silently", 0, TRUE)
+                                   : unless_missing("CreateProcessW", 740, TRUE);
+}
+
+DWORD WaitForSingleObject(HANDLE, DWORD milliseconds) noexcept {
+    EXPECT_EQ(milliseconds, INFINITE);
+    return WAIT_OBJECT_0;
+}
+
+BOOL GetExitCodeProcess(HANDLE process, DWORD *code) noexcept {
+    EXPECT_EQ(process, reinterpret_cast<HANDLE>(1));
+    *code = static_cast<DWORD>(g_exit);
+    return unless_missing("GetExitCodeProcess", 6, TRUE);
+}
+
+namespace {
+
+TEST(ProcessCallsReplaced, TellWhyNothingWasKilled) {
+    const std::tuple<const char *, int, const char *, bool> cases[] = {
+        {"", 0, "258 Process exit code: 0", true},
+        {"", 1, "258 Process exit code: 1", false},
+        {"", 4, "258 Process exit code: 4, Unable to run because of share fodler permission",
+         false},
+        {"GetExitCodeProcess", 0, "4099 Cannot get process exit code, error code: 6", false},
+        {"CreateProcessW", 0, "4099 Create Process failed, error code: 740", false},
+        {"silently", 0, "", false},
+    };
+    for (const auto &[missing, exit, line, killed] : cases) {
+        g_missing = missing;
+        g_exit = exit;
+        const TraceCapture capture;
+        EXPECT_EQ(KillProcess(u"x"), killed) << missing << exit;
+        std::string lines = capture.Lines();
+        const std::string file = ".\\ServiceManager.cpp ";
+        for (std::size_t at; (at = lines.find(file)) != lines.npos;) {
+            lines.erase(at, file.size());
+        }
+        EXPECT_EQ(lines,
+                  "272 KillProcess\n258 Command line: CMD.exe /C \"taskkill /im \"x\" /F \"\n" +
+                      std::string(line) + (*line != 0 ? "\n" : "") + "273 KillProcess\n");
+        EXPECT_EQ(g_loads, 0) << missing << exit;
+    }
 }
 
 }  // namespace
