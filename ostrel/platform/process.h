@@ -37,7 +37,9 @@
 //
 // Names. The name of a process is that of the file which it executes, without its folder: of a
 // script the name of the interpreter. A file that was removed or replaced since keeps its name, and
-// a file that was renamed has the new one. file.h says how host names become UTF-16.
+// a file that was renamed has the new one. A handle of OpenProcess keeps the name that the process
+// had then, also when the process executes another program. file.h says how host names become
+// UTF-16.
 //
 // Access. An access that a handle lacks is refused with ERROR_ACCESS_DENIED. The calls below name
 // what they need.
@@ -140,9 +142,9 @@ struct PROCESS_INFORMATION {
 // of the layer's own programs, and in the folders of PATH that begin at the root. A program never
 // comes from the current directory by a name alone, because others may be able to write there. In a
 // program that has rights which its caller lacks (AT_SECURE), neither the program's folder nor PATH
-// counts; /usr/local/sbin and the host's other standard folders do. CMD and taskkill, in any case,
-// are the layer's own programs wherever those are installed. What cannot be executed is passed over
-// in a search. A script begins with "#!": no shell is ever asked.
+// counts; /usr/local/sbin and the host's other standard folders do, as without PATH. CMD and
+// taskkill, in any case, are the layer's own programs wherever those are installed. What cannot be
+// executed is passed over in a search. A script begins with "#!": no shell is ever asked.
 //
 // The arguments are cut by the rules of the platform's runtime. Blanks (a blank or a tab) separate.
 // Between quotation marks they do not, and two marks stand for one. Before a mark two backslashes

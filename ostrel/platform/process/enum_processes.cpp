@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <limits>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "ostrel/platform/base/call_result.h"
@@ -37,8 +38,9 @@ DWORD open_process(DWORD access, DWORD id, HANDLE *handle) {
     if (!descriptor) {
         return errno == ESRCH ? ERROR_INVALID_PARAMETER : code_of_errno(errno);
     }
+    std::optional<std::string> name;
     if ((access & kLook) != 0) {
-        if (const int error = check_process_read(host_id)) {
+        if (const int error = read_image_name(host_id, &name.emplace())) {
             return code_of_errno(error);
         }
     }
@@ -47,22 +49,20 @@ DWORD open_process(DWORD access, DWORD id, HANDLE *handle) {
         return errno == ESRCH ? ERROR_INVALID_PARAMETER : code_of_errno(errno);
     }
     auto process = HostProcess::Of(host_id, std::move(descriptor));
-    *handle = open_handle(std::make_shared<Process>(std::move(process), access));
+    *handle = open_handle(std::make_shared<Process>(std::move(process), access, std::move(name)));
     return ERROR_SUCCESS;
 }
 
-// Stores the name of the file that a process executes. Returns 0 or an error code.
-DWORD read_name(HANDLE handle, std::string *name) {
+// Stores the name of a process that has a program. Returns 0 or an error code.
+DWORD read_name(HANDLE handle, bool must_run, std::string *name) {
     std::shared_ptr<Process> process;
     if (const DWORD code = find_process(handle, kLook, &process)) {
         return code;
     }
-    const int error = read_image_name(process->Host().Id(), name);
-    // An id that belongs to another process by now is that of a process which has ended.
-    if (error == ENOENT || error == ESRCH || process->Host().HasEnded()) {
-        return ERROR_PARTIAL_COPY;
+    if (const int error = process->ReadName(must_run, name)) {
+        return code_of_errno(error);
     }
-    return error == 0 ? ERROR_SUCCESS : code_of_errno(error);
+    return name->empty() ? ERROR_PARTIAL_COPY : ERROR_SUCCESS;
 }
 
 }  // namespace
@@ -94,7 +94,7 @@ BOOL EnumProcessModules(HANDLE process, HMODULE *modules, DWORD size, DWORD *nee
             return ERROR_NOACCESS;
         }
         std::string name;
-        if (const DWORD code = ostrel_platform::read_name(process, &name)) {
+        if (const DWORD code = ostrel_platform::read_name(process, true, &name)) {
             return code;
         }
         if (size >= ostrel_platform::kModuleSize) {
@@ -118,7 +118,7 @@ DWORD GetModuleBaseNameW(HANDLE process, HMODULE module, WCHAR *name, DWORD capa
             return ERROR_INVALID_HANDLE;
         }
         std::string host_name;
-        if (const DWORD code = ostrel_platform::read_name(process, &host_name)) {
+        if (const DWORD code = ostrel_platform::read_name(process, false, &host_name)) {
             return code;
         }
         std::u16string text(host_name.size(), 0);

@@ -87,8 +87,8 @@ DWORD find_by_path(const std::vector<std::u16string> &files, std::string *path) 
     return code;
 }
 
-// The folders of the search path, without those that are relative. A program that has rights which
-// its caller lacks takes the host's standard folders.
+// The folders of the search path, without those that are relative. Without PATH, and in a program
+// that has rights which its caller lacks, these are the host's standard folders.
 std::vector<std::string> search_folders() {
     const char *const variable = secure_getenv("PATH");
     std::string_view list = variable != nullptr
@@ -110,8 +110,8 @@ bool find_tool(std::u16string_view name, std::string *path) {
     for (const std::string_view tool : kTools) {
         const std::u16string wide(tool.begin(), tool.end());
         if (is_same_name(without_suffix(name), without_suffix(wide))) {
-            *path = tools_folder().append(tool);
-            return check_file(*path) == 0;
+            *path = tools_folder();
+            return !path->empty() && check_file(path->append(tool)) == 0;
         }
     }
     return false;

@@ -66,17 +66,13 @@ ProcessFile::ProcessFile(pid_t id, const char *name) noexcept {
     std::strcpy(end, name);
 }
 
-int check_process_read(pid_t id) noexcept {
-    char byte;
-    return readlink(ProcessFile(id, "exe"), &byte, 1) >= 0 || errno == ENOENT ? 0 : errno;
-}
-
 int read_image_name(pid_t id, std::string *name) {
     const ProcessFile link(id, "exe");
     char buffer[PATH_MAX];
     const ssize_t size = readlink(link, buffer, sizeof buffer);
     if (size < 0) {
-        return errno;
+        name->clear();
+        return errno == ENOENT || errno == ESRCH ? 0 : errno;
     }
     name->assign(buffer, static_cast<std::size_t>(size));
     strip_mark_of_removal(link, name);

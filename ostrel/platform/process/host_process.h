@@ -25,12 +25,8 @@ private:
     char m_path[32];
 };
 
-// Whether this user may look into a process. Returns 0 or an errno. Not the process's own state but
-// the host's permission counts: a process without a program is fine.
-int check_process_read(pid_t id) noexcept;
-
-// Stores the name of the file that a process executes. Returns 0 or an errno: ENOENT when the
-// process has none.
+// Stores the name of the file that a process executes, an empty one when the process has none.
+// Returns 0 or an errno: EACCES when this user may not look into the process.
 int read_image_name(pid_t id, std::string *name);
 
 }  // namespace ostrel_platform

@@ -14,6 +14,7 @@
 #include "ostrel/platform/base/fork_lock.h"
 #include "ostrel/platform/base/never_destroyed.h"
 #include "ostrel/platform/error.h"
+#include "ostrel/platform/process/host_process.h"
 #include "ostrel/platform/sync.h"
 
 extern "C" {  // which older hosts leave out
@@ -194,6 +195,25 @@ DWORD code_of_signal(int signal) noexcept {
         default:
             return 0xE0000000 + static_cast<DWORD>(signal);
     }
+}
+
+int Process::ReadName(bool must_run, std::string *name) const {
+    if (!must_run && m_isNameSure.load(std::memory_order_acquire)) {
+        *name = *m_name;
+        return 0;
+    }
+    if (m_name) {
+        *name = *m_name;
+    } else if (const int error = read_image_name(m_process->Id(), name)) {
+        return error;
+    }
+    // An id that belongs to another process by now is that of a process which has ended.
+    if (m_process->HasEnded()) {
+        name->clear();
+    } else if (m_name) {
+        m_isNameSure.store(true, std::memory_order_release);
+    }
+    return 0;
 }
 
 DWORD find_process(HANDLE handle, DWORD access, std::shared_ptr<Process> *process) {

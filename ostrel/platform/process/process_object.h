@@ -6,9 +6,11 @@
 
 #include <sys/types.h>
 
+#include <atomic>
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <string>
 
 #include "ostrel/platform/base/host_descriptor.h"
 #include "ostrel/platform/sync/waitable.h"
@@ -73,17 +75,29 @@ DWORD code_of_signal(int signal) noexcept;
 
 class Process : public Waitable {
 public:
-    Process(std::shared_ptr<HostProcess> process, DWORD access)
-        : Waitable(SignalKind::kEnd), m_process(std::move(process)), m_access(access) {}
+    // `name` is the process's name, if it is known.
+    Process(std::shared_ptr<HostProcess> process, DWORD access,
+            std::optional<std::string> name = std::nullopt)
+        : Waitable(SignalKind::kEnd),
+          m_process(std::move(process)),
+          m_access(access),
+          m_name(std::move(name)) {}
 
     int Descriptor() const noexcept override { return m_process->Descriptor(); }
 
     HostProcess &Host() const noexcept { return *m_process; }
     bool Allows(DWORD access) const noexcept { return (m_access & access) == access; }
 
+    // Stores the name of the process, an empty one when the process has no program, or has ended
+    // and the name is not sure or `must_run` is set. Returns 0 or an errno.
+    int ReadName(bool must_run, std::string *name) const;
+
 private:
     const std::shared_ptr<HostProcess> m_process;
     const DWORD m_access;
+    const std::optional<std::string> m_name;
+    // Whether `m_name`, which was found by the id, is known to be that of the process.
+    mutable std::atomic<bool> m_isNameSure{false};
 };
 
 // Stores the process of a handle that has an access. Returns 0 or an error code.

@@ -61,6 +61,32 @@ TEST(EnumProcesses, NamesTheFileThatAProcessExecutes) {
     }
 }
 
+TEST(EnumProcesses, KeepsTheNameThatAProcessHadWhenItWasOpened) {
+    int go[2], done[2];
+    ASSERT_EQ(pipe2(go, O_CLOEXEC) + pipe2(done, O_CLOEXEC), 0);
+    const pid_t child = fork_child();
+    if (child == 0) {
+        char byte;
+        static_cast<void>(read(go[0], &byte, 1));
+        execlp("sleep", "sleep", "600", nullptr);
+        _exit(127);
+    }
+    close(done[1]);
+    const HANDLE before = OpenProcess(kLook, FALSE, static_cast<DWORD>(child));
+    const std::u16string own = fs::read_symlink("/proc/self/exe").filename().u16string();
+    char byte = 0;
+    EXPECT_EQ(write(go[1], &byte, 1) + read(done[0], &byte, 1), 1);  // it has executed sleep
+    const HANDLE after = OpenProcess(kLook, FALSE, static_cast<DWORD>(child));
+    EXPECT_EQ(name_of(before), own);
+    EXPECT_EQ(name_of(after), u"sleep");
+    EXPECT_TRUE(CloseHandle(before) && CloseHandle(after));
+    kill(child, SIGKILL);
+    waitpid(child, nullptr, 0);
+    close(go[0]);
+    close(go[1]);
+    close(done[0]);
+}
+
 TEST(EnumProcesses, CutsANameAndRefusesWhatIsWrong) {
     const auto self = static_cast<DWORD>(getpid());
     const HANDLE own = OpenProcess(kLook, FALSE, self);
