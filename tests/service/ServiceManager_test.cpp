@@ -35,7 +35,7 @@ TEST(ServiceManager, KillsTheProcessesOfANameAndNoOthers) {
     for (const auto &[file, name, killed] : cases) {
         NamedProcess victim(std::string("./") + file), second(std::string("./") + file);
         const NamedProcess bystander("./victims");
-        EXPECT_EQ(KillProcess(name.c_str()), killed) << PrintToString(name);
+        ASSERT_EQ(KillProcess(name.c_str()), killed) << PrintToString(name);
         EXPECT_EQ(
             killed ? victim.WasKilled() && second.WasKilled() : !victim.Runs() || !second.Runs(),
             killed)

@@ -45,6 +45,7 @@ TEST(EnumProcesses, NamesTheFileThatAProcessExecutes) {
         {"gone (deleted)", u"gone (deleted)", [] {}},
         {"x (deleted)", u"x (deleted)", [] { fs::remove("x (deleted)"); }},
         {"new", u"new", [] { fs::copy_file("/bin/true", "n"), fs::rename("n", "new"); }},
+        {"mark", u"mark", [] { fs::remove("mark"), fs::copy_file("plain", "mark (deleted)"); }},
         {"old", u"moved", [] { fs::rename("old", u"moved"); }},
         {"a \"b\" & \xFF\n", u"a \"b\" & \xDCFF\n", [] {}},
     };
