@@ -28,7 +28,7 @@
 //       CloseHandle(process);  // handle.h
 //   }
 //
-// Implemented with clone, execve, /proc, pidfd_open, pidfd_send_signal and waitid.
+// Implemented with clone, execve, /proc, pidfd_open, pidfd_send_signal and waitid (Linux 5.4).
 //
 // Handles. A handle means one process for as long as the handle is open: a later process that gets
 // the same id is never meant. WaitForSingleObject and WaitForMultipleObjects (sync.h) take the
