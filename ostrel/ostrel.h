@@ -23,6 +23,8 @@
 #include "ostrel/registry/reg_key.h"
 #include "ostrel/registry/reg_monitor.h"
 #include "ostrel/registry/reg_monitor_ex.h"
+#include "ostrel/service/ProcessUtility.h"
+#include "ostrel/service/ServiceManager.h"
 #include "ostrel/text/string_utils.h"
 #include "ostrel/text/token_list.h"
 #include "ostrel/time/tc_datetime_utility.h"

@@ -2,7 +2,7 @@
 #define OSTREL_PLATFORM_HANDLE_H
 
 // Closes the handles whose family has no call of its own for that: those of files, events,
-// semaphores and threads.
+// semaphores, threads and processes.
 //
 //   const HANDLE file = CreateFileW(TEXT("list.txt"), GENERIC_READ, FILE_SHARE_READ, nullptr,
 //                                   OPEN_EXISTING, 0, nullptr);  // file.h
@@ -27,10 +27,10 @@
 
 #ifndef _WIN32
 
-// Closes a handle of CreateFileW, CreateEventW, CreateSemaphoreW, CreateThread or _beginthreadex. A
-// call that already uses the handle on another thread completes normally, and the host's file is
-// closed after it; sync.h says what becomes of a wait. An error of the host's close is not
-// reported.
+// Closes a handle of CreateFileW, CreateEventW, CreateSemaphoreW, CreateThread, _beginthreadex,
+// CreateProcessW or OpenProcess. A call that already uses the handle on another thread completes
+// normally, and the host's file is closed after it; sync.h says what becomes of a wait. An error of
+// the host's close is not reported.
 //
 // Returns TRUE. For any other value, such as null, INVALID_HANDLE_VALUE, a closed handle or a
 // handle of another family, has no effect, returns FALSE and sets the last error to

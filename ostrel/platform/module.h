@@ -17,6 +17,11 @@
 // The handle of a file that is mapped for reading is the address of the mapping with the lowest bit
 // set.
 //
+// "PSAPI.DLL", with or without the suffix and in any case, is the layer itself: a handle that is no
+// load address, whose only exports are the calls of process.h of that library (EnumProcesses,
+// EnumProcessModules, GetModuleBaseNameW), and whose file is that of the layer. No file of that
+// name is ever looked for, except by a path and to be read.
+//
 // Names. A name with a separator or a drive is a path (file.h); a relative one begins at the
 // current directory. Any other name is looked for, in this order:
 //

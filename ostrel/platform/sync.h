@@ -159,12 +159,14 @@ OSTREL_PLATFORM_API DWORD GetCurrentThreadId() noexcept;
 OSTREL_PLATFORM_API void Sleep(DWORD milliseconds) noexcept;
 
 // Waits until an object is signalled, or until so many milliseconds have passed; 0 tests only, and
-// a signalled object ends the wait whatever the time. The object is an event, a semaphore or a
-// thread.
+// a signalled object ends the wait whatever the time. The object is an event, a semaphore, a
+// thread or a process (process.h).
 //
 // Returns WAIT_OBJECT_0, or WAIT_TIMEOUT, which leaves the last error as it is. On failure, when
 // the handle is no such object's, returns WAIT_FAILED and sets the last error to
-// ERROR_INVALID_HANDLE. A wait for these objects needs neither memory nor a descriptor of the host.
+// ERROR_INVALID_HANDLE. A wait for a process that has not ended needs a descriptor of the host
+// besides: ERROR_TOO_MANY_OPEN_FILES, ERROR_NOT_ENOUGH_MEMORY. A wait for other objects needs
+// neither memory nor a descriptor.
 OSTREL_PLATFORM_API DWORD WaitForSingleObject(HANDLE object, DWORD milliseconds) noexcept;
 
 // Waits for one of `count` objects (`all` FALSE) or for all of them at the same moment (`all`
@@ -178,6 +180,7 @@ OSTREL_PLATFORM_API DWORD WaitForSingleObject(HANDLE object, DWORD milliseconds)
 //   ERROR_INVALID_PARAMETER  `count` is 0 or above 64; `objects` is null; a wait for all names an
 //                            object twice
 //   ERROR_INVALID_HANDLE     a handle is no such object's
+// or as WaitForSingleObject does for a process.
 OSTREL_PLATFORM_API DWORD WaitForMultipleObjects(DWORD count, const HANDLE *objects, BOOL all,
                                                  DWORD milliseconds) noexcept;
 

@@ -16,6 +16,7 @@ enum class ForkOrder {
     kValues,
     kRegistry,
     kModules,
+    kProcesses,
     kHandles,
     kThreads,
     kSignals,

@@ -15,6 +15,7 @@
 #include "ostrel/platform/base/ascii.h"
 #include "ostrel/platform/base/environment.h"
 #include "ostrel/platform/base/errno_code.h"
+#include "ostrel/platform/base/program_folder.h"
 #include "ostrel/platform/crt_text.h"
 #include "ostrel/platform/error.h"
 #include "ostrel/platform/file.h"
@@ -139,16 +140,6 @@ DWORD find_in_folder(const std::string &folder, const std::vector<std::string> &
         code = code == ERROR_MOD_NOT_FOUND ? code_of_module_path(error) : code;
     }
     return code;
-}
-
-std::string program_folder() {
-    if (is_callers_environment()) {
-        return {};
-    }
-    char buffer[PATH_MAX];
-    const ssize_t length = readlink("/proc/self/exe", buffer, sizeof buffer);
-    const std::string_view path(buffer, length > 0 ? static_cast<std::size_t>(length) : 0);
-    return std::string(path.substr(0, path.rfind('/') + 1));
 }
 
 DWORD find_module(const WCHAR *name, std::string *path) {

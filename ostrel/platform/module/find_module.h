@@ -27,10 +27,6 @@ DWORD parse_module_name(const WCHAR *name, ModuleName *parsed);
 DWORD find_in_folder(const std::string &folder, const std::vector<std::string> &files,
                      std::string *path);
 
-// Returns the program's folder with a '/' at its end. Returns an empty text when the host does not
-// tell, and in a program that has rights which its caller lacks.
-std::string program_folder();
-
 // Finds the host file of a module to be read: where LoadLibraryExW with LOAD_LIBRARY_AS_DATAFILE
 // looks. `name` must be neither null nor empty. Stores the file's path, which may lead to any kind
 // of file but a directory. Returns 0 or an error code, ERROR_MOD_NOT_FOUND when there is none.

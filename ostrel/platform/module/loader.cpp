@@ -12,8 +12,10 @@
 
 #include "ostrel/platform/base/call_result.h"
 #include "ostrel/platform/base/errno_code.h"
+#include "ostrel/platform/base/program_folder.h"
 #include "ostrel/platform/file/host_path.h"
 #include "ostrel/platform/module.h"
+#include "ostrel/platform/module/built_in_module.h"
 #include "ostrel/platform/module/elf_object.h"
 #include "ostrel/platform/module/find_module.h"
 #include "ostrel/platform/module/host_object.h"
@@ -153,6 +155,10 @@ DWORD load_object(const WCHAR *name, DWORD flags, HostObject *object, std::strin
 }
 
 DWORD load_module(const WCHAR *name, DWORD flags, HMODULE *module) {
+    *module = load_built_in(name);
+    if (*module != nullptr) {
+        return ERROR_SUCCESS;
+    }
     HostObject object;
     std::string path;
     if (const DWORD code = load_object(name, flags, &object, &path)) {
@@ -214,6 +220,10 @@ DWORD find_procedure(HMODULE module, const char *name, FARPROC *procedure) {
     if (reinterpret_cast<std::uintptr_t>(name) < kOrdinalLimit) {
         return ERROR_INVALID_ORDINAL;
     }
+    if (is_built_in(module)) {
+        *procedure = find_built_in(module, name);
+        return *procedure != nullptr ? ERROR_SUCCESS : ERROR_PROC_NOT_FOUND;
+    }
     const HostObject object = open_loaded(module);
     if (!object) {
         return ERROR_MOD_NOT_FOUND;
@@ -265,6 +275,9 @@ FARPROC GetProcAddress(HMODULE module, const char *name) noexcept {
 BOOL FreeLibrary(HMODULE module) noexcept {
     using namespace ostrel_platform;
     return call_result([module]() -> DWORD {
+        if (free_built_in(module)) {
+            return ERROR_SUCCESS;
+        }
         if (!is_file_handle(module)) {
             const HostObject object = LoadedModules::Instance().Take(module);
             return object ? ERROR_SUCCESS : ERROR_MOD_NOT_FOUND;

@@ -14,7 +14,11 @@
 #include "ostrel/platform/base/errno_code.h"
 #include "ostrel/platform/base/host_descriptor.h"
 #include "ostrel/platform/file/host_path.h"
+#include "ostrel/platform/module/built_in_module.h"
 #include "ostrel/platform/module/loaded_modules.h"
+
+// The layer's own ELF header, a symbol of the linker.
+extern "C" __attribute__((visibility("hidden"))) const char __ehdr_start;
 
 namespace ostrel_platform {
 namespace {
@@ -91,6 +95,9 @@ DWORD find_mapped(const void *address, std::string *path) {
 
 // Stores the path of the file behind a handle. Returns 0 or an error code.
 DWORD find_loaded(HMODULE module, std::string *path) {
+    if (is_built_in(module)) {
+        return find_mapped(&__ehdr_start, path);
+    }
     const void *const address = is_file_handle(module) ? address_of_file(module) : module;
     const bool is_known = is_file_handle(module) ? LoadedModules::Instance().HasFile(address)
                                                  : is_load_address(address);
@@ -101,7 +108,7 @@ DWORD find_loaded(HMODULE module, std::string *path) {
 }  // namespace ostrel_platform
 
 BOOL DisableThreadLibraryCalls(HMODULE module) noexcept {
-    if (ostrel_platform::is_load_address(module)) {
+    if (ostrel_platform::is_built_in(module) || ostrel_platform::is_load_address(module)) {
         return TRUE;
     }
     SetLastError(ERROR_INVALID_HANDLE);

@@ -1,0 +1,39 @@
+#include "ostrel/platform/base/program_folder.h"
+
+#include <dlfcn.h>
+#include <linux/limits.h>
+#include <unistd.h>
+
+#include <cstddef>
+#include <string_view>
+
+#include "ostrel/platform/base/environment.h"
+
+// The layer's own ELF header, a symbol of the linker.
+extern "C" __attribute__((visibility("hidden"))) const char __ehdr_start;
+
+namespace ostrel_platform {
+
+std::string program_folder() {
+    if (is_callers_environment()) {
+        return {};
+    }
+    char buffer[PATH_MAX];
+    const ssize_t length = readlink("/proc/self/exe", buffer, sizeof buffer);
+    const std::string_view path(buffer, length > 0 ? static_cast<std::size_t>(length) : 0);
+    return std::string(path.substr(0, path.rfind('/') + 1));
+}
+
+std::string tools_folder() {
+    Dl_info info;
+    if (dladdr(&__ehdr_start, &info) == 0) {
+        return {};
+    }
+    // The loader knows a program, and a library of a relative LD_LIBRARY_PATH, by a relative name.
+    const std::string_view path = info.dli_fname;
+    const std::string folder =
+        path.starts_with('/') ? std::string(path.substr(0, path.rfind('/') + 1)) : program_folder();
+    return folder.empty() ? folder : folder + "ostrel/";
+}
+
+}  // namespace ostrel_platform
