@@ -9,10 +9,12 @@
 
 #include "ostrel/platform/base/environment.h"
 
-// The layer's own ELF header, a symbol of the linker.
-extern "C" __attribute__((visibility("hidden"))) const char __ehdr_start;
-
 namespace ostrel_platform {
+namespace {
+
+constinit char g_here = 0;  // in the module of the layer
+
+}  // namespace
 
 std::string program_folder() {
     if (is_callers_environment()) {
@@ -26,7 +28,7 @@ std::string program_folder() {
 
 std::string tools_folder() {
     Dl_info info;
-    if (dladdr(&__ehdr_start, &info) == 0) {
+    if (dladdr(&g_here, &info) == 0) {
         return {};
     }
     // The loader knows a program, and a library of a relative LD_LIBRARY_PATH, by a relative name.

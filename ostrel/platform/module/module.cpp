@@ -1,5 +1,6 @@
 #include "ostrel/platform/module.h"
 
+#include <link.h>
 #include <linux/limits.h>
 #include <unistd.h>
 
@@ -18,7 +19,7 @@
 #include "ostrel/platform/module/loaded_modules.h"
 
 // The layer's own ELF header, a symbol of the linker.
-extern "C" __attribute__((visibility("hidden"))) const char __ehdr_start;
+extern "C" __attribute__((visibility("hidden"))) const ElfW(Ehdr) __ehdr_start;
 
 namespace ostrel_platform {
 namespace {
