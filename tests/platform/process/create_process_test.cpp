@@ -209,6 +209,17 @@ TEST(CreateProcess, TellsHowAProcessEnded) {
     }
 }
 
+TEST(CreateProcess, TellsAnEndWithoutAWait) {
+    for (int i = 0; i < 50; ++i) {
+        const Started process(u"sh -c \"exit 7\"");
+        DWORD code = STILL_ACTIVE;
+        while (code == STILL_ACTIVE) {
+            ASSERT_EQ(error_of(GetExitCodeProcess(process.info.hProcess, &code)), 0u);
+        }
+        EXPECT_EQ(code, 7u);
+    }
+}
+
 TEST(CreateProcess, TerminatesWithTheCodeThatItIsGiven) {
     const Started process(u"sleep 600");
     ASSERT_EQ(process.error, 0u);
