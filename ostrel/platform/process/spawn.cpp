@@ -57,8 +57,9 @@ OSTREL_IN_CHILD int run_child(void *memory) {
     }
     const unsigned long none = 0;
     syscall(SYS_rt_sigprocmask, SIG_SETMASK, &none, nullptr, kSignalSetSize);
-    if (set_standard_descriptors(request.standard) &&
-        (request.directory < 0 || syscall(SYS_fchdir, request.directory) == 0) &&
+    // The directory may be open as one of the standard descriptors, where those were closed.
+    if ((request.directory < 0 || syscall(SYS_fchdir, request.directory) == 0) &&
+        set_standard_descriptors(request.standard) &&
         (!request.leads_group || syscall(SYS_setpgid, 0, 0) == 0)) {
         if (!request.keeps_descriptors) {
             syscall(SYS_close_range, 3, ~0U, kCloseOnExecution);

@@ -177,6 +177,12 @@ TEST(CreateProcess, GivesTheProgramItsSurroundings) {
         EXPECT_EQ(Started(u"test -e /proc/self/fd/77").End(), 1u);
         EXPECT_EQ(Started(u"test -e /proc/self/fd/77", 0, nullptr, nullptr, u"out").End(), 0u);
     }));
+    // In a program that has closed its standard descriptors.
+    EXPECT_TRUE(holds_in_child([] {
+        close(0);
+        close(1);
+        EXPECT_EQ(output_of(u"sh -c \"basename $(pwd)\"", 0, nullptr, u"sub"), "sub\n");
+    }));
     STARTUPINFOW startup = {};
     PROCESS_INFORMATION info;
     startup.dwFlags = STARTF_USESTDHANDLES;
