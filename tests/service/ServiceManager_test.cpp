@@ -44,6 +44,18 @@ TEST(ServiceManager, KillsTheProcessesOfANameAndNoOthers) {
     }
 }
 
+TEST(ServiceManager, KillsWhenNobodyReadsWhatTheCommandPrints) {
+    const TempDir dir;
+    const NamedProcess process("./unread");
+    EXPECT_TRUE(holds_in_child([] {
+        int pipe[2];
+        ASSERT_EQ(pipe2(pipe, O_CLOEXEC), 0);
+        ASSERT_TRUE(close(pipe[0]) == 0 && dup2(pipe[1], 1) == 1);
+        signal(SIGPIPE, SIG_IGN);
+        EXPECT_TRUE(KillProcess(u"unread"));
+    }));
+}
+
 TEST(ServiceManager, TellsByItsTraceWhatWasDone) {
     const TempDir dir;
     const NamedProcess process("./traced");

@@ -110,12 +110,13 @@ bool HostProcess::HasEnded() const noexcept {
 
 DWORD HostProcess::ReadExitCode(DWORD *code) noexcept {
     const std::lock_guard lock(process_lock());
+    const bool has_ended = HasEnded();  // before the look, which must find an end by then
     Look();
     if (m_state == State::kKnown) {
         *code = m_code;
         return ERROR_SUCCESS;
     }
-    if (m_state == State::kRunning && !HasEnded()) {
+    if (m_state == State::kRunning && !has_ended) {
         *code = STILL_ACTIVE;
         return ERROR_SUCCESS;
     }

@@ -1,5 +1,6 @@
 #include "ostrel/platform/process/spawn.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sched.h>
 #include <signal.h>
@@ -47,6 +48,32 @@ OSTREL_IN_CHILD bool set_standard_descriptors(const int (&standard)[3]) {
     return true;
 }
 
+// Has the execution close all descriptors above 2.
+OSTREL_IN_CHILD bool close_others_on_execution() {
+    if (syscall(SYS_close_range, 3, ~0U, kCloseOnExecution) == 0) {
+        return true;
+    }
+    // Hosts before Linux 5.11, and containers that refuse the call.
+    const long folder =
+        syscall(SYS_openat, AT_FDCWD, "/proc/self/fd", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    alignas(dirent64) char block[1024];
+    long size;
+    while ((size = syscall(SYS_getdents64, folder, block, sizeof block)) > 0) {
+        for (long at = 0; at < size;) {
+            const auto *const entry = reinterpret_cast<const dirent64 *>(block + at);
+            at += entry->d_reclen;
+            int descriptor = 0;
+            for (const char *digit = entry->d_name; *digit >= '0' && *digit <= '9'; ++digit) {
+                descriptor = 10 * descriptor + (*digit - '0');
+            }
+            if (descriptor > 2) {
+                syscall(SYS_fcntl, descriptor, F_SETFD, FD_CLOEXEC);
+            }
+        }
+    }
+    return size == 0;
+}
+
 OSTREL_IN_CHILD int run_child(void *memory) {
     auto *const child = static_cast<Child *>(memory);
     const SpawnRequest &request = *child->request;
@@ -57,12 +84,11 @@ OSTREL_IN_CHILD int run_child(void *memory) {
     }
     const unsigned long none = 0;
     syscall(SYS_rt_sigprocmask, SIG_SETMASK, &none, nullptr, kSignalSetSize);
-    if (set_standard_descriptors(request.standard) &&
-        (request.directory < 0 || syscall(SYS_fchdir, request.directory) == 0) &&
-        (!request.leads_group || syscall(SYS_setpgid, 0, 0) == 0)) {
-        if (!request.keeps_descriptors) {
-            syscall(SYS_close_range, 3, ~0U, kCloseOnExecution);
-        }
+    // The directory may be open as one of the standard descriptors, where those were closed.
+    if ((request.directory < 0 || syscall(SYS_fchdir, request.directory) == 0) &&
+        set_standard_descriptors(request.standard) &&
+        (!request.leads_group || syscall(SYS_setpgid, 0, 0) == 0) &&
+        (request.keeps_descriptors || close_others_on_execution())) {
         syscall(SYS_execve, request.program, request.arguments, request.environment);
     }
     child->error = errno;

@@ -1,6 +1,9 @@
 // CreateProcessW, GetExitCodeProcess and TerminateProcess.
 
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <sched.h>
+#include <sys/syscall.h>
 #include <sys/utsname.h>
 
 #include <thread>
@@ -155,6 +158,19 @@ TEST(CreateProcess, FindsTheProgramOfAName) {
     setenv("PATH", before.c_str(), 1);
 }
 
+// Makes this thread's host one that lacks close_range, as before Linux 5.9.
+void refuse_to_close_ranges() {
+    sock_filter steps[] = {
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_close_range, 0, 1),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | ENOSYS),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+    };
+    const sock_fprog filter = {std::size(steps), steps};
+    ASSERT_EQ(prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0), 0);
+    ASSERT_EQ(prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter), 0);
+}
+
 TEST(CreateProcess, GivesTheProgramItsSurroundings) {
     const TempDir dir;
     fs::create_directory("sub");
@@ -175,7 +191,15 @@ TEST(CreateProcess, GivesTheProgramItsSurroundings) {
         EXPECT_EQ(Started(u"sh -c \"kill $$; exit 3\"").End(), 0xE000000Fu);
         ASSERT_EQ(dup2(1, 77), 77);
         EXPECT_EQ(Started(u"test -e /proc/self/fd/77").End(), 1u);
+        refuse_to_close_ranges();
+        EXPECT_EQ(Started(u"test -e /proc/self/fd/77").End(), 1u);
         EXPECT_EQ(Started(u"test -e /proc/self/fd/77", 0, nullptr, nullptr, u"out").End(), 0u);
+    }));
+    // In a program that has closed its standard descriptors.
+    EXPECT_TRUE(holds_in_child([] {
+        close(0);
+        close(1);
+        EXPECT_EQ(output_of(u"sh -c \"basename $(pwd)\"", 0, nullptr, u"sub"), "sub\n");
     }));
     STARTUPINFOW startup = {};
     PROCESS_INFORMATION info;
@@ -206,6 +230,17 @@ TEST(CreateProcess, TellsHowAProcessEnded) {
     for (const auto &[command, code] : cases) {
         EXPECT_EQ(Started(std::u16string(u"sh -c \"") + command + u'"').End(), code)
             << PrintToString(command);
+    }
+}
+
+TEST(CreateProcess, TellsAnEndWithoutAWait) {
+    for (int i = 0; i < 50; ++i) {
+        const Started process(u"sh -c \"exit 7\"");
+        DWORD code = STILL_ACTIVE;
+        while (code == STILL_ACTIVE) {
+            ASSERT_EQ(error_of(GetExitCodeProcess(process.info.hProcess, &code)), 0u);
+        }
+        EXPECT_EQ(code, 7u);
     }
 }
 

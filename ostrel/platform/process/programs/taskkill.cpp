@@ -1,6 +1,7 @@
 // Ends all processes of one name. The text of /? describes the program.
 
 #include <fcntl.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -213,6 +214,7 @@ int run_program(int count, const char *const *arguments) {
 }  // namespace ostrel_platform
 
 int main(int count, char **arguments) {
+    signal(SIGPIPE, SIG_IGN);  // the processes end also when nobody reads what is printed
     try {
         return ostrel_platform::run_program(count, arguments);
     } catch (const std::bad_alloc &) {
