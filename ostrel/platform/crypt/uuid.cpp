@@ -1,5 +1,6 @@
 // UUIDs: made from random bytes that each thread takes in advance, written and read by tables.
 
+#include <algorithm>
 #include <array>
 #include <compare>
 #include <cstdlib>
@@ -90,8 +91,9 @@ constexpr unsigned kNoDigit = 16;
 constexpr auto kValues = [] {
     std::array<BYTE, 128> values{};
     for (std::size_t character = 0; character < values.size(); ++character) {
-        const int value = ostrel_platform::digit_value(static_cast<WCHAR>(character));
-        values[character] = static_cast<BYTE>(value < 16 ? value : kNoDigit);
+        const auto value =
+            static_cast<unsigned>(ostrel_platform::digit_value(static_cast<WCHAR>(character)));
+        values[character] = static_cast<BYTE>(std::min(value, kNoDigit));
     }
     return values;
 }();

@@ -94,7 +94,7 @@ TEST(Wait, TakesTheLowestIndexOrAllOrNothing) {
         {true, "1011", WAIT_TIMEOUT, "1011"},
         {true, "1110", WAIT_TIMEOUT, "1110"}};
     for (const auto &[all, signalled, result, after] : rows) {
-        const auto is_set = [&text = signalled](int at) { return text[at] == '1'; };
+        const auto is_set = [&text = signalled](std::size_t at) { return text[at] == '1'; };
         const Handles own{event(false, is_set(0)), semaphore(is_set(1), 3), event(false, is_set(2)),
                           event(true, is_set(3))};
         std::vector<HANDLE> handles = own;
