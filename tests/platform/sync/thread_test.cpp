@@ -173,8 +173,8 @@ TEST(Thread, TerminatedStopsWhereItHoldsNoSection) {
               }},
           Row{"before it returns", [](Victim &victim) { victim.Await(); }, true}}) {
         SCOPED_TRACE(row.name);
-        static std::deque<Victim> victims;  // stopped threads keep theirs
-        Victim &victim = victims.emplace_back(row.act);
+        static auto *const victims = new std::deque<Victim>;  // stopped threads keep theirs
+        Victim &victim = victims->emplace_back(row.act);
         const Handles thread{victim.own};
         EXPECT_TRUE(TerminateThread(thread[0], 9));
         EXPECT_EQ(test_each(thread), "1");
