@@ -14,7 +14,7 @@ constexpr uid_t kNobody = 65534;
 struct HostLimits : testing::Test {
     void SetUp() override {
         if (geteuid() != 0) {
-            GTEST_SKIP();
+            GTEST_SKIP() << "needs a second user";
         }
     }
 };
